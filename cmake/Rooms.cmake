@@ -1,0 +1,65 @@
+# A room is a folder with one library of its own. Its headers are reached as "room/Header.h", and only
+# by the rooms that link to it: each library exports a folder that holds nothing but its own room.
+
+add_library(zelvo_flags INTERFACE)
+target_compile_options(zelvo_flags INTERFACE -Wall -Wextra -Wpedantic)
+if(ZELVO_WERROR)
+  target_compile_options(zelvo_flags INTERFACE -Werror)
+endif()
+if(ZELVO_SANITIZE)
+  target_compile_options(zelvo_flags INTERFACE -fsanitize=address,undefined
+                         -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+  target_link_options(zelvo_flags INTERFACE -fsanitize=address,undefined)
+endif()
+
+# zelvo_export(TARGET SCOPE ROOM): lets users of TARGET include the headers of the folder ROOM. Only the
+# headers that lie directly in it, so that "platform" does not open "platform/linux".
+function(zelvo_export target scope room)
+  string(REPLACE "/" "_" name ${room})
+  set(root ${CMAKE_BINARY_DIR}/rooms/${name})
+  file(MAKE_DIRECTORY ${root}/${room})
+  file(GLOB headers CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}/${room}
+       ${PROJECT_SOURCE_DIR}/${room}/*.h)
+  foreach(header ${headers})
+    file(CREATE_LINK ${PROJECT_SOURCE_DIR}/${room}/${header} ${root}/${room}/${header} SYMBOLIC)
+  endforeach()
+  target_include_directories(${target} ${scope} ${root})
+endfunction()
+
+# zelvo_room(ROOM SOURCES ... LINKS ... PRIVATE_LINKS ...): the library zelvo_<room>.
+function(zelvo_room room)
+  cmake_parse_arguments(arg "" "TARGET" "SOURCES;LINKS;PRIVATE_LINKS" ${ARGN})
+  string(REPLACE "/" "_" name ${room})
+  set(target zelvo_${name})
+  if(arg_TARGET)
+    set(target ${arg_TARGET})
+  endif()
+  add_library(${target} STATIC ${arg_SOURCES})
+  target_link_libraries(${target} PUBLIC ${arg_LINKS} PRIVATE zelvo_flags ${arg_PRIVATE_LINKS})
+  zelvo_export(${target} PUBLIC ${room})
+endfunction()
+
+# zelvo_test(ROOM LINKS ...): the tests of tests/<room> as one binary and one ctest entry.
+function(zelvo_test room)
+  cmake_parse_arguments(arg "" "" "SOURCES;LINKS" ${ARGN})
+  string(REPLACE "/" "_" name ${room})
+  if(NOT arg_SOURCES)
+    file(GLOB arg_SOURCES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/${room}/*.cpp)
+  endif()
+  if(NOT arg_SOURCES)
+    return()
+  endif()
+  add_executable(test_${name} ${arg_SOURCES})
+  target_link_libraries(test_${name} PRIVATE zelvo_flags ${arg_LINKS} GTest::gtest_main)
+  target_precompile_headers(test_${name} PRIVATE <gtest/gtest.h> <string> <vector> <map> <functional>)
+  add_test(NAME ${name} COMMAND test_${name})
+endfunction()
+
+# zelvo_programs(FOLDER ...): adds each folder that is there.
+function(zelvo_programs)
+  foreach(folder ${ARGN})
+    if(EXISTS ${PROJECT_SOURCE_DIR}/${folder}/CMakeLists.txt)
+      add_subdirectory(${PROJECT_SOURCE_DIR}/${folder} ${PROJECT_BINARY_DIR}/${folder})
+    endif()
+  endforeach()
+endfunction()

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace zelvo::platform {
+
+/// Responses of an alert: its buttons in their order.
+inline constexpr int AlertFirstButtonReturn = 1000;
+inline constexpr int AlertSecondButtonReturn = 1001;
+
+struct Alert {
+    /// Names the alert among others, in any language: the key of its message text.
+    std::string identifier;
+    std::string messageText;
+    std::string informativeText;
+    /// Name of an image, such as "NSCaution".
+    std::string icon;
+    std::vector<std::string> buttonTitles;
+    /// Shows a help button; pressing it calls `showHelp` and leaves the alert up.
+    bool showsHelp = false;
+    std::function<bool()> showHelp;
+};
+
+/// Sheets on the main window: one at a time, in the order asked for. Main thread only.
+class Alerts {
+  public:
+    virtual ~Alerts() = default;
+
+    /// Shows the alert and returns at once. `done` runs once, later, with the response; not at all
+    /// when the application ends before the user has answered.
+    virtual void beginSheet(Alert alert, std::function<void(int response)> done) = 0;
+};
+
+}  // namespace zelvo::platform
