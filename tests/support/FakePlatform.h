@@ -1,0 +1,80 @@
+#pragma once
+
+#include "platform/Platform.h"
+#include "tests/support/FakeDesktop.h"
+#include "tests/support/FakeHost.h"
+#include "tests/support/FakeNetwork.h"
+#include "tests/support/ManualLoop.h"
+
+namespace zelvo::test {
+
+/// A whole operating system that works in memory, on virtual time, and records what was asked of
+/// it.
+struct FakePlatform {
+    FakePlatform() = default;
+    /// What still waits in the queue is dropped while the services are there.
+    ~FakePlatform() { loop.close(); }
+
+    /// Screen Sharing as the core sees it: listening, and asking before it lets a viewer in.
+    void screenSharing(bool on) {
+        sockets.listen(on);
+        propertyLists.files["/Library/Preferences/com.apple.RemoteManagement.plist"] =
+            PropertyList::Dictionary{{"ScreenSharingReqPermEnabled", on}};
+    }
+
+    ManualLoop loop;
+    RecordingLog log;
+    FakeDynamicStore dynamicStore;
+    FakeHardwareRegistry hardware;
+    FakeServicesDatabase services;
+    FakeSocketTable sockets;
+    FakeProcessTable processes;
+    FakeProcessInfo processInfo;
+    FakeTextInputSources inputSources;
+    FakeRandom random;
+    FakeMessageDigest digest;
+    FakeAddressParser addresses;
+    FakePropertyListReader propertyLists;
+    FakeUserDefaults userDefaults;
+    FakeBundle bundle;
+    RecordingPeer peer{loop};
+    ScriptedRouter router{loop};
+    FakeApplication application;
+    FakeAlerts alerts;
+    FakeWindowSystem windowSystem;
+    FakeSharingServicePicker sharingServicePicker;
+    FakePasteboard pasteboard;
+    FakeWorkspace workspace;
+    FakeAuthorization authorization;
+    FakeFeedback feedback;
+
+    platform::Platform platform{loop,
+                                loop,
+                                log,
+                                dynamicStore,
+                                hardware,
+                                services,
+                                sockets,
+                                processes,
+                                processInfo,
+                                inputSources,
+                                random,
+                                digest,
+                                addresses,
+                                propertyLists,
+                                userDefaults,
+                                bundle,
+                                peer,
+                                "https://share.example",
+                                router,
+                                application,
+                                alerts,
+                                windowSystem,
+                                sharingServicePicker,
+                                pasteboard,
+                                workspace,
+                                authorization,
+                                feedback};
+};
+
+}  // namespace zelvo::test
