@@ -20,7 +20,7 @@ zelvo_pkg(OPENSSL openssl)
 zelvo_pkg(MINIUPNPC miniupnpc)
 zelvo_pkg(QRENCODE libqrencode)
 zelvo_pkg(XKBCOMMON xkbcommon)
-find_path(HTTPLIB_INCLUDE httplib.h)
+zelvo_pkg(HTTPLIB cpp-httplib)
 
 function(zelvo_leave_out what)
   foreach(missing ${ARGN})
