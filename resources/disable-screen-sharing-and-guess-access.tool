@@ -1,0 +1,16 @@
+#!/bin/sh
+# Switches off what the enable tool switched on, and nothing else.
+set -u
+# shellcheck source=resources/screen-sharing.sh
+. "$(dirname "$0")/screen-sharing.sh"
+
+open_run_folder
+# The setting first: it must not outlive the server that it speaks of.
+write_setting false || die "Cannot write the Screen Sharing setting below $root."
+if find_server; then
+    stop_server || die "The Screen Sharing server (process $server_pid) cannot be ended."
+    echo "zelvo: Screen Sharing is off."
+else
+    rm -f "$run/server"
+    echo "zelvo: Screen Sharing was off already."
+fi

@@ -1,0 +1,36 @@
+#!/bin/sh
+# Ends the viewers, the one that still waits for an answer included, and leaves Screen Sharing on.
+set -u
+# shellcheck source=resources/screen-sharing.sh
+. "$(dirname "$0")/screen-sharing.sh"
+
+viewers() { sockets 01 '[0-9A-F]*'; }
+
+as_user() { (exec_as_user "$server_display" "$server_authority" timeout 3 "$@"); }
+
+# While the server asks it does nothing else, so its question is answered with no; and where the answer
+# cannot be given, root can still end the connection itself.
+turn_away() {
+    if command -v xdotool >/dev/null; then
+        for window in $(as_user xdotool search --onlyvisible --name '^new x11vnc client$' 2>/dev/null); do
+            as_user xdotool key --window "$window" n 2>/dev/null
+        done
+    elif [ "$(id -u)" -eq 0 ] && command -v ss >/dev/null; then
+        ss -K state established sport = ":$port" >/dev/null 2>&1
+    fi
+}
+
+if ! find_server || ! server_listens; then
+    die "Screen Sharing is not on, or was not switched on by Zelvo."
+fi
+choose_user "$server_user"
+rounds=8
+while [ -n "$(viewers)" ]; do
+    [ "$rounds" -gt 0 ] || die "A viewer could not be disconnected."
+    rounds=$((rounds - 1))
+    as_user "$link" -norc -display "$server_display" -R disconnect:all >/dev/null 2>&1
+    sleep 0.5
+    [ -z "$(viewers)" ] || turn_away
+    sleep 0.2
+done
+echo "zelvo: Nobody is connected."

@@ -1,0 +1,154 @@
+# What the three Screen Sharing tools have in common. They source it from their own folder.
+#
+# Everything they keep lies below the system root, a folder of whoever runs them, so that nobody else can
+# name a process to be stopped:
+#   Library/Preferences/com.apple.RemoteManagement.plist  the setting that the application reads
+#   run/screensharingd  link to the server: the kernel names a process after the path it was started by
+#   run/server          the server that was started, one value per line
+#   run/log, run/lock
+# shellcheck shell=sh disable=SC2034  # sets variables for the tools
+
+root=${ZELVO_ROOT:-/var/lib/zelvo}
+run=$root/run
+link=$run/screensharingd
+# The server's remote control is an X property. One of our own leaves other servers on the display alone.
+channel=ZELVO_SCREEN_SHARING
+
+die() {
+    printf 'zelvo: %s\n' "$1" >&2
+    exit 1
+}
+
+# Sets user_name, user_id and user_home of the user (name or id), and a PATH that this user cannot have
+# chosen where it is root that works for somebody else.
+choose_user() {
+    entry=$(getent passwd -- "$1") || die "There is no user \"$1\" on this computer."
+    IFS=: read -r user_name _ user_id user_group _ user_home _ <<END
+$entry
+END
+    if [ "$(id -u)" != "$user_id" ]; then
+        PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
+    else
+        PATH=$PATH:/usr/sbin:/sbin
+    fi
+    export PATH
+}
+
+choose_asking_user() {
+    if [ "$(id -u)" -eq 0 ]; then
+        choose_user "${ZELVO_USER:-${PKEXEC_UID:-${SUDO_UID:-0}}}"
+    else
+        choose_user "$(id -u)"
+    fi
+}
+
+# Becomes the command, as the chosen user on display $1 with the authority file $2. The environment is
+# made anew: the server ends where it finds WAYLAND_DISPLAY, and obeys many variables of its own.
+exec_as_user() {
+    display=$1 authority=$2
+    shift 2
+    set -- env -i PATH="$PATH" HOME="$user_home" USER="$user_name" LOGNAME="$user_name" \
+        DISPLAY="$display" ${authority:+"XAUTHORITY=$authority"} X11VNC_REMOTE=$channel "$@"
+    if [ "$(id -u)" != "$user_id" ]; then
+        set -- setpriv --reuid "$user_id" --regid "$user_group" --init-groups "$@"
+    fi
+    exec "$@"
+}
+
+# Makes the folders and waits until no other tool is at work. The lock ends with the tool.
+open_run_folder() {
+    (umask 022 && mkdir -p "$run") || die "Cannot make the folder $run."
+    [ -w "$run" ] || die "Cannot write in the folder $run."
+    umask 077
+    exec 9>"$run/lock"
+    flock -w 30 9 || die "Another Screen Sharing tool has been at work for too long."
+}
+
+vnc_port() {
+    entry=$(getent services vnc-server/tcp) || entry='vnc-server 5900/tcp'
+    entry=${entry%%/*}
+    echo "${entry##* }"
+}
+
+# The inodes of the port's TCP sockets in state $1 (0A listening, 01 established) whose local address
+# matches the expression $2.
+sockets() {
+    awk -v state="$1" -v local="^$2:$(printf %04X "$port")\$" \
+        '$4 == state && $2 ~ local { print $10 }' /proc/net/tcp /proc/net/tcp6 2>/dev/null
+}
+
+# When the process started, in ticks since boot; nothing when it has ended, reaped or not.
+process_start() {
+    { read -r stat <"/proc/$1/stat"; } 2>/dev/null || return 0
+    # shellcheck disable=SC2086  # the fields behind the name, which may itself hold spaces
+    set -- ${stat##*) }
+    case $1 in
+    Z | X) ;;
+    *) echo "${20}" ;;
+    esac
+}
+
+process_program() {
+    program=$(readlink "/proc/$1/exe") || return 0
+    echo "${program% (deleted)}"
+}
+
+save_server() {
+    printf '%s\n' "$server_pid" "$server_start" "$server_program" "$server_user" "$server_display" \
+        "$server_authority" >"$run/server"
+}
+
+# Reads what save_server wrote. False when that server has ended, even if its process id lives on.
+find_server() {
+    server_pid='' server_authority=''
+    {
+        read -r server_pid && read -r server_start && read -r server_program &&
+            read -r server_user && read -r server_display && read -r server_authority
+    } 2>/dev/null <"$run/server" || return 1
+    [ -n "$server_start" ] && [ "$(process_start "$server_pid")" = "$server_start" ] &&
+        [ "$(process_program "$server_pid")" = "$server_program" ]
+}
+
+# True when the server itself holds the listening socket of the IPv4 wildcard address.
+server_listens() {
+    inode=$(sockets 0A 00000000)
+    [ -n "$inode" ] || return 1
+    for descriptor in "/proc/$server_pid/fd/"*; do
+        [ "$(readlink "$descriptor")" = "socket:[$inode]" ] && return 0
+    done
+    return 1
+}
+
+# server_ends SIGNAL TENTHS: sends the signal and waits. True when the server has ended.
+server_ends() {
+    kill -s "$1" "$server_pid" 2>/dev/null
+    tenths=$2
+    while [ "$(process_start "$server_pid")" = "$server_start" ]; do
+        [ "$tenths" -gt 0 ] || return 1
+        tenths=$((tenths - 1))
+        sleep 0.1
+    done
+}
+
+stop_server() {
+    server_ends TERM 30 || server_ends KILL 20 || return 1
+    rm -f "$run/server"
+}
+
+# write_setting true|false [PID]: readers see the old file or the new one, never a part.
+write_setting() {
+    folder=$root/Library/Preferences
+    (umask 022 && mkdir -p "$folder") && new=$(mktemp "$folder/.RemoteManagement.XXXXXX") || return 1
+    {
+        printf '%s\n' '<?xml version="1.0" encoding="UTF-8"?>' \
+            '<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">' \
+            '<plist version="1.0">' '<dict>' \
+            '	<key>ScreenSharingReqPermEnabled</key>' "	<$1/>"
+        [ -z "${2-}" ] || printf '\t<key>%s</key>\n\t<integer>%s</integer>\n' ScreenSharingServerPid "$2"
+        printf '%s\n' '</dict>' '</plist>'
+    } >"$new" && chmod 644 "$new" && mv -f "$new" "$folder/com.apple.RemoteManagement.plist" && return 0
+    rm -f "$new"
+    return 1
+}
+
+port=$(vnc_port)

@@ -1,0 +1,133 @@
+#!/usr/bin/env bash
+# The three Screen Sharing tools against a real X server and a real VNC server, in a network of their own,
+# so that the VNC port is free and nobody else's server is touched. Argument: the resource folder.
+# Exit status 77 says that something needed is missing here.
+# shellcheck disable=SC2317  # most functions are called by check
+set -u
+tools=$1
+
+if [ "${2-}" != inside ]; then
+    for program in Xvfb x11vnc xdotool gvnccapture unshare setpriv flock ip; do
+        command -v $program >/dev/null || { echo "SKIPPED: $program is missing"; exit 77; }
+    done
+    alone=(unshare -n)
+    [ "$(id -u)" -eq 0 ] || alone+=(-r)
+    "${alone[@]}" true || { echo "SKIPPED: no network namespace can be made here"; exit 77; }
+    exec "${alone[@]}" bash "$0" "$tools" inside
+fi
+
+ip link set lo up
+folder=$(mktemp -d)
+chmod 755 "$folder"
+export ZELVO_ROOT=$folder/root WAYLAND_DISPLAY=wayland-0
+Xvfb -displayfd 3 -screen 0 640x480x24 -nolisten tcp -ac 3>"$folder/display" 2>/dev/null &
+xvfb=$!
+others=()
+trap 'tool disable; kill $xvfb "${others[@]}" 2>/dev/null; wait; rm -rf "$folder"' EXIT
+
+failures=0
+check() { # check TEXT COMMAND...: the command must succeed
+    if "${@:2}"; then echo "ok: $1"; else echo "FAILED: $1"; failures=$((failures + 1)); fi
+}
+refused() { ! "$@"; }
+eventually() { for _ in {1..100}; do "$@" && return; sleep 0.1; done; return 1; }
+
+tool() {
+    case $1 in
+    disconnect) sh "$tools/disconnect-screen-sharing.tool" ;;
+    *) sh "$tools/$1-screen-sharing-and-guess-access.tool" ;;
+    esac </dev/null >"$folder/out" 2>&1
+}
+said() { grep -q "$1" "$folder/out"; }
+setting() { tr -d '\n\t' <"$ZELVO_ROOT/Library/Preferences/com.apple.RemoteManagement.plist" | grep -q "$1"; }
+allows() { setting "ReqPermEnabled</key><true/>.*ServerPid</key><integer>$(server)</integer>"; }
+forbids() { setting '<false/></dict>'; }
+server() { pgrep -x --ns $$ --nslist net screensharingd; }
+servers() { [ "$(server | wc -l)" -eq "$1" ]; }
+listeners() { [ "$(ss -Htln "sport = :5900" | awk '{print $4}')" = "$1" ]; }
+viewers() { [ "$(ss -Htn state established 'sport = :5900' | wc -l)" -eq "$1" ]; }
+question() { xdotool search --onlyvisible --name '^new x11vnc client$' 2>/dev/null; }
+answer() { eventually question >/dev/null && xdotool key --window "$(question)" "$1" 2>/dev/null; }
+capture() { timeout 20 gvnccapture 127.0.0.1:0 "$folder/screen.png" >/dev/null 2>&1; }
+
+eventually test -s "$folder/display"
+DISPLAY=:$(cat "$folder/display")
+export DISPLAY
+
+env -u WAYLAND_DISPLAY x11vnc -norc -nopw -localhost -forever >/dev/null 2>&1 &
+foreign=$!
+others+=("$foreign")
+eventually listeners $'127.0.0.1:5900\n[::1]:5900'
+check "a server started by hand is not ours to publish" refused tool enable
+check "  and the reason is given" said 'already listens on port 5900'
+check "  and viewers may not ask" forbids
+tool disable
+check "  and it is left running" kill -0 $foreign
+kill $foreign
+eventually listeners ''
+
+check "a display that is not there" refused env DISPLAY=:999 sh "$tools/enable-screen-sharing-and-guess-access.tool"
+check "  leaves nothing behind" servers 0
+check "  and viewers may not ask" forbids
+
+tool enable &
+first=$!
+sh "$tools/enable-screen-sharing-and-guess-access.tool" >/dev/null
+check "two enable tools at once both succeed" wait $first
+check "  with one server" servers 1
+check "  on the IPv4 wildcard address and nowhere else" listeners 0.0.0.0:5900
+check "  that is named by the setting" allows
+ours=$(server)
+
+capture &
+viewer=$!
+answer n
+check "no: the viewer gets nothing" refused wait $viewer
+capture &
+viewer=$!
+answer y
+check "yes: the viewer gets the screen" wait $viewer
+check "  whole" grep -q '640 x 480' <(file "$folder/screen.png")
+
+exec 4<>/dev/tcp/127.0.0.1/5900
+printf 'RFB 003.008\n\1\1' >&4
+answer y
+sleep 0.5
+exec 5<>/dev/tcp/127.0.0.1/5900
+eventually question >/dev/null
+check "one viewer is in and one is being asked about" viewers 2
+check "disconnect" tool disconnect
+check "  ends both" viewers 0
+check "  and the question" refused question
+check "  and leaves the server up" test "$(server)" = "$ours"
+exec 4>&- 5>&-
+check "enable finds its own server" tool enable
+check "  and keeps it" test "$(server)" = "$ours"
+
+kill -STOP "$ours"
+check "disable ends even a server that hangs" tool disable
+check "  wholly" servers 0
+check "  with its port" listeners ''
+check "  and viewers may not ask" forbids
+check "disconnect with Screen Sharing off is refused" refused tool disconnect
+
+tool enable
+sed -i "1s/.*/$xvfb/" "$ZELVO_ROOT/run/server"
+tool disable
+check "a process that got a former server's number is not ended" kill -0 $xvfb
+kill "$(server)"
+eventually servers 0
+
+if [ "$(id -u)" -eq 0 ] && setpriv --reuid nobody --clear-groups true 2>/dev/null; then
+    export ZELVO_USER=nobody
+    check "root switches on for the user who asked" tool enable
+    check "  as that user" test "$(ps -o user= -p "$(server)")" = nobody
+    exec 5<>/dev/tcp/127.0.0.1/5900
+    eventually question >/dev/null
+    check "  and disconnects" tool disconnect
+    check "  and off again" tool disable
+    check "  wholly" servers 0
+else
+    echo "SKIPPED: no second user here"
+fi
+exit $((failures > 0))
