@@ -39,6 +39,8 @@ class RecordingPeer : public platform::UrlSession {
     /// Answers nothing until `release`.
     void hold(bool held) { held_ = held; }
     void release();
+    /// Drops what is held, unanswered.
+    void drop() { waiting_.clear(); }
 
     std::vector<std::string> endpoints() const;
     std::size_t count(const std::string& endpoint) const;

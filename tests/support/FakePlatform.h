@@ -12,8 +12,11 @@ namespace zelvo::test {
 /// it.
 struct FakePlatform {
     FakePlatform() = default;
-    /// What still waits in the queue is dropped while the services are there.
-    ~FakePlatform() { loop.close(); }
+    /// What still waits is dropped while the services are there.
+    ~FakePlatform() {
+        loop.close();
+        peer.drop();
+    }
 
     /// Screen Sharing as the core sees it: listening, and asking before it lets a viewer in.
     void screenSharing(bool on) {
