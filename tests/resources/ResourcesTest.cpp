@@ -1,0 +1,104 @@
+#include <gtest/gtest.h>
+#include <xkbcommon/xkbcommon.h>
+
+#include <filesystem>
+#include <map>
+#include <set>
+#include <string>
+
+#include "platform/linux/PlistReader.h"
+
+namespace zelvo::platform {
+namespace {
+
+const std::string resources = ZELVO_RESOURCES;
+const std::vector<std::string> languages = {"en", "de", "fr", "es", "zh-Hans"};
+
+PropertyList::Dictionary read(const std::string& name) {
+    auto dictionary = PlistReader("/nowhere").dictionaryWithContentsOfFile(resources + "/" + name);
+    EXPECT_TRUE(dictionary) << name << " cannot be read";
+    return dictionary.value_or(PropertyList::Dictionary());
+}
+
+int objects(const std::string& format) {
+    int count = 0;
+    for (auto at = format.find("%@"); at != std::string::npos; at = format.find("%@", at + 2))
+        ++count;
+    return count;
+}
+
+TEST(KeyboardTable, EveryEntryIsAKeysymThatTheKeyboardLibraryKnows) {
+    std::map<std::int64_t, std::string> names;
+    for (const auto& [name, entry] : read("KeycodeToKeysym.plist")) {
+        ASSERT_TRUE(entry.find("keycode") && entry.find("keysym")) << name;
+        auto keyCode = *entry.find("keycode")->integer();
+        EXPECT_TRUE(names.emplace(keyCode, name).second) << "two entries for key code " << keyCode;
+        EXPECT_EQ(*entry.find("keysym")->integer(),
+                  xkb_keysym_from_name(name.c_str(), XKB_KEYSYM_NO_FLAGS))
+            << name;
+    }
+    // Key codes that no key of an ANSI, ISO or JIS keyboard has, and fn, which has no keysym.
+    const std::set<std::int64_t> unused = {52, 63, 66, 68, 70, 77, 108, 112, 127};
+    for (std::int64_t keyCode = 0; keyCode < 128; ++keyCode)
+        EXPECT_NE(names.contains(keyCode), unused.contains(keyCode)) << "key code " << keyCode;
+    // Keys whose place betrays a row that has slipped.
+    EXPECT_EQ(names[0], "a");
+    EXPECT_EQ(names[6], "z");
+    EXPECT_EQ(names[10], "section");
+    EXPECT_EQ(names[29], "0");
+    EXPECT_EQ(names[36], "Return");
+    EXPECT_EQ(names[49], "space");
+    EXPECT_EQ(names[53], "Escape");
+    EXPECT_EQ(names[64], "F17");
+    EXPECT_EQ(names[76], "KP_Enter");
+    EXPECT_EQ(names[92], "KP_9");
+    EXPECT_EQ(names[104], "Hiragana_Katakana");
+    EXPECT_EQ(names[122], "F1");
+    EXPECT_EQ(names[126], "Up");
+}
+
+TEST(DefaultHotKeys, EveryFileHoldsForwardedHotKeysWithKeysOfTheKeyboardTable) {
+    std::set<std::int64_t> keyCodes;
+    for (const auto& [name, entry] : read("KeycodeToKeysym.plist"))
+        keyCodes.insert(*entry.find("keycode")->integer());
+    for (std::string version : {"12.0", "13.0", "22.4", "24.4", "41.0"}) {
+        auto file = read("com.apple.symbolichotkeys." + version + ".plist");
+        const auto* hotKeys = file["AppleSymbolicHotKeys"].dictionary();
+        ASSERT_TRUE(hotKeys && !hotKeys->empty()) << version;
+        for (const auto& [number, hotKey] : *hotKeys) {
+            EXPECT_TRUE((std::set<std::string>{"32", "33", "79", "81", "64"}.contains(number)));
+            const auto* parameters = hotKey.find("value")->find("parameters")->array();
+            ASSERT_TRUE(parameters && parameters->size() == 3) << version << " " << number;
+            // A character would be looked up in the keyboard table as if it were a key code.
+            EXPECT_EQ(parameters->at(0).int32Reading(), 65535) << version << " " << number;
+            EXPECT_TRUE(keyCodes.contains(parameters->at(1).int32Reading()));
+            EXPECT_NE(parameters->at(2).int32Reading(), 0) << "no modifier";
+        }
+    }
+}
+
+TEST(StringTables, AllLanguagesHaveTheSameKeysAndObjects) {
+    auto english = read("en.lproj/Localizable.strings");
+    for (const auto& language : languages) {
+        auto table = read(language + ".lproj/Localizable.strings");
+        for (const auto& [key, text] : english) {
+            ASSERT_TRUE(table.contains(key)) << language << " lacks \"" << key << "\"";
+            EXPECT_NE(*table[key].string(), "") << language << ": " << key;
+            EXPECT_EQ(objects(*table[key].string()), objects(*text.string()))
+                << language << ": " << key;
+        }
+        EXPECT_EQ(table.size(), english.size()) << language << " has keys that English lacks";
+        for (const auto* page : {"HELP_PAGE_GENERAL", "HELP_PAGE_ROUTER"})
+            EXPECT_TRUE(std::filesystem::exists(resources + "/" + *table[page].string()))
+                << language << ": " << page;
+    }
+    EXPECT_EQ(objects(*english["Version Info"].string()), 1);
+    // Scripts read the rows in English.
+    for (const auto* row :
+         {"Applying Port Mapping...", "Port Mapping Error:", "Port Mapping Successful.",
+          "Waiting for connection...", "Connection established."})
+        EXPECT_EQ(*english[row].string(), row);
+}
+
+}  // namespace
+}  // namespace zelvo::platform
