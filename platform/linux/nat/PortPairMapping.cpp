@@ -1,0 +1,288 @@
+#include "platform/linux/nat/PortPairMapping.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+
+namespace zelvo::platform {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/// Nobody waits longer than this for a first outcome.
+constexpr auto Patience = 10s;
+/// How long one protocol has the router for itself after it has asked.
+constexpr auto Turn = 1s;
+constexpr auto FirstRetryPause = 30s;
+constexpr auto LongestRetryPause = 300s;
+
+using Phase = RouterMapping::Phase;
+
+std::string transportText(const PortGrant& grant) {
+    return grant.tcp && grant.udp ? "TCP and UDP" : grant.tcp ? "TCP" : "UDP";
+}
+
+/// The more an answer says, the more it counts: a refusal above ignorance, both above silence.
+std::int32_t moreTelling(std::int32_t code, NatFailure failure) {
+    if (failure == NatFailure::Refused || code == NatErrorPortMappingDisabled) {
+        return NatErrorPortMappingDisabled;
+    }
+    if (failure == NatFailure::Unsupported || code == NatErrorPortMappingUnsupported) {
+        return NatErrorPortMappingUnsupported;
+    }
+    return NatErrorTimeout;
+}
+
+bool isEnding(const RouterMapping& mapping) {
+    return mapping.phase() == Phase::Releasing || mapping.phase() == Phase::Over;
+}
+
+}  // namespace
+
+PortPairMapping::PortPairMapping(const NatNetwork& network, Log& log, const PortWish& wish,
+                                 Make make, Reply reply)
+    : network_(network),
+      log_(log),
+      wish_(wish),
+      make_(std::move(make)),
+      reply_(std::move(reply)),
+      retryAt_(network.now()),
+      retryPause_(FirstRetryPause) {}
+
+void PortPairMapping::advance() {
+    const NatTime now = network_.now();
+    const auto wakeDue = [now](const Candidate& candidate) {
+        if (candidate.mapping && candidate.mapping->nextWake() <= now) {
+            candidate.mapping->wake();
+        }
+    };
+    std::for_each(candidates_.begin(), candidates_.end(), wakeDue);
+    std::for_each(leaving_.begin(), leaving_.end(), wakeDue);
+    wakeDue(winner_);
+    reviewLeaving();
+    if (state_ == State::Mapped) {
+        reviewWinner();
+    }
+    if (state_ == State::Waiting && retryAt_ <= now) {
+        seek();
+    }
+    if (state_ == State::Seeking) {
+        reviewCandidates();
+    }
+}
+
+void PortPairMapping::routerChanged() {
+    if (state_ == State::Closing) {
+        return;
+    }
+    dismissAll();
+    retryPause_ = FirstRetryPause;
+    state_ = State::Waiting;
+    retryAt_ = network_.now();
+}
+
+void PortPairMapping::check() {
+    if (state_ == State::Mapped) {
+        winner_.mapping->check();
+    } else if (state_ == State::Waiting) {
+        retryAt_ = network_.now();
+    }
+}
+
+void PortPairMapping::close() {
+    dismissAll();
+    state_ = State::Closing;
+}
+
+NatTime PortPairMapping::nextWake() const {
+    NatTime next = state_ == State::Waiting ? retryAt_ : Never;
+    const auto consider = [&next](const Candidate& candidate) {
+        if (candidate.mapping) {
+            next = std::min(next, candidate.mapping->nextWake());
+        }
+    };
+    std::for_each(candidates_.begin(), candidates_.end(), consider);
+    std::for_each(leaving_.begin(), leaving_.end(), consider);
+    consider(winner_);
+    if (state_ == State::Seeking) {
+        next = std::min(next, deadline_);
+        const bool somebodyWaits = std::any_of(
+            candidates_.begin(), candidates_.end(),
+            [](const Candidate& candidate) { return candidate.mapping->phase() == Phase::Ready; });
+        next = somebodyWaits ? std::min(next, nextTurn_) : next;
+    }
+    return next;
+}
+
+void PortPairMapping::seek() {
+    state_ = State::Seeking;
+    failureCode_ = NatErrorNone;
+    deadline_ = network_.now() + Patience;
+    nextTurn_ = network_.now();
+    for (auto& mapping : make_(wish_)) {
+        candidates_.push_back({std::move(mapping)});
+    }
+    if (candidates_.empty()) {
+        failureCode_ = NatErrorNoRouter;
+        say("there is no router");
+    }
+}
+
+void PortPairMapping::reviewCandidates() {
+    for (std::size_t index = 0; index < candidates_.size();) {
+        RouterMapping& mapping = *candidates_[index].mapping;
+        if (mapping.phase() == Phase::Mapped) {
+            win(index);
+            return;
+        }
+        if (isEnding(mapping)) {
+            noteFailure(mapping);
+            lose(std::move(candidates_[index]));
+            candidates_.erase(candidates_.begin() + static_cast<std::ptrdiff_t>(index));
+        } else {
+            ++index;
+        }
+    }
+    if (network_.now() >= deadline_) {
+        for (Candidate& candidate : candidates_) {
+            noteFailure(*candidate.mapping);
+            lose(std::move(candidate));
+        }
+        candidates_.clear();
+    }
+    if (candidates_.empty()) {
+        conclude();
+    } else {
+        giveTurn();
+    }
+}
+
+void PortPairMapping::giveTurn() {
+    const NatTime now = network_.now();
+    const bool somebodyAsks = std::any_of(
+        candidates_.begin(), candidates_.end(),
+        [](const Candidate& candidate) { return candidate.mapping->phase() == Phase::Asking; });
+    if (somebodyAsks && now < nextTurn_) {
+        return;
+    }
+    for (Candidate& candidate : candidates_) {
+        if (candidate.mapping->phase() == Phase::Ready) {
+            nextTurn_ = now + Turn;
+            candidate.asked = true;
+            candidate.mapping->ask();
+            return;
+        }
+    }
+}
+
+void PortPairMapping::reviewWinner() {
+    if (isEnding(*winner_.mapping)) {
+        say(std::string(winner_.mapping->protocol()) +
+            " lost the mapping: " + winner_.mapping->lastWord());
+        lose(std::move(winner_));
+        seek();
+        return;
+    }
+    const PortGrant& grant = winner_.mapping->grant();
+    if (grant.externalAddress != reported_.externalAddress ||
+        grant.externalPort != reported_.externalPort) {
+        report();
+    }
+}
+
+void PortPairMapping::reviewLeaving() {
+    for (std::size_t index = 0; index < leaving_.size();) {
+        const Candidate& candidate = leaving_[index];
+        if (candidate.mapping->phase() != Phase::Over) {
+            ++index;
+            continue;
+        }
+        if (candidate.asked) {
+            say(std::string(candidate.mapping->protocol()) +
+                (candidate.mapping->withdrawn()
+                     ? " has withdrawn the mapping of port "
+                     : ": the router has not confirmed the withdrawal of port ") +
+                std::to_string(wish_.internalPort));
+        }
+        const bool mayHaveTakenOurs = candidate.asked && state_ == State::Mapped;
+        leaving_.erase(leaving_.begin() + static_cast<std::ptrdiff_t>(index));
+        if (mayHaveTakenOurs) {
+            // Two protocols of one router share one table.
+            winner_.mapping->check();
+        }
+    }
+}
+
+void PortPairMapping::win(std::size_t index) {
+    winner_ = std::move(candidates_[index]);
+    candidates_.erase(candidates_.begin() + static_cast<std::ptrdiff_t>(index));
+    for (Candidate& candidate : candidates_) {
+        lose(std::move(candidate));
+    }
+    candidates_.clear();
+    state_ = State::Mapped;
+    retryPause_ = FirstRetryPause;
+    report();
+}
+
+void PortPairMapping::lose(Candidate candidate) {
+    candidate.mapping->release();
+    if (candidate.mapping->phase() != Phase::Over || candidate.asked) {
+        leaving_.push_back(std::move(candidate));
+    }
+}
+
+void PortPairMapping::noteFailure(const RouterMapping& mapping) {
+    const bool spoke = isEnding(mapping);
+    failureCode_ = moreTelling(failureCode_, spoke ? mapping.failure() : NatFailure::Silent);
+    say(std::string(mapping.protocol()) + ": " +
+        (spoke ? mapping.lastWord() : "the router does not answer"));
+}
+
+void PortPairMapping::conclude() {
+    state_ = State::Waiting;
+    retryAt_ = network_.now() + retryPause_;
+    retryPause_ = std::min(retryPause_ * 2, std::chrono::seconds(LongestRetryPause));
+    reported_ = {};
+    NatPortMappingReply reply;
+    reply.errorCode = failureCode_;
+    reply.protocol = (wish_.tcp ? NatProtocolTcp : 0) | (wish_.udp ? NatProtocolUdp : 0);
+    reply.internalPort = htons(wish_.internalPort);
+    reply_(reply);
+}
+
+void PortPairMapping::dismissAll() {
+    for (Candidate& candidate : candidates_) {
+        lose(std::move(candidate));
+    }
+    candidates_.clear();
+    if (winner_.mapping) {
+        lose(std::move(winner_));
+    }
+}
+
+void PortPairMapping::report() {
+    const PortGrant& grant = winner_.mapping->grant();
+    reported_ = grant;
+    // What is asked for later is what others have been told.
+    wish_.externalPort = grant.externalPort;
+    say(std::string(winner_.mapping->protocol()) + " maps " + transportText(grant) + " port " +
+        std::to_string(grant.externalPort) + " of " + addressText(grant.externalAddress) +
+        " to port " + std::to_string(wish_.internalPort) +
+        (grant.lifetime.count() == 0 ? " until it is withdrawn"
+                                     : " for " + std::to_string(grant.lifetime.count()) + " s"));
+    NatPortMappingReply reply;
+    reply.externalAddress = htonl(grant.externalAddress);
+    reply.protocol = (grant.tcp ? NatProtocolTcp : 0) | (grant.udp ? NatProtocolUdp : 0);
+    reply.internalPort = htons(wish_.internalPort);
+    reply.externalPort = htons(grant.externalPort);
+    reply.ttl = static_cast<std::uint32_t>(grant.lifetime.count());
+    reply_(reply);
+}
+
+void PortPairMapping::say(const std::string& text) {
+    log_.line("Port mapping: " + text);
+}
+
+}  // namespace zelvo::platform

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/Log.h"
+#include "platform/NatPortMapping.h"
+#include "platform/linux/nat/NatNetwork.h"
+#include "platform/linux/nat/RouterMapping.h"
+
+namespace zelvo::platform {
+
+/// One open request: keeps one port pair mapped, by whichever protocol the router speaks. All are
+/// probed side by side; the first that is answered asks for the mapping, and the next only when it
+/// is refused or dawdles, so that one router seldom maps a port twice over. `advance` is called
+/// after every turn and when `nextWake` has come.
+class PortPairMapping {
+  public:
+    /// One conversation for each protocol, freshly begun; none where there is no router.
+    using Make = std::function<std::vector<std::unique_ptr<RouterMapping>>(const PortWish&)>;
+    using Reply = std::function<void(const NatPortMappingReply&)>;
+
+    /// `reply` hears the first outcome, and each later change.
+    PortPairMapping(const NatNetwork& network, Log& log, const PortWish& wish, Make make,
+                    Reply reply);
+
+    void advance();
+    /// Another router, or another address of this host: begins anew, and withdraws the old.
+    void routerChanged();
+    /// The router may have forgotten, or the host has slept.
+    void check();
+    /// Withdraws. Brings no further reply.
+    void close();
+
+    bool isClosed() const { return state_ == State::Closing && leaving_.empty(); }
+    NatTime nextWake() const;
+    std::uint16_t internalPort() const { return wish_.internalPort; }
+
+  private:
+    enum class State : std::uint8_t { Seeking, Mapped, Waiting, Closing };
+
+    struct Candidate {
+        std::unique_ptr<RouterMapping> mapping;
+        bool asked = false;
+    };
+
+    void seek();
+    void reviewCandidates();
+    void reviewWinner();
+    void reviewLeaving();
+    void giveTurn();
+    void win(std::size_t index);
+    void lose(Candidate candidate);
+    void noteFailure(const RouterMapping& mapping);
+    void conclude();
+    void dismissAll();
+    void report();
+    void say(const std::string& text);
+
+    const NatNetwork& network_;
+    Log& log_;
+    PortWish wish_;
+    Make make_;
+    Reply reply_;
+    State state_ = State::Waiting;
+    std::vector<Candidate> candidates_;
+    /// Set in State::Mapped.
+    Candidate winner_;
+    /// What is being withdrawn.
+    std::vector<Candidate> leaving_;
+    PortGrant reported_;
+    NatTime deadline_ = Never;
+    NatTime nextTurn_ = Never;
+    NatTime retryAt_;
+    std::chrono::seconds retryPause_;
+    std::int32_t failureCode_ = NatErrorNone;
+};
+
+}  // namespace zelvo::platform
