@@ -51,7 +51,8 @@ class Reset {
 
 std::unique_ptr<LinkStore> LinkStore::open(const std::string& file, std::string& error) {
     std::unique_ptr<LinkStore> store(new LinkStore);
-    if (store->openFile(file) && store->prepareTable() && store->prepareStatements())
+    if (store->openFile(file) && store->prepareTable() && store->makeDurable() &&
+        store->prepareStatements())
         return store;
     error = store->trouble_.empty() ? sqlite3_errmsg(store->database_.get()) : store->trouble_;
     return nullptr;
@@ -112,9 +113,7 @@ bool LinkStore::openFile(const std::string& file) {
     auto condition = value("PRAGMA quick_check(1)");
     if (condition && *condition != "ok")
         trouble_ = "damaged: " + *condition;
-    // With a write-ahead log, only FULL brings every commit to the disk before it returns.
-    return condition && trouble_.empty() && value("PRAGMA journal_mode = WAL") &&
-           execute("PRAGMA synchronous = FULL");
+    return condition && trouble_.empty();
 }
 
 bool LinkStore::execute(const std::string& sql) {
@@ -153,6 +152,11 @@ bool LinkStore::makeTable() {
                factList(" TEXT NOT NULL") + ") WITHOUT ROWID") &&
            execute("PRAGMA application_id = " + std::to_string(ApplicationId)) &&
            execute("PRAGMA user_version = " + std::to_string(LayoutVersion));
+}
+
+bool LinkStore::makeDurable() {
+    // With a write-ahead log, only FULL brings every commit to the disk before it returns.
+    return value("PRAGMA journal_mode = WAL") && execute("PRAGMA synchronous = FULL");
 }
 
 bool LinkStore::prepareStatements() {

@@ -49,6 +49,7 @@ class LinkStore {
     std::optional<std::string> value(const std::string& sql);
     bool prepareTable();
     bool makeTable();
+    bool makeDurable();
     bool prepareStatements();
     Outcome change(SqliteStatement& statement);
     Outcome failed() const;

@@ -1,5 +1,6 @@
 #include <sys/stat.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <span>
@@ -34,7 +35,8 @@ int main(int argc, char** argv) {
         return badUsage;
     }
 
-    umask(S_IRWXG | S_IRWXO);  // the database tells where people's machines are
+    std::signal(SIGPIPE, SIG_IGN);  // a client that is gone is that connection's failure alone
+    umask(S_IRWXG | S_IRWXO);       // the database tells where people's machines are
     auto store = LinkStore::open(options->database, error);
     if (!store)
         return complain(options->database + ": " + error);
@@ -46,7 +48,8 @@ int main(int argc, char** argv) {
     HttpsServer server(tls, endpoints);
     auto port = server.bind(options->address, options->port);
     if (!port)
-        return complain("cannot listen on " + options->origin(options->port));
+        return complain("cannot listen on " + options->address + ", port " +
+                        std::to_string(options->port));
     TerminationSignals signals([&server] { server.stop(); });
 
     std::printf("Service: %s\n", options->origin(*port).c_str());
