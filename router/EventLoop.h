@@ -1,0 +1,49 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+
+#include "router/Descriptor.h"
+
+namespace zelvo::router {
+
+using Clock = std::chrono::steady_clock;
+
+/// epoll(7), level-triggered.
+class EventLoop {
+  public:
+    using Ready = std::function<void(std::uint32_t events)>;
+
+    /// One descriptor's place in the loop. It may be destroyed inside any call of a Ready.
+    class Watch {
+      public:
+        Watch(EventLoop& loop, int descriptor, Ready ready);
+        Watch(const Watch&) = delete;
+        Watch& operator=(const Watch&) = delete;
+        ~Watch();
+
+        /// With no events the descriptor rests: not even its end is told.
+        void setEvents(std::uint32_t events);
+
+      private:
+        EventLoop& loop_;
+        int descriptor_;
+        std::uint64_t id_;
+        std::uint32_t events_ = 0;
+    };
+
+    EventLoop();
+
+    /// Waits until something is ready or the time has come.
+    void turn(Clock::time_point until);
+
+  private:
+    Descriptor epoll_;
+    std::map<std::uint64_t, std::shared_ptr<const Ready>> ready_;
+    std::uint64_t nextId_ = 0;
+};
+
+}  // namespace zelvo::router

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "router/Descriptor.h"
+
+namespace zelvo::router {
+
+/// IPv4, host byte order.
+struct Endpoint {
+    std::uint32_t address = 0;
+    std::uint16_t port = 0;
+
+    friend auto operator<=>(const Endpoint&, const Endpoint&) = default;
+};
+
+std::string text(std::uint32_t address);
+std::string text(const Endpoint& endpoint);
+std::optional<std::uint32_t> parseAddress(const std::string& text);
+
+/// All sockets are non-blocking; an empty descriptor is a failure. Port 0 takes a free one.
+Descriptor openDatagramSocket(const Endpoint& local);
+Descriptor openListener(const Endpoint& local);
+/// Begins to connect; the end shows when it becomes writable.
+Descriptor openConnection(const Endpoint& peer);
+Endpoint localEndpoint(const Descriptor& socket);
+
+}  // namespace zelvo::router
