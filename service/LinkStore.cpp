@@ -164,9 +164,9 @@ bool LinkStore::prepareStatements() {
     std::string marks;
     std::string assignments;
     for (int i = 0; i < FactCount; ++i) {
-        auto mark = "?" + std::to_string(i + 3);
-        marks += ", " + mark;
-        assignments += ", " + std::string(FactNames[i]) + " = " + mark;
+        auto number = std::to_string(i + 3);
+        marks.append(", ?").append(number);
+        assignments.append(", ").append(FactNames[i]).append(" = ?").append(number);
     }
     insert_ = {database, "INSERT INTO links (link, availabilityStatus, " + factList("") +
                              ") VALUES (?1, ?2" + marks + ")"};

@@ -71,7 +71,7 @@ TEST_F(SharingEndpointsTest, ALinkLivesFromCreateToDelete) {
 }
 
 TEST_F(SharingEndpointsTest, RefusesValuesThatTheFieldCannotHave) {
-    auto good = "&" + facts("A") + "&permanentSharedLink=";
+    auto good = std::string("&").append(facts("A")).append("&permanentSharedLink=");
     auto with = [&](const std::string& field, const std::string& value) {
         auto begin = good.find("&" + field + "=") + field.size() + 2;
         return good.substr(1, begin - 1) + value + good.substr(good.find('&', begin));
