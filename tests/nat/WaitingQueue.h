@@ -1,0 +1,55 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+
+#include "platform/MainQueue.h"
+
+namespace zelvo::test {
+
+/// A main queue that the test runs by hand, waiting for what other threads put in.
+class WaitingQueue : public platform::MainQueue {
+  public:
+    void async(std::function<void()> job) override {
+        const std::lock_guard lock(mutex_);
+        jobs_.push_back(std::move(job));
+        changed_.notify_all();
+    }
+    bool isOpen() const override { return true; }
+
+    /// Runs jobs until the condition holds; false when the time is up.
+    bool runUntil(const std::function<bool()>& condition,
+                  std::chrono::milliseconds limit = std::chrono::seconds(15)) {
+        const auto end = std::chrono::steady_clock::now() + limit;
+        std::unique_lock lock(mutex_);
+        while (true) {
+            lock.unlock();
+            const bool holds = condition();
+            lock.lock();
+            if (holds) {
+                return true;
+            }
+            if (!changed_.wait_until(lock, end, [this] { return !jobs_.empty(); })) {
+                return false;
+            }
+            const auto job = std::move(jobs_.front());
+            jobs_.pop_front();
+            lock.unlock();
+            job();
+            lock.lock();
+        }
+    }
+    /// Runs what is there now.
+    void drain() {
+        runUntil([] { return false; }, std::chrono::milliseconds(0));
+    }
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::deque<std::function<void()>> jobs_;
+};
+
+}  // namespace zelvo::test
