@@ -1,0 +1,129 @@
+#include "platform/linux/LinuxPlatform.h"
+
+#include <csignal>
+
+#include "platform/linux/CurlUrlSession.h"
+#include "platform/linux/Environment.h"
+#include "platform/linux/FileUserDefaults.h"
+#include "platform/linux/HostnamedDynamicStore.h"
+#include "platform/linux/InetAddressParser.h"
+#include "platform/linux/InstalledBundle.h"
+#include "platform/linux/KeyboardFileInputSources.h"
+#include "platform/linux/NetlinkSocketTable.h"
+#include "platform/linux/NssServicesDatabase.h"
+#include "platform/linux/OpenSslMessageDigest.h"
+#include "platform/linux/OsReleaseProcessInfo.h"
+#include "platform/linux/PlistReader.h"
+#include "platform/linux/ProcProcessTable.h"
+#include "platform/linux/SysfsHardwareRegistry.h"
+#include "platform/linux/SystemAuthorization.h"
+#include "platform/linux/SystemLog.h"
+#include "platform/linux/SystemRandom.h"
+#include "platform/linux/nat/RouterPortMapping.h"
+
+namespace zelvo::platform {
+
+struct LinuxPlatform::Services {
+    explicit Services(MainQueue& queue) : mainQueue(queue), environment(Environment::ofProcess()) {}
+
+    MainQueue& mainQueue;
+    Environment environment;
+    SystemLog log;
+
+    HostnamedDynamicStore dynamicStore{mainQueue, log};
+    SysfsHardwareRegistry hardware;
+    NssServicesDatabase services;
+    NetlinkSocketTable sockets;
+    ProcProcessTable processes;
+    OsReleaseProcessInfo processInfo;
+    KeyboardFileInputSources inputSources;
+    SystemRandom random;
+    OpenSslMessageDigest digest;
+    InetAddressParser addresses;
+
+    PlistReader propertyLists{environment.systemRoot};
+    FileUserDefaults userDefaults{
+        environment.configHome.empty() ? "" : environment.configHome + "/zelvo", log};
+    InstalledBundle bundle{{.executableFolder = "",
+                            .languages = environment.languages,
+                            .dataHome = environment.dataHome},
+                           propertyLists};
+
+    CurlUrlSession urlSession{mainQueue, {.certificateFile = environment.certificateFile}};
+    RouterPortMapping natPortMapping{mainQueue, log, {.router = environment.router}};
+
+    SystemAuthorization authorization{{.asSelf = environment.authorizesItself}};
+};
+
+LinuxPlatform::LinuxPlatform(MainQueue& mainQueue) {
+    ::signal(SIGPIPE, SIG_IGN);
+    services_ = std::make_unique<Services>(mainQueue);
+    for (const auto& complaint : services_->environment.complaints)
+        services_->log.line(complaint);
+}
+
+LinuxPlatform::~LinuxPlatform() = default;
+
+const Environment& LinuxPlatform::environment() const {
+    return services_->environment;
+}
+SystemLog& LinuxPlatform::log() {
+    return services_->log;
+}
+
+DynamicStore& LinuxPlatform::dynamicStore() {
+    return services_->dynamicStore;
+}
+HardwareRegistry& LinuxPlatform::hardware() {
+    return services_->hardware;
+}
+ServicesDatabase& LinuxPlatform::services() {
+    return services_->services;
+}
+SocketTable& LinuxPlatform::sockets() {
+    return services_->sockets;
+}
+ProcessTable& LinuxPlatform::processes() {
+    return services_->processes;
+}
+ProcessInfo& LinuxPlatform::processInfo() {
+    return services_->processInfo;
+}
+TextInputSources& LinuxPlatform::inputSources() {
+    return services_->inputSources;
+}
+Random& LinuxPlatform::random() {
+    return services_->random;
+}
+MessageDigest& LinuxPlatform::digest() {
+    return services_->digest;
+}
+AddressParser& LinuxPlatform::addresses() {
+    return services_->addresses;
+}
+
+PropertyListReader& LinuxPlatform::propertyLists() {
+    return services_->propertyLists;
+}
+UserDefaults& LinuxPlatform::userDefaults() {
+    return services_->userDefaults;
+}
+Bundle& LinuxPlatform::bundle() {
+    return services_->bundle;
+}
+
+UrlSession& LinuxPlatform::urlSession() {
+    return services_->urlSession;
+}
+std::string LinuxPlatform::sharingServiceOrigin() const {
+    return services_->environment.serviceOrigin;
+}
+NatPortMapping& LinuxPlatform::natPortMapping() {
+    return services_->natPortMapping;
+}
+
+Authorization& LinuxPlatform::authorization() {
+    return services_->authorization;
+}
+
+}  // namespace zelvo::platform
