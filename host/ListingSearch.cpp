@@ -20,10 +20,11 @@ std::size_t findIn(std::string_view text, std::string_view needle, std::size_t f
     for (; from + Block + last <= text.size(); from += Block) {
         const char* at = text.data() + from;
         unsigned char candidates = 0;
-        for (std::size_t i = 0; i < Block; ++i)
-            candidates |= static_cast<unsigned char>((at[i] == needle[0]) &
-                                                     (at[i + middle] == needle[middle]) &
-                                                     (at[i + last] == needle[last]));
+        for (std::size_t i = 0; i < Block; ++i) {
+            auto difference = (at[i] ^ needle[0]) | (at[i + middle] ^ needle[middle]) |
+                              (at[i + last] ^ needle[last]);
+            candidates |= static_cast<unsigned char>(difference == 0);
+        }
         if (candidates == 0)
             continue;
         auto found = text.substr(from, Block + last).find(needle);

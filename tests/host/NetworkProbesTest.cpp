@@ -1,0 +1,136 @@
+#include <gtest/gtest.h>
+#include <regex.h>
+
+#include <random>
+#include <sstream>
+
+#include "host/KVSystemInformation.h"
+#include "host/ListingSearch.h"
+#include "tests/support/FakePlatform.h"
+
+namespace zelvo {
+namespace {
+
+using platform::PropertyList;
+using Dictionary = PropertyList::Dictionary;
+using Facts = KVSystemInformation;
+
+/// A POSIX basic regular expression.
+class Pattern {
+  public:
+    explicit Pattern(const char* text) { EXPECT_EQ(regcomp(&compiled_, text, REG_NOSUB), 0); }
+    ~Pattern() { regfree(&compiled_); }
+    bool matches(const std::string& line) const {
+        return regexec(&compiled_, line.c_str(), 0, nullptr, 0) == 0;
+    }
+
+  private:
+    regex_t compiled_{};
+};
+
+struct NetworkProbesTest : testing::Test {
+    bool listening(const std::string& listing) {
+        host.sockets.listing = listing;
+        return Facts::isListeningOnPort(host.sockets, host.log, 5900);
+    }
+    bool established(const std::string& listing) {
+        host.sockets.listing = listing;
+        return Facts::establishedConnectionOnPort(host.sockets, host.log, 5900);
+    }
+    test::FakePlatform host;
+};
+
+TEST_F(NetworkProbesTest, ListeningNeedsTheWildcardAddressAndExactlyThePort) {
+    EXPECT_TRUE(listening("tcp4 0 0 *.22 *.* LISTEN\ntcp46 0 0 *.5900 *.* LISTEN\n"));
+    EXPECT_EQ(host.sockets.lastFamily, platform::SocketFamily::IPv4);
+    for (const char* line : {"tcp4 0 0 127.0.0.1.5900 *.* LISTEN\n", "tcp4 0 0 *.59000 *.* LISTEN",
+                             "tcp4 0 0 *.5900 *.* CLOSED\nLISTEN", "LISTEN *.5900\n ", ""})
+        EXPECT_FALSE(listening(line)) << line;
+}
+
+TEST_F(NetworkProbesTest, EstablishedIsLoose) {
+    EXPECT_TRUE(established("tcp4 0 0 10.0.0.1.15900 10.0.0.2.40000 ESTABLISHED"));
+    EXPECT_TRUE(established("tcp6 0 0 fe80::1.1 fe80::2.59001 ESTABLISHED\n"));
+    EXPECT_EQ(host.sockets.lastFamily, platform::SocketFamily::Any);
+    for (const char* line : {"tcp4 0 0 10.0.0.1.5900 10.0.0.2.4 TIME_WAIT\nx ESTABLISHED\n",
+                             "x\n5900 ESTABLISHED", "ESTABLISHED .5900"})
+        EXPECT_FALSE(established(line)) << line;
+}
+
+TEST_F(NetworkProbesTest, AListingThatCannotBeTakenAnswersNo) {
+    host.sockets.failure = "no table";
+    EXPECT_FALSE(listening("*.5900 LISTEN"));
+    EXPECT_FALSE(established(".5900 ESTABLISHED"));
+    EXPECT_EQ(host.log.lines,
+              (std::vector<std::string>{"Exception: no table", "Exception: no table"}));
+}
+
+TEST_F(NetworkProbesTest, SearchesAgreeWithTheirPatternsOnRandomListings) {
+    std::mt19937 random(20);
+    const std::vector<std::string> pieces{"*",      ".",           "5",   "9",  " ",
+                                          "\t",     "*.59 ",       ".59", "59", "tcp4 0 0",
+                                          "LISTEN", "ESTABLISHED", "\n",  "\n"};
+    const Pattern listener(R"(\*.59[[:space:]])");
+    const Pattern connection(".59.*ESTABLISHED");
+    int positive = 0;
+    for (int round = 0; round < 1000; ++round) {
+        std::string listing;
+        for (auto count = random() % 60; count > 0; --count)
+            listing += pieces[random() % pieces.size()];
+        bool listens = false;
+        bool connected = false;
+        std::istringstream lines(listing);
+        for (std::string line; std::getline(lines, line);) {
+            listens |= listener.matches(line) && line.find("LISTEN") != std::string::npos;
+            connected |= connection.matches(line);
+        }
+        ASSERT_EQ(listsWildcardListener(listing, 59), listens) << listing;
+        ASSERT_EQ(listsEstablishedConnection(listing, 59), connected) << listing;
+        positive += listens && connected;
+    }
+    EXPECT_GT(positive, 50) << "the listings hold too little";
+}
+
+TEST_F(NetworkProbesTest, SshPortTakesOnlyNumbersInRange) {
+    auto port = [this] { return Facts::sshdListeningPort(host.propertyLists, host.services); };
+    EXPECT_EQ(port(), 22);
+    host.services.ports = {{"ssh", 2022}, {"70000", 7}};
+    const std::vector<std::pair<PropertyList, int>> cases{
+        {"ssh", 2022}, {"2222", 2222}, {65535, 65535}, {70000, 22},
+        {"70000", 7},  {-1, 22},       {0, 22},        {PropertyList::Array{}, 22}};
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        Dictionary listeners{{"SockServiceName", cases[i].first}};
+        host.propertyLists.files["/System/Library/LaunchDaemons/ssh.plist"] =
+            Dictionary{{"Sockets", Dictionary{{"Listeners", listeners}}}};
+        EXPECT_EQ(port(), cases[i].second) << "case " << i;
+    }
+}
+
+TEST_F(NetworkProbesTest, DerivedProbesAskForTheServicesPorts) {
+    auto answers = [this] {
+        return std::vector<bool>{
+            Facts::isRemoteLoginEnabled(host.sockets, host.propertyLists, host.services, host.log),
+            Facts::isScreenSharingRunning(host.sockets, host.services, host.log),
+            Facts::screenSharingConnectionEstablished(host.sockets, host.services, host.log)};
+    };
+    host.sockets.listing = "*.5900 LISTEN\n1.5999 ESTABLISHED\n";
+    EXPECT_EQ(answers(), (std::vector<bool>{false, true, false}));
+    host.services.ports["vnc-server"] = 5999;
+    EXPECT_EQ(answers(), (std::vector<bool>{false, false, true}));
+    host.services.ports["ssh"] = 5900;
+    host.propertyLists.files["/System/Library/LaunchDaemons/ssh.plist"] =
+        Dictionary{{"Sockets", Dictionary{{"Listeners", Dictionary{{"SockServiceName", "ssh"}}}}}};
+    EXPECT_EQ(answers(), (std::vector<bool>{true, false, true}));
+}
+
+TEST_F(NetworkProbesTest, RequestPermissionSetting) {
+    auto enabled = [this] { return Facts::isScreenSharingReqPermEnabled(host.propertyLists); };
+    EXPECT_FALSE(enabled());
+    host.screenSharing(true);
+    EXPECT_TRUE(enabled());
+    host.screenSharing(false);
+    EXPECT_FALSE(enabled());
+}
+
+}  // namespace
+}  // namespace zelvo
