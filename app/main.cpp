@@ -1,0 +1,77 @@
+#include <QApplication>
+
+#include "app/AppDelegate.h"
+#include "app/KVView.h"
+#include "platform/linux/LinuxPlatform.h"
+#include "platform/linux/SystemLog.h"
+#include "platform/qt/CommandLine.h"
+#include "platform/qt/MainWindow.h"
+#include "platform/qt/QtDesktop.h"
+#include "platform/qt/QtMainLoop.h"
+#include "platform/qt/RowPrinter.h"
+
+using namespace zelvo;
+using namespace zelvo::platform;
+
+namespace {
+
+template <typename FrontEnd>
+Platform assemble(QtMainLoop& loop, LinuxPlatform& system, FrontEnd& frontEnd) {
+    return {.mainQueue = loop,
+            .runLoop = loop,
+            .log = system.log(),
+            .dynamicStore = system.dynamicStore(),
+            .hardware = system.hardware(),
+            .services = system.services(),
+            .sockets = system.sockets(),
+            .processes = system.processes(),
+            .processInfo = system.processInfo(),
+            .inputSources = system.inputSources(),
+            .random = system.random(),
+            .digest = system.digest(),
+            .addresses = system.addresses(),
+            .propertyLists = system.propertyLists(),
+            .userDefaults = system.userDefaults(),
+            .bundle = system.bundle(),
+            .urlSession = system.urlSession(),
+            .sharingServiceOrigin = system.sharingServiceOrigin(),
+            .natPortMapping = system.natPortMapping(),
+            .application = frontEnd.application,
+            .alerts = frontEnd.alerts,
+            .windowSystem = frontEnd.windowSystem,
+            .sharingServicePicker = frontEnd.sharingServicePicker,
+            .pasteboard = frontEnd.pasteboard,
+            .workspace = frontEnd.workspace,
+            .authorization = system.authorization(),
+            .feedback = frontEnd.feedback};
+}
+
+int runInWindow(int& argc, char** argv) {
+    QtDesktop::prepareProcess();
+    QApplication application(argc, argv);
+    QtMainLoop loop;
+    LinuxPlatform system(loop);
+    QtDesktop desktop(loop, system.bundle());
+    AppDelegate controller(assemble(loop, system, desktop));
+    RowPrinter rows(controller);
+
+    auto* content = new KVView;
+    MainWindow window(content,
+                      {controller, controller, desktop.application, system.bundle(), loop});
+    controller.setWindow(&window);
+    controller.setShareButton(&window.shareButton());
+    controller.setContainerView(content);
+    desktop.attach(window, controller);
+
+    window.show();
+    loop.async([&] { controller.applicationDidFinishLaunching(); });
+    return loop.run();
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    if (auto status = answerCommandLine(argc, argv))
+        return *status;
+    return runInWindow(argc, argv);
+}

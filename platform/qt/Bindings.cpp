@@ -1,0 +1,141 @@
+#include "platform/qt/Bindings.h"
+
+#include <QAccessible>
+#include <QLabel>
+#include <QObject>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/Bundle.h"
+#include "platform/MainWindowModel.h"
+#include "platform/qt/StatusTexts.h"
+
+namespace zelvo::platform {
+
+namespace {
+
+using Model = MainWindowModel;
+using Write = std::function<void(const QVariant&)>;
+
+struct Source {
+    Model& model;
+    const Bundle& bundle;
+};
+
+/// Tells a property's writer of every value.
+using Value = std::function<std::vector<Subscription>(const Source&, Write)>;
+
+std::vector<Subscription> only(Subscription subscription) {
+    std::vector<Subscription> list;
+    list.push_back(std::move(subscription));
+    return list;
+}
+
+Value of(Observable<std::string>& (Model::*text)()) {
+    return [text](const Source& source, Write write) {
+        return only(
+            (source.model.*text)().bind([write = std::move(write)](const std::string& value) {
+                write(QString::fromStdString(value));
+            }));
+    };
+}
+
+Value of(Observable<bool>& (Model::*flag)()) {
+    return [flag](const Source& source, Write write) {
+        return only(
+            (source.model.*flag)().bind([write = std::move(write)](bool value) { write(value); }));
+    };
+}
+
+Value whileConnected() {
+    return [](const Source& source, Write write) {
+        return only(source.model.zelvoStatusProperty().bind(
+            [write = std::move(write)](std::int32_t status) { write(status == 7); }));
+    };
+}
+
+Value perStatus(const char* (*key)(std::int32_t)) {
+    return [key](const Source& source, Write write) {
+        return only(source.model.zelvoStatusProperty().bind(
+            [key, write = std::move(write), &bundle = source.bundle](std::int32_t status) {
+                write(QString::fromStdString(bundle.localizedString(key(status))));
+            }));
+    };
+}
+
+Value linkOnceReady() {
+    return [](const Source& source, Write write) {
+        auto show = [write = std::move(write), &model = source.model](const auto&) {
+            write(model.readyToShare().value() ? QString::fromStdString(model.sharedLink().value())
+                                               : QString());
+        };
+        auto list = only(source.model.sharedLink().bind(show));
+        list.push_back(source.model.readyToShare().subscribe(show));
+        return list;
+    };
+}
+
+struct Binding {
+    const char* control;
+    const char* property;
+    Value value;
+};
+
+std::vector<Binding> table() {
+    return {
+        {"appIcon", "image", of(&Model::appIcon)},
+        {"statusTitle", "text", perStatus(statusTitleKey)},
+        {"statusExplanation", "text", perStatus(statusExplanationKey)},
+        {"linkText", "text", linkOnceReady()},
+        {"shareButton", "enabled", of(&Model::readyToShare)},
+        {"portMappingIcon", "image", of(&Model::portMappingStatusIcon)},
+        {"portMappingText", "text", of(&Model::portMappingStatusText)},
+        {"portMappingSpinner", "spinning", of(&Model::animatePortMappingSpinner)},
+        {"portMappingButton", "visible", of(&Model::showPortMappingButton)},
+        {"connectionIcon", "image", of(&Model::waitingForConnectionStatusIcon)},
+        {"connectionText", "text", of(&Model::waitingForConnectionStatusText)},
+        {"connectionSpinner", "spinning", of(&Model::animateWaitingForConnectionSpinner)},
+        {"disconnectButton", "visible", whileConnected()},
+        {"versionInfo", "text", of(&Model::versionInfo)},
+        {"actionShare", "enabled", of(&Model::readyToShare)},
+        {"actionCopyLink", "enabled", of(&Model::readyToShare)},
+        {"actionDisconnect", "enabled", whileConnected()},
+    };
+}
+
+// A label's own change of name is not read out unless the label has the focus.
+void announce(QObject* control) {
+    if (!QAccessible::isActive() || !qobject_cast<QLabel*>(control))
+        return;
+    QAccessibleEvent event(control, QAccessible::Alert);
+    QAccessible::updateAccessibility(&event);
+}
+
+// The model writes more often than a value changes; only changes reach the control.
+Write writer(QObject* control, const char* property) {
+    return [control, property,
+            last = std::make_shared<std::optional<QVariant>>()](const QVariant& value) {
+        if (*last == value)
+            return;
+        bool first = !last->has_value();
+        *last = value;
+        control->setProperty(property, value);
+        if (!first)
+            announce(control);
+    };
+}
+
+}  // namespace
+
+std::vector<Subscription> bindControls(QObject& root, MainWindowModel& model,
+                                       const Bundle& bundle) {
+    std::vector<Subscription> all;
+    for (const auto& [control, property, value] : table())
+        if (auto* object = root.findChild<QObject*>(control))
+            for (auto& subscription : value({model, bundle}, writer(object, property)))
+                all.push_back(std::move(subscription));
+    return all;
+}
+
+}  // namespace zelvo::platform

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <QVariant>
+#include <functional>
+#include <vector>
+
+#include "platform/Observable.h"
+
+class QObject;
+
+namespace zelvo::platform {
+
+class Bundle;
+class MainWindowModel;
+
+/// Keeps the named controls below `root` up to date with the model for as long as the
+/// subscriptions live.
+std::vector<Subscription> bindControls(QObject& root, MainWindowModel& model, const Bundle& bundle);
+
+}  // namespace zelvo::platform

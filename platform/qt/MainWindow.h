@@ -1,0 +1,62 @@
+#pragma once
+
+#include <QMainWindow>
+#include <memory>
+#include <vector>
+
+#include "platform/Observable.h"
+#include "platform/Window.h"
+
+namespace Ui {
+class MainWindow;
+}
+
+namespace zelvo::platform {
+
+class Application;
+class ApplicationDelegate;
+class Bundle;
+class MainWindowModel;
+class QtMainLoop;
+class ShareButton;
+
+/// The application's window: a view of the model. Main thread only.
+class MainWindow final : public QMainWindow, public Window {
+  public:
+    /// What the window shows and whom its controls tell. All outlive it.
+    struct Surroundings {
+        MainWindowModel& model;
+        ApplicationDelegate& delegate;
+        Application& application;
+        const Bundle& bundle;
+        QtMainLoop& loop;
+    };
+
+    /// Sets the controls up inside `content`, which becomes the window's own.
+    MainWindow(QWidget* content, const Surroundings& surroundings);
+    ~MainWindow() override;
+
+    void makeFirstResponder(Button& button) override;
+
+    Button& shareButton();
+
+  protected:
+    void closeEvent(QCloseEvent* event) override;
+    void changeEvent(QEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+    bool event(QEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+  private:
+    void connectControls();
+    void applyFonts();
+    void reserveSpace();
+
+    MainWindowModel& model_;
+    ApplicationDelegate& delegate_;
+    const Bundle& bundle_;
+    std::unique_ptr<Ui::MainWindow> ui_;
+    std::vector<Subscription> subscriptions_;
+};
+
+}  // namespace zelvo::platform

@@ -1,0 +1,136 @@
+#include "platform/qt/QtAlerts.h"
+
+#include <QApplication>
+#include <QLabel>
+#include <QMessageBox>
+#include <QPushButton>
+#include <algorithm>
+
+#include "platform/Bundle.h"
+#include "platform/MainQueue.h"
+#include "platform/qt/Images.h"
+#include "platform/qt/SessionSheet.h"
+
+namespace zelvo::platform {
+
+namespace {
+
+constexpr int IconSize = 48;
+
+}  // namespace
+
+QtAlerts::QtAlerts(MainQueue& mainQueue, const Bundle& bundle)
+    : mainQueue_(mainQueue), imageFolder_(QString::fromStdString(bundle.resourcePath())) {}
+
+QtAlerts::~QtAlerts() {
+    setWindow(nullptr);
+}
+
+void QtAlerts::setWindow(QWidget* window) {
+    if (!window)
+        delete box_;
+    window_ = window;
+}
+
+void QtAlerts::beginSheet(Alert alert, std::function<void(int response)> done) {
+    sheets_.push_back({std::move(alert), std::move(done)});
+    if (sheets_.size() == 1)
+        mainQueue_.async([this, weak = std::weak_ptr(alive_)] {
+            if (weak.lock())
+                showNext();
+        });
+}
+
+void QtAlerts::showNext() {
+    if (box_ || sheets_.empty() || !window_)
+        return;
+    box_ = makeBox(sheets_.front().alert);
+    QObject::connect(box_, &QMessageBox::buttonClicked, box_, [this](QAbstractButton* button) {
+        finish(button->property("response").toInt());
+    });
+    if (window_->isMinimized())
+        window_->showNormal();
+    box_->open();
+    QApplication::alert(window_);
+}
+
+QMessageBox* QtAlerts::makeBox(const Alert& alert) {
+    auto* box = new QMessageBox(window_);
+    box->setWindowModality(Qt::WindowModal);
+    box->setWindowTitle(window_->windowTitle());
+    box->setTextFormat(Qt::PlainText);
+    box->setText(QString::fromStdString(alert.messageText));
+    box->setInformativeText(QString::fromStdString(alert.informativeText));
+    box->setAccessibleName(box->text());
+    box->setAccessibleDescription(box->informativeText());
+    box->setIconPixmap(renderImage(imageFolder_, QString::fromStdString(alert.icon),
+                                   QSize(IconSize, IconSize), window_->devicePixelRatio()));
+    if (auto* message = box->findChild<QLabel*>("qt_msgbox_label")) {
+        QFont bold = message->font();
+        bold.setBold(true);
+        message->setFont(bold);
+    }
+
+    // One role for all, since desktops sort buttons by their roles.
+    std::vector<QPushButton*> buttons;
+    for (const auto& title : alert.buttonTitles) {
+        auto* button = box->addButton(QString::fromStdString(title), QMessageBox::ActionRole);
+        button->setProperty("response", AlertFirstButtonReturn + static_cast<int>(buttons.size()));
+        button->setObjectName(QString("alertButton%1").arg(buttons.size()));
+        buttons.push_back(button);
+    }
+    if (!buttons.empty())
+        box->setDefaultButton(buttons.front());
+    // Escape leaves a session as it is. Elsewhere it would quit, so it does nothing.
+    if (alert.identifier == SessionSheetIdentifier && buttons.size() > 1)
+        box->setEscapeButton(buttons[1]);
+
+    if (alert.showsHelp) {
+        auto* help = box->addButton(QMessageBox::tr("Help"), QMessageBox::HelpRole);
+        help->setObjectName("alertHelpButton");
+        // Without this the box would close.
+        help->disconnect();
+        QObject::connect(help, &QPushButton::clicked, box, [showHelp = alert.showHelp] {
+            if (showHelp)
+                showHelp();
+        });
+    }
+    return box;
+}
+
+void QtAlerts::finish(int response) {
+    auto sheet = std::move(sheets_.front());
+    sheets_.pop_front();
+    if (box_) {
+        box_->disconnect();
+        box_->hide();
+        box_->deleteLater();
+        box_ = nullptr;
+    }
+    if (!sheets_.empty())
+        mainQueue_.async([this, weak = std::weak_ptr(alive_)] {
+            if (weak.lock())
+                showNext();
+        });
+    if (sheet.done)
+        sheet.done(response);
+}
+
+bool QtAlerts::answer(const std::string& identifier, int response) {
+    auto found = std::find_if(sheets_.begin(), sheets_.end(), [&](const Sheet& sheet) {
+        return sheet.alert.identifier == identifier;
+    });
+    if (found == sheets_.end())
+        return false;
+    if (found == sheets_.begin()) {
+        finish(response);
+        return true;
+    }
+    auto done = std::move(found->done);
+    sheets_.erase(found);
+    if (done)
+        done(response);
+    return true;
+}
+
+}  // namespace zelvo::platform

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "platform/qt/BundleTranslator.h"
+#include "platform/qt/DesktopApplication.h"
+#include "platform/qt/QtAlerts.h"
+#include "platform/qt/QtFeedback.h"
+#include "platform/qt/QtMainLoop.h"
+#include "platform/qt/QtPasteboard.h"
+#include "platform/qt/QtSharingServicePicker.h"
+#include "platform/qt/QtWindowSystem.h"
+#include "platform/qt/QtWorkspace.h"
+#include "platform/qt/QuitSignals.h"
+
+namespace zelvo::platform {
+
+/// The services of the desktop, one of each, named as the members of Platform. Needs a QApplication
+/// that outlives it. Main thread only.
+class QtDesktop {
+  public:
+    /// Both outlive this object.
+    QtDesktop(QtMainLoop& loop, const Bundle& bundle);
+
+    /// Settings of the process that have to stand before the QApplication is made.
+    static void prepareProcess();
+
+    /// Puts the services on the window, with the delegate behind it, until the window is destroyed.
+    void attach(QWidget& window, ApplicationDelegate& delegate);
+
+  private:
+    BundleTranslator translator_;
+
+  public:
+    DesktopApplication application;
+    QtAlerts alerts;
+    QtWindowSystem windowSystem;
+    QtSharingServicePicker sharingServicePicker;
+    QtPasteboard pasteboard;
+    QtWorkspace workspace;
+    QtFeedback feedback;
+
+  private:
+    void setWindow(QWidget* window);
+
+    QuitSignals signals_;
+};
+
+}  // namespace zelvo::platform

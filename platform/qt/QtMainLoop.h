@@ -1,0 +1,81 @@
+#pragma once
+
+#include <QObject>
+#include <QTimer>
+#include <chrono>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "platform/MainQueue.h"
+#include "platform/RunLoop.h"
+
+namespace zelvo::platform {
+
+/// The main thread's loop on QtCore alone, so that it also runs without a display. Constructed on
+/// the main thread while a QCoreApplication exists, and outlived by it. Outlives its timers.
+class QtMainLoop final : public MainQueue, public RunLoop {
+  public:
+    QtMainLoop();
+    ~QtMainLoop() override;
+    QtMainLoop(const QtMainLoop&) = delete;
+    QtMainLoop& operator=(const QtMainLoop&) = delete;
+
+    /// Runs until QCoreApplication::exit, then closes the queue. The exit status.
+    int run();
+    /// Destroys the jobs that wait, unrun; later ones are dropped. Main thread only.
+    void close();
+
+    void async(std::function<void()> job) override;
+    bool isOpen() const override;
+
+    std::unique_ptr<Timer> scheduleTimer(std::chrono::milliseconds interval,
+                                         std::function<void(Timer&)> tick) override;
+    std::unique_ptr<Perform> performAfterDelay(std::chrono::milliseconds delay,
+                                               std::function<void()> call) override;
+    std::unique_ptr<Perform> performOnNextTurn(std::function<void()> call) override;
+
+    /// While one of these lives a menu is open: what belongs to the default mode waits. Main thread
+    /// only.
+    class Tracking {
+      public:
+        explicit Tracking(QtMainLoop& loop) : loop_(loop) { ++loop_.trackings_; }
+        ~Tracking() { loop_.endTracking(); }
+        Tracking(const Tracking&) = delete;
+        Tracking& operator=(const Tracking&) = delete;
+
+      private:
+        QtMainLoop& loop_;
+    };
+
+  private:
+    using Call = std::function<void()>;
+    class RepeatingTimer;
+    class DelayedPerform;
+    class TurnPerform;
+
+    void runOneJob();
+    void runInDefaultMode(const std::shared_ptr<Call>& call);
+    void endTracking();
+    void runWaiting();
+    void scheduleTurn();
+    void runTurn();
+
+    QObject receiver_;
+
+    mutable std::mutex mutex_;
+    std::deque<std::function<void()>> jobs_;
+    bool open_ = true;
+
+    int trackings_ = 0;
+    std::vector<std::weak_ptr<Call>> waiting_;
+
+    QTimer turnTimer_;
+    bool inTurn_ = false;
+    std::chrono::steady_clock::time_point nextTurn_{};
+    std::vector<std::weak_ptr<Call>> turnCalls_;
+};
+
+}  // namespace zelvo::platform

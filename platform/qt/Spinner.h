@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QBasicTimer>
+#include <QWidget>
+
+namespace zelvo::platform {
+
+/// A ring of dots that turns in steps, slowly enough to cost next to nothing, and only while it can
+/// be seen.
+class Spinner final : public QWidget {
+    Q_OBJECT
+    Q_PROPERTY(bool spinning READ isSpinning WRITE setSpinning)
+    Q_PROPERTY(int stepInterval READ stepInterval WRITE setStepInterval)
+
+  public:
+    using QWidget::QWidget;
+
+    bool isSpinning() const { return spinning_; }
+    void setSpinning(bool spinning);
+    /// Milliseconds from one step to the next.
+    int stepInterval() const { return stepInterval_; }
+    void setStepInterval(int milliseconds);
+
+  protected:
+    void paintEvent(QPaintEvent* event) override;
+    void timerEvent(QTimerEvent* event) override;
+    void showEvent(QShowEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+  private:
+    bool canBeSeen() const;
+    void startOrStop();
+
+    QBasicTimer timer_;
+    bool spinning_ = false;
+    int stepInterval_ = 250;
+    int step_ = 0;
+};
+
+}  // namespace zelvo::platform
