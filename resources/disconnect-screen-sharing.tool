@@ -8,16 +8,17 @@ viewers() { sockets 01 '[0-9A-F]*'; }
 
 as_user() { (exec_as_user "$server_display" "$server_authority" timeout 3 "$@"); }
 
-# While the server asks it does nothing else, so its question is answered with no; and where the answer
-# cannot be given, root can still end the connection itself.
-turn_away() {
-    if command -v xdotool >/dev/null; then
-        for window in $(as_user xdotool search --onlyvisible --name '^new x11vnc client$' 2>/dev/null); do
-            as_user xdotool key --window "$window" n 2>/dev/null
-        done
-    elif [ "$(id -u)" -eq 0 ] && command -v ss >/dev/null; then
-        ss -K state established sport = ":$port" >/dev/null 2>&1
-    fi
+# While the server asks it does nothing else, so its question is answered with no.
+answer_no() {
+    command -v xdotool >/dev/null || return 0
+    for window in $(as_user xdotool search --onlyvisible --name '^new x11vnc client$' 2>/dev/null); do
+        as_user xdotool key --window "$window" n 2>/dev/null
+    done
+}
+
+# Only root may do this, and it leaves an open question behind that has lost its viewer.
+cut_connections() {
+    [ "$(id -u)" -ne 0 ] || ss -K state established sport = ":$port" >/dev/null 2>&1
 }
 
 if ! find_server || ! server_listens; then
@@ -30,7 +31,9 @@ while [ -n "$(viewers)" ]; do
     rounds=$((rounds - 1))
     as_user "$link" -norc -display "$server_display" -R disconnect:all >/dev/null 2>&1
     sleep 0.5
-    [ -z "$(viewers)" ] || turn_away
+    [ -n "$(viewers)" ] || break
+    answer_no
+    [ "$rounds" -gt 3 ] || cut_connections
     sleep 0.2
 done
 echo "zelvo: Nobody is connected."

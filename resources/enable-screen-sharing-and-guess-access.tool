@@ -17,13 +17,19 @@ display_is_wayland() {
     return 1
 }
 
+refuse_wayland() {
+    die "This is a Wayland session, where x11vnc cannot show the desktop. Choose an X11 (Xorg) session when you log in."
+}
+
 check_display() {
     case ${DISPLAY-} in
     '') die "There is no X display to share (DISPLAY is not set)." ;;
     *[!A-Za-z0-9.:_/-]* | -*) die "\"$DISPLAY\" is not the name of an X display." ;;
     esac
-    ! display_is_wayland ||
-        die "This is a Wayland session, where x11vnc cannot show the desktop. Choose an X11 (Xorg) session when you log in."
+    case $DISPLAY in
+    *:*.0) DISPLAY=${DISPLAY%.0} ;;
+    esac
+    ! display_is_wayland || refuse_wayland
 }
 
 # Leaves a server alone that is on already. True when it is ours, and sound.
@@ -93,6 +99,8 @@ if ! already_on; then
     trap 'exit 1' HUP INT TERM
     start_server
     wait_until_server_listens
+    # Some desktops start Xwayland only when the first program asks for it.
+    ! display_is_wayland || refuse_wayland
 fi
 write_setting true "$server_pid" || die "Cannot write the Screen Sharing setting below $root."
 trap - EXIT

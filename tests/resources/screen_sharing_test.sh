@@ -70,6 +70,17 @@ check "a display that is not there" refused env DISPLAY=:999 sh "$tools/enable-s
 check "  leaves nothing behind" servers 0
 check "  and viewers may not ask" forbids
 
+printf '#!/bin/sh\nsleep 60 & wait $!\n' >"$folder/Xwayland"
+chmod 755 "$folder/Xwayland"
+"$folder/Xwayland" "$DISPLAY" -rootless &
+wayland=$!
+others+=("$wayland")
+eventually pgrep -x Xwayland >/dev/null
+check "a Wayland session" refused tool enable
+check "  is named as the reason" said 'Wayland session'
+check "  and nothing is started" servers 0
+kill $wayland
+
 tool enable &
 first=$!
 sh "$tools/enable-screen-sharing-and-guess-access.tool" >/dev/null
