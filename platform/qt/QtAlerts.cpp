@@ -45,8 +45,10 @@ void QtAlerts::showNext() {
     if (box_ || sheets_.empty() || !window_)
         return;
     box_ = makeBox(sheets_.front().alert);
-    QObject::connect(box_, &QMessageBox::buttonClicked, box_, [this](QAbstractButton* button) {
-        finish(button->property("response").toInt());
+    QObject::connect(box_, &QMessageBox::finished, box_, [this] {
+        // Closed by its frame, the box has no clicked button yet.
+        auto* button = box_->clickedButton() ? box_->clickedButton() : box_->escapeButton();
+        finish(button ? button->property("response").toInt() : AlertFirstButtonReturn);
     });
     if (window_->isMinimized())
         window_->showNormal();

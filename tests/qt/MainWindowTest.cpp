@@ -107,8 +107,8 @@ TEST_F(MainWindowTest, CopyingLeavesTheLinkAsAddressAndAsTextAlone) {
 
     const auto* content = QGuiApplication::clipboard()->mimeData();
     EXPECT_EQ(content->formats(), (QStringList{"text/uri-list", "text/plain"}));
-    EXPECT_EQ(content->data("text/uri-list"), "zelvo://AbC-d_1\r\n");
-    EXPECT_EQ(content->text(), "zelvo://AbC-d_1");
+    EXPECT_EQ(content->data("text/uri-list").toStdString(), "zelvo://AbC-d_1\r\n");
+    EXPECT_EQ(content->text().toStdString(), "zelvo://AbC-d_1");
 }
 
 TEST_F(MainWindowTest, TicksWaitWhileTheMenuIsOpen) {

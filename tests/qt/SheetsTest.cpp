@@ -31,7 +31,7 @@ TEST_F(SheetsTest, RouterErrorHelpsTriesAgainAndQuits) {
     EXPECT_TRUE(box->findChild<QPushButton*>("alertButton0")->isDefault());
     box->findChild<QPushButton*>("alertHelpButton")->click();
     EXPECT_EQ(fake.workspace.opened.size(), 1u);
-    box->reject();
+    box->close();
     EXPECT_TRUE(box->isVisible());
     EXPECT_EQ(fake.router.requests.size(), 1u);
 
@@ -71,7 +71,7 @@ TEST_F(SheetsTest, ASessionIsEndedOrKept) {
     ASSERT_TRUE(box);
     EXPECT_EQ(box->text(), "Screen Sharing Session Undergoing");
     EXPECT_EQ(titles(box), (std::vector<std::string>{"Yes", "No"}));
-    box->reject();
+    box->close();
     EXPECT_FALSE(desktop.application.isTerminating());
     EXPECT_TRUE(fake.authorization.tools.empty());
 
