@@ -1,4 +1,3 @@
-#include <cerrno>
 #include <new>
 #include <stdexcept>
 
@@ -21,24 +20,21 @@ bool makeRoom(std::vector<platform::ProcessRecord>& records, std::size_t count) 
     return false;
 }
 
-/// 0 and the records, or an errno value and none. Reads anew, at once and as often as it takes,
-/// while the table grows between its size and its fetch.
-int readProcessTable(const platform::ProcessTable& table,
-                     std::vector<platform::ProcessRecord>& records) {
-    int error = 0;
-    do {
-        records.clear();
+/// None when the table cannot be read. Reads anew, at once and as often as it takes, while the
+/// table grows between its size and its fetch.
+std::optional<std::vector<platform::ProcessRecord>> readProcessTable(
+    const platform::ProcessTable& table) {
+    for (;;) {
+        std::vector<platform::ProcessRecord> records;
         std::size_t count = 0;
-        error = table.size(count);
-        if (error != 0)
-            break;
-        if (!makeRoom(records, count))
-            return ENOMEM;
-        error = table.fetch(count, records);
-    } while (error == platform::ProcessTableGrown);
-    if (error != 0)
-        records.clear();
-    return error;
+        if (table.size(count) != 0 || !makeRoom(records, count))
+            return std::nullopt;
+        int error = table.fetch(count, records);
+        if (error == 0)
+            return records;
+        if (error != platform::ProcessTableGrown)
+            return std::nullopt;
+    }
 }
 
 }  // namespace
@@ -46,10 +42,10 @@ int readProcessTable(const platform::ProcessTable& table,
 KVSystemInformation::ProcessMap KVSystemInformation::processList(
     const platform::ProcessTable& processes) {
     ProcessMap map;
-    std::vector<platform::ProcessRecord> records;
-    if (readProcessTable(processes, records) != 0)
+    auto records = readProcessTable(processes);
+    if (!records)
         return map;
-    for (const auto& record : records)
+    for (const auto& record : *records)
         map[record.command.substr(0, CommandNameLength)] = {{"pid", record.pid}};
     return map;
 }

@@ -15,18 +15,13 @@ struct MachineFactsTest : testing::Test {
     test::FakePlatform host;
 };
 
-TEST_F(MachineFactsTest, LastProcessOfANameWins) {
+TEST_F(MachineFactsTest, ProcessTableIsReadAgainWhileItGrows) {
     host.processes.records = {
         {"screensharingd", 7}, {"a name of more than 16", 8}, {"screensharingd", 5}};
+    host.processes.growth = 100;
     EXPECT_EQ(
         Facts::processList(host.processes),
         (Facts::ProcessMap{{"screensharingd", {{"pid", 5}}}, {"a name of more t", {{"pid", 8}}}}));
-}
-
-TEST_F(MachineFactsTest, ProcessTableIsReadAgainWhileItGrows) {
-    host.processes.records = {{"init", 1}};
-    host.processes.growth = 100;
-    EXPECT_EQ(Facts::processList(host.processes).size(), 1u);
     EXPECT_EQ(host.processes.sizeAsked, 101);
 }
 
@@ -90,10 +85,9 @@ TEST_F(MachineFactsTest, SerialNumber) {
     EXPECT_EQ(Facts::computerSerialNumber(host.hardware), "");
 }
 
-TEST_F(MachineFactsTest, DigestModelAndAddress) {
+TEST_F(MachineFactsTest, DigestAndAddressText) {
     EXPECT_EQ(Facts::md5(host.digest, std::string("\xABz\0never", 8)),
               "AB7A" + std::string(28, '0'));
-    EXPECT_EQ(Facts::machineModel(host.hardware), "0");
     EXPECT_FALSE(Facts::isIpAddressValid(host.addresses, std::nullopt));
     EXPECT_FALSE(Facts::isIpAddressValid(host.addresses, ""));
     EXPECT_TRUE(host.addresses.asked.empty());

@@ -40,24 +40,15 @@ struct NetworkProbesTest : testing::Test {
     test::FakePlatform host;
 };
 
-TEST_F(NetworkProbesTest, ListeningNeedsTheWildcardAddressAndExactlyThePort) {
+TEST_F(NetworkProbesTest, OneNeedsExactlyThePortTheOtherIsLoose) {
     EXPECT_TRUE(listening("tcp4 0 0 *.22 *.* LISTEN\ntcp46 0 0 *.5900 *.* LISTEN\n"));
     EXPECT_EQ(host.sockets.lastFamily, platform::SocketFamily::IPv4);
-    for (const char* line : {"tcp4 0 0 127.0.0.1.5900 *.* LISTEN\n", "tcp4 0 0 *.59000 *.* LISTEN",
-                             "tcp4 0 0 *.5900 *.* CLOSED\nLISTEN", "LISTEN *.5900\n ", ""})
-        EXPECT_FALSE(listening(line)) << line;
-}
-
-TEST_F(NetworkProbesTest, EstablishedIsLoose) {
+    EXPECT_FALSE(listening("tcp4 0 0 127.0.0.1.5900 *.* LISTEN\ntcp4 0 0 *.59000 *.* LISTEN\n"));
     EXPECT_TRUE(established("tcp4 0 0 10.0.0.1.15900 10.0.0.2.40000 ESTABLISHED"));
     EXPECT_TRUE(established("tcp6 0 0 fe80::1.1 fe80::2.59001 ESTABLISHED\n"));
     EXPECT_EQ(host.sockets.lastFamily, platform::SocketFamily::Any);
-    for (const char* line : {"tcp4 0 0 10.0.0.1.5900 10.0.0.2.4 TIME_WAIT\nx ESTABLISHED\n",
-                             "x\n5900 ESTABLISHED", "ESTABLISHED .5900"})
-        EXPECT_FALSE(established(line)) << line;
-}
+    EXPECT_FALSE(established("tcp4 0 0 10.0.0.1.5900 10.0.0.2.4 TIME_WAIT\nESTABLISHED .5900"));
 
-TEST_F(NetworkProbesTest, AListingThatCannotBeTakenAnswersNo) {
     host.sockets.failure = "no table";
     EXPECT_FALSE(listening("*.5900 LISTEN"));
     EXPECT_FALSE(established(".5900 ESTABLISHED"));
@@ -67,15 +58,14 @@ TEST_F(NetworkProbesTest, AListingThatCannotBeTakenAnswersNo) {
 
 TEST_F(NetworkProbesTest, SearchesAgreeWithTheirPatternsOnRandomListings) {
     std::mt19937 random(20);
-    const std::vector<std::string> pieces{"*",      ".",           "5",   "9",  " ",
-                                          "\t",     "*.59 ",       ".59", "59", "tcp4 0 0",
-                                          "LISTEN", "ESTABLISHED", "\n",  "\n"};
-    const Pattern listener(R"(\*.59[[:space:]])");
-    const Pattern connection(".59.*ESTABLISHED");
+    const std::vector<std::string> pieces{"*",  ".",  "5900", "5900 ",  "*.5900 ",     ".5900\t",
+                                          "59", "00", "\n",   "LISTEN", "ESTABLISHED", "padding"};
+    const Pattern listener(R"(\*.5900[[:space:]])");
+    const Pattern connection(".5900.*ESTABLISHED");
     int positive = 0;
-    for (int round = 0; round < 1000; ++round) {
-        std::string listing;
-        for (auto count = random() % 60; count > 0; --count)
+    for (int round = 0; round < 4000; ++round) {
+        std::string listing(random() % 80, '-');
+        for (auto count = random() % 16; count > 0; --count)
             listing += pieces[random() % pieces.size()];
         bool listens = false;
         bool connected = false;
@@ -84,11 +74,11 @@ TEST_F(NetworkProbesTest, SearchesAgreeWithTheirPatternsOnRandomListings) {
             listens |= listener.matches(line) && line.find("LISTEN") != std::string::npos;
             connected |= connection.matches(line);
         }
-        ASSERT_EQ(listsWildcardListener(listing, 59), listens) << listing;
-        ASSERT_EQ(listsEstablishedConnection(listing, 59), connected) << listing;
-        positive += listens && connected;
+        ASSERT_EQ(listsWildcardListener(listing, 5900), listens) << listing;
+        ASSERT_EQ(listsEstablishedConnection(listing, 5900), connected) << listing;
+        positive += listens || connected;
     }
-    EXPECT_GT(positive, 50) << "the listings hold too little";
+    EXPECT_GT(positive, 400) << "the listings hold too little";
 }
 
 TEST_F(NetworkProbesTest, SshPortTakesOnlyNumbersInRange) {
@@ -121,15 +111,6 @@ TEST_F(NetworkProbesTest, DerivedProbesAskForTheServicesPorts) {
     host.propertyLists.files["/System/Library/LaunchDaemons/ssh.plist"] =
         Dictionary{{"Sockets", Dictionary{{"Listeners", Dictionary{{"SockServiceName", "ssh"}}}}}};
     EXPECT_EQ(answers(), (std::vector<bool>{true, false, true}));
-}
-
-TEST_F(NetworkProbesTest, RequestPermissionSetting) {
-    auto enabled = [this] { return Facts::isScreenSharingReqPermEnabled(host.propertyLists); };
-    EXPECT_FALSE(enabled());
-    host.screenSharing(true);
-    EXPECT_TRUE(enabled());
-    host.screenSharing(false);
-    EXPECT_FALSE(enabled());
 }
 
 }  // namespace

@@ -87,7 +87,8 @@ TEST_F(HostSettingsPayloadTest, ActionsOfEveryKindThatJsonKnowsPassThrough) {
     EXPECT_EQ(corner(std::string("\"\\/\b\f\n\r\t\0\x1F\x7F \xC3\xA9\xF0\x9F\x98\x80", 18)),
               "{\"wvous-br-corner\":{\"value\":\"\\\"\\\\/\\b\\f\\n\\r\\t\\u0000\\u001f\x7F "
               "\xC3\xA9\xF0\x9F\x98\x80\",\"modifiers\":[]}}}");
-    for (const char* bad : {"\x80", "\xC0\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xE2\x82"}) {
+    for (const char* bad : {"\x80", "\xC0\xAF", "\xE0\x80\xAF", "\xED\xA0\x80", "\xF0\x80\x80\xAF",
+                            "\xF4\x90\x80\x80", "\xE2\x82"}) {
         auto text = corner(bad);
         EXPECT_NE(text.find("\xEF\xBF\xBD\",\"modifiers"), std::string::npos) << text;
         EXPECT_EQ(text.find(bad), std::string::npos) << text;
