@@ -112,8 +112,9 @@ class Guard {
             case 0x6:
             case 0x7: {
                 std::uint64_t count = 0;
-                bool wide = marker >> 4 == 0x6;
-                return readCount(at, low, count) && content(at, count, wide ? 2 : 1);
+                bool isWide = marker >> 4 == 0x6;
+                return readCount(at, low, count) && content(at, count, isWide ? 2 : 1) &&
+                       (marker >> 4 == 0x4 || text(at, count, isWide ? 2 : 1));
             }
             case 0x8:
                 return low <= 3 ? content(at, 1, low + 1) : fail("an unknown object");
@@ -133,6 +134,15 @@ class Guard {
     bool date(std::uint64_t at) {
         auto seconds = std::bit_cast<double>(number(at, 8));
         return (seconds >= earliestDate && seconds < latestDate) || fail("a date beyond all years");
+    }
+
+    /// libplist takes text for ended by a NUL, and aborts on a key that has one inside.
+    bool text(std::uint64_t at, std::uint64_t count, std::uint64_t size) {
+        for (std::uint64_t unit = 0; unit < count; ++unit) {
+            if (number(at + unit * size, size) == 0)
+                return fail("a NUL character");
+        }
+        return true;
     }
 
     bool container(std::uint64_t at, std::uint64_t low, int depth, bool isDictionary) {

@@ -253,15 +253,16 @@ class Guard {
         auto& parent = open_.back();
         if (kind == Kind::Plist)
             return fail("a property list inside of another");
+        if (kind == Kind::Key && parent.kind != Kind::Dictionary)
+            return fail("a key outside of a dictionary");
         if (parent.kind == Kind::Plist)
             return !std::exchange(parent.filled, true) || fail("a second value");
         if (parent.kind == Kind::Dictionary) {
             if ((kind == Kind::Key) == parent.awaitsValue)
                 return fail("keys and values do not take turns");
             parent.awaitsValue = kind == Kind::Key;
-            return true;
         }
-        return kind != Kind::Key || fail("a key outside of a dictionary");
+        return true;
     }
 
     void openContainer(Kind kind, std::string_view name, bool isEmpty) {

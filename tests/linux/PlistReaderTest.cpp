@@ -1,0 +1,249 @@
+#include "platform/linux/PlistReader.h"
+
+#include <gtest/gtest.h>
+#include <plist/plist.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+
+#include "tests/linux/Mutations.h"
+#include "tests/linux/TemporaryFolder.h"
+
+using namespace zelvo::platform;
+using zelvo::test::bytes;
+using zelvo::test::TemporaryFolder;
+
+namespace {
+
+using Dictionary = PropertyList::Dictionary;
+using Array = PropertyList::Array;
+
+std::string xml(const std::string& value) {
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE plist PUBLIC \"-//Apple//DTD "
+           "PLIST 1.0//EN\" \"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n<plist "
+           "version=\"1.0\">\n" +
+           value + "\n</plist>\n";
+}
+
+std::string binary(const std::string& xmlText) {
+    plist_t node = nullptr;
+    plist_from_xml(xmlText.data(), static_cast<std::uint32_t>(xmlText.size()), &node);
+    char* data = nullptr;
+    std::uint32_t length = 0;
+    plist_to_bin(node, &data, &length);
+    std::string result(data, length);
+    plist_to_bin_free(data);
+    plist_free(node);
+    return result;
+}
+
+/// A binary property list of objects given as bytes, the first one the root.
+std::string binaryOf(const std::vector<std::string>& objects) {
+    std::string result = "bplist00";
+    std::string offsets;
+    auto put = [](std::string& text, std::uint64_t number, int size) {
+        for (int shift = (size - 1) * 8; shift >= 0; shift -= 8)
+            text += static_cast<char>(number >> shift);
+    };
+    for (const auto& object : objects) {
+        put(offsets, result.size(), 2);
+        result += object;
+    }
+    auto table = result.size();
+    result += offsets + std::string(6, '\0');
+    put(result, 2, 1);
+    put(result, 1, 1);
+    put(result, objects.size(), 8);
+    put(result, 0, 8);
+    put(result, table, 8);
+    return result;
+}
+
+PropertyListResult parse(const std::string& text) {
+    return PlistReader("").parse(bytes(text));
+}
+
+PropertyList parsed(const std::string& text) {
+    auto result = parse(text);
+    EXPECT_TRUE(result.value) << text << "\n" << describe(result.error.value_or(Error{}));
+    return result.value.value_or(PropertyList("(none)"));
+}
+
+void expectCorrupt(const std::string& text) {
+    auto result = parse(text);
+    EXPECT_FALSE(result.value) << text.substr(0, 200);
+    ASSERT_TRUE(result.error);
+    EXPECT_EQ(result.error->domain, CocoaErrorDomain);
+    EXPECT_EQ(result.error->code, PropertyListReadCorruptError);
+}
+
+const std::string sample = xml(
+    "<dict><key>text</key><string>a &amp; &#xE9;<![CDATA[ <b>]]></string>"
+    "<key>number</key><integer>-42</integer><key>large</key><integer>18446744073709551615</integer>"
+    "<key>real</key><real>2.5</real><key>\u00e9\u20ac</key><true/><key>no</key><false/>"
+    "<key>date</key><date>2024-02-29T12:30:45Z</date><key>far</key><date>4001-01-01T00:00:00Z</"
+    "date>"
+    "<key>data</key><data>aGk=</data><!-- note --><key>list</key><array><dict/><string/></array>"
+    "</dict>");
+
+const Dictionary sampleValue{
+    {"text", "a & \u00e9 <b>"},
+    {"number", -42},
+    {"large", 18446744073709551615.0},
+    {"real", 2.5},
+    {"\u00e9\u20ac", true},
+    {"no", false},
+    {"date", PropertyList::Date{1709209845}},
+    {"far", PropertyList::Date{64092211200}},
+    {"data", PropertyList::Data{std::byte{'h'}, std::byte{'i'}}},
+    {"list", Array{Dictionary{}, ""}},
+};
+
+std::string nestedXml(int depth) {
+    std::string text;
+    for (int level = 0; level < depth; ++level)
+        text += "<array>";
+    for (int level = 0; level < depth; ++level)
+        text += "</array>";
+    return xml(text);
+}
+
+}  // namespace
+
+TEST(PlistReader, ReadsAllThreeForms) {
+    EXPECT_EQ(parsed(sample), PropertyList(sampleValue));
+    EXPECT_EQ(parsed(binary(sample)), PropertyList(sampleValue));
+    EXPECT_EQ(parsed("{ StatusCode = 0; }"), PropertyList(Dictionary{{"StatusCode", "0"}}));
+    EXPECT_EQ(parsed("<68 69>"), PropertyList(sampleValue.at("data")));
+    EXPECT_EQ(parsed("\xEF\xBB\xBF<plist><string>x</string></plist>"), PropertyList("x"));
+    EXPECT_EQ(parsed("<dict><key>bare</key><integer>0x1f</integer></dict>"),
+              PropertyList(Dictionary{{"bare", 31}}));
+}
+
+TEST(PlistReader, ReadsNumbersWhateverTheLocale) {
+    // Only locales with a decimal comma can show a fault; where none is installed this is idle.
+    for (const auto* name : {"de_DE.UTF-8", "fr_FR.UTF-8"})
+        setlocale(LC_NUMERIC, name);
+    EXPECT_EQ(parsed(sample), PropertyList(sampleValue));
+    setlocale(LC_NUMERIC, "C");
+}
+
+TEST(PlistReader, RefusesWhatIsNoPropertyList) {
+    for (const auto* text :
+         {"", "<html><body><h1>502</h1></body></html>", "<!DOCTYPE html>\n<html></html>",
+          "{\"StatusCode\": 0}", "<plist></plist>", "<plist/>", "<plist><string>a</string>"})
+        expectCorrupt(text);
+    for (const auto* value : {"<string>a</string><string>b</string>",
+                              "<dict><string>a</string></dict>",
+                              "<dict><key>a</key></dict>",
+                              "<dict><key>a</key><key>b</key><true/></dict>",
+                              "<integer>abc</integer>",
+                              "<integer/>",
+                              "<integer>18446744073709551616</integer>",
+                              "<integer>-9223372036854775809</integer>",
+                              "<real>one</real>",
+                              "<date>2024-13-01T00:00:00Z</date>",
+                              "<date>soon</date>",
+                              "<data>a!</data>",
+                              "<data>abcde</data>",
+                              "<string>&foo;</string>",
+                              "<string>&#0;</string>",
+                              "<string>a<b/></string>",
+                              "<array>text</array>",
+                              "<key>a</key>",
+                              "<string>\xC3(</string>",
+                              "<array></dict>",
+                              "<string a=\"<\">x</string>"})
+        expectCorrupt(xml(value));
+    expectCorrupt(xml("<true/>") + "junk");
+    expectCorrupt("<!DOCTYPE plist [ <!ENTITY a \"b\"> ]><plist><string>&a;</string></plist>");
+}
+
+TEST(PlistReader, KeepsItsLimitsOnXml) {
+    parsed(nestedXml(64));
+    expectCorrupt(nestedXml(65));
+    expectCorrupt(nestedXml(50'000));
+    auto filled = [](std::size_t size) {
+        auto text = xml("<string></string>");
+        return text.insert(text.find("</string>"), std::string(size - text.size(), 'a'));
+    };
+    parsed(filled(1 << 20));
+    expectCorrupt(filled((1 << 20) + 1));
+}
+
+TEST(PlistReader, RefusesHostileBinaries) {
+    using namespace std::string_literals;
+    EXPECT_EQ(parsed(binaryOf({"\xA2\x01\x01"s, "\x51x"s})), PropertyList(Array{"x", "x"}));
+    EXPECT_EQ(parsed(binaryOf({"\x80\x07"s})), PropertyList(Dictionary{{"CF$UID", 7}}));
+
+    expectCorrupt(binaryOf({"\xA1\x00"s}));               // holds itself
+    expectCorrupt(binaryOf({"\xA1\x01"s, "\xA1\x00"s}));  // each holds the other
+    expectCorrupt(binaryOf({"\xA1\x09"s}));               // a reference beyond the table
+    expectCorrupt(binaryOf({"\x5F\x13\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF"s}));  // a huge count
+    expectCorrupt(binaryOf({"\xD1\x01\x02"s, "\x10\x01"s, "\x51x"s}));       // a number as key
+    expectCorrupt(binaryOf({"\x33\x7F\xEF\xFF\xFF\xFF\xFF\xFF\xFF"s}));      // a date without year
+    expectCorrupt(binaryOf({"\x51\xFF"s}));  // a string that is not UTF-8
+
+    expectCorrupt(binaryOf({"\xD1\x01\x02"s, "\x52x\0"s, "\x51x"s}));  // NUL in a key
+
+    // Each level holds the next one many times: few bytes that stand for 15^20 values.
+    std::vector<std::string> levels;
+    for (char level = 1; level <= 20; ++level)
+        levels.push_back("\xAE"s + std::string(14, level));
+    levels.push_back("\x51x");
+    expectCorrupt(binaryOf(levels));
+    // A long string that is named often.
+    std::string often = "\xAF\x11\x0F\xFF"s + std::string(0x0FFF, '\x01');
+    expectCorrupt(binaryOf({often, "\x5F\x11\x40\x00"s + std::string(0x4000, 'x')}));
+}
+
+TEST(PlistReader, SurvivesCutAndChangedBytes) {
+    auto call = [](const std::string& text) {
+        auto result = parse(text);
+        EXPECT_NE(result.value.has_value(), result.error.has_value());
+    };
+    zelvo::test::mutate(sample, 3000, call);
+    zelvo::test::mutate(binary(sample), 10000, call);
+}
+
+TEST(PlistReader, ReadsFilesBelowTheSystemRoot) {
+    TemporaryFolder root;
+    PlistReader reader(root.path());
+    const std::string path = "/Library/Preferences/a.plist";
+    EXPECT_FALSE(reader.fileExists(path));
+    EXPECT_FALSE(reader.dictionaryWithContentsOfFile(path));
+
+    auto file = root.write("Library/Preferences/a.plist", xml("<dict><key>a</key><true/></dict>"));
+    EXPECT_TRUE(reader.fileExists(path));
+    EXPECT_EQ(reader.dictionaryWithContentsOfFile(path), Dictionary({{"a", true}}));
+    EXPECT_EQ(reader.dictionaryWithContentsOfFile(file), Dictionary({{"a", true}}));
+    EXPECT_FALSE(reader.fileExists("/System/Library/a.plist"));
+
+    // No dictionary at the root, no file that could be read to its end.
+    root.write("Library/list.plist", xml("<array/>"));
+    EXPECT_FALSE(reader.dictionaryWithContentsOfFile("/Library/list.plist"));
+    ASSERT_EQ(mkfifo((root / "Library/fifo.plist").c_str(), 0600), 0);
+    EXPECT_FALSE(reader.dictionaryWithContentsOfFile("/Library/fifo.plist"));
+    EXPECT_FALSE(reader.dictionaryWithContentsOfFile("/Library"));
+}
+
+TEST(PlistReader, SeesEveryChangeOfAFile) {
+    TemporaryFolder root;
+    PlistReader reader(root.path());
+    auto number = [&] {
+        auto members = reader.dictionaryWithContentsOfFile("/Library/n.plist");
+        return members ? members->at("n") : PropertyList("none");
+    };
+    // Of one size each, in quick succession, and once with the old times.
+    for (int round = 0; round < 9; ++round) {
+        auto text =
+            xml("<dict><key>n</key><integer>" + std::to_string(round) + "</integer></dict>");
+        root.write("Library/n.plist", text);
+        EXPECT_EQ(number(), PropertyList(round));
+        EXPECT_EQ(number(), PropertyList(round));
+    }
+    std::filesystem::remove(root / "Library/n.plist");
+    EXPECT_EQ(number(), PropertyList("none"));
+}
