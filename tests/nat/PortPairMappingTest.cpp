@@ -67,9 +67,12 @@ class PortPairMappingTest : public testing::Test {
 
     void open() {
         pair = std::make_unique<PortPairMapping>(
-            network, log, PortWish{5900, 23456, true, false},
+            network, log, journal, PortWish{5900, 23456, true, false},
             [this](const PortWish& wish) { return make(wish); },
-            [this](const NatPortMappingReply& reply) { replies.push_back(reply); });
+            [this](const NatPortMappingReply& reply, const std::string& explanation) {
+                replies.push_back(reply);
+                explanations.push_back(explanation);
+            });
     }
 
     std::vector<std::unique_ptr<RouterMapping>> make(const PortWish& wish) {
@@ -94,6 +97,7 @@ class PortPairMappingTest : public testing::Test {
 
     VirtualNetwork network;
     RecordingLog log;
+    MappingJournal journal{"", log};
     bool router = true;
     bool pcp = true;
     bool natPmp = true;
@@ -103,6 +107,7 @@ class PortPairMappingTest : public testing::Test {
     /// Which protocol the one entry of the router's table came by.
     std::string mapped;
     std::vector<NatPortMappingReply> replies;
+    std::vector<std::string> explanations;
     std::unique_ptr<PortPairMapping> pair;
 };
 

@@ -65,6 +65,44 @@ class VirtualNetwork : public platform::NatNetwork {
         return std::make_unique<Port>(*this, id);
     }
 
+    std::unique_ptr<platform::SearchPort> search(std::uint32_t,
+                                                 platform::SearchReceiver& receiver) override {
+        if (!reachable) {
+            return nullptr;
+        }
+        const int id = nextPort_++;
+        searchers_[id] = &receiver;
+        return std::make_unique<Searcher>(*this, id);
+    }
+    std::unique_ptr<platform::HttpExchange> exchange(const platform::Ipv4Endpoint& server,
+                                                     std::string request,
+                                                     platform::HttpExchange::Done done) override {
+        const int id = nextPort_++;
+        exchanges_[id] = std::move(done);
+        asking_ = id;
+        web(server, request);
+        return std::make_unique<Exchange>(*this, id);
+    }
+
+    /// From within `web`: the response, or nothing for a connection that fails.
+    void respond(std::optional<platform::HttpResponse> response) { respondAfter(delay, response); }
+    void respondAfter(milliseconds wait, std::optional<platform::HttpResponse> response) {
+        events_.emplace(now_ + wait, [this, id = asking_, response] {
+            if (const auto found = exchanges_.find(id); found != exchanges_.end()) {
+                const auto done = found->second;
+                done(response);
+            }
+        });
+    }
+    /// A datagram for all who search.
+    void discover(milliseconds wait, const platform::Ipv4Endpoint& from, const std::string& text) {
+        events_.emplace(now_ + wait, [this, from, bytes = Bytes(text.begin(), text.end())] {
+            for (const auto& [id, receiver] : std::map(searchers_)) {
+                receiver->found(from, bytes);
+            }
+        });
+    }
+
     /// From within the router: answers the port that has just asked.
     void answer(const Bytes& bytes) { answerAfter(delay, bytes); }
     void answerAfter(milliseconds wait, const Bytes& bytes) {
@@ -103,6 +141,11 @@ class VirtualNetwork : public platform::NatNetwork {
         now_ = end;
     }
 
+    /// Hears each search, and each HTTP request.
+    std::function<void(const platform::Ipv4Endpoint& to, const std::string& text)> searched =
+        [](const auto&, const auto&) {};
+    std::function<void(const platform::Ipv4Endpoint& server, const std::string& request)> web =
+        [](const auto&, const auto&) {};
     Router router = [](const Bytes&) {};
     bool reachable = true;
     milliseconds delay = 1ms;
@@ -127,11 +170,35 @@ class VirtualNetwork : public platform::NatNetwork {
         int id_;
     };
 
+    class Searcher : public platform::SearchPort {
+      public:
+        Searcher(VirtualNetwork& network, int id) : network_(network), id_(id) {}
+        ~Searcher() override { network_.searchers_.erase(id_); }
+        void send(const platform::Ipv4Endpoint& to, ByteView datagram) override {
+            network_.searched(to, std::string(datagram.begin(), datagram.end()));
+        }
+
+      private:
+        VirtualNetwork& network_;
+        int id_;
+    };
+    class Exchange : public platform::HttpExchange {
+      public:
+        Exchange(VirtualNetwork& network, int id) : network_(network), id_(id) {}
+        ~Exchange() override { network_.exchanges_.erase(id_); }
+
+      private:
+        VirtualNetwork& network_;
+        int id_;
+    };
+
     static constexpr NatTime Start{std::chrono::hours(100)};
 
     NatTime now_ = Start;
     std::map<int, platform::DatagramReceiver*> ports_;
     std::multimap<NatTime, std::function<void()>> events_;
+    std::map<int, platform::SearchReceiver*> searchers_;
+    std::map<int, platform::HttpExchange::Done> exchanges_;
     int asking_ = 0;
     int nextPort_ = 0;
 };

@@ -2,19 +2,28 @@
 
 #include <algorithm>
 
-#include "platform/linux/nat/NatPmpWire.h"
-#include "platform/linux/nat/PcpWire.h"
-#include "platform/linux/nat/PortControlMapping.h"
-
 namespace zelvo::platform {
 
-NatEngine::NatEngine(PollLoop& loop, Log& log, NatEngineOptions options)
+namespace {
+
+using namespace std::chrono_literals;
+
+/// A router that has just announced itself may still be busy starting, and says it several times.
+constexpr auto RestartPause = 1s;
+
+}  // namespace
+
+NatEngine::NatEngine(PollLoop& loop, Log& log, const Options& options)
     : loop_(loop),
       log_(log),
-      options_(options),
       network_(loop),
+      conversations_(network_, options.conversations),
+      journal_(options.stateFolder, log),
+      leftovers_(conversations_, journal_, log),
       monitor_(loop, [this] { routesChanged(); }),
-      route_(readRoute()) {}
+      sleepWatch_(loop, [this] { checkAll(); }) {
+    takeRoute(conversations_.readRoute());
+}
 
 void NatEngine::open(int id, const PortWish& wish, PortPairMapping::Reply reply) {
     waiting_.push_back({id, wish, std::move(reply)});
@@ -38,18 +47,25 @@ void NatEngine::closeAll() {
 }
 
 void NatEngine::advance() {
+    const NatTime now = network_.now();
+    if (checkAt_ <= now) {
+        checkAt_ = Never;
+        checkAll();
+    }
+    leftovers_.advance(now);
     for (const auto& pair : closing_) {
         pair->advance();
     }
     std::erase_if(closing_, [](const auto& pair) { return pair->isClosed(); });
     startWaiting();
+    listen();
     for (const auto& [id, pair] : pairs_) {
         pair->advance();
     }
 }
 
 NatTime NatEngine::nextWake() const {
-    NatTime next = Never;
+    NatTime next = std::min(checkAt_, leftovers_.nextWake());
     for (const auto& pair : closing_) {
         next = std::min(next, pair->nextWake());
     }
@@ -59,73 +75,77 @@ NatTime NatEngine::nextWake() const {
     return next;
 }
 
-std::vector<std::unique_ptr<RouterMapping>> NatEngine::makeMappings(const PortWish& wish) {
-    std::vector<std::unique_ptr<RouterMapping>> mappings;
-    route_ = readRoute();
-    if (!route_) {
-        return mappings;
+void NatEngine::takeRoute(const std::optional<RouterRoute>& route) {
+    route_ = route;
+    announcements_.reset();
+    if (route_) {
+        leftovers_.begin(*route_);
     }
-    const Ipv4Endpoint server =
-        options_.router.value_or(Ipv4Endpoint{route_->router, PortControlPort});
-    if (options_.pcp) {
-        mappings.push_back(std::make_unique<PortControlMapping>(
-            network_, server, wish, [&wish](std::uint32_t localAddress) {
-                return std::make_unique<PcpWire>(wish.internalPort, localAddress,
-                                                 PcpWire::makeNonces());
-            }));
-    }
-    if (options_.natPmp) {
-        mappings.push_back(std::make_unique<PortControlMapping>(
-            network_, server, wish,
-            [&wish](std::uint32_t) { return std::make_unique<NatPmpWire>(wish.internalPort); }));
-    }
-    return mappings;
 }
 
-std::optional<RouterRoute> NatEngine::readRoute() const {
-    return options_.router ? readRouteTo(options_.router->address) : readDefaultRoute();
+/// Nobody joins a group for nothing.
+void NatEngine::listen() {
+    if (pairs_.empty()) {
+        announcements_.reset();
+    } else if (!announcements_ && route_ && conversations_.isOnNetwork()) {
+        announcements_ = std::make_unique<RouterAnnouncements>(
+            loop_, route_->router, route_->localAddress,
+            [this](ByteView datagram) {
+                for (const auto& [id, pair] : pairs_) {
+                    pair->announced(datagram);
+                }
+            },
+            [this] { checkAt_ = std::min(checkAt_, network_.now() + RestartPause); });
+    }
 }
 
 void NatEngine::routesChanged() {
-    const auto route = readRoute();
+    const auto route = conversations_.readRoute();
     if (!route) {
         // A cable that comes back finds the mapping where it was.
         routeLost_ = true;
         return;
     }
-    const bool same = route == route_;
-    if (same && !routeLost_) {
-        return;
-    }
-    routeLost_ = false;
-    route_ = route;
-    for (const auto& [id, pair] : pairs_) {
-        if (same) {
-            pair->check();
-        } else {
+    if (route != route_) {
+        takeRoute(route);
+        for (const auto& [id, pair] : pairs_) {
             pair->routerChanged();
         }
+    } else if (routeLost_) {
+        checkAll();
+    }
+    routeLost_ = false;
+}
+
+void NatEngine::checkAll() {
+    for (const auto& [id, pair] : pairs_) {
+        pair->check();
     }
 }
 
 void NatEngine::startWaiting() {
     for (std::size_t index = 0; index < waiting_.size();) {
         Waiting& waiting = waiting_[index];
-        if (isWithdrawing(waiting.wish.internalPort)) {
+        if (mustWait(waiting.wish)) {
             ++index;
             continue;
         }
         pairs_[waiting.id] = std::make_unique<PortPairMapping>(
-            network_, log_, waiting.wish,
-            [this](const PortWish& wish) { return makeMappings(wish); }, std::move(waiting.reply));
+            network_, log_, journal_, waiting.wish,
+            [this](const PortWish& wish) {
+                return route_ && !routeLost_ ? conversations_.make(*route_, wish)
+                                             : std::vector<std::unique_ptr<RouterMapping>>();
+            },
+            std::move(waiting.reply));
         waiting_.erase(waiting_.begin() + static_cast<std::ptrdiff_t>(index));
     }
 }
 
-bool NatEngine::isWithdrawing(std::uint16_t internalPort) const {
-    return std::any_of(closing_.begin(), closing_.end(), [internalPort](const auto& pair) {
-        return pair->internalPort() == internalPort;
-    });
+bool NatEngine::mustWait(const PortWish& wish) const {
+    return leftovers_.mayTake(wish) ||
+           std::any_of(closing_.begin(), closing_.end(), [&wish](const auto& pair) {
+               return pair->wish().internalPort == wish.internalPort;
+           });
 }
 
 }  // namespace zelvo::platform

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <map>
 #include <memory>
 #include <optional>
@@ -8,24 +7,26 @@
 #include <vector>
 
 #include "platform/Log.h"
+#include "platform/linux/nat/Leftovers.h"
 #include "platform/linux/nat/PollLoop.h"
 #include "platform/linux/nat/PortPairMapping.h"
 #include "platform/linux/nat/RouteMonitor.h"
+#include "platform/linux/nat/RouterAnnouncements.h"
+#include "platform/linux/nat/SleepWatch.h"
 #include "platform/linux/nat/SocketNetwork.h"
 
 namespace zelvo::platform {
 
-struct NatEngineOptions {
-    /// Nothing for the gateway of the default route.
-    std::optional<Ipv4Endpoint> router;
-    bool pcp = true;
-    bool natPmp = true;
-};
-
-/// All open requests, and the network that they share. One thread.
+/// All open requests, and what happens on the network around them. One thread.
 class NatEngine {
   public:
-    NatEngine(PollLoop& loop, Log& log, NatEngineOptions options);
+    struct Options {
+        Conversations::Options conversations;
+        /// Where the journal lies; empty for none.
+        std::string stateFolder;
+    };
+
+    NatEngine(PollLoop& loop, Log& log, const Options& options);
 
     void open(int id, const PortWish& wish, PortPairMapping::Reply reply);
     void close(int id);
@@ -34,6 +35,7 @@ class NatEngine {
     /// Does what is due. To be called after each turn of the loop.
     void advance();
     NatTime nextWake() const;
+    /// No request is open or being withdrawn.
     bool isIdle() const { return pairs_.empty() && closing_.empty() && waiting_.empty(); }
 
   private:
@@ -43,19 +45,26 @@ class NatEngine {
         PortPairMapping::Reply reply;
     };
 
-    std::vector<std::unique_ptr<RouterMapping>> makeMappings(const PortWish& wish);
-    std::optional<RouterRoute> readRoute() const;
+    void takeRoute(const std::optional<RouterRoute>& route);
+    void listen();
     void routesChanged();
+    void checkAll();
     void startWaiting();
-    bool isWithdrawing(std::uint16_t internalPort) const;
+    bool mustWait(const PortWish& wish) const;
 
     PollLoop& loop_;
     Log& log_;
-    NatEngineOptions options_;
     SocketNetwork network_;
+    Conversations conversations_;
+    MappingJournal journal_;
+    Leftovers leftovers_;
     RouteMonitor monitor_;
+    SleepWatch sleepWatch_;
     std::optional<RouterRoute> route_;
     bool routeLost_ = false;
+    std::unique_ptr<RouterAnnouncements> announcements_;
+    /// When the mappings are to be asked for again, because the router seems to have restarted.
+    NatTime checkAt_ = Never;
     std::map<int, std::unique_ptr<PortPairMapping>> pairs_;
     std::vector<std::unique_ptr<PortPairMapping>> closing_;
     /// Requests for a port of which an older mapping is still being withdrawn.

@@ -16,7 +16,7 @@ constexpr auto LongestEnding = 1500ms;
 
 }  // namespace
 
-NatWorker::NatWorker(Log& log, const NatEngineOptions& options)
+NatWorker::NatWorker(Log& log, const NatEngine::Options& options)
     : log_(log), wake_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
     if (!wake_) {
         return;
@@ -56,7 +56,7 @@ void NatWorker::post(Job job) {
     eventfd_write(wake_.get(), 1);
 }
 
-void NatWorker::run(const NatEngineOptions& options) {
+void NatWorker::run(const NatEngine::Options& options) {
     PollLoop loop;
     NatEngine engine(loop, log_, options);
     const auto wake = loop.watch(wake_.get(), POLLIN, [this](short) {

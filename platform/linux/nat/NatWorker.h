@@ -14,7 +14,7 @@ namespace zelvo::platform {
 /// The thread that talks with the router.
 class NatWorker {
   public:
-    NatWorker(Log& log, const NatEngineOptions& options);
+    NatWorker(Log& log, const NatEngine::Options& options);
     /// Withdraws what is still mapped, for one second at most, and joins.
     ~NatWorker();
 
@@ -28,7 +28,7 @@ class NatWorker {
     using Job = std::function<void(NatEngine&)>;
 
     void post(Job job);
-    void run(const NatEngineOptions& options);
+    void run(const NatEngine::Options& options);
     std::vector<Job> takeJobs();
 
     Log& log_;

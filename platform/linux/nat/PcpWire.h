@@ -7,12 +7,6 @@
 
 namespace zelvo::platform {
 
-/// The two nonces of a port pair, kept for as long as it is mapped.
-struct PcpNonces {
-    PcpNonce tcp{};
-    PcpNonce udp{};
-};
-
 /// RFC 6887.
 class PcpWire final : public PortControlWire {
   public:
@@ -32,7 +26,7 @@ class PcpWire final : public PortControlWire {
     std::chrono::milliseconds renewAfter(std::chrono::milliseconds left) override;
     RetrySchedule schedule() const override;
 
-    const PcpNonces& nonces() const { return nonces_; }
+    PcpNonces nonces() const override { return nonces_; }
 
   private:
     const PcpNonce& nonce(Transport transport) const {

@@ -23,7 +23,7 @@ NatTime PortControlMapping::Lane::nextWake() const {
 
 PortControlMapping::PortControlMapping(NatNetwork& network, const Ipv4Endpoint& router,
                                        const PortWish& wish, const MakeWire& makeWire)
-    : network_(network), wish_(wish), port_(network.connect(router, *this)) {
+    : network_(network), router_(router), wish_(wish), port_(network.connect(router, *this)) {
     wire_ = makeWire(port_ ? port_->localAddress() : 0);
     name_ = wire_->name();
     if (wish.tcp) {
@@ -109,6 +109,19 @@ NatTime PortControlMapping::nextWake() const {
         next = std::min(next, lane.nextWake());
     }
     return next;
+}
+
+MappingRecord PortControlMapping::record() const {
+    MappingRecord record;
+    record.protocol = name_;
+    record.router = router_;
+    record.localAddress = port_ ? port_->localAddress() : 0;
+    record.internalPort = wish_.internalPort;
+    record.externalPorts = {wish_.externalPort};
+    record.tcp = wish_.tcp;
+    record.udp = wish_.udp;
+    record.nonces = wire_->nonces();
+    return record;
 }
 
 void PortControlMapping::received(ByteView datagram) {

@@ -29,8 +29,7 @@ class PortControlMapping final : public RouterMapping, private DatagramReceiver 
     void release() override;
     void check() override;
     void wake() override;
-    /// What the router told all hosts, without being asked.
-    void announced(ByteView datagram);
+    void announced(ByteView datagram) override;
 
     std::string_view protocol() const override { return name_; }
     Phase phase() const override { return phase_; }
@@ -38,6 +37,7 @@ class PortControlMapping final : public RouterMapping, private DatagramReceiver 
     const PortGrant& grant() const override { return grant_; }
     NatFailure failure() const override { return failure_; }
     const std::string& lastWord() const override { return lastWord_; }
+    MappingRecord record() const override;
     bool withdrawn() const override { return phase_ == Phase::Over && withdrawn_; }
     /// Datagrams from the router that answered nothing.
     int ignored() const { return ignored_; }
@@ -86,6 +86,7 @@ class PortControlMapping final : public RouterMapping, private DatagramReceiver 
     Lane& primary() { return lanes_.front(); }
 
     NatNetwork& network_;
+    Ipv4Endpoint router_;
     PortWish wish_;
     std::unique_ptr<DatagramPort> port_;
     std::unique_ptr<PortControlWire> wire_;

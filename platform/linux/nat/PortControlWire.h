@@ -7,6 +7,7 @@
 #include "platform/linux/nat/RetrySchedule.h"
 #include "platform/linux/nat/RouterMapping.h"
 #include "platform/linux/nat/codec/ByteOrder.h"
+#include "platform/linux/nat/codec/PcpCodec.h"
 #include "platform/linux/nat/codec/PortControl.h"
 
 namespace zelvo::platform {
@@ -54,6 +55,8 @@ class PortControlWire {
     /// How long to leave a mapping alone that is good for `left`.
     virtual std::chrono::milliseconds renewAfter(std::chrono::milliseconds left) = 0;
     virtual RetrySchedule schedule() const = 0;
+    /// What else it takes to withdraw.
+    virtual PcpNonces nonces() const { return {}; }
 };
 
 }  // namespace zelvo::platform

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "platform/linux/nat/ExternalAddress.h"
+
 namespace zelvo::platform {
 
 namespace {
@@ -40,10 +42,11 @@ bool isEnding(const RouterMapping& mapping) {
 
 }  // namespace
 
-PortPairMapping::PortPairMapping(const NatNetwork& network, Log& log, const PortWish& wish,
-                                 Make make, Reply reply)
+PortPairMapping::PortPairMapping(const NatNetwork& network, Log& log, MappingJournal& journal,
+                                 const PortWish& wish, Make make, Reply reply)
     : network_(network),
       log_(log),
+      journal_(journal),
       wish_(wish),
       make_(std::move(make)),
       reply_(std::move(reply)),
@@ -90,6 +93,12 @@ void PortPairMapping::check() {
     }
 }
 
+void PortPairMapping::announced(ByteView datagram) {
+    if (state_ == State::Mapped) {
+        winner_.mapping->announced(datagram);
+    }
+}
+
 void PortPairMapping::close() {
     dismissAll();
     state_ = State::Closing;
@@ -118,6 +127,7 @@ NatTime PortPairMapping::nextWake() const {
 void PortPairMapping::seek() {
     state_ = State::Seeking;
     failureCode_ = NatErrorNone;
+    failureText_.clear();
     deadline_ = network_.now() + Patience;
     nextTurn_ = network_.now();
     for (auto& mapping : make_(wish_)) {
@@ -125,7 +135,8 @@ void PortPairMapping::seek() {
     }
     if (candidates_.empty()) {
         failureCode_ = NatErrorNoRouter;
-        say("there is no router");
+        failureText_ = "there is no router";
+        say(failureText_);
     }
 }
 
@@ -170,6 +181,7 @@ void PortPairMapping::giveTurn() {
         if (candidate.mapping->phase() == Phase::Ready) {
             nextTurn_ = now + Turn;
             candidate.asked = true;
+            candidate.recordId = journal_.add(candidate.mapping->record());
             candidate.mapping->ask();
             return;
         }
@@ -205,6 +217,9 @@ void PortPairMapping::reviewLeaving() {
                      : ": the router has not confirmed the withdrawal of port ") +
                 std::to_string(wish_.internalPort));
         }
+        if (candidate.mapping->withdrawn()) {
+            journal_.remove(candidate.recordId);
+        }
         const bool mayHaveTakenOurs = candidate.asked && state_ == State::Mapped;
         leaving_.erase(leaving_.begin() + static_cast<std::ptrdiff_t>(index));
         if (mayHaveTakenOurs) {
@@ -236,8 +251,10 @@ void PortPairMapping::lose(Candidate candidate) {
 void PortPairMapping::noteFailure(const RouterMapping& mapping) {
     const bool spoke = isEnding(mapping);
     failureCode_ = moreTelling(failureCode_, spoke ? mapping.failure() : NatFailure::Silent);
-    say(std::string(mapping.protocol()) + ": " +
-        (spoke ? mapping.lastWord() : "the router does not answer"));
+    const std::string text = std::string(mapping.protocol()) + ": " +
+                             (spoke ? mapping.lastWord() : "the router does not answer");
+    failureText_ += (failureText_.empty() ? "" : "\n") + text;
+    say(text);
 }
 
 void PortPairMapping::conclude() {
@@ -249,7 +266,7 @@ void PortPairMapping::conclude() {
     reply.errorCode = failureCode_;
     reply.protocol = (wish_.tcp ? NatProtocolTcp : 0) | (wish_.udp ? NatProtocolUdp : 0);
     reply.internalPort = htons(wish_.internalPort);
-    reply_(reply);
+    reply_(reply, failureText_);
 }
 
 void PortPairMapping::dismissAll() {
@@ -278,7 +295,11 @@ void PortPairMapping::report() {
     reply.internalPort = htons(wish_.internalPort);
     reply.externalPort = htons(grant.externalPort);
     reply.ttl = static_cast<std::uint32_t>(grant.lifetime.count());
-    reply_(reply);
+    const std::string explanation = explainExternalAddress(grant.externalAddress);
+    if (!explanation.empty()) {
+        say(explanation);
+    }
+    reply_(reply, explanation);
 }
 
 void PortPairMapping::say(const std::string& text) {

@@ -7,6 +7,7 @@
 
 #include "platform/Log.h"
 #include "platform/NatPortMapping.h"
+#include "platform/linux/nat/MappingJournal.h"
 #include "platform/linux/nat/NatNetwork.h"
 #include "platform/linux/nat/RouterMapping.h"
 
@@ -20,23 +21,27 @@ class PortPairMapping {
   public:
     /// One conversation for each protocol, freshly begun; none where there is no router.
     using Make = std::function<std::vector<std::unique_ptr<RouterMapping>>(const PortWish&)>;
-    using Reply = std::function<void(const NatPortMappingReply&)>;
+    /// The explanation is for people: why nothing is mapped, or why a mapping is of no use. Empty
+    /// where all is well.
+    using Reply = std::function<void(const NatPortMappingReply&, const std::string& explanation)>;
 
     /// `reply` hears the first outcome, and each later change.
-    PortPairMapping(const NatNetwork& network, Log& log, const PortWish& wish, Make make,
-                    Reply reply);
+    PortPairMapping(const NatNetwork& network, Log& log, MappingJournal& journal,
+                    const PortWish& wish, Make make, Reply reply);
 
     void advance();
     /// Another router, or another address of this host: begins anew, and withdraws the old.
     void routerChanged();
     /// The router may have forgotten, or the host has slept.
     void check();
+    /// What the router has told all hosts, by NAT-PMP or PCP.
+    void announced(ByteView datagram);
     /// Withdraws. Brings no further reply.
     void close();
 
     bool isClosed() const { return state_ == State::Closing && leaving_.empty(); }
     NatTime nextWake() const;
-    std::uint16_t internalPort() const { return wish_.internalPort; }
+    const PortWish& wish() const { return wish_; }
 
   private:
     enum class State : std::uint8_t { Seeking, Mapped, Waiting, Closing };
@@ -44,6 +49,7 @@ class PortPairMapping {
     struct Candidate {
         std::unique_ptr<RouterMapping> mapping;
         bool asked = false;
+        int recordId = -1;
     };
 
     void seek();
@@ -61,6 +67,7 @@ class PortPairMapping {
 
     const NatNetwork& network_;
     Log& log_;
+    MappingJournal& journal_;
     PortWish wish_;
     Make make_;
     Reply reply_;
@@ -76,6 +83,7 @@ class PortPairMapping {
     NatTime retryAt_;
     std::chrono::seconds retryPause_;
     std::int32_t failureCode_ = NatErrorNone;
+    std::string failureText_;
 };
 
 }  // namespace zelvo::platform

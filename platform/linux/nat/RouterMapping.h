@@ -4,7 +4,9 @@
 #include <string>
 #include <string_view>
 
+#include "platform/linux/nat/MappingRecord.h"
 #include "platform/linux/nat/NatClock.h"
+#include "platform/linux/nat/codec/ByteOrder.h"
 
 namespace zelvo::platform {
 
@@ -65,6 +67,8 @@ class RouterMapping {
     /// The router may have forgotten: asks again for what is mapped.
     virtual void check() = 0;
     virtual void wake() = 0;
+    /// What the router has told all hosts, by NAT-PMP or PCP.
+    virtual void announced(ByteView) {}
 
     virtual std::string_view protocol() const = 0;
     virtual Phase phase() const = 0;
@@ -74,6 +78,8 @@ class RouterMapping {
     /// Why nothing is mapped (any more), and in words, where that was not by `release`.
     virtual NatFailure failure() const = 0;
     virtual const std::string& lastWord() const = 0;
+    /// What it will take to withdraw what `ask` may map.
+    virtual MappingRecord record() const = 0;
     /// Over, and the router has confirmed that nothing is left, or nothing was asked.
     virtual bool withdrawn() const = 0;
 };

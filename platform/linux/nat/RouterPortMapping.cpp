@@ -95,13 +95,17 @@ class RouterReference final : public NatPortMappingReference {
 }  // namespace
 
 RouterPortMapping::RouterPortMapping(MainQueue& mainQueue, Log& log, Options options)
-    : mainQueue_(mainQueue), routerIsValid_(true) {
-    NatEngineOptions engine;
-    engine.pcp = options.pcp;
-    engine.natPmp = options.natPmp;
+    : mainQueue_(mainQueue),
+      routerIsValid_(true),
+      explanation_(std::make_shared<Observable<std::string>>()) {
+    NatEngine::Options engine;
+    engine.stateFolder = options.stateFolder;
+    engine.conversations.pcp = options.pcp;
+    engine.conversations.natPmp = options.natPmp;
+    engine.conversations.upnp = options.upnp;
     if (!options.router.empty()) {
-        engine.router = parseEndpoint(options.router);
-        routerIsValid_ = engine.router.has_value();
+        engine.conversations.router = parseEndpoint(options.router);
+        routerIsValid_ = engine.conversations.router.has_value();
     }
     if (!routerIsValid_) {
         log.line("Port mapping: \"" + options.router + "\" is no router; expected is an IPv4 " +
@@ -139,13 +143,19 @@ std::int32_t RouterPortMapping::create(std::unique_ptr<NatPortMappingReference>&
     const auto state = std::make_shared<RequestState>();
     state->callback = std::move(callback);
     const int id = nextId_++;
-    worker_->open(id, wish, [&queue = mainQueue_, weak = std::weak_ptr(state)](const auto& reply) {
-        queue.async([weak, reply] {
-            if (const auto state = weak.lock()) {
-                state->take(reply);
-            }
+    worker_->open(
+        id, wish,
+        [&queue = mainQueue_, weak = std::weak_ptr(state), explained = std::weak_ptr(explanation_)](
+            const NatPortMappingReply& reply, const std::string& explanation) {
+            queue.async([weak, explained, reply, explanation] {
+                const auto state = weak.lock();
+                const auto text = explained.lock();
+                if (state && text) {
+                    text->set(explanation);
+                    state->take(reply);
+                }
+            });
         });
-    });
     reference = std::make_unique<RouterReference>(mainQueue_, state, worker_, id);
     return NatErrorNone;
 }

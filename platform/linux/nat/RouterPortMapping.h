@@ -6,12 +6,14 @@
 #include "platform/Log.h"
 #include "platform/MainQueue.h"
 #include "platform/NatPortMapping.h"
+#include "platform/Observable.h"
 
 namespace zelvo::platform {
 
 class NatWorker;
 
-/// Asks the home router by NAT-PMP (RFC 6886) and PCP (RFC 6887), on a worker of its own.
+/// Asks the home router by PCP (RFC 6887), NAT-PMP (RFC 6886) and UPnP IGD side by side, on a
+/// worker of its own.
 ///
 /// The first outcome comes after ten seconds at the latest. A lease is one hour and renewed for as
 /// long as the reference lives; after a failure the router is asked again from time to time, and
@@ -22,9 +24,13 @@ class RouterPortMapping final : public NatPortMapping {
         /// "address" or "address:port"; empty for the gateway of the default route. With anything
         /// else every request fails with NatErrorNoRouter.
         std::string router;
-        /// The protocols to try.
+        /// Folder of the journal, by which the next start withdraws what a crash has left on the
+        /// router; empty for none.
+        std::string stateFolder;
+        /// The protocols to try. UPnP is left out where `router` names a port.
         bool pcp = true;
         bool natPmp = true;
+        bool upnp = true;
     };
 
     /// Both outlive this object.
@@ -37,10 +43,17 @@ class RouterPortMapping final : public NatPortMapping {
     std::int32_t create(std::unique_ptr<NatPortMappingReference>& reference,
                         const NatPortMappingRequest& request, Callback callback) override;
 
+    /// What there is to tell people about the latest outcome: why nothing is mapped, one line for
+    /// each protocol, or why a mapping is of no use. Empty where all is well. Written before the
+    /// reply is delivered.
+    const Observable<std::string>& explanation() const { return *explanation_; }
+    Observable<std::string>& explanation() { return *explanation_; }
+
   private:
     MainQueue& mainQueue_;
     bool routerIsValid_;
     int nextId_ = 0;
+    std::shared_ptr<Observable<std::string>> explanation_;
     std::shared_ptr<NatWorker> worker_;
 };
 

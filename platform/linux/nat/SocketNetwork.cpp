@@ -8,6 +8,7 @@
 #include <cerrno>
 
 #include "platform/linux/nat/OwnedDescriptor.h"
+#include "platform/linux/nat/SocketExchange.h"
 
 namespace zelvo::platform {
 
@@ -15,14 +16,6 @@ namespace {
 
 /// Datagrams taken in one turn, so that a flood does not keep the loop from its other work.
 constexpr int BurstLimit = 16;
-
-sockaddr_in socketAddress(const Ipv4Endpoint& endpoint) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(endpoint.port);
-    address.sin_addr.s_addr = htonl(endpoint.address);
-    return address;
-}
 
 class ConnectedPort final : public DatagramPort {
   public:
@@ -66,6 +59,42 @@ class ConnectedPort final : public DatagramPort {
     std::unique_ptr<PollLoop::Watch> watch_;
 };
 
+class GroupPort final : public SearchPort {
+  public:
+    GroupPort(PollLoop& loop, OwnedDescriptor socket, SearchReceiver& receiver)
+        : socket_(std::move(socket)), receiver_(receiver) {
+        watch_ = loop.watch(socket_.get(), POLLIN, [this](short) { read(); });
+    }
+
+    void send(const Ipv4Endpoint& to, ByteView datagram) override {
+        const sockaddr_in address = socketAddress(to);
+        sendto(socket_.get(), datagram.data(), datagram.size(), MSG_NOSIGNAL,
+               reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    }
+
+  private:
+    void read() {
+        std::array<std::uint8_t, 2048> buffer;
+        for (int count = 0; count < BurstLimit; ++count) {
+            sockaddr_in from{};
+            socklen_t length = sizeof from;
+            const ssize_t size = recvfrom(socket_.get(), buffer.data(), buffer.size(), MSG_TRUNC,
+                                          reinterpret_cast<sockaddr*>(&from), &length);
+            if (size < 0) {
+                return;
+            }
+            if (static_cast<std::size_t>(size) <= buffer.size()) {
+                receiver_.found({ntohl(from.sin_addr.s_addr), ntohs(from.sin_port)},
+                                ByteView(buffer.data(), static_cast<std::size_t>(size)));
+            }
+        }
+    }
+
+    OwnedDescriptor socket_;
+    SearchReceiver& receiver_;
+    std::unique_ptr<PollLoop::Watch> watch_;
+};
+
 }  // namespace
 
 std::string addressText(std::uint32_t address) {
@@ -87,6 +116,28 @@ std::unique_ptr<DatagramPort> SocketNetwork::connect(const Ipv4Endpoint& peer,
         return nullptr;
     }
     return std::make_unique<ConnectedPort>(loop_, std::move(socket), receiver);
+}
+
+std::unique_ptr<SearchPort> SocketNetwork::search(std::uint32_t localAddress,
+                                                  SearchReceiver& receiver) {
+    OwnedDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    const sockaddr_in address = socketAddress({localAddress, 0});
+    // UPnP 1.0 asks for so many hops.
+    const int hops = 4;
+    if (!socket ||
+        bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        setsockopt(socket.get(), IPPROTO_IP, IP_MULTICAST_IF, &address.sin_addr,
+                   sizeof address.sin_addr) != 0 ||
+        setsockopt(socket.get(), IPPROTO_IP, IP_MULTICAST_TTL, &hops, sizeof hops) != 0) {
+        return nullptr;
+    }
+    return std::make_unique<GroupPort>(loop_, std::move(socket), receiver);
+}
+
+std::unique_ptr<HttpExchange> SocketNetwork::exchange(const Ipv4Endpoint& server,
+                                                      std::string request,
+                                                      HttpExchange::Done done) {
+    return std::make_unique<SocketExchange>(loop_, server, std::move(request), std::move(done));
 }
 
 }  // namespace zelvo::platform

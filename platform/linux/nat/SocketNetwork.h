@@ -13,6 +13,10 @@ class SocketNetwork final : public NatNetwork {
     NatTime now() const override { return PollLoop::now(); }
     std::unique_ptr<DatagramPort> connect(const Ipv4Endpoint& peer,
                                           DatagramReceiver& receiver) override;
+    std::unique_ptr<SearchPort> search(std::uint32_t localAddress,
+                                       SearchReceiver& receiver) override;
+    std::unique_ptr<HttpExchange> exchange(const Ipv4Endpoint& server, std::string request,
+                                           HttpExchange::Done done) override;
 
   private:
     PollLoop& loop_;

@@ -31,6 +31,12 @@ enum class PcpResult : std::uint8_t {
 
 using PcpNonce = std::array<std::uint8_t, 12>;
 
+/// The two nonces of a port pair, kept for as long as it is mapped.
+struct PcpNonces {
+    PcpNonce tcp{};
+    PcpNonce udp{};
+};
+
 /// The fields of the MAP opcode (RFC 6887 11.1); ports and addresses in host byte order.
 struct PcpMap {
     PcpNonce nonce{};

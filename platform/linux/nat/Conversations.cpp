@@ -1,0 +1,84 @@
+#include "platform/linux/nat/Conversations.h"
+
+#include "platform/linux/nat/NatPmpWire.h"
+#include "platform/linux/nat/PcpWire.h"
+#include "platform/linux/nat/PortControlMapping.h"
+#include "platform/linux/nat/UpnpMapping.h"
+
+namespace zelvo::platform {
+
+namespace {
+
+PortControlMapping::MakeWire makePcp(std::uint16_t internalPort, const PcpNonces& nonces) {
+    return [internalPort, nonces](std::uint32_t localAddress) {
+        return std::make_unique<PcpWire>(internalPort, localAddress, nonces);
+    };
+}
+
+PortControlMapping::MakeWire makeNatPmp(std::uint16_t internalPort) {
+    return [internalPort](std::uint32_t) { return std::make_unique<NatPmpWire>(internalPort); };
+}
+
+}  // namespace
+
+std::vector<std::unique_ptr<RouterMapping>> Conversations::make(const RouterRoute& route,
+                                                                const PortWish& wish) const {
+    std::vector<std::unique_ptr<RouterMapping>> made;
+    if (options_.pcp) {
+        made.push_back(std::make_unique<PortControlMapping>(
+            network_, server(route), wish, makePcp(wish.internalPort, PcpWire::makeNonces())));
+    }
+    if (options_.natPmp) {
+        made.push_back(std::make_unique<PortControlMapping>(network_, server(route), wish,
+                                                            makeNatPmp(wish.internalPort)));
+    }
+    if (speaksUpnp()) {
+        const UpnpMapping::Place place{route.router, route.localAddress, isOnNetwork()};
+        made.push_back(std::make_unique<UpnpMapping>(network_, place, wish));
+    }
+    return made;
+}
+
+std::unique_ptr<RouterMapping> Conversations::makeWithdrawal(const RouterRoute& route,
+                                                             const MappingRecord& record) const {
+    if (record.router.address != route.router) {
+        return nullptr;
+    }
+    PortWish wish;
+    wish.internalPort = record.internalPort;
+    wish.externalPort = record.externalPorts.empty() ? 0 : record.externalPorts.front();
+    wish.tcp = record.tcp;
+    wish.udp = record.udp;
+    if (record.protocol == "UPnP" && speaksUpnp() && !record.externalPorts.empty()) {
+        // Those mappings lead to the address that this host had then.
+        const UpnpMapping::Place place{route.router, route.localAddress, isOnNetwork()};
+        auto mapping = std::make_unique<UpnpMapping>(network_, place, wish);
+        mapping->recover(record.localAddress, record.externalPorts);
+        return mapping;
+    }
+    if ((record.protocol != "PCP" || !options_.pcp) &&
+        (record.protocol != "NAT-PMP" || !options_.natPmp)) {
+        return nullptr;
+    }
+    auto mapping = std::make_unique<PortControlMapping>(
+        network_, record.router, wish,
+        record.protocol == "PCP" ? makePcp(record.internalPort, record.nonces)
+                                 : makeNatPmp(record.internalPort));
+    mapping->recover();
+    return mapping;
+}
+
+std::optional<RouterRoute> Conversations::readRoute() const {
+    return options_.router ? readRouteTo(options_.router->address) : readDefaultRoute();
+}
+
+Ipv4Endpoint Conversations::server(const RouterRoute& route) const {
+    return options_.router.value_or(Ipv4Endpoint{route.router, PortControlPort});
+}
+
+bool Conversations::speaksUpnp() const {
+    // A port that somebody names is one of NAT-PMP, and there is nothing else to be found there.
+    return options_.upnp && (!options_.router || options_.router->port == PortControlPort);
+}
+
+}  // namespace zelvo::platform

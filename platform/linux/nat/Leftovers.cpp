@@ -1,0 +1,65 @@
+#include "platform/linux/nat/Leftovers.h"
+
+#include <algorithm>
+
+namespace zelvo::platform {
+
+Leftovers::Leftovers(const Conversations& conversations, MappingJournal& journal, Log& log)
+    : conversations_(conversations), journal_(journal), log_(log), waiting_(journal.records()) {}
+
+void Leftovers::begin(const RouterRoute& route) {
+    std::erase_if(waiting_, [this, &route](const auto& entry) {
+        auto mapping = conversations_.makeWithdrawal(route, entry.second);
+        if (!mapping) {
+            return false;
+        }
+        leaving_[entry.first] = std::move(mapping);
+        return true;
+    });
+}
+
+void Leftovers::advance(NatTime now) {
+    std::erase_if(leaving_, [this, now](const auto& entry) {
+        const auto& [id, mapping] = entry;
+        if (mapping->nextWake() <= now) {
+            mapping->wake();
+        }
+        if (mapping->phase() != RouterMapping::Phase::Over) {
+            return false;
+        }
+        const std::string port = std::to_string(mapping->record().internalPort);
+        const std::string protocol(mapping->protocol());
+        if (mapping->withdrawn()) {
+            journal_.remove(id);
+            log_.line("Port mapping: " + protocol +
+                      " has withdrawn what an earlier run left for port " + port);
+        } else {
+            log_.line("Port mapping: " + protocol +
+                      ": the router has not confirmed the withdrawal of what an earlier run left "
+                      "for port " +
+                      port);
+        }
+        return true;
+    });
+}
+
+NatTime Leftovers::nextWake() const {
+    NatTime next = Never;
+    for (const auto& [id, mapping] : leaving_) {
+        next = std::min(next, mapping->nextWake());
+    }
+    return next;
+}
+
+bool Leftovers::mayTake(const PortWish& wish) const {
+    return std::any_of(leaving_.begin(), leaving_.end(), [&wish](const auto& entry) {
+        const MappingRecord record = entry.second->record();
+        // UPnP names a mapping by its external port, the others by its internal one.
+        return record.protocol == "UPnP"
+                   ? std::find(record.externalPorts.begin(), record.externalPorts.end(),
+                               wish.externalPort) != record.externalPorts.end()
+                   : record.internalPort == wish.internalPort;
+    });
+}
+
+}  // namespace zelvo::platform

@@ -1,0 +1,140 @@
+#include "platform/linux/nat/MappingJournal.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <random>
+#include <sstream>
+
+namespace zelvo::platform {
+
+namespace {
+
+constexpr const char* FilePrefix = "port-mappings.";
+constexpr std::size_t LongestFile = 64 * 1024;
+constexpr std::size_t MostRecords = 64;
+/// No router is expected to remember for longer.
+constexpr std::chrono::hours LongestMemory{24 * 30};
+
+std::int64_t secondsNow() {
+    return std::chrono::duration_cast<std::chrono::seconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
+std::string readLimited(int descriptor) {
+    std::string text(LongestFile, '\0');
+    const ssize_t size = read(descriptor, text.data(), text.size());
+    text.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
+    return text;
+}
+
+}  // namespace
+
+MappingJournal::MappingJournal(const std::string& folder, Log& log) : folder_(folder), log_(log) {
+    if (folder_.empty()) {
+        return;
+    }
+    std::error_code error;
+    std::filesystem::create_directories(folder_, error);
+    if (error) {
+        log_.line("Port mapping: no journal in " + folder_ + ": " + error.message());
+        folder_.clear();
+        return;
+    }
+    std::random_device device;
+    path_ = folder_ + "/" + FilePrefix + std::to_string(device()) + std::to_string(device());
+    takeOver();
+}
+
+int MappingJournal::add(MappingRecord record) {
+    record.writtenAt = secondsNow();
+    records_[nextId_] = std::move(record);
+    write();
+    return nextId_++;
+}
+
+void MappingJournal::remove(int id) {
+    if (records_.erase(id) > 0) {
+        write();
+    }
+}
+
+void MappingJournal::takeOver() {
+    std::error_code error;
+    std::vector<std::pair<std::string, OwnedDescriptor>> taken;
+    for (const auto& entry : std::filesystem::directory_iterator(folder_, error)) {
+        if (entry.path().filename().string().rfind(FilePrefix, 0) == 0) {
+            if (OwnedDescriptor file = takeOverFile(entry.path().string())) {
+                taken.emplace_back(entry.path().string(), std::move(file));
+            }
+        }
+    }
+    if (!taken.empty()) {
+        // First they stand in our own file, then theirs may go.
+        write();
+        for (const auto& [path, file] : taken) {
+            unlink(path.c_str());
+        }
+    }
+}
+
+OwnedDescriptor MappingJournal::takeOverFile(const std::string& path) {
+    OwnedDescriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat status {};
+    // One that is locked belongs to a process that lives; one without a name has just been replaced
+    // by its owner.
+    if (!file || flock(file.get(), LOCK_EX | LOCK_NB) != 0 || fstat(file.get(), &status) != 0 ||
+        !S_ISREG(status.st_mode) || status.st_nlink == 0) {
+        return {};
+    }
+    const std::int64_t oldest = secondsNow() - std::chrono::seconds(LongestMemory).count();
+    std::istringstream lines(readLimited(file.get()));
+    for (std::string line; std::getline(lines, line) && records_.size() < MostRecords;) {
+        const auto record = MappingRecord::parse(line);
+        if (record && record->writtenAt > oldest) {
+            records_[nextId_++] = *record;
+        }
+    }
+    return file;
+}
+
+void MappingJournal::write() {
+    if (folder_.empty()) {
+        return;
+    }
+    if (records_.empty()) {
+        unlink(path_.c_str());
+        file_ = OwnedDescriptor();
+        return;
+    }
+    // Not found by the search of takeOver, which goes by the beginning of the name.
+    const std::string temporary = folder_ + "/new-" + path_.substr(folder_.size() + 1);
+    if (!writeFile(temporary)) {
+        unlink(temporary.c_str());
+        log_.line("Port mapping: the journal " + path_ + " cannot be written");
+    }
+}
+
+bool MappingJournal::writeFile(const std::string& temporary) {
+    OwnedDescriptor file(
+        open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+    // The lock comes before the name, so that nobody finds the file without it.
+    if (!file || flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
+        return false;
+    }
+    std::string text;
+    for (const auto& [id, record] : records_) {
+        text += record.text() + "\n";
+    }
+    if (::write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()) ||
+        fdatasync(file.get()) != 0 || rename(temporary.c_str(), path_.c_str()) != 0) {
+        return false;
+    }
+    file_ = std::move(file);
+    return true;
+}
+
+}  // namespace zelvo::platform

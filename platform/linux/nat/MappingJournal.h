@@ -1,0 +1,42 @@
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "platform/Log.h"
+#include "platform/linux/nat/MappingRecord.h"
+#include "platform/linux/nat/OwnedDescriptor.h"
+
+namespace zelvo::platform {
+
+/// Keeps on disk what may be mapped on a router, so that the next start can withdraw what a crash
+/// has left. One file for each process, locked while it lives; the files of the dead are taken
+/// over.
+class MappingJournal {
+  public:
+    /// The folder is made where it is missing; empty for no journal.
+    MappingJournal(const std::string& folder, Log& log);
+
+    /// Is on disk when this returns, unless the disk refuses, which is logged.
+    int add(MappingRecord record);
+    void remove(int id);
+
+    /// Everything that is recorded; right after the construction, what others have left.
+    const std::map<int, MappingRecord>& records() const { return records_; }
+
+  private:
+    void takeOver();
+    /// The file with its lock, its records taken in; empty when it is not for us.
+    OwnedDescriptor takeOverFile(const std::string& path);
+    void write();
+    bool writeFile(const std::string& temporary);
+
+    std::string folder_;
+    Log& log_;
+    std::string path_;
+    OwnedDescriptor file_;
+    std::map<int, MappingRecord> records_;
+    int nextId_ = 0;
+};
+
+}  // namespace zelvo::platform

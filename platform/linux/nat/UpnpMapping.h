@@ -1,0 +1,140 @@
+#pragma once
+
+#include <deque>
+#include <memory>
+#include <vector>
+
+#include "platform/linux/nat/NatNetwork.h"
+#include "platform/linux/nat/RetrySchedule.h"
+#include "platform/linux/nat/RouterMapping.h"
+#include "platform/linux/nat/SsdpMessage.h"
+#include "platform/linux/nat/UpnpDescription.h"
+
+namespace zelvo::platform {
+
+class SoapAnswer;
+
+/// A mapping by UPnP, with gateways of version 1 and 2. Nobody but the router is spoken to: answers
+/// to the search that come from elsewhere, or lead elsewhere, are not followed.
+class UpnpMapping final : public RouterMapping, private SearchReceiver {
+  public:
+    struct Place {
+        std::uint32_t router = 0;
+        std::uint32_t localAddress = 0;
+        /// False where the router is asked alone, and not the network.
+        bool multicast = true;
+    };
+
+    UpnpMapping(NatNetwork& network, const Place& place, const PortWish& wish);
+
+    /// Finds the router and removes the mappings of these external ports that lead to the wish's
+    /// internal one at this address: what a crash has left behind.
+    void recover(std::uint32_t internalAddress, std::vector<std::uint16_t> externalPorts);
+
+    void ask() override;
+    void release() override;
+    void check() override;
+    void wake() override;
+
+    std::string_view protocol() const override { return "UPnP"; }
+    Phase phase() const override { return phase_; }
+    NatTime nextWake() const override;
+    const PortGrant& grant() const override { return grant_; }
+    NatFailure failure() const override { return failure_; }
+    const std::string& lastWord() const override { return lastWord_; }
+    MappingRecord record() const override;
+    bool withdrawn() const override { return phase_ == Phase::Over && withdrawn_; }
+    /// Search answers that were not followed.
+    int ignored() const { return ignored_; }
+
+  private:
+    using OnAnswer = void (UpnpMapping::*)(const SoapAnswer&);
+
+    /// The request that is under way; one at a time.
+    struct Call {
+        std::unique_ptr<HttpExchange> exchange;
+        HttpExchange::Done done;
+        NatTime deadline = Never;
+    };
+    struct Removal {
+        bool tcp;
+        std::uint16_t externalPort;
+        bool open = true;
+        std::unique_ptr<HttpExchange> exchange{};
+    };
+
+    void found(const Ipv4Endpoint& from, ByteView datagram) override;
+
+    void search();
+    void sendSearch();
+    void tryNextLocation();
+    void onDescription(const std::optional<HttpResponse>& response);
+    void onAddress(const SoapAnswer& answer);
+
+    void add(bool tcp);
+    void onTcpAdded(const SoapAnswer& answer);
+    void onUdpAdded(const SoapAnswer& answer);
+    bool adaptTo(int errorCode);
+    void settle();
+    void conclude();
+
+    void checkNextLeftover();
+    void onLeftover(const SoapAnswer& answer);
+
+    void start(const Ipv4Endpoint& server, std::string request, HttpExchange::Done done);
+    void order(std::string_view action,
+               const std::vector<std::pair<std::string_view, std::string>>& arguments,
+               OnAnswer onAnswer);
+    void answered(const std::optional<HttpResponse>& response);
+    /// What was tried has come to nothing; whether there is something else to try depends.
+    void stumble(NatFailure failure, const std::string& why);
+    void fail(NatFailure failure, const std::string& why);
+
+    void beginRemovals();
+    void sendRemovals();
+    void removalAnswered(std::size_t index, const std::optional<HttpResponse>& response);
+    void endRemovals();
+
+    std::uint16_t externalPort() const { return externalPorts_[portIndex_]; }
+
+    NatNetwork& network_;
+    Place place_;
+    PortWish wish_;
+    Phase phase_ = Phase::Probing;
+
+    std::unique_ptr<SearchPort> searchPort_;
+    Retry search_;
+    std::deque<UpnpUrl> locations_;
+    std::vector<UpnpUrl> seen_;
+    UpnpUrl location_;
+    std::optional<UpnpService> service_;
+    Call call_;
+
+    std::vector<std::uint16_t> externalPorts_;
+    std::size_t portIndex_ = 0;
+    bool permanent_ = false;
+    /// Mapped, or perhaps mapped.
+    bool tcpHeld_ = false;
+    bool udpHeld_ = false;
+    /// An order went out and nobody waited for its answer: it may take effect yet.
+    bool orderCut_ = false;
+    std::uint32_t externalAddress_ = 0;
+    NatTime settleAt_ = Never;
+    NatTime renewAt_ = Never;
+    NatTime expiresAt_ = Never;
+    std::chrono::milliseconds renewPause_{0};
+
+    bool recovering_ = false;
+    std::uint32_t recoveredAddress_ = 0;
+    std::size_t leftover_ = 0;
+    std::vector<Removal> removals_;
+    Retry removal_;
+
+    PortGrant grant_;
+    NatFailure failure_ = NatFailure::Silent;
+    std::string lastWord_ = "no gateway answers the search";
+    bool withdrawn_ = true;
+    int ignored_ = 0;
+};
+
+}  // namespace zelvo::platform
