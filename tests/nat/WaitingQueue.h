@@ -19,27 +19,28 @@ class WaitingQueue : public platform::MainQueue {
     }
     bool isOpen() const override { return true; }
 
-    /// Runs jobs until the condition holds; false when the time is up.
+    /// Runs jobs until the condition holds; false when the time is up. The condition is looked at
+    /// after each job, and once in each `pause`.
     bool runUntil(const std::function<bool()>& condition,
-                  std::chrono::milliseconds limit = std::chrono::seconds(15)) {
+                  std::chrono::milliseconds limit = std::chrono::seconds(15),
+                  std::chrono::milliseconds pause = std::chrono::hours(1)) {
         const auto end = std::chrono::steady_clock::now() + limit;
-        std::unique_lock lock(mutex_);
-        while (true) {
-            lock.unlock();
-            const bool holds = condition();
-            lock.lock();
-            if (holds) {
-                return true;
-            }
-            if (!changed_.wait_until(lock, end, [this] { return !jobs_.empty(); })) {
-                return false;
+        while (!condition()) {
+            const auto now = std::chrono::steady_clock::now();
+            std::unique_lock lock(mutex_);
+            if (!changed_.wait_until(lock, std::min(end, now + pause),
+                                     [this] { return !jobs_.empty(); })) {
+                if (std::chrono::steady_clock::now() >= end) {
+                    return false;
+                }
+                continue;
             }
             const auto job = std::move(jobs_.front());
             jobs_.pop_front();
             lock.unlock();
             job();
-            lock.lock();
         }
+        return true;
     }
     /// Runs what is there now.
     void drain() {

@@ -62,9 +62,9 @@ bool RestartDetector::isRestart(const SsdpMessage& message) {
     if (message.kind != SsdpMessage::Kind::Alive) {
         return false;
     }
+    // Of the first notice nobody knows whether it is that of a start; asking costs little.
     const auto known = known_.find(message.location);
-    const bool restarted =
-        left_ || (known == known_.end() ? !known_.empty() : known->second != message.bootId);
+    const bool restarted = left_ || known == known_.end() || known->second != message.bootId;
     left_ = false;
     if (known != known_.end() || known_.size() < DeviceLimit) {
         known_[message.location] = message.bootId;
