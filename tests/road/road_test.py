@@ -46,7 +46,7 @@ def the_whole_road(stage):
     run.wait_for(r"^Connection: Waiting for connection\.\.\.$", 6)
 
     begun = time.monotonic()
-    run.signal(signal.SIGINT)
+    run.send(signal.SIGINT)
     status = run.wait(15)
     took = time.monotonic() - begun
     print(f"quit took {took:.2f} s")
@@ -87,7 +87,7 @@ def failures(stage):
     # A service that has gone does not hold the quit, and the mapping goes all the same.
     service.end(signal.SIGKILL)
     begun = time.monotonic()
-    zelvo.signal(signal.SIGTERM)
+    zelvo.send(signal.SIGTERM)
     assert zelvo.wait(15) == 0
     assert time.monotonic() - begun < 5
     router.wait_for(r"^Deleted TCP")
@@ -99,7 +99,7 @@ def failures(stage):
     service = stage.start_service(service.port)
     stage.press("Return")
     zelvo.wait_for(r"^Link: zelvo://\S+$")
-    zelvo.signal(signal.SIGINT)
+    zelvo.send(signal.SIGINT)
     assert zelvo.wait(15) == 0
     wait_until(lambda: not is_listening(VNC_PORT), 5, "Screen Sharing off")
 

@@ -71,7 +71,7 @@ class Program:
             print(f"{self.name}: {line}", flush=True)
             self.lines.append(line)
 
-    def signal(self, number):
+    def send(self, number):
         self.process.send_signal(number)
 
     def wait(self, seconds):
