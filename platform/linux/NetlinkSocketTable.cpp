@@ -28,7 +28,7 @@ namespace {
 /// A kernel that is busy interrupts a dump; it is asked this often.
 constexpr int attempts = 5;
 /// The kernel answers at once. Only a broken one makes a caller wait this long, in milliseconds.
-constexpr int answerTimeout = 2000;
+constexpr int listingTimeout = 2000;
 
 struct Request {
     nlmsghdr header;
@@ -185,7 +185,7 @@ class Dump {
         pollfd readable{socket_, POLLIN, 0};
         auto size = ::recv(socket_, buffer_.data(), buffer_.size(), MSG_DONTWAIT | MSG_TRUNC);
         if (size < 0 && errno == EAGAIN) {
-            auto ready = ::poll(&readable, 1, answerTimeout);
+            auto ready = ::poll(&readable, 1, listingTimeout);
             if (ready == 0)
                 return failed("recv", ETIMEDOUT);
             return Outcome::Again;

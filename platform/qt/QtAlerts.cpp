@@ -15,7 +15,7 @@ namespace zelvo::platform {
 
 namespace {
 
-constexpr int IconSize = 48;
+constexpr int AlertIconSize = 48;
 
 }  // namespace
 
@@ -66,7 +66,8 @@ QMessageBox* QtAlerts::makeBox(const Alert& alert) {
     box->setAccessibleName(box->text());
     box->setAccessibleDescription(box->informativeText());
     box->setIconPixmap(renderImage(imageFolder_, QString::fromStdString(alert.icon),
-                                   QSize(IconSize, IconSize), window_->devicePixelRatio()));
+                                   QSize(AlertIconSize, AlertIconSize),
+                                   window_->devicePixelRatio()));
     if (auto* message = box->findChild<QLabel*>("qt_msgbox_label")) {
         QFont bold = message->font();
         bold.setBold(true);

@@ -7,7 +7,7 @@ namespace zelvo::platform {
 
 namespace {
 
-constexpr int IconSize = 16;
+constexpr int MenuIconSize = 16;
 
 // The rectangle's origin is at its view's lower left.
 QPoint cornerAtEdge(const QWidget& view, const Rect& rect, RectEdge edge) {
@@ -51,7 +51,7 @@ void QtSharingServicePicker::show(const std::vector<std::string>& items,
     menu_->setAttribute(Qt::WA_NoMouseReplay);
     for (auto& service : services) {
         auto image = renderImage(imageFolder_, QString::fromStdString(service.image),
-                                 QSize(IconSize, IconSize), anchor->devicePixelRatio());
+                                 QSize(MenuIconSize, MenuIconSize), anchor->devicePixelRatio());
         auto* action = menu_->addAction(QIcon(image), QString::fromStdString(service.title));
         QObject::connect(action, &QAction::triggered, menu_.data(),
                          [handler = std::move(service.handler)] {

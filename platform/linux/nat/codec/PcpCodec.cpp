@@ -6,7 +6,7 @@ namespace zelvo::platform {
 
 namespace {
 
-constexpr std::uint8_t ResponseBit = 0x80;
+constexpr std::uint8_t PcpResponseBit = 0x80;
 constexpr std::size_t HeaderSize = 24;
 constexpr std::size_t MapSize = 36;
 // Protocol numbers of IANA.
@@ -55,7 +55,7 @@ bool readMap(ByteView bytes, PcpMap& map) {
 bool isPacket(ByteView datagram, std::uint8_t responseBit) {
     return datagram.size() >= HeaderSize && datagram.size() <= PcpMaximumSize &&
            datagram.size() % 4 == 0 && datagram[0] == PcpVersion &&
-           (datagram[1] & ResponseBit) == responseBit && (datagram[1] & ~ResponseBit) <= 1;
+           (datagram[1] & PcpResponseBit) == responseBit && (datagram[1] & ~PcpResponseBit) <= 1;
 }
 
 }  // namespace
@@ -72,7 +72,7 @@ Bytes encode(const PcpRequest& request) {
 
 Bytes encode(const PcpResponse& response) {
     Bytes bytes{PcpVersion,
-                static_cast<std::uint8_t>(ResponseBit | static_cast<int>(response.opcode)), 0,
+                static_cast<std::uint8_t>(PcpResponseBit | static_cast<int>(response.opcode)), 0,
                 static_cast<std::uint8_t>(response.result)};
     append32(bytes, response.lifetime);
     append32(bytes, response.epoch);
@@ -84,11 +84,11 @@ Bytes encode(const PcpResponse& response) {
 }
 
 std::optional<PcpResponse> decodePcpResponse(ByteView datagram) {
-    if (!isPacket(datagram, ResponseBit)) {
+    if (!isPacket(datagram, PcpResponseBit)) {
         return std::nullopt;
     }
     PcpResponse response;
-    response.opcode = static_cast<PcpOpcode>(datagram[1] & ~ResponseBit);
+    response.opcode = static_cast<PcpOpcode>(datagram[1] & ~PcpResponseBit);
     response.result = static_cast<PcpResult>(datagram[3]);
     response.lifetime = read32(datagram, 4);
     response.epoch = read32(datagram, 8);
@@ -115,7 +115,7 @@ std::optional<PcpRequest> decodePcpRequest(ByteView datagram) {
 bool isVersionRefusal(ByteView datagram, std::uint8_t asked) {
     // Result 1 is "unsupported version" in both protocols, and its 16 bits end where PCP has its 8.
     return datagram.size() >= 8 && datagram.size() <= PcpMaximumSize && datagram[0] != asked &&
-           (datagram[1] & ResponseBit) && read16(datagram, 2) == 1;
+           (datagram[1] & PcpResponseBit) && read16(datagram, 2) == 1;
 }
 
 }  // namespace zelvo::platform
