@@ -80,7 +80,7 @@ def failures(stage):
     zelvo = stage.start_application(service.port, router.port)
     zelvo.wait_for(r"^Port mapping: Port Mapping Error:$", 30)
     router = stage.start_router(router.port)
-    stage.press("Return")
+    stage.press_in_sheet("Return")
     zelvo.wait_for(r"^Port mapping: Port Mapping Successful\.$")
     zelvo.wait_for(r"^Link: zelvo://\S+$")
 
@@ -97,7 +97,7 @@ def failures(stage):
     zelvo = stage.start_application(service.port, router.port)
     zelvo.wait_for(r"^Port mapping: Port Mapping Error:$", 30)
     service = stage.start_service(service.port)
-    stage.press("Return")
+    stage.press_in_sheet("Return")
     zelvo.wait_for(r"^Link: zelvo://\S+$")
     zelvo.send(signal.SIGINT)
     assert zelvo.wait(15) == 0

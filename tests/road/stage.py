@@ -168,14 +168,17 @@ class Stage:
         return self.start([os.path.join(self.build, "zelvo")],
                           self.environment(service_port, router_port))
 
-    def press(self, key):
-        """A key for the window on top of this display."""
+    def press_in_sheet(self, key):
+        """A key for the sheet on the window, once it is up."""
         env = dict(os.environ, DISPLAY=self.display)
-        found = subprocess.run(["xdotool", "search", "--onlyvisible", "--name", "."], env=env,
-                               capture_output=True, text=True, check=False).stdout.split()
-        for window in found[-1:]:
-            subprocess.run(["xdotool", "windowfocus", "--sync", window, "key", key], env=env,
-                           check=False, capture_output=True, timeout=10)
+
+        def windows():
+            return subprocess.run(["xdotool", "search", "--onlyvisible", "--name", "."], env=env,
+                                  capture_output=True, text=True, check=False).stdout.split()
+        wait_until(lambda: len(windows()) > 1, 10, "a sheet")
+        # Nobody manages windows here, so the focus has to be given.
+        subprocess.run(["xdotool", "windowfocus", "--sync", windows()[-1], "key", key], env=env,
+                       check=True, capture_output=True, timeout=10)
 
 
 def service_info(url, authority, link):
