@@ -38,7 +38,8 @@ std::size_t count(const std::string& text, const std::string& part) {
 class RealRouterTest : public testing::TestWithParam<std::string> {
   protected:
     void SetUp() override {
-        if (geteuid() != 0 || output("command -v miniupnpd && command -v nft").find("nft") == std::string::npos) {
+        if (geteuid() != 0 ||
+            output("command -v miniupnpd && command -v nft").find("nft") == std::string::npos) {
             GTEST_SKIP() << "needs root, miniupnpd and nftables";
         }
         const std::string trouble = output(lab("up"));

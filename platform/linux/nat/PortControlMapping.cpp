@@ -1,5 +1,8 @@
 #include "platform/linux/nat/PortControlMapping.h"
 
+#include "platform/linux/nat/codec/NatPmpCodec.h"
+#include "platform/linux/nat/codec/PcpCodec.h"
+
 namespace zelvo::platform {
 
 namespace {
@@ -8,8 +11,8 @@ using namespace std::chrono_literals;
 
 /// A withdrawal is sent twice and over after a second, answered or not.
 constexpr RetrySchedule WithdrawalSchedule{500ms, 2, 500ms};
-/// The UDP half may hold up the first answer for so long.
-constexpr auto SecondTransportGrace = 250ms;
+/// The UDP half may hold up the first answer for so long: what counts is TCP.
+constexpr auto SecondTransportGrace = 10ms;
 /// RFC 6887 11.2.1, and wise for NAT-PMP as well: a router that grants a second is asked no more
 /// often.
 constexpr std::chrono::milliseconds ShortestPause = 4s;
@@ -100,6 +103,9 @@ void PortControlMapping::announced(ByteView datagram) {
     if (answer && answer->kind == PortControlAnswer::Kind::Probe) {
         handle(*answer);
         settle();
+    } else if (decodePcpResponse(datagram) || decodeNatPmpResponse(datagram)) {
+        // A router that speaks both may announce itself in the other one alone.
+        check();
     }
 }
 

@@ -97,16 +97,6 @@ class GroupPort final : public SearchPort {
 
 }  // namespace
 
-std::string addressText(std::uint32_t address) {
-    const in_addr raw{htonl(address)};
-    std::array<char, INET_ADDRSTRLEN> text{};
-    return inet_ntop(AF_INET, &raw, text.data(), text.size());
-}
-
-std::string endpointText(const Ipv4Endpoint& endpoint) {
-    return addressText(endpoint.address) + ":" + std::to_string(endpoint.port);
-}
-
 std::unique_ptr<DatagramPort> SocketNetwork::connect(const Ipv4Endpoint& peer,
                                                      DatagramReceiver& receiver) {
     OwnedDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));

@@ -1,0 +1,157 @@
+#include "platform/linux/nat/MappingJournal.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "platform/linux/nat/ExternalAddress.h"
+#include "platform/linux/nat/HttpResponseReader.h"
+#include "platform/linux/nat/RouterAnnouncements.h"
+#include "tests/nat/RecordingLog.h"
+
+namespace zelvo::test {
+
+using namespace platform;
+namespace fs = std::filesystem;
+
+namespace {
+
+class MappingJournalTest : public testing::Test {
+  protected:
+    ~MappingJournalTest() override { fs::remove_all(folder); }
+
+    static MappingRecord record(const std::string& protocol) {
+        MappingRecord record;
+        record.protocol = protocol;
+        record.router = {0xc0a80101, 5351};
+        record.localAddress = 0xc0a80114;
+        record.internalPort = 5900;
+        record.externalPorts = {23456, 30000};
+        record.tcp = true;
+        record.nonces.udp[11] = 0xfe;
+        return record;
+    }
+    std::size_t files() const {
+        return static_cast<std::size_t>(
+            std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
+    }
+
+    RecordingLog log;
+    fs::path folder = fs::temp_directory_path() / ("zelvo-journal-" + std::to_string(getpid()));
+};
+
+}  // namespace
+
+TEST_F(MappingJournalTest, NextStartTakesOverWhatTheDeadHaveLeftAndNothingElse) {
+    auto crashed = std::make_unique<MappingJournal>(folder, log);
+    crashed->remove(crashed->add(record("NAT-PMP")));
+    EXPECT_EQ(files(), 0u) << "nothing mapped, nothing kept";
+    crashed->add(record("PCP"));
+    crashed->add(record("UPnP"));
+    {
+        const MappingJournal meanwhile(folder, log);
+        EXPECT_TRUE(meanwhile.records().empty()) << "its owner lives";
+    }
+    crashed.reset();
+    std::ofstream(folder / "port-mappings.damaged")
+        << "PCP 1.2.3.4\n\n\xff\xfe" << record("PCP").text();
+    std::ofstream(folder / "other") << record("PCP").text() << "\n";
+
+    MappingJournal next(folder, log);
+    ASSERT_EQ(next.records().size(), 2u);
+    const MappingRecord& found = next.records().begin()->second;
+    EXPECT_EQ(found.protocol, "PCP");
+    EXPECT_EQ(found.router, (Ipv4Endpoint{0xc0a80101, 5351}));
+    EXPECT_EQ(found.externalPorts, (std::vector<std::uint16_t>{23456, 30000}));
+    EXPECT_EQ(found.nonces.udp[11], 0xfe);
+    EXPECT_TRUE(found.tcp && !found.udp);
+    EXPECT_EQ(files(), 2u) << "taken over into a file of its own, besides the stranger";
+}
+
+TEST_F(MappingJournalTest, UnusableFolderIsOneLineInTheLog) {
+    std::ofstream(folder) << "a file";
+    MappingJournal journal(folder / "zelvo", log);
+    journal.remove(journal.add(record("PCP")));
+    EXPECT_EQ(log.lines.size(), 1u);
+}
+
+TEST(HttpResponseReaderTest, ReadsEveryFormInEveryCut) {
+    const std::string body = "<root>text</root>";
+    const std::vector<std::string> forms{
+        "HTTP/1.1 200 OK\r\nContent-Length: 17\r\n\r\n" + body + "ignored",
+        "HTTP/1.0 200 OK\n\n" + body,
+        "HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200 OK\r\nTRANSFER-ENCODING: Chunked\r\n\r\n"
+        "5;x=y\r\n<root\r\nC\r\n>text</root>\r\n0\r\nTrailer: x\r\n\r\n"};
+    for (const std::string& text : forms) {
+        for (std::size_t piece = 1; piece <= text.size(); ++piece) {
+            HttpResponseReader reader;
+            for (std::size_t at = 0; at < text.size(); at += piece) {
+                reader.feed(text.substr(at, piece));
+            }
+            ASSERT_EQ(reader.end(), HttpResponseReader::State::Done) << piece << " " << text;
+            EXPECT_EQ(reader.response().status, 200);
+            EXPECT_EQ(reader.response().body, body);
+        }
+    }
+}
+
+TEST(HttpResponseReaderTest, RefusesWhatIsEndlessOrBroken) {
+    const auto failsOn = [](const std::string& start, const std::string& more, int rounds) {
+        HttpResponseReader reader;
+        reader.feed(start);
+        for (int round = 0; round < rounds; ++round) {
+            if (reader.feed(more) == HttpResponseReader::State::Failed) {
+                return true;
+            }
+        }
+        return reader.end() == HttpResponseReader::State::Failed;
+    };
+    const std::string block(1024, 'x');
+    EXPECT_TRUE(failsOn("", block, 9)) << "a line without an end";
+    EXPECT_TRUE(failsOn("HTTP/1.1 200 OK\r\n", "X: y\r\n", 2000)) << "headers without an end";
+    EXPECT_TRUE(failsOn("HTTP/1.1 200 OK\r\n\r\n", block, 129)) << "a body without an end";
+    EXPECT_TRUE(failsOn("HTTP/1.1 200 OK\r\nContent-Length: 999999\r\n\r\n", "", 0));
+    EXPECT_TRUE(failsOn("HTTP/1.1 200 OK\r\nContent-Length: -1\r\n\r\n", "", 0));
+    EXPECT_TRUE(
+        failsOn("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n", "1\r\nx\r\n", 9999));
+    EXPECT_TRUE(failsOn("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nffffffffffffffff",
+                        "\r\n", 1));
+    EXPECT_TRUE(failsOn("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nabc", "", 0)) << "cut off";
+    EXPECT_TRUE(failsOn("SSH-2.0-router\r\n", "", 0));
+}
+
+TEST(RestartDetectorTest, TellsARestartFromARepetition) {
+    RestartDetector detector;
+    const auto says = [&detector](const std::string& kind, const std::string& extra) {
+        const std::string text = "NOTIFY * HTTP/1.1\r\nNTS: ssdp:" + kind + "\r\n" + extra + "\r\n";
+        const auto message = SsdpMessage::parse(Bytes(text.begin(), text.end()));
+        return message && detector.isRestart(*message);
+    };
+    const std::string first = "Location: http://192.168.1.1/a\r\nBOOTID.UPNP.ORG: 1\r\n";
+    EXPECT_TRUE(says("alive", first)) << "nobody knows how long it has been there";
+    EXPECT_FALSE(says("alive", first));
+    EXPECT_TRUE(says("alive", "Location: http://192.168.1.1/a\r\nBOOTID.UPNP.ORG: 2\r\n"));
+    EXPECT_FALSE(says("byebye", ""));
+    EXPECT_TRUE(says("alive", "Location: http://192.168.1.1/a\r\nBOOTID.UPNP.ORG: 2\r\n"));
+    int restarts = 0;
+    for (int number = 0; number < 1000; ++number) {
+        restarts +=
+            says("alive", "Location: http://192.168.1.1/" + std::to_string(number) + "\r\n");
+    }
+    EXPECT_LT(restarts, 20) << "not to be led to ask without end";
+}
+
+TEST(ExternalAddressTest, KnowsTheNetworksBehindAnotherRouter) {
+    for (const std::uint32_t inside : {0x0a000001u, 0xac1f0001u, 0xc0a80001u, 0x647f0001u}) {
+        EXPECT_TRUE(isBehindAnotherRouter(inside));
+        EXPECT_NE(explainExternalAddress(inside).find(addressText(inside)), std::string::npos);
+    }
+    for (const std::uint32_t outside : {0x0b000001u, 0xac200001u, 0xc0a90001u, 0x64800001u}) {
+        EXPECT_EQ(explainExternalAddress(outside), "");
+    }
+    EXPECT_NE(explainExternalAddress(0), "");
+}
+
+}  // namespace zelvo::test
