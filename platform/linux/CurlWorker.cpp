@@ -58,10 +58,10 @@ void CurlWorker::submit(UrlRequest request, Finished finished) {
             if (!thread_.joinable())
                 thread_ = std::thread([this] { run(); });
             wakeUp();
+            return;
         }
     }
-    if (exchange)
-        exchange->finish(CURLE_FAILED_INIT);
+    exchange->finish(CURLE_FAILED_INIT);
 }
 
 void CurlWorker::wakeUp() {

@@ -117,6 +117,7 @@ Environment Environment::from(const Lookup& lookup) {
     };
     result.configHome = folder("XDG_CONFIG_HOME", below("/.config"));
     result.dataHome = folder("XDG_DATA_HOME", below("/.local/share"));
+    result.stateHome = folder("XDG_STATE_HOME", below("/.local/state"));
 
     std::string locale;
     for (const auto* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {

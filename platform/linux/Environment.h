@@ -26,6 +26,7 @@ struct Environment {
     std::string home;
     std::string configHome;
     std::string dataHome;
+    std::string stateHome;
     /// Locale names for messages, the best first, such as "zh_CN.UTF-8".
     std::vector<std::string> languages;
     /// One line of text for everything above that could not be used.

@@ -118,8 +118,8 @@ std::optional<PlistDocument> FileUserDefaults::read() const {
     }
     auto parsed = bytes ? PlistDocument::parse(*bytes)
                         : PlistDocument::ParseResult{std::nullopt, "larger than 1 MiB"};
-    auto root = parsed.document ? parsed.document->toPropertyList() : std::nullopt;
-    if (root && root->dictionary())
+    // Not only a dictionary, but one that can be read.
+    if (parsed.document && parsed.document->isDictionary() && parsed.document->toPropertyList())
         return std::move(parsed.document);
     if (!setAside(parsed.document ? "no dictionary" : parsed.error))
         return std::nullopt;

@@ -23,6 +23,21 @@
 
 namespace zelvo::platform {
 
+namespace {
+
+std::string ownFolder(const std::string& base) {
+    return base.empty() ? base : base + "/zelvo";
+}
+
+RouterPortMapping::Options mappingOptions(const Environment& environment) {
+    RouterPortMapping::Options options;
+    options.router = environment.router;
+    options.stateFolder = ownFolder(environment.stateHome);
+    return options;
+}
+
+}  // namespace
+
 struct LinuxPlatform::Services {
     explicit Services(MainQueue& queue) : mainQueue(queue), environment(Environment::ofProcess()) {}
 
@@ -42,15 +57,14 @@ struct LinuxPlatform::Services {
     InetAddressParser addresses;
 
     PlistReader propertyLists{environment.systemRoot};
-    FileUserDefaults userDefaults{
-        environment.configHome.empty() ? "" : environment.configHome + "/zelvo", log};
+    FileUserDefaults userDefaults{ownFolder(environment.configHome), log};
     InstalledBundle bundle{{.executableFolder = "",
                             .languages = environment.languages,
                             .dataHome = environment.dataHome},
                            propertyLists};
 
     CurlUrlSession urlSession{mainQueue, {.certificateFile = environment.certificateFile}};
-    RouterPortMapping natPortMapping{mainQueue, log, {.router = environment.router}};
+    RouterPortMapping natPortMapping{mainQueue, log, mappingOptions(environment)};
 
     SystemAuthorization authorization{{.asSelf = environment.authorizesItself}};
 };

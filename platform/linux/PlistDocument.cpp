@@ -299,13 +299,19 @@ std::optional<std::string> PlistDocument::toXml() const {
     return xmlOf(root_.get());
 }
 
+bool PlistDocument::isDictionary() const {
+    return plist_get_node_type(root_.get()) == PLIST_DICT;
+}
+
 void PlistDocument::setString(std::string_view key, std::string_view value) {
-    plist_dict_set_item(root_.get(), std::string(key).c_str(),
-                        plist_new_string(std::string(value).c_str()));
+    if (isDictionary())
+        plist_dict_set_item(root_.get(), std::string(key).c_str(),
+                            plist_new_string(std::string(value).c_str()));
 }
 
 void PlistDocument::removeMember(std::string_view key) {
-    plist_dict_remove_item(root_.get(), std::string(key).c_str());
+    if (isDictionary())
+        plist_dict_remove_item(root_.get(), std::string(key).c_str());
 }
 
 }  // namespace zelvo::platform

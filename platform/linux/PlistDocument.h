@@ -33,7 +33,9 @@ class PlistDocument {
     /// The XML form; none when there is no memory for it.
     std::optional<std::string> toXml() const;
 
-    /// Members of the root, which is a dictionary.
+    /// Whether the root is a dictionary. A UID is none, although it is read as one.
+    bool isDictionary() const;
+    /// Members of the root; nothing happens where that is no dictionary.
     void setString(std::string_view key, std::string_view value);
     void removeMember(std::string_view key);
 

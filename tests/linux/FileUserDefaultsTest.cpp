@@ -80,7 +80,11 @@ TEST_F(FileUserDefaultsTest, ReadsOthersChangesAndKeepsTheirValues) {
 }
 
 TEST_F(FileUserDefaultsTest, SetsDamagedFilesAside) {
-    for (const auto* damage : {"<plist><dict><key>a</key>", "<plist><array/></plist>", ""}) {
+    // The last one is a UID alone, which is read as a dictionary but is none to write to.
+    const std::string uid = std::string("bplist00\x80\x07\x08\0\0\0\0\0\0\1\1", 19) +
+                            std::string("\0\0\0\0\0\0\0\1", 8) + std::string(15, '\0') + "\x0A";
+    for (const auto& damage : {std::string("<plist><dict><key>a</key>"),
+                               std::string("<plist><array/></plist>"), std::string(), uid}) {
         log.lines.clear();
         folder.write("zelvo/defaults.plist", damage);
         EXPECT_EQ(defaults.stringForKey("a"), std::nullopt);
