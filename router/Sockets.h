@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <tuple>
 
 #include "router/Descriptor.h"
 
@@ -13,7 +14,9 @@ struct Endpoint {
     std::uint32_t address = 0;
     std::uint16_t port = 0;
 
-    friend auto operator<=>(const Endpoint&, const Endpoint&) = default;
+    friend bool operator<(const Endpoint& left, const Endpoint& right) {
+        return std::tie(left.address, left.port) < std::tie(right.address, right.port);
+    }
 };
 
 std::string text(std::uint32_t address);

@@ -85,7 +85,7 @@ class UpnpMappingTest : public testing::Test {
     }
 
     void begin() {
-        mapping = std::make_unique<UpnpMapping>(network, UpnpMapping::Place{Router, Host},
+        mapping = std::make_unique<UpnpMapping>(network, GatewayPlace{Router, Host},
                                                 PortWish{5900, 23456});
     }
     void run(milliseconds duration) {

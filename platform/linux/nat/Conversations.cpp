@@ -33,7 +33,7 @@ std::vector<std::unique_ptr<RouterMapping>> Conversations::make(const RouterRout
                                                             makeNatPmp(wish.internalPort)));
     }
     if (speaksUpnp()) {
-        const UpnpMapping::Place place{route.router, route.localAddress, isOnNetwork()};
+        const GatewayPlace place{route.router, route.localAddress, isOnNetwork()};
         made.push_back(std::make_unique<UpnpMapping>(network_, place, wish));
     }
     return made;
@@ -51,7 +51,7 @@ std::unique_ptr<RouterMapping> Conversations::makeWithdrawal(const RouterRoute& 
     wish.udp = record.udp;
     if (record.protocol == "UPnP" && speaksUpnp() && !record.externalPorts.empty()) {
         // Those mappings lead to the address that this host had then.
-        const UpnpMapping::Place place{route.router, route.localAddress, isOnNetwork()};
+        const GatewayPlace place{route.router, route.localAddress, isOnNetwork()};
         auto mapping = std::make_unique<UpnpMapping>(network_, place, wish);
         mapping->recover(record.localAddress, record.externalPorts);
         return mapping;

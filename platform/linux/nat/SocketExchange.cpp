@@ -67,11 +67,10 @@ void SocketExchange::read() {
     }
 }
 
-void SocketExchange::finish(const std::optional<HttpResponse>& response) {
+void SocketExchange::finish(std::optional<HttpResponse> response) {
     watch_.reset();
     const Done done = std::move(done_);
-    const auto kept = response;
-    done(kept);
+    done(response);
 }
 
 }  // namespace zelvo::platform

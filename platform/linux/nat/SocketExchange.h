@@ -20,7 +20,7 @@ class SocketExchange final : public HttpExchange {
     bool write();
     void read();
     /// Nothing of this object may be touched behind it.
-    void finish(const std::optional<HttpResponse>& response);
+    void finish(std::optional<HttpResponse> response);
 
     std::string request_;
     std::size_t written_ = 0;

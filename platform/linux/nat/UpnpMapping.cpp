@@ -12,23 +12,13 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Three searches, and time for the answers to the last.
-constexpr RetrySchedule SearchSchedule{1s, 3};
 constexpr RetrySchedule RemovalSchedule{500ms, 2, 500ms};
 constexpr auto CallLimit = 3s;
 /// The UDP half may hold up the first answer for so long: what counts is TCP.
 constexpr auto SecondTransportGrace = 10ms;
 constexpr std::chrono::milliseconds FirstRenewPause = 4s;
 constexpr std::chrono::milliseconds LongestRenewPause = 300s;
-constexpr std::size_t LocationLimit = 10;
 constexpr int OtherPorts = 3;
-
-/// Gateways of version 2 answer for version 1 as well, those that are wrong about it excepted.
-constexpr std::string_view SearchTypes[] = {
-    "urn:schemas-upnp-org:device:InternetGatewayDevice:1",
-    "urn:schemas-upnp-org:device:InternetGatewayDevice:2",
-    "urn:schemas-upnp-org:service:WANIPConnection:1",
-};
 
 // Error codes of WANIPConnection:1 and :2.
 constexpr int InvalidArguments = 402;
@@ -64,9 +54,18 @@ std::vector<std::uint16_t> portsToTry(const PortWish& wish) {
 
 }  // namespace
 
-UpnpMapping::UpnpMapping(NatNetwork& network, const Place& place, const PortWish& wish)
-    : network_(network), place_(place), wish_(wish), externalPorts_(portsToTry(wish)) {
-    search();
+UpnpMapping::UpnpMapping(NatNetwork& network, const GatewayPlace& place, const PortWish& wish)
+    : network_(network),
+      place_(place),
+      wish_(wish),
+      search_(network, place,
+              [this] {
+                  if (!call_.exchange) {
+                      tryNextLocation();
+                  }
+              }),
+      externalPorts_(portsToTry(wish)) {
+    search_.begin();
 }
 
 void UpnpMapping::recover(std::uint32_t internalAddress, std::vector<std::uint16_t> externalPorts) {
@@ -87,7 +86,7 @@ void UpnpMapping::release() {
 }
 
 void UpnpMapping::check() {
-    if (phase_ == Phase::Mapped && !call_.exchange && !searchPort_) {
+    if (phase_ == Phase::Mapped && !call_.exchange && !search_.isOpen()) {
         renewAt_ = network_.now();
     }
 }
@@ -98,11 +97,10 @@ void UpnpMapping::wake() {
         orderCut_ = true;
         answered(std::nullopt);
     }
-    if (search_.next() <= now) {
-        if (search_.step(now, SearchSchedule)) {
-            sendSearch();
-        } else if (!call_.exchange && locations_.empty()) {
-            stumble(failure_, lastWord_);
+    if (search_.nextWake() <= now) {
+        search_.wake();
+        if (!search_.isOpen() && !search_.hasLocation() && !call_.exchange) {
+            stumble(phase_ == Phase::Mapped ? NatFailure::Silent : failure_, lastWord_);
         }
     }
     if (phase_ == Phase::Mapped && expiresAt_ <= now) {
@@ -112,7 +110,7 @@ void UpnpMapping::wake() {
         if (renewPause_ == 0ms) {
             order("GetExternalIPAddress", {}, &UpnpMapping::onAddress);
         } else {
-            search();
+            search_.begin();
         }
     }
     if (removal_.next() <= now) {
@@ -127,7 +125,7 @@ void UpnpMapping::wake() {
 }
 
 NatTime UpnpMapping::nextWake() const {
-    NatTime next = std::min({call_.deadline, search_.next(), removal_.next()});
+    NatTime next = std::min({call_.deadline, search_.nextWake(), removal_.next()});
     if (phase_ == Phase::Mapped) {
         next = std::min({next, renewAt_, expiresAt_});
     }
@@ -146,56 +144,15 @@ MappingRecord UpnpMapping::record() const {
     return record;
 }
 
-void UpnpMapping::found(const Ipv4Endpoint& from, ByteView datagram) {
-    const auto message = SsdpMessage::parse(datagram);
-    const auto url = message && message->kind == SsdpMessage::Kind::Answer
-                         ? UpnpUrl::parse(message->location)
-                         : std::nullopt;
-    const bool known = url && std::find(seen_.begin(), seen_.end(), *url) != seen_.end();
-    if (!searchPort_ || !url || known || from.address != place_.router ||
-        url->server.address != place_.router || seen_.size() == LocationLimit) {
-        ++ignored_;
-        return;
-    }
-    seen_.push_back(*url);
-    locations_.push_back(*url);
-    if (!call_.exchange) {
-        tryNextLocation();
-    }
-}
-
-void UpnpMapping::search() {
-    locations_.clear();
-    seen_.clear();
-    searchPort_ = network_.search(place_.localAddress, *this);
-    if (searchPort_) {
-        search_.begin(network_.now());
-    } else {
-        stumble(NatFailure::Silent, "there is no way to the router");
-    }
-}
-
-void UpnpMapping::sendSearch() {
-    std::vector<Ipv4Endpoint> hosts{{place_.router, SsdpGroup.port}};
-    if (place_.multicast) {
-        hosts.push_back(SsdpGroup);
-    }
-    for (const Ipv4Endpoint& host : hosts) {
-        for (const std::string_view type : SearchTypes) {
-            searchPort_->send(host, SsdpMessage::search(type, host));
-        }
-    }
-}
-
 void UpnpMapping::tryNextLocation() {
-    if (locations_.empty()) {
+    const auto location = search_.takeLocation();
+    if (!location) {
         if (!search_.isOpen()) {
-            stumble(failure_, lastWord_);
+            stumble(phase_ == Phase::Mapped ? NatFailure::Silent : failure_, lastWord_);
         }
         return;
     }
-    location_ = locations_.front();
-    locations_.pop_front();
+    location_ = *location;
     start(location_.server, httpGet(location_),
           [this](const auto& response) { onDescription(response); });
 }
@@ -213,7 +170,6 @@ void UpnpMapping::onDescription(const std::optional<HttpResponse>& response) {
     }
     service_ = service;
     if (recovering_) {
-        searchPort_.reset();
         search_.end();
         checkNextLeftover();
     } else {
@@ -229,7 +185,6 @@ void UpnpMapping::onAddress(const SoapAnswer& answer) {
                 answers ? "it has no external address" : "the gateway does not answer");
         return;
     }
-    searchPort_.reset();
     search_.end();
     if (answer.isSuccess()) {
         externalAddress_ = parseAddress(answer.value("NewExternalIPAddress"));
@@ -380,13 +335,12 @@ void UpnpMapping::answered(const std::optional<HttpResponse>& response) {
 void UpnpMapping::stumble(NatFailure failure, const std::string& why) {
     failure_ = failure;
     lastWord_ = why;
-    if (phase_ == Phase::Probing && (!locations_.empty() || search_.isOpen())) {
-        if (!locations_.empty()) {
+    if (phase_ == Phase::Probing && (search_.hasLocation() || search_.isOpen())) {
+        if (search_.hasLocation()) {
             tryNextLocation();
         }
     } else if (phase_ == Phase::Mapped && failure != NatFailure::Refused) {
         // The gateway may have come back elsewhere: the first time it is looked for at once.
-        searchPort_.reset();
         search_.end();
         renewAt_ = network_.now() + (renewPause_ == 0ms ? 0ms : renewPause_);
         renewPause_ = std::clamp(renewPause_ * 2, FirstRenewPause, LongestRenewPause);
@@ -408,7 +362,6 @@ void UpnpMapping::fail(NatFailure failure, const std::string& why) {
 void UpnpMapping::beginRemovals() {
     orderCut_ = orderCut_ || (call_.exchange && (tcpHeld_ || udpHeld_));
     call_ = {};
-    searchPort_.reset();
     search_.end();
     phase_ = Phase::Releasing;
     if (tcpHeld_) {

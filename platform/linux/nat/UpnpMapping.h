@@ -1,31 +1,22 @@
 #pragma once
 
-#include <deque>
 #include <memory>
 #include <vector>
 
+#include "platform/linux/nat/GatewaySearch.h"
 #include "platform/linux/nat/NatNetwork.h"
 #include "platform/linux/nat/RetrySchedule.h"
 #include "platform/linux/nat/RouterMapping.h"
-#include "platform/linux/nat/SsdpMessage.h"
 #include "platform/linux/nat/UpnpDescription.h"
 
 namespace zelvo::platform {
 
 class SoapAnswer;
 
-/// A mapping by UPnP, with gateways of version 1 and 2. Nobody but the router is spoken to: answers
-/// to the search that come from elsewhere, or lead elsewhere, are not followed.
-class UpnpMapping final : public RouterMapping, private SearchReceiver {
+/// A mapping by UPnP, with gateways of version 1 and 2. Nobody but the router is spoken to.
+class UpnpMapping final : public RouterMapping {
   public:
-    struct Place {
-        std::uint32_t router = 0;
-        std::uint32_t localAddress = 0;
-        /// False where the router is asked alone, and not the network.
-        bool multicast = true;
-    };
-
-    UpnpMapping(NatNetwork& network, const Place& place, const PortWish& wish);
+    UpnpMapping(NatNetwork& network, const GatewayPlace& place, const PortWish& wish);
 
     /// Finds the router and removes the mappings of these external ports that lead to the wish's
     /// internal one at this address: what a crash has left behind.
@@ -44,8 +35,6 @@ class UpnpMapping final : public RouterMapping, private SearchReceiver {
     const std::string& lastWord() const override { return lastWord_; }
     MappingRecord record() const override;
     bool withdrawn() const override { return phase_ == Phase::Over && withdrawn_; }
-    /// Search answers that were not followed.
-    int ignored() const { return ignored_; }
 
   private:
     using OnAnswer = void (UpnpMapping::*)(const SoapAnswer&);
@@ -63,10 +52,6 @@ class UpnpMapping final : public RouterMapping, private SearchReceiver {
         std::unique_ptr<HttpExchange> exchange{};
     };
 
-    void found(const Ipv4Endpoint& from, ByteView datagram) override;
-
-    void search();
-    void sendSearch();
     void tryNextLocation();
     void onDescription(const std::optional<HttpResponse>& response);
     void onAddress(const SoapAnswer& answer);
@@ -98,14 +83,11 @@ class UpnpMapping final : public RouterMapping, private SearchReceiver {
     std::uint16_t externalPort() const { return externalPorts_[portIndex_]; }
 
     NatNetwork& network_;
-    Place place_;
+    GatewayPlace place_;
     PortWish wish_;
     Phase phase_ = Phase::Probing;
 
-    std::unique_ptr<SearchPort> searchPort_;
-    Retry search_;
-    std::deque<UpnpUrl> locations_;
-    std::vector<UpnpUrl> seen_;
+    GatewaySearch search_;
     UpnpUrl location_;
     std::optional<UpnpService> service_;
     Call call_;
@@ -134,7 +116,6 @@ class UpnpMapping final : public RouterMapping, private SearchReceiver {
     NatFailure failure_ = NatFailure::Silent;
     std::string lastWord_ = "no gateway answers the search";
     bool withdrawn_ = true;
-    int ignored_ = 0;
 };
 
 }  // namespace zelvo::platform
