@@ -8,6 +8,10 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
   # 105651 and 105593).
   target_compile_options(zelvo_flags INTERFACE -Wno-restrict -Wno-maybe-uninitialized)
 endif()
+if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # A file that a unity file includes counts as a header for this warning.
+  target_compile_options(zelvo_flags INTERFACE -Wno-subobject-linkage)
+endif()
 if(ZELVO_WERROR)
   target_compile_options(zelvo_flags INTERFACE -Werror)
 endif()
