@@ -190,7 +190,9 @@ void PortControlMapping::handleMap(Lane& lane, const PortControlAnswer& answer) 
     const bool asked = lane.state == Lane::State::Asking ||
                        (lane.state == Lane::State::Held && lane.retry.isOpen());
     if (lane.state == Lane::State::Deleting && !granted) {
-        withdrawn_ = withdrawn_ && answer.refusal.empty();
+        // Routers refuse to withdraw what is not there, which after a second try means that the
+        // first one has arrived.
+        withdrawn_ = withdrawn_ && (answer.refusal.empty() || lane.retry.sent() > 1);
         endDelete(lane);
     } else if (asked && !answer.refusal.empty()) {
         refuseLane(lane, answer.failure, answer.refusal);

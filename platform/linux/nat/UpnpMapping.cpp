@@ -14,6 +14,7 @@ using namespace std::chrono_literals;
 
 constexpr RetrySchedule RemovalSchedule{500ms, 2, 500ms};
 constexpr auto CallLimit = 3s;
+constexpr int CallTries = 2;
 /// The UDP half may hold up the first answer for so long: what counts is TCP.
 constexpr auto SecondTransportGrace = 10ms;
 constexpr std::chrono::milliseconds FirstRenewPause = 4s;
@@ -312,9 +313,14 @@ void UpnpMapping::onLeftover(const SoapAnswer& answer) {
 }
 
 void UpnpMapping::start(const Ipv4Endpoint& server, std::string request, HttpExchange::Done done) {
-    call_.done = std::move(done);
+    call_ = {server, std::move(request), std::move(done)};
+    sendCall();
+}
+
+void UpnpMapping::sendCall() {
+    ++call_.tries;
     call_.deadline = network_.now() + CallLimit;
-    call_.exchange = network_.exchange(server, std::move(request),
+    call_.exchange = network_.exchange(call_.server, call_.request,
                                        [this](const auto& response) { answered(response); });
 }
 
@@ -327,6 +333,11 @@ void UpnpMapping::order(std::string_view action, const SoapArguments& arguments,
 }
 
 void UpnpMapping::answered(const std::optional<HttpResponse>& response) {
+    // Every order may be given twice without harm.
+    if (!response && call_.tries < CallTries) {
+        sendCall();
+        return;
+    }
     const Call call = std::move(call_);
     call_ = {};
     call.done(response);

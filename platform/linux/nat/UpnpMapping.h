@@ -41,9 +41,12 @@ class UpnpMapping final : public RouterMapping {
 
     /// The request that is under way; one at a time.
     struct Call {
-        std::unique_ptr<HttpExchange> exchange;
+        Ipv4Endpoint server;
+        std::string request;
         HttpExchange::Done done;
+        int tries = 0;
         NatTime deadline = Never;
+        std::unique_ptr<HttpExchange> exchange{};
     };
     struct Removal {
         bool tcp;
@@ -67,6 +70,7 @@ class UpnpMapping final : public RouterMapping {
     void onLeftover(const SoapAnswer& answer);
 
     void start(const Ipv4Endpoint& server, std::string request, HttpExchange::Done done);
+    void sendCall();
     void order(std::string_view action,
                const std::vector<std::pair<std::string_view, std::string>>& arguments,
                OnAnswer onAnswer);
