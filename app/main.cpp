@@ -5,10 +5,13 @@
 #include "platform/linux/LinuxPlatform.h"
 #include "platform/linux/SystemLog.h"
 #include "platform/qt/CommandLine.h"
+#include "platform/qt/Display.h"
 #include "platform/qt/MainWindow.h"
 #include "platform/qt/QtDesktop.h"
 #include "platform/qt/QtMainLoop.h"
 #include "platform/qt/RowPrinter.h"
+#include "platform/qt/Terminal.h"
+#include "platform/qt/TerminalView.h"
 
 using namespace zelvo;
 using namespace zelvo::platform;
@@ -51,7 +54,7 @@ int runInWindow(int& argc, char** argv) {
     QApplication application(argc, argv);
     QtMainLoop loop;
     LinuxPlatform system(loop);
-    QtDesktop desktop(loop, system.bundle());
+    QtDesktop desktop(loop, system.bundle(), [&] { return system.log().recentLines(); });
     AppDelegate controller(assemble(loop, system, desktop));
     RowPrinter rows(controller);
 
@@ -68,10 +71,22 @@ int runInWindow(int& argc, char** argv) {
     return loop.run();
 }
 
+int runInTerminal(int& argc, char** argv) {
+    QCoreApplication application(argc, argv);
+    QtMainLoop loop;
+    LinuxPlatform system(loop);
+    Terminal terminal(loop, system.bundle());
+    AppDelegate controller(assemble(loop, system, terminal));
+    TerminalView view(terminal, controller, controller, system.bundle());
+
+    loop.async([&] { controller.applicationDidFinishLaunching(); });
+    return loop.run();
+}
+
 }  // namespace
 
 int main(int argc, char* argv[]) {
     if (auto status = answerCommandLine(argc, argv))
         return *status;
-    return runInWindow(argc, argv);
+    return displayIsThere() ? runInWindow(argc, argv) : runInTerminal(argc, argv);
 }

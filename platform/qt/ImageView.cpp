@@ -22,8 +22,16 @@ void ImageView::paintEvent(QPaintEvent*) {
     if (pixmap_.isNull() || pixmap_.deviceIndependentSize().toSize() != size() ||
         pixmap_.devicePixelRatio() != devicePixelRatio())
         pixmap_ = renderImage(folder_, image_, size(), devicePixelRatio());
-    if (!pixmap_.isNull())
-        QPainter(this).drawPixmap(0, 0, pixmap_);
+    QPainter painter(this);
+    if (!pixmap_.isNull()) {
+        painter.drawPixmap(0, 0, pixmap_);
+    } else if (marksItsPlace_) {
+        QColor color = palette().color(QPalette::WindowText);
+        color.setAlphaF(0.25F);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(QPen(color, 1.5));
+        painter.drawEllipse(QRectF(rect()).adjusted(2.5, 2.5, -2.5, -2.5));
+    }
 }
 
 }  // namespace zelvo::platform

@@ -19,7 +19,7 @@ namespace zelvo::platform {
 namespace {
 
 constexpr int IconSize = 64;
-constexpr int WidthInCharacters = 62;
+constexpr int WidthInCharacters = 86;
 
 }  // namespace
 
@@ -38,10 +38,17 @@ MainWindow::MainWindow(QWidget* content, const Surroundings& surroundings)
 
     makeMainMenu(*this, model_, surroundings.application, surroundings.loop);
     connectControls();
-    applyFonts();
+    applyLook();
     subscriptions_ = bindControls(*this, model_, bundle_);
     reserveSpace();
-    qApp->installEventFilter(this);
+    resize(minimumWidth(), centralWidget()->minimumHeight());
+    // Nothing has the focus until the share button gets it: a focused field hides its hint.
+    content->setFocus();
+    connect(qApp, &QGuiApplication::applicationStateChanged, this,
+            [this](Qt::ApplicationState state) {
+                if (state == Qt::ApplicationActive)
+                    delegate_.applicationDidBecomeActive();
+            });
 }
 
 MainWindow::~MainWindow() = default;
@@ -66,16 +73,10 @@ void MainWindow::closeEvent(QCloseEvent* event) {
     event->setAccepted(delegate_.windowShouldClose());
 }
 
-bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
-    if (watched == qApp && event->type() == QEvent::ApplicationActivate)
-        delegate_.applicationDidBecomeActive();
-    return QMainWindow::eventFilter(watched, event);
-}
-
 void MainWindow::changeEvent(QEvent* event) {
     QMainWindow::changeEvent(event);
-    if (event->type() == QEvent::FontChange || event->type() == QEvent::ApplicationFontChange) {
-        applyFonts();
+    if (event->type() == QEvent::FontChange || event->type() == QEvent::PaletteChange) {
+        applyLook();
         reserveSpace();
     }
 }
@@ -92,14 +93,14 @@ bool MainWindow::event(QEvent* event) {
     return handled;
 }
 
-void MainWindow::applyFonts() {
+void MainWindow::applyLook() {
     QFont title = font();
-    title.setPointSizeF(title.pointSizeF() * 1.6);
+    title.setPointSizeF(title.pointSizeF() * 1.5);
     title.setBold(true);
     ui_->statusTitle->setFont(title);
 
     QFont link = QFontDatabase::systemFont(QFontDatabase::FixedFont);
-    link.setPointSizeF(font().pointSizeF() * 1.15);
+    link.setPointSizeF(font().pointSizeF() * 1.25);
     ui_->linkText->setFont(link);
 
     QFont small = font();
@@ -118,27 +119,31 @@ void MainWindow::applyFonts() {
     ui_->linkText->setPalette(clear);
 }
 
-// Room for the longest explanation, so that nothing moves when the status changes, and for every
-// line that wraps at this width.
+// Room for the longest headline and explanation, so that nothing moves when the status changes, and
+// for every line that wraps at this width.
 void MainWindow::reserveSpace() {
     setMinimumWidth(fontMetrics().averageCharWidth() * WidthInCharacters);
-    int rowHeight = ui_->portMappingButton->sizeHint().height() + 6;
+    int width = std::max(this->width(), minimumWidth());
+    auto margins = ui_->content->contentsMargins();
+    int textWidth =
+        width - margins.left() - margins.right() - ui_->appIcon->width() - ui_->header->spacing();
+    auto reserve = [&](QLabel* label, const char* (*key)(std::int32_t)) {
+        int height = 0;
+        for (std::int32_t status = 0; status <= LastStatus; ++status) {
+            auto text = QString::fromStdString(bundle_.localizedString(key(status)));
+            auto area = label->fontMetrics().boundingRect(QRect(0, 0, textWidth, 0),
+                                                          Qt::TextWordWrap, text);
+            height = std::max(height, area.height());
+        }
+        label->setMinimumHeight(height);
+    };
+    reserve(ui_->statusTitle, statusTitleKey);
+    reserve(ui_->statusExplanation, statusExplanationKey);
+
+    int rowHeight = ui_->portMappingButton->sizeHint().height() + 4;
     for (auto* text : {ui_->portMappingText, ui_->connectionText})
         text->setMinimumHeight(rowHeight);
-
-    auto* explanation = ui_->statusExplanation;
-    int lines = 0;
-    for (std::int32_t status = 0; status <= LastStatus; ++status) {
-        auto text = QString::fromStdString(bundle_.localizedString(statusExplanationKey(status)));
-        auto area = explanation->fontMetrics().boundingRect(
-            QRect(0, 0, std::max(explanation->width(), 1), 10000), Qt::TextWordWrap, text);
-        lines = std::max(lines, area.height());
-    }
-    explanation->setMinimumHeight(lines);
-
-    auto* content = centralWidget();
-    int height = content->layout()->totalHeightForWidth(content->width());
-    content->setMinimumHeight(std::max(height, 0));
+    centralWidget()->setMinimumHeight(ui_->content->totalHeightForWidth(width));
 }
 
 }  // namespace zelvo::platform

@@ -45,11 +45,10 @@ class MainWindow final : public QMainWindow, public Window {
     void changeEvent(QEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
     bool event(QEvent* event) override;
-    bool eventFilter(QObject* watched, QEvent* event) override;
 
   private:
     void connectControls();
-    void applyFonts();
+    void applyLook();
     void reserveSpace();
 
     MainWindowModel& model_;

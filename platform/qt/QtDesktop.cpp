@@ -2,14 +2,23 @@
 
 #include <QCoreApplication>
 
+#include "platform/Bundle.h"
+#include "platform/qt/Redaction.h"
 #include "platform/qt/SessionSheet.h"
+#include "platform/qt/SharingServices.h"
 
 namespace zelvo::platform {
 
-QtDesktop::QtDesktop(QtMainLoop& loop, const Bundle& bundle)
+QtDesktop::QtDesktop(QtMainLoop& loop, const Bundle& bundle,
+                     std::function<std::vector<std::string>()> logLines)
     : translator_(bundle),
       alerts(loop, bundle),
-      sharingServicePicker(loop, bundle, [](const auto&) { return std::vector<SharingService>(); }),
+      sharingServicePicker(
+          loop, bundle,
+          [this](const auto& items) { return desktopSharingServices(items, workspace, window_); }),
+      feedback([&bundle, logLines = std::move(logLines)] {
+          return describeSystem(bundle.shortVersionString(), logLines());
+      }),
       signals_([this] { application.terminateFromOutside(); }) {
     application.setSessionAnswer(
         [this] { alerts.answer(SessionSheetIdentifier, AlertFirstButtonReturn); });
@@ -32,6 +41,7 @@ void QtDesktop::attach(QWidget& window, ApplicationDelegate& delegate) {
 }
 
 void QtDesktop::setWindow(QWidget* window) {
+    window_ = window;
     application.setWindow(window);
     alerts.setWindow(window);
     sharingServicePicker.setWindow(window);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/qt/BundleTranslator.h"
+#include "platform/qt/ColorScheme.h"
 #include "platform/qt/DesktopApplication.h"
 #include "platform/qt/QtAlerts.h"
 #include "platform/qt/QtFeedback.h"
@@ -17,8 +18,9 @@ namespace zelvo::platform {
 /// that outlives it. Main thread only.
 class QtDesktop {
   public:
-    /// Both outlive this object.
-    QtDesktop(QtMainLoop& loop, const Bundle& bundle);
+    /// All outlive this object. `logLines` gives the log's last lines.
+    QtDesktop(QtMainLoop& loop, const Bundle& bundle,
+              std::function<std::vector<std::string>()> logLines);
 
     /// Settings of the process that have to stand before the QApplication is made.
     static void prepareProcess();
@@ -28,6 +30,7 @@ class QtDesktop {
 
   private:
     BundleTranslator translator_;
+    ColorScheme colorScheme_;
 
   public:
     DesktopApplication application;
@@ -41,6 +44,7 @@ class QtDesktop {
   private:
     void setWindow(QWidget* window);
 
+    QWidget* window_ = nullptr;
     QuitSignals signals_;
 };
 

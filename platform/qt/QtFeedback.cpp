@@ -1,7 +1,81 @@
 #include "platform/qt/QtFeedback.h"
 
+#include <QClipboard>
+#include <QCoreApplication>
+#include <QDialog>
+#include <QDialogButtonBox>
+#include <QFontDatabase>
+#include <QGuiApplication>
+#include <QLabel>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+#include "platform/qt/MailProgram.h"
+
 namespace zelvo::platform {
 
-void QtFeedback::showFeedbackDialog(int) {}
+namespace {
+
+QString localized(const char* key) {
+    return QCoreApplication::translate("Feedback", key);
+}
+
+QPlainTextEdit* addField(QVBoxLayout& layout, const char* caption, const char* name, int lines) {
+    auto* label = new QLabel(localized(caption));
+    label->setWordWrap(true);
+    auto* field = new QPlainTextEdit;
+    field->setObjectName(name);
+    field->setAccessibleName(localized(caption));
+    field->setTabChangesFocus(true);
+    field->setMinimumHeight(field->fontMetrics().lineSpacing() * lines);
+    label->setBuddy(field);
+    layout.addWidget(label);
+    layout.addWidget(field, 1);
+    return field;
+}
+
+}  // namespace
+
+void QtFeedback::showFeedbackDialog(int) {
+    auto* dialog = new QDialog(window_);
+    dialog->setObjectName("feedbackDialog");
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setWindowModality(Qt::WindowModal);
+    dialog->setWindowTitle(localized("Feedback"));
+    auto* layout = new QVBoxLayout(dialog);
+    layout->setContentsMargins(24, 20, 24, 16);
+    layout->setSpacing(10);
+
+    auto* words = addField(*layout, "What would you like to tell us?", "feedbackText", 6);
+    auto* facts =
+        addField(*layout, "This is added. It holds no link and no address, and you can change it.",
+                 "feedbackFacts", 8);
+    facts->setPlainText(QString::fromStdString(describe_()));
+    facts->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    auto* promise = new QLabel(localized("Nothing is sent unless you send it."));
+    promise->setWordWrap(true);
+    layout->addWidget(promise);
+
+    auto text = [words, facts] {
+        return words->toPlainText().trimmed() + "\n\n" + facts->toPlainText();
+    };
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close);
+    auto* copy = buttons->addButton(localized("Copy Text"), QDialogButtonBox::ActionRole);
+    copy->setObjectName("feedbackCopy");
+    QObject::connect(copy, &QPushButton::clicked, dialog,
+                     [text] { QGuiApplication::clipboard()->setText(text()); });
+    if (hasMailProgram()) {
+        auto* mail = buttons->addButton(localized("E-mail…"), QDialogButtonBox::ActionRole);
+        mail->setObjectName("feedbackMail");
+        QObject::connect(mail, &QPushButton::clicked, dialog,
+                         [text] { composeMail(localized("Feedback on Zelvo"), text()); });
+    }
+    QObject::connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::reject);
+    layout->addWidget(buttons);
+    dialog->resize(560, 520);
+    words->setFocus();
+    dialog->open();
+}
 
 }  // namespace zelvo::platform

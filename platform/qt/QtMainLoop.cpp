@@ -12,9 +12,9 @@ using Clock = std::chrono::steady_clock;
 namespace {
 
 // A turn rests this many times as long as its calls took, so that calls which queue themselves anew
-// use about half a percent of a core whatever they cost.
-constexpr int RestPerWork = 200;
-constexpr Clock::duration ShortestRest = 33ms;
+// use a quarter of a percent of a core whatever they cost; about as much goes into waking up.
+constexpr int RestPerWork = 400;
+constexpr Clock::duration ShortestRest = 100ms;
 constexpr Clock::duration LongestRest = 500ms;
 
 std::chrono::milliseconds roundedUp(Clock::duration duration) {

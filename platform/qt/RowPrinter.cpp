@@ -1,28 +1,9 @@
 #include "platform/qt/RowPrinter.h"
 
-#include <unistd.h>
-
-#include <cerrno>
-#include <string_view>
-
 #include "platform/MainWindowModel.h"
+#include "platform/qt/WriteAll.h"
 
 namespace zelvo::platform {
-
-namespace {
-
-bool writeAll(int descriptor, std::string_view text) {
-    while (!text.empty()) {
-        auto written = ::write(descriptor, text.data(), text.size());
-        if (written < 0 && errno != EINTR)
-            return false;
-        if (written > 0)
-            text.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-}
-
-}  // namespace
 
 RowPrinter::RowPrinter(MainWindowModel& model, int descriptor)
     : model_(model), descriptor_(descriptor) {

@@ -28,7 +28,7 @@ Rect ShareButton::bounds() const {
 QSize ShareButton::sizeHint() const {
     auto metrics = fontMetrics();
     QString caption = QString(text()).remove('&');
-    return {metrics.horizontalAdvance(caption) + 4 * metrics.height(), metrics.height() * 5 / 2};
+    return {metrics.horizontalAdvance(caption) + 4 * metrics.height(), metrics.height() * 11 / 4};
 }
 
 void ShareButton::mousePressEvent(QMouseEvent* event) {

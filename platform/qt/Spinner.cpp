@@ -14,6 +14,11 @@ constexpr int Dots = 8;
 
 }  // namespace
 
+Spinner::Spinner(QWidget* parent) : QWidget(parent) {
+    // A step then paints nothing of what lies below.
+    setAttribute(Qt::WA_OpaquePaintEvent);
+}
+
 void Spinner::setSpinning(bool spinning) {
     if (spinning == spinning_)
         return;
@@ -66,11 +71,33 @@ void Spinner::timerEvent(QTimerEvent* event) {
     }
 }
 
+void Spinner::changeEvent(QEvent* event) {
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange)
+        steps_.clear();
+}
+
 void Spinner::paintEvent(QPaintEvent*) {
-    if (!spinning_)
-        return;
-    startOrStop();
     QPainter painter(this);
+    if (!spinning_) {
+        painter.fillRect(rect(), palette().color(QPalette::Base));
+        return;
+    }
+    startOrStop();
+    if (steps_.empty() || steps_.front().devicePixelRatio() != devicePixelRatio()) {
+        steps_.clear();
+        for (int step = 0; step < Dots; ++step)
+            steps_.push_back(drawStep(step));
+    }
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    painter.drawPixmap(0, 0, steps_[static_cast<std::size_t>(step_)]);
+}
+
+QPixmap Spinner::drawStep(int step) const {
+    QPixmap pixmap(size() * devicePixelRatio());
+    pixmap.setDevicePixelRatio(devicePixelRatio());
+    pixmap.fill(palette().color(QPalette::Base));
+    QPainter painter(&pixmap);
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setPen(Qt::NoPen);
     painter.translate(rect().toRectF().center());
@@ -78,13 +105,14 @@ void Spinner::paintEvent(QPaintEvent*) {
     double dot = radius * 0.19;
     for (int i = 0; i < Dots; ++i) {
         QColor color = palette().color(QPalette::WindowText);
-        int age = (step_ - i + Dots) % Dots;
+        int age = (step - i + Dots) % Dots;
         color.setAlphaF(static_cast<float>(std::max(0.14, 0.85 - age * 0.13)));
         painter.setBrush(color);
         double angle = 2 * std::numbers::pi * i / Dots - std::numbers::pi / 2;
         painter.drawEllipse(
             QPointF(std::cos(angle) * (radius - dot), std::sin(angle) * (radius - dot)), dot, dot);
     }
+    return pixmap;
 }
 
 }  // namespace zelvo::platform

@@ -1,19 +1,21 @@
 #pragma once
 
 #include <QBasicTimer>
+#include <QPixmap>
 #include <QWidget>
+#include <vector>
 
 namespace zelvo::platform {
 
 /// A ring of dots that turns in steps, slowly enough to cost next to nothing, and only while it can
-/// be seen.
+/// be seen. Lies on the palette's base colour.
 class Spinner final : public QWidget {
     Q_OBJECT
     Q_PROPERTY(bool spinning READ isSpinning WRITE setSpinning)
     Q_PROPERTY(int stepInterval READ stepInterval WRITE setStepInterval)
 
   public:
-    using QWidget::QWidget;
+    explicit Spinner(QWidget* parent = nullptr);
 
     bool isSpinning() const { return spinning_; }
     void setSpinning(bool spinning);
@@ -23,11 +25,13 @@ class Spinner final : public QWidget {
 
   protected:
     void paintEvent(QPaintEvent* event) override;
+    void changeEvent(QEvent* event) override;
     void timerEvent(QTimerEvent* event) override;
     void showEvent(QShowEvent* event) override;
     bool eventFilter(QObject* watched, QEvent* event) override;
 
   private:
+    QPixmap drawStep(int step) const;
     bool canBeSeen() const;
     void startOrStop();
 
@@ -35,6 +39,8 @@ class Spinner final : public QWidget {
     bool spinning_ = false;
     int stepInterval_ = 250;
     int step_ = 0;
+    /// Drawn once each.
+    std::vector<QPixmap> steps_;
 };
 
 }  // namespace zelvo::platform

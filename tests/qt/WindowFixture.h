@@ -22,11 +22,11 @@ struct ResourceBundle : FakeBundle {
 };
 
 /// The real window and controller: the system below is the fake one, the desktop the real one.
-class WindowTest : public ::testing::Test {
-  protected:
-    WindowTest() {
+struct WindowWorld {
+    explicit WindowWorld(platform::Bundle& texts, const std::string& link = "AbC-d_1")
+        : bundle(texts) {
         fake.peer.answer("create.php", fake.propertyLists.encode(PropertyList::Dictionary{
-                                           {"StatusCode", 0}, {"link", "AbC-d_1"}}));
+                                           {"StatusCode", 0}, {"link", link}}));
         fake.peer.answer("get.php", fake.propertyLists.encode(PropertyList::Dictionary{}));
         fake.peer.answer("update.php", fake.propertyLists.encode(PropertyList::Dictionary{}));
         fake.router.grantAll("203.0.113.7");
@@ -52,46 +52,25 @@ class WindowTest : public ::testing::Test {
         fake.loop.advance(std::chrono::seconds(3));
     }
 
-    template <typename Control = QWidget>
-    Control* find(const char* name) {
-        auto* control = window.findChild<Control*>(name);
-        EXPECT_TRUE(control) << name;
-        return control;
-    }
-    std::string property(const char* control, const char* name) {
-        return find(control)->property(name).toString().toStdString();
-    }
-    bool shown(const char* control) { return find(control)->isVisible(); }
-    bool spins(const char* control) { return find(control)->property("spinning").toBool(); }
-
     /// The sheet that is up, once there is one.
     QMessageBox* sheet() {
         QMessageBox* found = nullptr;
-        EXPECT_TRUE(waitFor([&] {
+        waitFor([&] {
             for (auto* box : window.findChildren<QMessageBox*>())
                 if (box->isVisible())
                     found = box;
             return found != nullptr;
-        }));
+        });
         return found;
     }
-    bool noSheet() {
-        bool turned = false;
-        loop.async([&] { turned = true; });
-        waitFor([&] { return turned; });
-        for (auto* box : window.findChildren<QMessageBox*>())
-            if (box->isVisible())
-                return false;
-        return true;
-    }
-    void press(QMessageBox* box, int button) {
+    static void press(QMessageBox* box, int button) {
         box->findChild<QPushButton*>(QString("alertButton%1").arg(button))->click();
     }
 
     FakePlatform fake;
-    ResourceBundle bundle;
+    platform::Bundle& bundle;
     platform::QtMainLoop loop;
-    platform::QtDesktop desktop{loop, bundle};
+    platform::QtDesktop desktop{loop, bundle, [this] { return fake.log.lines; }};
     AppDelegate controller{{fake.loop,
                             fake.loop,
                             fake.log,
@@ -122,6 +101,37 @@ class WindowTest : public ::testing::Test {
     KVView* content = new KVView;
     platform::MainWindow window{content,
                                 {controller, controller, desktop.application, bundle, loop}};
+};
+
+struct ResourceBundled {
+    ResourceBundle ownBundle;
+};
+
+class WindowTest : public ::testing::Test, protected ResourceBundled, protected WindowWorld {
+  protected:
+    WindowTest() : WindowWorld(ownBundle) {}
+
+    template <typename Control = QWidget>
+    Control* find(const char* name) {
+        auto* control = window.findChild<Control*>(name);
+        EXPECT_TRUE(control) << name;
+        return control;
+    }
+    std::string property(const char* control, const char* name) {
+        return find(control)->property(name).toString().toStdString();
+    }
+    bool shown(const char* control) { return find(control)->isVisible(); }
+    bool spins(const char* control) { return find(control)->property("spinning").toBool(); }
+
+    bool noSheet() {
+        bool turned = false;
+        loop.async([&] { turned = true; });
+        waitFor([&] { return turned; });
+        for (auto* box : window.findChildren<QMessageBox*>())
+            if (box->isVisible())
+                return false;
+        return true;
+    }
 };
 
 }  // namespace zelvo::test

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <termios.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+class QSocketNotifier;
+
+namespace zelvo::platform {
+
+/// The terminal, or the pipes in its place: lines out, single keys in. Needs a QCoreApplication.
+/// Main thread only.
+class Console {
+  public:
+    /// The descriptors stay the caller's. A terminal gives each key at once, without echo, until
+    /// this object is destroyed.
+    explicit Console(int input = 0, int output = 1);
+    ~Console();
+    Console(const Console&) = delete;
+    Console& operator=(const Console&) = delete;
+
+    /// Begins to read: `key` for each key but blanks, `end` once at the end of input.
+    void listen(std::function<void(char)> key, std::function<void()> end);
+
+    /// Writes the line at once. Where nobody reads any more it is dropped.
+    void line(const std::string& text);
+
+    bool outputIsTerminal() const { return outputIsTerminal_; }
+    bool inputHasEnded() const { return inputHasEnded_; }
+
+  private:
+    void read();
+
+    int input_;
+    int output_;
+    bool outputIsTerminal_;
+    bool inputHasEnded_ = false;
+    std::optional<termios> earlier_;
+    std::function<void(char)> key_;
+    std::function<void()> end_;
+    std::unique_ptr<QSocketNotifier> notifier_;
+};
+
+}  // namespace zelvo::platform

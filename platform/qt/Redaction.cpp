@@ -1,0 +1,49 @@
+#include "platform/qt/Redaction.h"
+
+#include <QRegularExpression>
+#include <QString>
+#include <QSysInfo>
+
+namespace zelvo::platform {
+
+namespace {
+
+constexpr std::size_t LogLines = 40;
+
+// Addresses of every kind first, then what is as long as a link's identifier.
+constexpr const char* Patterns[] = {
+    R"([A-Za-z][A-Za-z0-9+.-]*://[^\s"'<>]+)",
+    R"(\b[\w.-]+\.local\b\.?)",
+    R"([^\s@"'<>]+@[^\s@"'<>]+)",
+    R"(\b(?:[0-9A-Fa-f]{2}[:-]){5}[0-9A-Fa-f]{2}\b)",
+    R"((?<![0-9A-Fa-f:])(?:[0-9A-Fa-f]{0,4}:){2,7}[0-9A-Fa-f]{0,4}(?:%\w+)?(?![0-9A-Fa-f:]))",
+    R"(\b\d{1,3}(?:\.\d{1,3}){3}(?::\d+)?\b)",
+    R"(\b[A-Za-z0-9_-]{20,}\b)",
+};
+
+QString environment(const char* name) {
+    auto value = qEnvironmentVariable(name);
+    return value.isEmpty() ? QStringLiteral("-") : value;
+}
+
+}  // namespace
+
+std::string withoutAddresses(const std::string& text) {
+    auto clean = QString::fromStdString(text);
+    for (const auto* pattern : Patterns)
+        clean.replace(QRegularExpression(pattern), QStringLiteral("…"));
+    return clean.toStdString();
+}
+
+std::string describeSystem(const std::string& version, const std::vector<std::string>& logLines) {
+    QString text = QString("Zelvo %1\n%2, %3\n%4, %5\nQt %6\n")
+                       .arg(QString::fromStdString(version), QSysInfo::prettyProductName(),
+                            QSysInfo::currentCpuArchitecture(), environment("XDG_CURRENT_DESKTOP"),
+                            environment("XDG_SESSION_TYPE"), qVersion());
+    std::size_t first = logLines.size() > LogLines ? logLines.size() - LogLines : 0;
+    for (std::size_t i = first; i < logLines.size(); ++i)
+        text += QString::fromStdString(withoutAddresses(logLines[i])) + '\n';
+    return text.toStdString();
+}
+
+}  // namespace zelvo::platform

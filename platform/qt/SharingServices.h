@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/SharingServicePicker.h"
+
+class QWidget;
+
+namespace zelvo::platform {
+
+class Workspace;
+
+/// What this desktop can do with the share items (a text, the link, a text), in the menu's order:
+/// an e-mail, a text message, a QR code; each only where something is there that takes it. The
+/// window and the workspace outlive what is returned.
+std::vector<SharingService> desktopSharingServices(const std::vector<std::string>& items,
+                                                   Workspace& workspace, QWidget* window);
+
+/// Whether a program is registered for the URL scheme (the MIME applications of freedesktop.org).
+bool hasSchemeHandler(const std::string& scheme);
+
+}  // namespace zelvo::platform

@@ -1,0 +1,21 @@
+#include "platform/qt/Terminal.h"
+
+#include "platform/qt/SessionSheet.h"
+
+namespace zelvo::platform {
+
+bool TerminalWorkspace::openUrl(const std::string& url) {
+    console_.line(url);
+    return true;
+}
+
+Terminal::Terminal(MainQueue& mainQueue, const Bundle& bundle, int input, int output)
+    : console(input, output),
+      alerts(mainQueue, console, bundle),
+      workspace(console),
+      signals_([this] { application.terminateFromOutside(); }) {
+    application.setSessionAnswer(
+        [this] { alerts.answer(SessionSheetIdentifier, AlertFirstButtonReturn); });
+}
+
+}  // namespace zelvo::platform

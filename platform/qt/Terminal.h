@@ -1,0 +1,34 @@
+#pragma once
+
+#include "platform/qt/Console.h"
+#include "platform/qt/QtApplication.h"
+#include "platform/qt/QuitSignals.h"
+#include "platform/qt/TerminalAlerts.h"
+#include "platform/qt/TerminalServices.h"
+
+namespace zelvo::platform {
+
+class Bundle;
+class MainQueue;
+
+/// The desktop's services where there is none but a terminal, named as the members of Platform.
+/// Needs a QCoreApplication that outlives it. Main thread only.
+class Terminal {
+  public:
+    /// Both outlive this object.
+    Terminal(MainQueue& mainQueue, const Bundle& bundle, int input = 0, int output = 1);
+
+    Console console;
+    QtApplication application;
+    TerminalAlerts alerts;
+    TerminalWindowSystem windowSystem;
+    TerminalSharingServicePicker sharingServicePicker;
+    TerminalPasteboard pasteboard;
+    TerminalWorkspace workspace;
+    TerminalFeedback feedback;
+
+  private:
+    QuitSignals signals_;
+};
+
+}  // namespace zelvo::platform

@@ -1,0 +1,82 @@
+#include "platform/qt/TerminalView.h"
+
+#include <langinfo.h>
+
+#include <cstring>
+
+#include "platform/ApplicationDelegate.h"
+#include "platform/Bundle.h"
+#include "platform/MainWindowModel.h"
+#include "platform/qt/QrCode.h"
+#include "platform/qt/Terminal.h"
+
+namespace zelvo::platform {
+
+namespace {
+
+// Drawn in light on dark by their own colours, so that the terminal's do not matter.
+constexpr const char* CodeColours = "\033[97;40m";
+constexpr const char* NormalColours = "\033[0m";
+
+}  // namespace
+
+TerminalView::TerminalView(Terminal& terminal, MainWindowModel& model,
+                           ApplicationDelegate& delegate, const Bundle& bundle, int output)
+    : terminal_(terminal), model_(model), rows_(model, output) {
+    terminal_.application.setDelegate(&delegate);
+    subscriptions_.push_back(model.sharedLink().subscribe([this](const auto&) { linkChanged(); }));
+    subscriptions_.push_back(model.readyToShare().subscribe([this](bool) { linkChanged(); }));
+    terminal_.console.listen([this](char key) { takeKey(key); }, [this] { inputEnded(); });
+    if (terminal_.console.outputIsTerminal())
+        terminal_.console.line(
+            bundle.localizedString("Keys: q quit, d disconnect the viewer, c show the link again"));
+}
+
+TerminalView::~TerminalView() {
+    terminal_.application.setDelegate(nullptr);
+    terminal_.console.listen([](char) {}, [] {});
+}
+
+void TerminalView::takeKey(char key) {
+    if (terminal_.alerts.takeKey(key))
+        return;
+    switch (key) {
+        case 'q':
+            terminal_.application.terminate();
+            break;
+        case 'd':
+            model_.closeConnection();
+            break;
+        case 'c':
+            if (!shownLink_.empty()) {
+                terminal_.console.line("Link: " + shownLink_);
+                showQrCode();
+            }
+            break;
+        default:
+            break;
+    }
+}
+
+void TerminalView::inputEnded() {
+    terminal_.application.terminate();
+    terminal_.alerts.inputEnded();
+}
+
+void TerminalView::linkChanged() {
+    if (!model_.readyToShare().value() || model_.sharedLink().value() == shownLink_)
+        return;
+    shownLink_ = model_.sharedLink().value();
+    showQrCode();
+}
+
+void TerminalView::showQrCode() {
+    bool drawsBlocks = std::strcmp(::nl_langinfo(CODESET), "UTF-8") == 0;
+    if (!terminal_.console.outputIsTerminal() || !drawsBlocks)
+        return;
+    if (auto code = makeQrCode(shownLink_))
+        for (const auto& line : linesOf(*code))
+            terminal_.console.line(CodeColours + line + NormalColours);
+}
+
+}  // namespace zelvo::platform

@@ -1,0 +1,156 @@
+#include <QAccessible>
+#include <QClipboard>
+#include <QDialog>
+#include <QLabel>
+#include <QPlainTextEdit>
+#include <QTemporaryDir>
+#include <set>
+
+#include "platform/qt/Redaction.h"
+#include "platform/qt/SharingServices.h"
+#include "tests/qt/WindowFixture.h"
+
+namespace zelvo::test {
+namespace {
+
+using ActionsTest = WindowTest;
+
+TEST(Redaction, LeavesNoLinkAndNoAddress) {
+    EXPECT_EQ(platform::withoutAddresses("Error 3: -60006"), "Error 3: -60006");
+    EXPECT_EQ(platform::withoutAddresses("a zelvo://AbC b https://h.example/x?y c"), "a … b … c");
+    EXPECT_EQ(platform::withoutAddresses("203.0.113.7:5900 -> 192.0.2.1"), "… -> …");
+    EXPECT_EQ(platform::withoutAddresses("fe80::1%eth0, 2001:db8::7 at 00:16:3e:aa:bb:cc"),
+              "…, … at …");
+    EXPECT_EQ(platform::withoutAddresses("anna@example.org sent Zk3_9-abcdefghijklmno"),
+              "… sent …");
+    auto text = platform::describeSystem("1.0", {"old 203.0.113.7", "new"});
+    EXPECT_NE(text.find("Zelvo 1.0\n"), std::string::npos);
+    EXPECT_NE(text.find("old …\nnew\n"), std::string::npos);
+}
+
+TEST_F(ActionsTest, FeedbackIsCopiedByTheUserAlone) {
+    fake.log.lines = {"to 203.0.113.7"};
+    desktop.feedback.sendTrackingReport();
+    desktop.feedback.setupIssuesController(true);
+    EXPECT_FALSE(window.findChild<QDialog*>());
+    desktop.feedback.showFeedbackDialog(0);
+    auto* dialog = window.findChild<QDialog*>("feedbackDialog");
+    ASSERT_TRUE(dialog && dialog->isVisible());
+    dialog->findChild<QPlainTextEdit*>("feedbackText")->setPlainText("It works.");
+    dialog->findChild<QPushButton*>("feedbackCopy")->click();
+    auto copied = QGuiApplication::clipboard()->text().toStdString();
+    EXPECT_EQ(copied.find("It works.\n\nZelvo 1.0\n"), 0u);
+    EXPECT_NE(copied.find("to …\n"), std::string::npos);
+    EXPECT_TRUE(fake.peer.requests.empty());
+}
+
+TEST_F(ActionsTest, TheMenuOffersWhatTheDesktopCanDo) {
+    QTemporaryDir home;
+    for (const auto* name : {"PATH", "XDG_DATA_HOME", "XDG_DATA_DIRS", "XDG_CONFIG_HOME"})
+        qputenv(name, home.path().toUtf8());
+    auto titles = [&] {
+        std::vector<std::string> list;
+        for (const auto& service : platform::desktopSharingServices(
+                 {"top", "zelvo://abc", "bottom"}, fake.workspace, &window))
+            list.push_back(service.title);
+        return list;
+    };
+    EXPECT_EQ(titles(), std::vector<std::string>{"QR Code…"});
+
+    QFile mail(home.filePath("xdg-email"));
+    ASSERT_TRUE(mail.open(QIODevice::WriteOnly));
+    auto sent = home.filePath("sent");
+    mail.write("#!/bin/sh\nfor a; do echo \"<$a>\"; done > '" + sent.toUtf8() + ".new' && " +
+               "/bin/mv '" + sent.toUtf8() + ".new' '" + sent.toUtf8() + "'\n");
+    mail.setPermissions(QFile::ReadOwner | QFile::ExeOwner);
+    mail.close();
+    ASSERT_TRUE(QDir(home.path()).mkdir("applications"));
+    QFile cache(home.filePath("applications/mimeinfo.cache"));
+    ASSERT_TRUE(cache.open(QIODevice::WriteOnly));
+    cache.write("[MIME Cache]\nx-scheme-handler/sms=phone.desktop;\n");
+    cache.close();
+    EXPECT_EQ(titles(), (std::vector<std::string>{"E-mail…", "Text Message…", "QR Code…"}));
+
+    auto services =
+        platform::desktopSharingServices({"top", "zelvo://abc", "bottom"}, fake.workspace, &window);
+    services[0].handler();
+    ASSERT_TRUE(waitFor([&] { return QFile::exists(sent); }));
+    QFile mailed(sent);
+    ASSERT_TRUE(mailed.open(QIODevice::ReadOnly));
+    EXPECT_NE(mailed.readAll().toStdString().find("<top\n\nzelvo://abc\n\nbottom>"),
+              std::string::npos);
+    services[1].handler();
+    EXPECT_EQ(fake.workspace.opened.back(), "sms:?body=top%0A%0Azelvo%3A%2F%2Fabc%0A%0Abottom");
+    services[2].handler();
+    auto* dialog = window.findChild<QDialog*>("qrCodeDialog");
+    ASSERT_TRUE(dialog);
+    EXPECT_TRUE(dialog->isVisible());
+}
+
+std::vector<std::string>& announced() {
+    static std::vector<std::string> names;
+    return names;
+}
+
+void record(QAccessibleEvent* event) {
+    if (event->type() == QAccessible::Alert && event->object())
+        announced().push_back(event->object()->objectName().toStdString());
+}
+
+TEST_F(ActionsTest, EverythingHasANameAndStatusChangesAreAnnounced) {
+    QAccessible::setActive(true);
+    launchToLink();
+    connectViewer(true);
+    for (auto* control : window.findChildren<QWidget*>()) {
+        auto* interface = QAccessible::queryAccessibleInterface(control);
+        bool matters = control->isVisible() && interface && !control->objectName().isEmpty() &&
+                       (control->focusPolicy() != Qt::NoFocus ||
+                        control->property("image").isValid() || qobject_cast<QLabel*>(control));
+        if (matters)
+            EXPECT_FALSE(interface->text(QAccessible::Name).isEmpty())
+                << control->objectName().toStdString();
+    }
+
+    announced().clear();
+    auto earlier = QAccessible::installUpdateHandler(record);
+    connectViewer(false);
+    QAccessible::installUpdateHandler(earlier);
+    EXPECT_EQ(announced(),
+              (std::vector<std::string>{"statusTitle", "statusExplanation", "connectionText"}));
+    QAccessible::setActive(false);
+}
+
+TEST_F(ActionsTest, TheKeyboardReachesEveryControl) {
+    launchToLink();
+    connectViewer(true);
+    std::set<std::string> reached;
+    auto* first = window.focusWidget();
+    auto* control = first;
+    do {
+        reached.insert(control->objectName().toStdString());
+        QKeyEvent tab(QEvent::KeyPress, Qt::Key_Tab, Qt::NoModifier);
+        QApplication::sendEvent(control, &tab);
+        control = window.focusWidget();
+    } while (control != first && reached.size() < 20);
+    EXPECT_EQ(reached, (std::set<std::string>{"shareButton", "linkText", "disconnectButton"}));
+}
+
+TEST_F(ActionsTest, NothingIsCutOffInALargeFont) {
+    QFont large = QApplication::font();
+    large.setPointSize(22);
+    window.setFont(large);
+    launch();
+    QCoreApplication::processEvents();
+    for (auto* label : window.findChildren<QLabel*>()) {
+        if (!label->isVisible())
+            continue;
+        EXPECT_GE(label->height(), label->heightForWidth(label->width()))
+            << label->objectName().toStdString();
+        EXPECT_TRUE(
+            window.rect().contains(QRect(label->mapTo(&window, QPoint(0, 0)), label->size())))
+            << label->objectName().toStdString();
+    }
+}
+
+}  // namespace
+}  // namespace zelvo::test

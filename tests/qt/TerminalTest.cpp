@@ -1,0 +1,186 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "app/AppDelegate.h"
+#include "platform/qt/QrCode.h"
+#include "platform/qt/QtMainLoop.h"
+#include "platform/qt/Terminal.h"
+#include "platform/qt/TerminalView.h"
+#include "tests/qt/Wait.h"
+#include "tests/support/FakePlatform.h"
+
+namespace zelvo::test {
+namespace {
+
+struct Pipe {
+    Pipe() { EXPECT_EQ(::pipe2(ends, O_NONBLOCK), 0); }
+    ~Pipe() {
+        ::close(ends[0]);
+        closeWriting();
+    }
+    void closeWriting() {
+        if (ends[1] >= 0)
+            ::close(std::exchange(ends[1], -1));
+    }
+    void write(const std::string& text) {
+        EXPECT_EQ(::write(ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    }
+    std::string read() {
+        char buffer[8192];
+        auto count = ::read(ends[0], buffer, sizeof buffer);
+        return std::string(buffer, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    }
+    int ends[2];
+};
+
+/// The real controller in the real terminal front end, on pipes.
+struct TerminalTest : testing::Test {
+    TerminalTest() {
+        fake.peer.answer("create.php", fake.propertyLists.encode(PropertyList::Dictionary{
+                                           {"StatusCode", 0}, {"link", "abc"}}));
+        fake.peer.answer("get.php", fake.propertyLists.encode(PropertyList::Dictionary{}));
+        fake.peer.answer("update.php", fake.propertyLists.encode(PropertyList::Dictionary{}));
+        fake.router.grantAll("203.0.113.7");
+    }
+
+    void launchToLink() {
+        fake.screenSharing(true);
+        controller.applicationDidFinishLaunching();
+        fake.loop.settle();
+    }
+    void connectViewer(bool connected) {
+        fake.sockets.connect(connected);
+        fake.processes.records = {{"screensharingd", 7}};
+        fake.loop.advance(std::chrono::seconds(3));
+    }
+    /// Types and gives everything a turn.
+    void type(const std::string& keys) {
+        input.write(keys + "\n");
+        turn();
+    }
+    void turn() {
+        for (int i = 0; i < 3; ++i) {
+            bool turned = false;
+            loop.async([&] { turned = true; });
+            waitFor([&] { return turned; });
+        }
+        fake.loop.settle();
+    }
+
+    FakePlatform fake;
+    Pipe input;
+    Pipe output;
+    platform::QtMainLoop loop;
+    platform::Terminal terminal{loop, fake.bundle, input.ends[0], output.ends[1]};
+    AppDelegate controller{{fake.loop,
+                            fake.loop,
+                            fake.log,
+                            fake.dynamicStore,
+                            fake.hardware,
+                            fake.services,
+                            fake.sockets,
+                            fake.processes,
+                            fake.processInfo,
+                            fake.inputSources,
+                            fake.random,
+                            fake.digest,
+                            fake.addresses,
+                            fake.propertyLists,
+                            fake.userDefaults,
+                            fake.bundle,
+                            fake.peer,
+                            "https://share.example",
+                            fake.router,
+                            terminal.application,
+                            terminal.alerts,
+                            terminal.windowSystem,
+                            terminal.sharingServicePicker,
+                            terminal.pasteboard,
+                            terminal.workspace,
+                            fake.authorization,
+                            terminal.feedback}};
+    platform::TerminalView view{terminal, controller, controller, fake.bundle, output.ends[1]};
+};
+
+TEST_F(TerminalTest, ShowsRowsAndTheLinkPlainlyAndQuits) {
+    type("c");
+    EXPECT_EQ(output.read(), "");
+    launchToLink();
+    EXPECT_EQ(output.read(),
+              "Port mapping: Applying Port Mapping...\n"
+              "Port mapping: Port Mapping Successful.\n"
+              "Connection: Waiting for connection...\n"
+              "Link: zelvo://abc\n");
+    type("c");
+    EXPECT_EQ(output.read(), "Link: zelvo://abc\n");
+    connectViewer(true);
+    type("dx");
+    EXPECT_EQ(fake.authorization.tools, std::vector<std::string>{"disconnect-screen-sharing.tool"});
+    connectViewer(false);
+    type("q");
+    EXPECT_TRUE(terminal.application.hasTerminated());
+    EXPECT_EQ(fake.router.open, 0);
+}
+
+TEST_F(TerminalTest, AsksByLettersAndHelps) {
+    fake.bundle.strings["HELP_PAGE_ROUTER"] = "help/router.html";
+    fake.router.refuseAll(platform::NatErrorNoRouter);
+    launchToLink();
+    turn();
+    EXPECT_NE(output.read().find("Router Error\n"
+                                 "Router Error Description\n"
+                                 "[t] Try Again   [q] Quit   [?] Help\n"),
+              std::string::npos);
+    type("?");
+    EXPECT_EQ(output.read(), "file:///resources/help/router.html\n");
+    fake.router.grantAll("203.0.113.7");
+    fake.router.refuseAll(0);
+    fake.router.grantAll("203.0.113.7");
+    type("T");
+    EXPECT_EQ(controller.zelvoStatus(), ZelvoStatusWaitingForConnection);
+}
+
+TEST_F(TerminalTest, KeepsASessionOnNoAndEndsItOnTheSecondSignal) {
+    launchToLink();
+    connectViewer(true);
+    type("q");
+    EXPECT_NE(output.read().find("[y] Yes   [n] No\n"), std::string::npos);
+    type("n");
+    EXPECT_FALSE(terminal.application.isTerminating());
+    EXPECT_TRUE(fake.authorization.tools.empty());
+    std::raise(SIGINT);
+    EXPECT_TRUE(waitFor([&] { return terminal.application.isTerminating(); }));
+    std::raise(SIGINT);
+    EXPECT_TRUE(waitFor([&] { return !fake.authorization.tools.empty(); }));
+}
+
+TEST_F(TerminalTest, TheEndOfInputQuitsEvenDuringASession) {
+    launchToLink();
+    connectViewer(true);
+    input.closeWriting();
+    EXPECT_TRUE(waitFor([&] {
+        fake.loop.settle();
+        return terminal.application.hasTerminated();
+    }));
+    EXPECT_EQ(fake.authorization.tools.size(), 1u);
+    EXPECT_EQ(fake.peer.last("update.php").fields.at("availabilityStatus"), "1");
+}
+
+TEST(QrCode, HoldsItsQuietZoneAndFinders) {
+    EXPECT_FALSE(platform::makeQrCode(""));
+    EXPECT_FALSE(platform::makeQrCode(std::string(5000, 'x')));
+    auto code = platform::makeQrCode("zelvo://abcdefghijklmnop");
+    ASSERT_TRUE(code);
+    EXPECT_EQ((code->size - 17) % 4, 0);
+    EXPECT_TRUE(code->isDark(0, 0) && code->isDark(6, 6) && code->isDark(code->size - 1, 0));
+    EXPECT_FALSE(code->isDark(7, 7) || code->isDark(-1, 0) || code->isDark(0, code->size));
+    auto lines = platform::linesOf(*code);
+    EXPECT_EQ(lines.size(), static_cast<std::size_t>(code->size + 5) / 2);
+    EXPECT_EQ(lines[1].substr(0, 6), "██");
+}
+
+}  // namespace
+}  // namespace zelvo::test

@@ -1,0 +1,142 @@
+#include <QApplication>
+#include <QDir>
+#include <QMenu>
+#include <QPainter>
+#include <cstdio>
+
+#include "platform/linux/InstalledBundle.h"
+#include "platform/linux/PlistReader.h"
+#include "tests/qt/WindowFixture.h"
+
+// Makes a picture of every status, sheet and menu: zelvo_screenshots FOLDER light|dark [LANGUAGE]
+
+namespace zelvo::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+class Photographer {
+  public:
+    Photographer(QString folder, QString suffix)
+        : folder_(std::move(folder)), suffix_(std::move(suffix)) {}
+
+    void take(QWidget& window, const QString& name, QWidget* above = nullptr,
+              QPoint at = QPoint()) const {
+        QCoreApplication::processEvents();
+        QImage image = window.grab().toImage();
+        if (above) {
+            QPainter painter(&image);
+            if (above->isModal())
+                painter.fillRect(window.rect(), QColor(0, 0, 0, 70));
+            drawAbove(painter, *above, at);
+        }
+        image.save(folder_ + '/' + name + '-' + suffix_ + ".png");
+    }
+    /// In the middle of the window.
+    void takeSheet(QWidget& window, const QString& name, QWidget& sheet) const {
+        take(window, name, &sheet,
+             QPoint((window.width() - sheet.width()) / 2, (window.height() - sheet.height()) / 3));
+    }
+
+  private:
+    static void drawAbove(QPainter& painter, QWidget& widget, QPoint at) {
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(Qt::NoPen);
+        for (int i = 8; i > 0; --i) {
+            painter.setBrush(QColor(0, 0, 0, 8));
+            painter.drawRoundedRect(QRect(at, widget.size()).adjusted(-i, -i + 3, i, i + 3), i, i);
+        }
+        painter.drawPixmap(at, widget.grab());
+        painter.setBrush(Qt::NoBrush);
+        painter.setPen(QColor(128, 128, 128, 110));
+        painter.drawRect(QRect(at, widget.size()));
+    }
+
+    QString folder_;
+    QString suffix_;
+};
+
+void takeStatuses(platform::Bundle& bundle, const Photographer& camera) {
+    WindowWorld world(bundle, "5f0c6a1d93e84b27a6d2c71f08b94e35");
+    camera.take(world.window, "status-0");
+    // These two move on within the same call.
+    auto watch = world.controller.zelvoStatusProperty().subscribe([&](std::int32_t status) {
+        if (status == 2 || status == 5)
+            camera.take(world.window, QString("status-%1").arg(status));
+    });
+    world.launch();
+    camera.take(world.window, "status-1");
+    world.fake.screenSharing(true);
+    world.fake.peer.hold(true);
+    world.fake.loop.settle();
+    camera.take(world.window, "status-3");
+    world.fake.peer.release();
+    world.fake.peer.hold(false);
+    world.fake.loop.settle();
+    camera.take(world.window, "status-6");
+
+    world.controller.shareLink(&world.window.shareButton());
+    if (auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget())) {
+        camera.take(world.window, "share-menu", menu, world.window.mapFromGlobal(menu->pos()));
+        for (auto* action : menu->actions())
+            if (action->text() == QString::fromStdString(bundle.localizedString("QR Code…")))
+                action->trigger();
+        menu->close();
+    }
+    if (auto* code = world.window.findChild<QDialog*>("qrCodeDialog")) {
+        camera.take(*code, "qr-code");
+        code->close();
+    }
+    world.desktop.feedback.showFeedbackDialog(0);
+    if (auto* feedback = world.window.findChild<QDialog*>("feedbackDialog")) {
+        camera.take(*feedback, "feedback");
+        feedback->close();
+    }
+
+    world.connectViewer(true);
+    camera.take(world.window, "status-7");
+    world.desktop.application.terminate();
+    camera.takeSheet(world.window, "sheet-session", *world.sheet());
+}
+
+void takeFailures(platform::Bundle& bundle, const Photographer& camera) {
+    {
+        WindowWorld world(bundle);
+        world.fake.router.refuseAll(platform::NatErrorNoRouter);
+        world.launchToLink();
+        camera.take(world.window, "status-4");
+        camera.takeSheet(world.window, "sheet-router", *world.sheet());
+    }
+    WindowWorld world(bundle);
+    world.fake.authorization.rightStatus = platform::AuthorizationCanceled;
+    world.launch();
+    world.fake.loop.advance(500ms);
+    camera.takeSheet(world.window, "sheet-activate", *world.sheet());
+}
+
+}  // namespace
+}  // namespace zelvo::test
+
+int main(int argc, char* argv[]) {
+    using namespace zelvo;
+    if (argc < 3) {
+        std::fputs("Usage: zelvo_screenshots FOLDER light|dark [LANGUAGE]\n", stderr);
+        return 2;
+    }
+    QApplication application(argc, argv);
+    QApplication::setStyle("Fusion");
+    bool dark = QString(argv[2]) == "dark";
+    if (dark)
+        QApplication::setPalette(platform::darkPalette());
+
+    platform::PlistReader reader("/");
+    platform::InstalledBundle bundle({.executableFolder = ZELVO_BUILD_FOLDER,
+                                      .languages = {argc > 3 ? argv[3] : "en"},
+                                      .dataHome = ""},
+                                     reader);
+    QDir().mkpath(argv[1]);
+    test::Photographer camera(argv[1], dark ? "dark" : "light");
+    test::takeStatuses(bundle, camera);
+    test::takeFailures(bundle, camera);
+    return 0;
+}
