@@ -15,7 +15,7 @@ namespace zelvo::platform {
 namespace {
 
 /// Datagrams taken in one turn, so that a flood does not keep the loop from its other work.
-constexpr int BurstLimit = 16;
+constexpr int DatagramBurstLimit = 16;
 
 class ConnectedPort final : public DatagramPort {
   public:
@@ -42,7 +42,7 @@ class ConnectedPort final : public DatagramPort {
   private:
     void read() {
         std::array<std::uint8_t, 2048> buffer;
-        for (int count = 0; count < BurstLimit; ++count) {
+        for (int count = 0; count < DatagramBurstLimit; ++count) {
             const ssize_t size = recv(socket_.get(), buffer.data(), buffer.size(), MSG_TRUNC);
             if (size >= 0 && static_cast<std::size_t>(size) <= buffer.size()) {
                 receiver_.received(ByteView(buffer.data(), static_cast<std::size_t>(size)));
@@ -75,7 +75,7 @@ class GroupPort final : public SearchPort {
   private:
     void read() {
         std::array<std::uint8_t, 2048> buffer;
-        for (int count = 0; count < BurstLimit; ++count) {
+        for (int count = 0; count < DatagramBurstLimit; ++count) {
             sockaddr_in from{};
             socklen_t length = sizeof from;
             const ssize_t size = recvfrom(socket_.get(), buffer.data(), buffer.size(), MSG_TRUNC,
