@@ -31,7 +31,7 @@ std::vector<char*> pointers(const std::vector<std::string>& texts) {
     ::_exit(127);
 }
 
-[[noreturn]] void execute(char* const* arguments, char* const* environment, int pipe) {
+[[noreturn]] void execute(char* const* arguments, char* const* environment, int output, int pipe) {
     struct sigaction standard {};
     standard.sa_handler = SIG_DFL;
     for (int number = 1; number < NSIG; ++number)
@@ -43,38 +43,22 @@ std::vector<char*> pointers(const std::vector<std::string>& texts) {
     int null = ::open("/dev/null", O_RDWR | O_CLOEXEC);
     if (null < 0 || ::dup2(null, STDIN_FILENO) < 0)
         report(pipe, errno);
+    if (output >= 0 && (::dup2(output, STDOUT_FILENO) < 0 || ::dup2(output, STDERR_FILENO) < 0))
+        report(pipe, errno);
     ::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
     ::execve(arguments[0], arguments, environment);
     report(pipe, errno);
 }
 
-[[noreturn]] void keep(pid_t program, int pipe) {
-    // The caller reads the pipe until the program, whose end closes on exec, is its last holder.
-    ::close(pipe);
-    ::close_range(0, ~0U, 0);
-    while (::waitpid(program, nullptr, 0) < 0 && errno == EINTR) {
-    }
-    ::_exit(0);
-}
-
-[[noreturn]] void startAndLeave(char* const* arguments, char* const* environment, int pipe,
-                                ParentOfDetached parent) {
-    if (parent == ParentOfDetached::Keeper) {
-        auto keeper = ::fork();
-        if (keeper < 0)
-            report(pipe, errno);
-        if (keeper > 0)
-            ::_exit(0);
-    }
+[[noreturn]] void startAndLeave(char* const* arguments, char* const* environment, int output,
+                                int pipe) {
     if (::setsid() < 0)
         report(pipe, errno);
     auto program = ::fork();
     if (program < 0)
         report(pipe, errno);
     if (program == 0)
-        execute(arguments, environment, pipe);
-    if (parent == ParentOfDetached::Keeper)
-        keep(program, pipe);
+        execute(arguments, environment, output, pipe);
     ::_exit(0);
 }
 
@@ -83,7 +67,7 @@ std::vector<char*> pointers(const std::vector<std::string>& texts) {
 }  // namespace
 
 int startDetached(const std::vector<std::string>& arguments,
-                  const std::vector<std::string>& environment, ParentOfDetached parent) {
+                  const std::vector<std::string>& environment, int output) {
     auto argumentPointers = pointers(arguments);
     auto environmentPointers = pointers(environment);
     int ends[2];
@@ -96,7 +80,7 @@ int startDetached(const std::vector<std::string>& arguments,
     if (child < 0)
         return errno;
     if (child == 0)
-        startAndLeave(argumentPointers.data(), environmentPointers.data(), writing.get(), parent);
+        startAndLeave(argumentPointers.data(), environmentPointers.data(), output, writing.get());
     writing.reset();
     while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
     }

@@ -66,7 +66,7 @@ struct LinuxPlatform::Services {
     CurlUrlSession urlSession{mainQueue, {.certificateFile = environment.certificateFile}};
     RouterPortMapping natPortMapping{mainQueue, log, mappingOptions(environment)};
 
-    SystemAuthorization authorization{{.asSelf = environment.authorizesItself}};
+    SystemAuthorization authorization{log, {.asSelf = environment.authorizesItself}};
 };
 
 LinuxPlatform::LinuxPlatform(MainQueue& mainQueue) {

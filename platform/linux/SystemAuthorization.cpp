@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/linux/DetachedProcess.h"
+#include "platform/linux/PolkitHelper.h"
 #include "platform/linux/Users.h"
 
 namespace zelvo::platform {
@@ -42,14 +43,12 @@ std::vector<std::string> toolEnvironment() {
     return result;
 }
 
-class Reference : public AuthorizationReference {
+/// Starts tools as whoever we are.
+class DirectReference : public AuthorizationReference {
   public:
-    explicit Reference(SystemAuthorization::Options options) : options_(std::move(options)) {}
+    explicit DirectReference(std::string shell) : shell_(std::move(shell)) {}
 
     std::int32_t copyRights(const std::string&, std::uint32_t) override {
-        // pkexec asks when the tool is started.
-        if (!startsDirectly() && ::access(options_.pkexec.c_str(), X_OK) != 0)
-            return AuthorizationInternal;
         isGranted_ = true;
         return AuthorizationSuccess;
     }
@@ -60,14 +59,7 @@ class Reference : public AuthorizationReference {
         // The shell would start, and only then find nothing to run.
         if (!toolPath.starts_with('/') || ::access(toolPath.c_str(), R_OK) != 0)
             return AuthorizationToolExecuteFailure;
-        std::vector<std::string> arguments{options_.shell, toolPath};
-        auto parent = ParentOfDetached::Init;
-        if (!startsDirectly()) {
-            arguments.insert(arguments.begin(), options_.pkexec);
-            // pkexec refuses to serve a process whose parent has gone.
-            parent = ParentOfDetached::Keeper;
-        }
-        return startDetached(arguments, toolEnvironment(), parent) == 0
+        return startDetached({shell_, toolPath}, toolEnvironment()) == 0
                    ? AuthorizationSuccess
                    : AuthorizationToolExecuteFailure;
     }
@@ -75,20 +67,57 @@ class Reference : public AuthorizationReference {
     void free(std::uint32_t) override { isGranted_ = false; }
 
   private:
-    bool startsDirectly() const { return options_.asSelf || ::geteuid() == 0; }
-
-    SystemAuthorization::Options options_;
+    const std::string shell_;
     bool isGranted_ = false;
+};
+
+/// The right is a helper that runs as root and waits.
+class PolkitReference : public AuthorizationReference {
+  public:
+    PolkitReference(Log& log, const SystemAuthorization::Options& options)
+        : log_(log), options_(options) {}
+
+    std::int32_t copyRights(const std::string&, std::uint32_t flags) override {
+        if (!(flags & AuthorizationFlagInteractionAllowed))
+            return AuthorizationInteractionNotAllowed;
+        helper_ = std::make_unique<PolkitHelper>(log_, options_.pkexec, options_.helper);
+        auto status = helper_->start();
+        if (status != AuthorizationSuccess)
+            helper_.reset();
+        return status;
+    }
+
+    std::int32_t executeWithPrivileges(const std::string& toolPath) override {
+        // The helper serves one request.
+        auto helper = std::move(helper_);
+        if (!helper)
+            return AuthorizationDenied;
+        return helper->startTool(toolPath.substr(toolPath.rfind('/') + 1))
+                   ? AuthorizationSuccess
+                   : AuthorizationToolExecuteFailure;
+    }
+
+    void free(std::uint32_t) override { helper_.reset(); }
+
+  private:
+    Log& log_;
+    const SystemAuthorization::Options& options_;
+    std::unique_ptr<PolkitHelper> helper_;
 };
 
 }  // namespace
 
-SystemAuthorization::SystemAuthorization() : SystemAuthorization(Options{}) {}
-
-SystemAuthorization::SystemAuthorization(Options options) : options_(std::move(options)) {}
+SystemAuthorization::SystemAuthorization(Log& log, Options options)
+    : log_(log), options_(std::move(options)) {
+    if (options_.helper.empty())
+        options_.helper = ZELVO_SCREEN_SHARING_HELPER;
+}
 
 std::int32_t SystemAuthorization::create(std::unique_ptr<AuthorizationReference>& reference) {
-    reference = std::make_unique<Reference>(options_);
+    if (options_.asSelf || ::geteuid() == 0)
+        reference = std::make_unique<DirectReference>(options_.shell);
+    else
+        reference = std::make_unique<PolkitReference>(log_, options_);
     return AuthorizationSuccess;
 }
 

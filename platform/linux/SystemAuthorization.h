@@ -6,25 +6,34 @@
 
 namespace zelvo::platform {
 
-/// Starts tools with the shell: directly where we are root or are to act as ourselves, else through
-/// pkexec(1). A tool that root starts for another user, who asked through sudo or pkexec, gets that
-/// user's name in the environment variable ZELVO_USER.
+class Log;
+
+/// Where we are root, or are to act as ourselves, tools are started with the shell. A tool that
+/// root starts for another user, who asked through sudo or pkexec, gets that user's name in the
+/// environment variable ZELVO_USER.
+///
+/// Else polkit asks the user, and a helper that then runs as root starts the tool. The helper knows
+/// the tools by name and has a folder of its own for them: only the last part of a tool's path
+/// counts. Each reference asks anew.
 class SystemAuthorization : public Authorization {
   public:
     struct Options {
         /// Tools run as the user itself.
         bool asSelf = false;
-        std::string pkexec = "/usr/bin/pkexec";
         std::string shell = "/bin/sh";
+        std::string pkexec = "/usr/bin/pkexec";
+        /// The installed helper; empty for where this build installs it.
+        std::string helper = "";
     };
 
-    SystemAuthorization();
-    explicit SystemAuthorization(Options options);
+    /// The log, which outlives this object, gets polkit's and the helper's reasons for a failure.
+    SystemAuthorization(Log& log, Options options);
 
     std::int32_t create(std::unique_ptr<AuthorizationReference>& reference) override;
 
   private:
-    const Options options_;
+    Log& log_;
+    Options options_;
 };
 
 }  // namespace zelvo::platform

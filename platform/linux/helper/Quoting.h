@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace zelvo::platform {
+
+/// Text from elsewhere for a message: in quotes, cut when it is long, and without anything that a
+/// terminal obeys.
+std::string quoted(std::string_view text);
+
+}  // namespace zelvo::platform
