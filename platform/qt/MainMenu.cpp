@@ -1,6 +1,5 @@
 #include "platform/qt/MainMenu.h"
 
-#include <QCoreApplication>
 #include <QMainWindow>
 #include <QMenu>
 #include <QMenuBar>
@@ -11,16 +10,13 @@
 #include "platform/Application.h"
 #include "platform/MainWindowModel.h"
 #include "platform/qt/AboutDialog.h"
+#include "platform/qt/Localized.h"
 #include "platform/qt/QtMainLoop.h"
 #include "platform/qt/ShareButton.h"
 
 namespace zelvo::platform {
 
 namespace {
-
-QString localized(const char* key) {
-    return QCoreApplication::translate("MainMenu", key);
-}
 
 struct Entry {
     /// None for a separator.

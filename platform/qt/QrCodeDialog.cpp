@@ -1,12 +1,12 @@
 #include "platform/qt/QrCodeDialog.h"
 
-#include <QCoreApplication>
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QLabel>
 #include <QPainter>
 #include <QVBoxLayout>
 
+#include "platform/qt/Localized.h"
 #include "platform/qt/QrCode.h"
 
 namespace zelvo::platform {
@@ -15,10 +15,6 @@ namespace {
 
 constexpr int QuietZone = 4;
 constexpr int Side = 320;
-
-QString localized(const char* key) {
-    return QCoreApplication::translate("QrCodeDialog", key);
-}
 
 /// Black on white whatever the theme, since not every camera reads the inverse.
 class CodeView final : public QWidget {

@@ -1,7 +1,6 @@
 #include "platform/qt/QtFeedback.h"
 
 #include <QClipboard>
-#include <QCoreApplication>
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QFontDatabase>
@@ -11,15 +10,12 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
+#include "platform/qt/Localized.h"
 #include "platform/qt/MailProgram.h"
 
 namespace zelvo::platform {
 
 namespace {
-
-QString localized(const char* key) {
-    return QCoreApplication::translate("Feedback", key);
-}
 
 QPlainTextEdit* addField(QVBoxLayout& layout, const char* caption, const char* name, int lines) {
     auto* label = new QLabel(localized(caption));

@@ -1,6 +1,5 @@
 #include "platform/qt/SharingServices.h"
 
-#include <QCoreApplication>
 #include <QFile>
 #include <QPointer>
 #include <QStandardPaths>
@@ -8,6 +7,7 @@
 #include <QWidget>
 
 #include "platform/Workspace.h"
+#include "platform/qt/Localized.h"
 #include "platform/qt/MailProgram.h"
 #include "platform/qt/QrCode.h"
 #include "platform/qt/QrCodeDialog.h"
@@ -15,10 +15,6 @@
 namespace zelvo::platform {
 
 namespace {
-
-QString localized(const char* key) {
-    return QCoreApplication::translate("SharingServices", key);
-}
 
 QString joined(const std::vector<std::string>& items) {
     QStringList paragraphs;
