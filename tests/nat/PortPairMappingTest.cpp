@@ -15,7 +15,7 @@ using namespace platform;
 
 namespace {
 
-constexpr std::uint32_t External = 0xcb007105;
+constexpr std::uint32_t RouterAddress = 0xcb007105;
 
 /// One router with one table that speaks both protocols.
 class PortPairMappingTest : public testing::Test {
@@ -37,7 +37,7 @@ class PortPairMappingTest : public testing::Test {
     void answerPcp(const PcpRequest& request) {
         PcpResponse response{request.opcode, PcpResult::Success, request.lifetime, epoch(),
                              request.map};
-        response.map.externalAddress = External;
+        response.map.externalAddress = RouterAddress;
         if (request.opcode == PcpOpcode::Map) {
             response.result = pcpResult;
             note("pcp", request.lifetime);
@@ -47,7 +47,7 @@ class PortPairMappingTest : public testing::Test {
 
     void answerNatPmp(const NatPmpRequest& request) {
         NatPmpResponse response{
-            request.opcode,  0, epoch(), External, request.internalPort, request.externalPort,
+            request.opcode,  0, epoch(), RouterAddress, request.internalPort, request.externalPort,
             request.lifetime};
         if (request.opcode != NatPmpOpcode::ExternalAddress) {
             note("nat-pmp", request.lifetime);
@@ -118,7 +118,7 @@ TEST_F(PortPairMappingTest, FirstToAnswerMapsAndNobodyElseAsks) {
     run(1s);
     ASSERT_EQ(replies.size(), 1u);
     EXPECT_EQ(replies[0].errorCode, 0);
-    EXPECT_EQ(ntohl(replies[0].externalAddress), External);
+    EXPECT_EQ(ntohl(replies[0].externalAddress), RouterAddress);
     EXPECT_EQ(ntohs(replies[0].externalPort), 23456);
     EXPECT_EQ(replies[0].protocol, NatProtocolTcp);
     EXPECT_EQ(replies[0].ttl, 3600u);

@@ -14,7 +14,7 @@ namespace zelvo::platform {
 namespace {
 
 constexpr std::uint32_t AllHosts = 0xe0000001;
-constexpr int BurstLimit = 16;
+constexpr int AnnouncementBurst = 16;
 /// More than a router has.
 constexpr std::size_t DeviceLimit = 16;
 
@@ -37,7 +37,7 @@ OwnedDescriptor openGroup(const Ipv4Endpoint& group, std::uint32_t localAddress)
 template <typename Take>
 void readFrom(const OwnedDescriptor& socket, std::uint32_t sender, const Take& take) {
     std::array<std::uint8_t, 2048> buffer;
-    for (int count = 0; count < BurstLimit; ++count) {
+    for (int count = 0; count < AnnouncementBurst; ++count) {
         sockaddr_in from{};
         socklen_t length = sizeof from;
         const ssize_t size = recvfrom(socket.get(), buffer.data(), buffer.size(), MSG_TRUNC,

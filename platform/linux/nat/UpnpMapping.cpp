@@ -16,7 +16,7 @@ constexpr RetrySchedule RemovalSchedule{500ms, 2, 500ms};
 constexpr auto CallLimit = 3s;
 constexpr int CallTries = 2;
 /// The UDP half may hold up the first answer for so long: what counts is TCP.
-constexpr auto SecondTransportGrace = 10ms;
+constexpr auto UdpGrace = 10ms;
 constexpr std::chrono::milliseconds FirstRenewPause = 4s;
 constexpr std::chrono::milliseconds LongestRenewPause = 300s;
 constexpr int OtherPorts = 3;
@@ -215,7 +215,7 @@ void UpnpMapping::onTcpAdded(const SoapAnswer& answer) {
             conclude();
             return;
         }
-        settleAt_ = network_.now() + SecondTransportGrace;
+        settleAt_ = network_.now() + UdpGrace;
         add(false);
         return;
     }
