@@ -65,10 +65,12 @@ void MappingJournal::remove(int id) {
 void MappingJournal::takeOver() {
     std::error_code error;
     std::vector<std::pair<std::string, OwnedDescriptor>> taken;
-    for (const auto& entry : std::filesystem::directory_iterator(folder_, error)) {
-        if (entry.path().filename().string().rfind(FilePrefix, 0) == 0) {
-            if (OwnedDescriptor file = takeOverFile(entry.path().string())) {
-                taken.emplace_back(entry.path().string(), std::move(file));
+    for (auto entry = std::filesystem::directory_iterator(folder_, error);
+         !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        const std::string path = entry->path().string();
+        if (entry->path().filename().string().rfind(FilePrefix, 0) == 0) {
+            if (OwnedDescriptor file = takeOverFile(path)) {
+                taken.emplace_back(path, std::move(file));
             }
         }
     }
