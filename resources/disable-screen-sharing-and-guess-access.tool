@@ -5,8 +5,9 @@ set -u
 . "$(dirname "$0")/screen-sharing.sh"
 
 open_run_folder
+rm -f "$run/reason"
 # The setting first: it must not outlive the server that it speaks of.
-write_setting false || die "Cannot write the Screen Sharing setting below $root."
+write_setting off || die "Cannot write the Screen Sharing setting below $root."
 if find_server; then
     stop_server || die "The Screen Sharing server (process $server_pid) cannot be ended."
     echo "zelvo: Screen Sharing is off."

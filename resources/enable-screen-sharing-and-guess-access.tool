@@ -1,13 +1,16 @@
 #!/bin/sh
-# Switches Screen Sharing on: a VNC server that shows the asking user's X display and asks there before it
-# lets anybody in. Ends with success once that server listens; else everything is as before.
+# Switches Screen Sharing on: a VNC server that shows the asking user's session and asks there before it
+# lets anybody in. Ends with success once that server listens; else everything is as before, and run/reason
+# says why.
 set -u
 # shellcheck source=resources/screen-sharing.sh
 . "$(dirname "$0")/screen-sharing.sh"
+# shellcheck source=resources/screen-sharing-servers.sh
+. "$(dirname "$0")/screen-sharing-servers.sh"
 
 # True for a display of Xwayland, which shows programs that use X, but not the desktop.
 display_is_wayland() {
-    number=${DISPLAY##*:}
+    number=${server_display##*:}
     number=${number%%.*}
     for file in /proc/[0-9]*/comm; do
         { read -r name <"$file"; } 2>/dev/null
@@ -18,90 +21,55 @@ display_is_wayland() {
 }
 
 refuse_wayland() {
-    die "This is a Wayland session, where x11vnc cannot show the desktop. Choose an X11 (Xorg) session when you log in."
+    give_up wayland-no-server "This is a Wayland session, in which no server can show the desktop and ask first. Choose an X11 (Xorg) session when you log in."
 }
 
-check_display() {
-    case ${DISPLAY-} in
-    '') die "There is no X display to share (DISPLAY is not set)." ;;
-    *[!A-Za-z0-9.:_/-]* | -*) die "\"$DISPLAY\" is not the name of an X display." ;;
-    esac
-    case $DISPLAY in
-    *:*.0) DISPLAY=${DISPLAY%.0} ;;
+find_session() {
+    server_user=$user_id server_display=${DISPLAY-}
+    server_authority=$(printf '%s\n' "${XAUTHORITY-}" | head -n 1)
+    case $server_display in
+    '')
+        [ -z "${WAYLAND_DISPLAY-}" ] || refuse_wayland
+        give_up no-display "There is no X display to share (DISPLAY is not set)."
+        ;;
+    *[!A-Za-z0-9.:_/-]* | -*) give_up no-display "\"$server_display\" is not the name of an X display." ;;
+    *:*.0) server_display=${server_display%.0} ;;
     esac
     ! display_is_wayland || refuse_wayland
 }
 
 # Leaves a server alone that is on already. True when it is ours, and sound.
 already_on() {
-    if find_server; then
+    session="$server_user $server_display"
+    if (find_server); then
+        find_server
         server_listens || {
             stop_server || die "The Screen Sharing server (process $server_pid) hangs and cannot be ended."
+            find_session
             return 1
         }
-        [ "$server_user $server_display" = "$user_id $DISPLAY" ] ||
-            die "Screen Sharing is already on for another session (display $server_display)."
+        [ "$server_user $server_display" = "$session" ] ||
+            give_up other-session "Screen Sharing is already on for another session (display $server_display)."
         return 0
     fi
     if [ -n "$(sockets 0A '[0-9A-F]*')" ]; then
-        write_setting false
-        die "Another program already listens on port $port. It is left alone, since it may let in anybody without asking. End it and try again."
+        write_setting off
+        give_up port-taken "Another program already listens on port $port. It is left alone, since it may let in anybody without asking. End it and try again."
     fi
     return 1
 }
 
-undo() {
-    if [ -n "${server_start-}" ] && [ "$(process_start "$server_pid")" = "$server_start" ]; then
-        stop_server
-    fi
-    rm -f "$run/server"
-    write_setting false
-}
-
-# The lock is closed in the server, or it would be held until the server ends. It starts in a session of
-# its own, so that no terminal's signals reach it. -rfbportv6 -1 is what really keeps IPv6 closed.
-start_server() {
-    ln -sfn "$server_program" "$link" || die "Cannot make the link $link."
-    {
-        cd / && exec_as_user "$DISPLAY" "$server_authority" setsid "$link" -display "$DISPLAY" \
-            -rfbport "$port" -noipv6 -no6 -rfbportv6 -1 -shared -forever -accept popup \
-            -norc -nopw -nolookup -noncache
-    } </dev/null >"$run/log" 2>&1 9>&- &
-    server_pid=$!
-    server_start=$(process_start "$server_pid")
-    save_server
-}
-
-wait_until_server_listens() {
-    tenths=100
-    until server_listens; do
-        if [ "$(process_start "$server_pid")" != "$server_start" ]; then
-            ! grep -q 'XOpenDisplay.*failed' "$run/log" || die "x11vnc cannot open the X display $DISPLAY."
-            die "x11vnc ended before it listened. Its messages are in $run/log."
-        fi
-        [ "$tenths" -gt 0 ] || die "x11vnc does not listen on port $port. Its messages are in $run/log."
-        tenths=$((tenths - 1))
-        sleep 0.1
-    done
-}
-
 choose_asking_user
-check_display
 open_run_folder
+settle_at_exit
+find_session
 if ! already_on; then
-    server_program=$(command -v x11vnc) || {
-        write_setting false
-        die "x11vnc is not installed."
-    }
-    server_program=$(readlink -f "$server_program")
-    server_user=$user_id server_display=$DISPLAY server_authority=${XAUTHORITY-}
-    trap undo EXIT
-    trap 'exit 1' HUP INT TERM
-    start_server
-    wait_until_server_listens
+    write_setting off || die "Cannot write the Screen Sharing setting below $root."
+    find_program x11vnc || find_program x0vncserver ||
+        give_up not-installed "Neither x11vnc nor x0vncserver is installed."
+    bring_server_up
     # Some desktops start Xwayland only when the first program asks for it.
     ! display_is_wayland || refuse_wayland
 fi
-write_setting true "$server_pid" || die "Cannot write the Screen Sharing setting below $root."
-trap - EXIT
-echo "zelvo: x11vnc shares display $DISPLAY on port $port and asks before it lets anybody in."
+write_setting on || die "Cannot write the Screen Sharing setting below $root."
+echo "zelvo: $server_kind shares display $server_display on port $port and asks before it lets anybody in."

@@ -5,6 +5,7 @@
 #   Library/Preferences/com.apple.RemoteManagement.plist  the setting that the application reads
 #   run/screensharingd  link to the server: the kernel names a process after the path it was started by
 #   run/server          the server that was started, one value per line
+#   run/reason          one word: why the enable tool could not switch on; only after it failed
 #   run/log, run/lock
 # shellcheck shell=sh disable=SC2034  # sets variables for the tools
 
@@ -17,6 +18,12 @@ channel=ZELVO_SCREEN_SHARING
 die() {
     printf 'zelvo: %s\n' "$1" >&2
     exit 1
+}
+
+# The word is for the application, which has a sentence for it in the user's language.
+give_up() { # give_up WORD SENTENCE
+    reason=$1
+    die "$2"
 }
 
 # Sets user_name, user_id and user_home of the user (name or id), and a PATH that this user cannot have
@@ -94,8 +101,8 @@ process_program() {
 }
 
 save_server() {
-    printf '%s\n' "$server_pid" "$server_start" "$server_program" "$server_user" "$server_display" \
-        "$server_authority" >"$run/server"
+    printf '%s\n' "$server_pid" "$server_start" "$server_program" "$server_kind" "$server_user" \
+        "$server_display" "$server_authority" >"$run/server"
 }
 
 # Reads what save_server wrote. False when that server has ended, even if its process id lives on.
@@ -103,7 +110,8 @@ find_server() {
     server_pid='' server_authority=''
     {
         read -r server_pid && read -r server_start && read -r server_program &&
-            read -r server_user && read -r server_display && read -r server_authority
+            read -r server_kind && read -r server_user && read -r server_display &&
+            read -r server_authority
     } 2>/dev/null <"$run/server" || return 1
     [ -n "$server_start" ] && [ "$(process_start "$server_pid")" = "$server_start" ] &&
         [ "$(process_program "$server_pid")" = "$server_program" ]
@@ -135,20 +143,32 @@ stop_server() {
     rm -f "$run/server"
 }
 
-# write_setting true|false [PID]: readers see the old file or the new one, never a part.
-write_setting() {
+# replace_file FILE: standard input becomes its content. Readers see the old file or the new one, never a
+# part. The application reads it as another user than root.
+replace_file() {
+    new=$(mktemp "$1.XXXXXX") || return 1
+    cat >"$new" && chmod 644 "$new" && mv -f "$new" "$1" && return 0
+    rm -f "$new"
+    return 1
+}
+
+# "on" names the server: the application believes the setting only while that one listens.
+write_setting() { # write_setting on|off
     folder=$root/Library/Preferences
-    (umask 022 && mkdir -p "$folder") && new=$(mktemp "$folder/.RemoteManagement.XXXXXX") || return 1
+    (umask 022 && mkdir -p "$folder") || return 1
     {
         printf '%s\n' '<?xml version="1.0" encoding="UTF-8"?>' \
             '<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">' \
-            '<plist version="1.0">' '<dict>' \
-            '	<key>ScreenSharingReqPermEnabled</key>' "	<$1/>"
-        [ -z "${2-}" ] || printf '\t<key>%s</key>\n\t<integer>%s</integer>\n' ScreenSharingServerPid "$2"
+            '<plist version="1.0">' '<dict>' '	<key>ScreenSharingReqPermEnabled</key>'
+        if [ "$1" = on ]; then
+            echo '	<true/>'
+            printf '\t<key>%s</key>\n\t<integer>%s</integer>\n' ScreenSharingServerPid "$server_pid" \
+                ScreenSharingServerStart "$server_start"
+        else
+            echo '	<false/>'
+        fi
         printf '%s\n' '</dict>' '</plist>'
-    } >"$new" && chmod 644 "$new" && mv -f "$new" "$folder/com.apple.RemoteManagement.plist" && return 0
-    rm -f "$new"
-    return 1
+    } | replace_file "$folder/com.apple.RemoteManagement.plist"
 }
 
 port=$(vnc_port)

@@ -7,7 +7,7 @@ set -u
 tools=$1
 
 if [ "${2-}" != inside ]; then
-    for program in Xvfb x11vnc xdotool gvnccapture unshare setpriv flock ip; do
+    for program in Xvfb x11vnc xdotool gvnccapture unshare setpriv flock ss ip; do
         command -v $program >/dev/null || { echo "SKIPPED: $program is missing"; exit 77; }
     done
     alone=(unshare -n)
@@ -40,15 +40,38 @@ tool() {
 }
 said() { grep -q "$1" "$folder/out"; }
 setting() { tr -d '\n\t' <"$ZELVO_ROOT/Library/Preferences/com.apple.RemoteManagement.plist" | grep -q "$1"; }
-allows() { setting "ReqPermEnabled</key><true/>.*ServerPid</key><integer>$(server)</integer>"; }
+reason() { [ "$(cat "$ZELVO_ROOT/run/reason" 2>/dev/null)" = "$1" ]; }
+start_of() { sed 's/.*) //' "/proc/$1/stat" | cut -d ' ' -f 20; }
+allows() {
+    setting "ReqPermEnabled</key><true/>.*ServerPid</key><integer>$(server)</integer>" &&
+        setting "ServerStart</key><integer>$(start_of "$(server)")</integer>"
+}
 forbids() { setting '<false/></dict>'; }
 server() { pgrep -x --ns $$ --nslist net screensharingd; }
 servers() { [ "$(server | wc -l)" -eq "$1" ]; }
 listeners() { [ "$(ss -Htln "sport = :5900" | awk '{print $4}')" = "$1" ]; }
 viewers() { [ "$(ss -Htn state established 'sport = :5900' | wc -l)" -eq "$1" ]; }
-question() { xdotool search --onlyvisible --name '^new x11vnc client$' 2>/dev/null; }
+question() { xdotool search --onlyvisible --name "${asks_as:-^new x11vnc client\$}" 2>/dev/null; }
 answer() { eventually question >/dev/null && xdotool key --window "$(question)" "$1" 2>/dev/null; }
 capture() { timeout 20 gvnccapture 127.0.0.1:0 "$folder/screen.png" >/dev/null 2>&1; }
+ss=$(command -v ss)
+ss() { "$ss" "$@"; }
+
+# Programs that are not installed: all the others are found in a folder of links.
+mkdir "$folder/bin"
+ln -s /usr/bin/* "$folder/bin"
+path=$PATH
+without() {
+    with_all
+    for program; do mv "$folder/bin/$program" "$folder/$program" 2>/dev/null; done
+    PATH=$folder/bin
+}
+with_all() {
+    for program in x11vnc X0tigervnc x0vncserver; do
+        mv "$folder/$program" "$folder/bin/$program" 2>/dev/null
+    done
+    PATH=$path
+}
 
 eventually test -s "$folder/display"
 DISPLAY=:$(cat "$folder/display")
@@ -60,6 +83,7 @@ others+=("$foreign")
 eventually listeners $'127.0.0.1:5900\n[::1]:5900'
 check "a server started by hand is not ours to publish" refused tool enable
 check "  and the reason is given" said 'already listens on port 5900'
+check "  in a word, too" reason port-taken
 check "  and viewers may not ask" forbids
 tool disable
 check "  and it is left running" kill -0 $foreign
@@ -67,6 +91,7 @@ kill $foreign
 eventually listeners ''
 
 check "a display that is not there" refused env DISPLAY=:999 sh "$tools/enable-screen-sharing-and-guess-access.tool"
+check "  is named as the reason" reason display-refused
 check "  leaves nothing behind" servers 0
 check "  and viewers may not ask" forbids
 
@@ -78,7 +103,11 @@ others+=("$wayland")
 eventually pgrep -x Xwayland >/dev/null
 check "a Wayland session" refused tool enable
 check "  is named as the reason" said 'Wayland session'
+check "  in a word, too" reason wayland-no-server
 check "  and nothing is started" servers 0
+check "no display at all" refused env -u DISPLAY -u WAYLAND_DISPLAY \
+    sh "$tools/enable-screen-sharing-and-guess-access.tool" 2>/dev/null
+check "  is another reason" reason no-display
 kill $wayland
 
 tool enable &
@@ -88,6 +117,7 @@ check "two enable tools at once both succeed" wait $first
 check "  with one server" servers 1
 check "  on the IPv4 wildcard address and nowhere else" listeners 0.0.0.0:5900
 check "  that is named by the setting" allows
+check "  and no reason is left" refused reason no-display
 ours=$(server)
 
 capture &
@@ -128,6 +158,57 @@ tool disable
 check "a process that got a former server's number is not ended" kill -0 $xvfb
 kill "$(server)"
 eventually servers 0
+
+# Another server the whole way. What is done with its question is KIND_no and KIND_yes.
+try_server() { # try_server KIND TITLE_OF_THE_QUESTION
+    asks_as=$2
+    check "$1 is taken where it is the first there is" tool enable
+    check "  and named" said "^zelvo: $1 shares"
+    check "  and known as any other" allows
+    ours=$(server)
+    capture &
+    viewer=$!
+    asked
+    "$1_no"
+    check "no: the viewer gets nothing" refused wait $viewer
+    capture &
+    viewer=$!
+    asked
+    "$1_yes"
+    check "yes: the viewer gets the screen" wait $viewer
+    for cut in "by root" "by who may not cut connections"; do
+        [ "$cut" = "by root" ] || mv "$folder/bin/ss" "$folder/ss"
+        capture &
+        viewer=$!
+        asked
+        check "disconnect $cut" tool disconnect
+        check "  ends the viewer" refused wait $viewer
+        check "  and leaves a server up that counts" allows
+    done
+    mv "$folder/ss" "$folder/bin/ss"
+    check "  although another one" test "$(server)" != "$ours"
+    check "disable" tool disable
+    check "  ends it wholly" servers 0
+}
+asked() { eventually question >/dev/null; sleep 0.5; }
+click() { # click X FROM_BELOW, in the window that asks
+    eval "$(xdotool getwindowgeometry --shell "$(question | tail -n 1)")"
+    xdotool mousemove $((X + $1)) $((Y + HEIGHT - $2)) click 1
+}
+x0vncserver_yes() { click 30 12; }
+x0vncserver_no() { click 230 12; }
+
+if command -v X0tigervnc >/dev/null; then
+    without x11vnc
+    try_server x0vncserver 'Accept Connection'
+else
+    echo "SKIPPED: x0vncserver is missing"
+fi
+without x11vnc X0tigervnc x0vncserver
+check "no server at all" refused tool enable
+check "  is named as the reason" reason not-installed
+with_all
+asks_as=''
 
 if [ "$(id -u)" -eq 0 ] && setpriv --reuid nobody --clear-groups true 2>/dev/null; then
     export ZELVO_USER=nobody
