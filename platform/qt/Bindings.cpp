@@ -1,7 +1,5 @@
 #include "platform/qt/Bindings.h"
 
-#include <QAccessible>
-#include <QLabel>
 #include <QObject>
 #include <memory>
 #include <optional>
@@ -9,6 +7,7 @@
 
 #include "platform/Bundle.h"
 #include "platform/MainWindowModel.h"
+#include "platform/qt/StatusLabel.h"
 #include "platform/qt/StatusTexts.h"
 
 namespace zelvo::platform {
@@ -104,14 +103,6 @@ std::vector<Binding> table() {
     };
 }
 
-// A label's own change of name is not read out unless the label has the focus.
-void announce(QObject* control) {
-    if (!QAccessible::isActive() || !qobject_cast<QLabel*>(control))
-        return;
-    QAccessibleEvent event(control, QAccessible::Alert);
-    QAccessible::updateAccessibility(&event);
-}
-
 // The model writes more often than a value changes; only changes reach the control.
 Write writer(QObject* control, const char* property) {
     return [control, property,
@@ -121,8 +112,8 @@ Write writer(QObject* control, const char* property) {
         bool first = !last->has_value();
         *last = value;
         control->setProperty(property, value);
-        if (!first)
-            announce(control);
+        if (auto* status = qobject_cast<StatusLabel*>(control); status && !first)
+            status->announce();
     };
 }
 

@@ -127,18 +127,19 @@ void MainWindow::reserveSpace() {
     auto margins = ui_->content->contentsMargins();
     int textWidth =
         width - margins.left() - margins.right() - ui_->appIcon->width() - ui_->header->spacing();
-    auto reserve = [&](QLabel* label, const char* (*key)(std::int32_t)) {
-        int height = 0;
-        for (std::int32_t status = 0; status <= LastStatus; ++status) {
-            auto text = QString::fromStdString(bundle_.localizedString(key(status)));
-            auto area = label->fontMetrics().boundingRect(QRect(0, 0, textWidth, 0),
-                                                          Qt::TextWordWrap, text);
-            height = std::max(height, area.height());
-        }
-        label->setMinimumHeight(height);
+    auto height = [&](const QLabel* label, const char* key) {
+        auto text = QString::fromStdString(bundle_.localizedString(key));
+        return label->fontMetrics()
+            .boundingRect(QRect(0, 0, textWidth, 0), Qt::TextWordWrap, text)
+            .height();
     };
-    reserve(ui_->statusTitle, statusTitleKey);
-    reserve(ui_->statusExplanation, statusExplanationKey);
+    int most = 0;
+    for (std::int32_t status = 0; status <= LastStatus; ++status)
+        most = std::max(most, height(ui_->statusTitle, statusTitleKey(status)) +
+                                  height(ui_->statusExplanation, statusExplanationKey(status)));
+    int title = ui_->statusTitle->heightForWidth(textWidth);
+    ui_->statusTitle->setMinimumHeight(title);
+    ui_->statusExplanation->setMinimumHeight(most - title);
 
     int rowHeight = ui_->portMappingButton->sizeHint().height() + 4;
     for (auto* text : {ui_->portMappingText, ui_->connectionText})

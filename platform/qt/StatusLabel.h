@@ -1,0 +1,18 @@
+#pragma once
+
+#include <QLabel>
+
+namespace zelvo::platform {
+
+/// A text whose changes a screen reader speaks without the focus being here.
+class StatusLabel final : public QLabel {
+    Q_OBJECT
+
+  public:
+    explicit StatusLabel(QWidget* parent = nullptr);
+
+    /// Tells assistive technology of the present text.
+    void announce();
+};
+
+}  // namespace zelvo::platform
