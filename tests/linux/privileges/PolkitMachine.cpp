@@ -8,7 +8,9 @@
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -51,12 +53,14 @@ polkit.addRule(function(action, subject) {
 });
 )";
 
-constexpr const char* toolCommons = R"sh({
+// In one piece, since two tools may be at work.
+constexpr const char* toolCommons = R"sh(answer=$(
     echo "tool=$0 $# uid=$(id -ru):$(id -u) groups=$(id -G) umask=$(umask) folder=$(pwd)"
-    echo "input=$(readlink /proc/self/fd/0) output=$output"
+    echo "input=$(readlink /proc/self/fd/0)"
     env
-    echo end
-} >/mnt/answer
+)
+printf '%s\nend\n' "$answer" >/mnt/answer
+echo "a message" >&2
 )sh";
 
 }  // namespace
@@ -64,6 +68,7 @@ constexpr const char* toolCommons = R"sh({
 PolkitMachine::~PolkitMachine() {
     stopBus();
     ::close(answer_);
+    ::close(journal_);
 }
 
 std::string PolkitMachine::start() {
@@ -77,22 +82,27 @@ std::string PolkitMachine::start() {
     if (::unshare(CLONE_NEWNS) != 0 ||
         ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
         return std::string("no mount namespace: ") + std::strerror(errno);
-    for (const char* folder : {"/mnt", "/run/dbus", "/etc/polkit-1", "/usr/share/polkit-1"}) {
-        files::create_directories(folder);
+    for (const char* folder : {"/mnt", "/run", "/etc/polkit-1", "/usr/share/polkit-1"}) {
         if (::mount("tmpfs", folder, "tmpfs", 0, "mode=755") != 0)
             return std::string(folder) + " cannot be covered: " + std::strerror(errno);
     }
     install();
     if (::mount("/mnt/passwd", "/etc/passwd", nullptr, MS_BIND, nullptr) != 0)
         return std::string("/etc/passwd cannot be covered: ") + std::strerror(errno);
+    journal_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{AF_UNIX, "/run/systemd/journal/stdout"};
+    if (::bind(journal_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        ::listen(journal_, 8) != 0)
+        return std::string("no journal: ") + std::strerror(errno);
     startBus();
     return "";
 }
 
 void PolkitMachine::install() {
     ::umask(022);
-    for (const char* folder : {tools, "/mnt/services", "/etc/polkit-1/rules.d",
-                               "/usr/share/polkit-1/actions", "/usr/share/polkit-1/rules.d"})
+    for (const char* folder :
+         {tools, "/mnt/services", "/etc/polkit-1/rules.d", "/usr/share/polkit-1/actions",
+          "/usr/share/polkit-1/rules.d", "/run/dbus", "/run/systemd/journal"})
         files::create_directories(folder);
     files::copy_file("/etc/passwd", "/mnt/passwd");
     auto entry = [](const char* name, uid_t id) {
@@ -116,8 +126,7 @@ void PolkitMachine::install() {
     for (const char* name :
          {"enable-screen-sharing-and-guess-access.tool",
           "disable-screen-sharing-and-guess-access.tool", "disconnect-screen-sharing.tool"})
-        write(std::string(tools) + "/" + name,
-              "output=$(readlink /proc/self/fd/2)\n. \"$(dirname \"$0\")/screen-sharing.sh\"\n");
+        write(std::string(tools) + "/" + name, ". \"$(dirname \"$0\")/screen-sharing.sh\"\n");
     write(std::string(tools) + "/screen-sharing.sh", toolCommons);
 }
 
@@ -128,6 +137,8 @@ void PolkitMachine::startBus() {
     if (bus_ == 0) {
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         ::dup2(address[1], 3);
+        // It talks of every program that it starts.
+        ::close(STDERR_FILENO);
         ::execl("/usr/bin/dbus-daemon", "dbus-daemon", "--config-file=/mnt/bus.conf", "--nofork",
                 "--nopidfile", "--nosyslog", "--print-address=3", nullptr);
         ::_exit(127);
@@ -154,12 +165,14 @@ std::string PolkitMachine::answer() const {
     std::string text;
     while (!text.ends_with("end\n")) {
         pollfd file{answer_, POLLIN, 0};
-        std::array<char, 1024> part;
-        if (::poll(&file, 1, 10000) <= 0)
+        char c = 0;
+        if (::poll(&file, 1, 10000) <= 0 || ::read(answer_, &c, 1) != 1)
             return text + "(no answer)";
-        auto count = ::read(answer_, part.data(), part.size());
-        text.append(part.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
+        text += c;
     }
+    int messages = ::accept4(journal_, nullptr, nullptr, SOCK_CLOEXEC);
+    text += readToEnd(messages);
+    ::close(messages);
     return text;
 }
 

@@ -33,7 +33,8 @@ class PolkitMachine {
     void startBus();
     void stopBus();
 
-    /// What a tool that was started tells: its words and its environment, one a line. Waits for it.
+    /// What a tool that was started tells: its words and its environment, one a line, up to "end",
+    /// and then what came to the journal. Waits for it.
     std::string answer() const;
     /// Whether no tool that has not been asked for its answer was started.
     bool isQuiet() const;
@@ -43,6 +44,7 @@ class PolkitMachine {
 
     pid_t bus_ = -1;
     int answer_ = -1;
+    int journal_ = -1;
 };
 
 /// Does the work in a process of that user, in a session without a terminal, and returns its
