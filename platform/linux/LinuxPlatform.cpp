@@ -9,12 +9,15 @@
 #include "platform/linux/InetAddressParser.h"
 #include "platform/linux/InstalledBundle.h"
 #include "platform/linux/KeyboardFileInputSources.h"
+#include "platform/linux/LinuxExplanations.h"
 #include "platform/linux/NetlinkSocketTable.h"
 #include "platform/linux/NssServicesDatabase.h"
 #include "platform/linux/OpenSslMessageDigest.h"
 #include "platform/linux/OsReleaseProcessInfo.h"
 #include "platform/linux/PlistReader.h"
 #include "platform/linux/ProcProcessTable.h"
+#include "platform/linux/ScreenSharingExplanation.h"
+#include "platform/linux/ScreenSharingSettings.h"
 #include "platform/linux/SysfsHardwareRegistry.h"
 #include "platform/linux/SystemAuthorization.h"
 #include "platform/linux/SystemLog.h"
@@ -62,6 +65,11 @@ struct LinuxPlatform::Services {
                             .languages = environment.languages,
                             .dataHome = environment.dataHome},
                            propertyLists};
+
+    ScreenSharingExplanation screenSharing{mainQueue, bundle,
+                                           environment.systemRoot + "/run/reason"};
+    ScreenSharingSettings settings{propertyLists, services, [this] { screenSharing.update(); }};
+    LinuxExplanations explanations{screenSharing.text()};
 
     CurlUrlSession urlSession{mainQueue, {.certificateFile = environment.certificateFile}};
     RouterPortMapping natPortMapping{mainQueue, log, mappingOptions(environment)};
@@ -117,7 +125,7 @@ AddressParser& LinuxPlatform::addresses() {
 }
 
 PropertyListReader& LinuxPlatform::propertyLists() {
-    return services_->propertyLists;
+    return services_->settings;
 }
 UserDefaults& LinuxPlatform::userDefaults() {
     return services_->userDefaults;
@@ -138,6 +146,10 @@ NatPortMapping& LinuxPlatform::natPortMapping() {
 
 Authorization& LinuxPlatform::authorization() {
     return services_->authorization;
+}
+
+Explanations& LinuxPlatform::explanations() {
+    return services_->explanations;
 }
 
 }  // namespace zelvo::platform

@@ -9,6 +9,7 @@ class AddressParser;
 class Authorization;
 class Bundle;
 class DynamicStore;
+class Explanations;
 class HardwareRegistry;
 class MainQueue;
 class MessageDigest;
@@ -64,6 +65,8 @@ class LinuxPlatform {
     NatPortMapping& natPortMapping();
 
     Authorization& authorization();
+
+    Explanations& explanations();
 
   private:
     struct Services;

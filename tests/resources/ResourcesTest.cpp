@@ -2,11 +2,16 @@
 #include <xkbcommon/xkbcommon.h>
 
 #include <filesystem>
+#include <fstream>
 #include <map>
+#include <regex>
 #include <set>
 #include <string>
 
+#include "platform/linux/InstalledBundle.h"
 #include "platform/linux/PlistReader.h"
+#include "platform/linux/ScreenSharingExplanation.h"
+#include "tests/support/ManualLoop.h"
 
 namespace zelvo::platform {
 namespace {
@@ -98,6 +103,45 @@ TEST(StringTables, AllLanguagesHaveTheSameKeysAndObjects) {
          {"Applying Port Mapping...", "Port Mapping Error:", "Port Mapping Successful.",
           "Waiting for connection...", "Connection established."})
         EXPECT_EQ(*english[row].string(), row);
+}
+
+std::set<std::string> reasonsOfTheTools() {
+    std::set<std::string> words;
+    for (const auto& entry : std::filesystem::directory_iterator(resources)) {
+        if (entry.path().extension() != ".tool" && entry.path().extension() != ".sh")
+            continue;
+        std::ifstream file(entry.path());
+        const std::regex word("give_up ([a-z-]+) \"");
+        for (std::string line; std::getline(file, line);) {
+            if (std::smatch found; std::regex_search(line, found, word))
+                words.insert(found[1]);
+        }
+    }
+    return words;
+}
+
+TEST(StringTables, HaveASentenceForEachReasonOfTheTools) {
+    test::ManualLoop loop;
+    PlistReader reader("/nowhere");
+    auto file = testing::TempDir() + "zelvo-reason";
+    auto sentence = [&](const std::string& word, const std::string& language) {
+        InstalledBundle bundle({std::filesystem::path(resources).parent_path(), {language}, ""},
+                               reader);
+        std::filesystem::remove(file);
+        ScreenSharingExplanation explanation(loop, bundle, file);
+        std::ofstream(file) << word << '\n';
+        explanation.update();
+        loop.settle();
+        return explanation.text().value();
+    };
+    auto words = reasonsOfTheTools();
+    EXPECT_GE(words.size(), 7U);
+    std::set<std::string> sentences;
+    for (const auto& word : words) {
+        EXPECT_TRUE(sentences.insert(sentence(word, "en")).second) << word << " has no sentence";
+        EXPECT_NE(sentence(word, "de"), sentence(word, "en")) << word << " has no key of its own";
+    }
+    std::filesystem::remove(file);
 }
 
 }  // namespace
