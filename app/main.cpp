@@ -1,8 +1,11 @@
 #include <QApplication>
+#include <cstdio>
 
 #include "app/AppDelegate.h"
 #include "app/KVView.h"
+#include "platform/linux/Environment.h"
 #include "platform/linux/LinuxPlatform.h"
+#include "platform/linux/SingleInstance.h"
 #include "platform/linux/SystemLog.h"
 #include "platform/qt/CommandLine.h"
 #include "platform/qt/Display.h"
@@ -88,5 +91,11 @@ int runInTerminal(int& argc, char** argv) {
 int main(int argc, char* argv[]) {
     if (auto status = answerCommandLine(argc, argv))
         return *status;
+    auto stateHome = Environment::ofProcess().stateHome;
+    SingleInstance instance(stateHome.empty() ? stateHome : stateHome + "/zelvo");
+    if (!instance.isFirst()) {
+        std::fputs("zelvo: Zelvo is running already.\n", stderr);
+        return 1;
+    }
     return displayIsThere() ? runInWindow(argc, argv) : runInTerminal(argc, argv);
 }

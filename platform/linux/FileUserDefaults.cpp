@@ -109,8 +109,15 @@ std::optional<PropertyList> FileUserDefaults::value(std::string_view key) const 
 
 std::optional<PlistDocument> FileUserDefaults::read() const {
     struct stat status {};
-    if (folder_.empty() || ::stat(file_.c_str(), &status) != 0)
+    if (folder_.empty())
         return PlistDocument::emptyDictionary();
+    if (::stat(file_.c_str(), &status) != 0) {
+        if (errno == ENOENT || errno == ENOTDIR)
+            return PlistDocument::emptyDictionary();
+        // There may be one all the same, which must not be written over.
+        complain("Defaults: cannot read " + file_);
+        return std::nullopt;
+    }
     auto bytes = readRegularFile(file_, PlistDocument::sizeLimit);
     if (!bytes && status.st_size <= static_cast<off_t>(PlistDocument::sizeLimit)) {
         complain("Defaults: cannot read " + file_);

@@ -68,6 +68,24 @@ def the_whole_road(stage):
     assert int(facts["availabilityStatus"]) == 1, facts
 
 
+def interruptions(stage):
+    """A signal at any moment ends scripts/run in order, with nothing left behind."""
+    env = dict(os.environ, ZELVO_BUILD=stage.build, ZELVO_RUN=stage.path("run"), LC_ALL="C.UTF-8")
+    env.pop("WAYLAND_DISPLAY", None)
+    # Nobody answers there, so the script brings its own.
+    env["DISPLAY"] = ":4242"
+    moments = [(r"^Display: ", 0), (r"^Router: ", 0), (r"^Router: ", 0.05),
+               (r"^Port mapping: Applying", 0), (r"^Port mapping: Applying", 0.6)]
+    for pattern, delay in moments:
+        run = stage.start([os.path.join(ROOT, "scripts", "run")], env)
+        run.wait_for(pattern)
+        time.sleep(delay)
+        run.send(signal.SIGTERM)
+        assert run.wait(15) == 0, (pattern, delay)
+        for name in ("zelvo", "zelvo-service", "zelvo-router", "screensharingd", "Xvfb"):
+            assert not processes_named(name), (pattern, delay, name)
+
+
 def failures(stage):
     """Service or router missing asks the user; trying again and quitting work all the same."""
     stage.start_display()
@@ -83,6 +101,10 @@ def failures(stage):
     stage.press_in_sheet("Return")
     zelvo.wait_for(r"^Port mapping: Port Mapping Successful\.$")
     zelvo.wait_for(r"^Link: zelvo://\S+$")
+
+    # A second one would take the link back under the first when it quits.
+    second = stage.start_application(service.port, router.port)
+    assert second.wait(10) == 1
 
     # A service that has gone does not hold the quit, and the mapping goes all the same.
     service.end(signal.SIGKILL)
@@ -107,7 +129,7 @@ def failures(stage):
 def main():
     enter_own_network()
     build = os.path.abspath(sys.argv[1])
-    scenarios = {"road": the_whole_road, "failures": failures}
+    scenarios = {"road": the_whole_road, "interruptions": interruptions, "failures": failures}
     for name, scenario in scenarios.items():
         if len(sys.argv) > 2 and name != sys.argv[2]:
             continue
