@@ -70,7 +70,7 @@ std::string runTool(SystemAuthorization::Options options = installedHelper,
     auto right = reference->copyRights("system.privilege.admin", 19);
     auto result = std::to_string(right);
     if (right == 0) {
-        result += " " + std::to_string(reference->executeWithPrivileges(path));
+        result.append(" ").append(std::to_string(reference->executeWithPrivileges(path)));
         if (reference->executeWithPrivileges(path) != AuthorizationDenied)
             result += " and once more";
     }
