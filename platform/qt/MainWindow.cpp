@@ -42,6 +42,7 @@ MainWindow::MainWindow(QWidget* content, const Surroundings& surroundings)
     subscriptions_ = bindControls(*this, model_, bundle_);
     reserveSpace();
     resize(minimumWidth(), centralWidget()->minimumHeight());
+    content->installEventFilter(this);
     // Nothing has the focus until the share button gets it: a focused field hides its hint.
     content->setFocus();
     connect(qApp, &QGuiApplication::applicationStateChanged, this,
@@ -86,11 +87,10 @@ void MainWindow::resizeEvent(QResizeEvent* event) {
     reserveSpace();
 }
 
-bool MainWindow::event(QEvent* event) {
-    bool handled = QMainWindow::event(event);
-    if (event->type() == QEvent::LayoutRequest)
+bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
+    if (watched == centralWidget() && event->type() == QEvent::LayoutRequest)
         reserveSpace();
-    return handled;
+    return QMainWindow::eventFilter(watched, event);
 }
 
 void MainWindow::applyLook() {
@@ -137,9 +137,7 @@ void MainWindow::reserveSpace() {
     for (std::int32_t status = 0; status <= LastStatus; ++status)
         most = std::max(most, height(ui_->statusTitle, statusTitleKey(status)) +
                                   height(ui_->statusExplanation, statusExplanationKey(status)));
-    int title = ui_->statusTitle->heightForWidth(textWidth);
-    ui_->statusTitle->setMinimumHeight(title);
-    ui_->statusExplanation->setMinimumHeight(most - title);
+    ui_->statusArea->setMinimumHeight(most + ui_->statusLayout->spacing());
 
     int rowHeight = ui_->portMappingButton->sizeHint().height() + 4;
     for (auto* text : {ui_->portMappingText, ui_->connectionText})
