@@ -116,8 +116,15 @@ qulonglong startOf(pid_t process) {
                   {{"pid", static_cast<uint>(process)},
                    {"start-time", startOf(process)},
                    {"uid", static_cast<int>(user)}}};
-    auto reply = callAuthority(own, "RegisterAuthenticationAgent",
-                               {QVariant::fromValue(subject), QString(locale), QString("/agent")});
+    QDBusMessage reply;
+    // Until the process has become the user, which it does only after it has been started.
+    for (int tries = 0; tries < 200; ++tries) {
+        reply = callAuthority(own, "RegisterAuthenticationAgent",
+                              {QVariant::fromValue(subject), QString(locale), QString("/agent")});
+        if (!reply.errorMessage().contains("differs"))
+            break;
+        ::usleep(10'000);
+    }
     report(reports, reply.errorMessage());
     QCoreApplication::exec();
     ::_exit(0);
