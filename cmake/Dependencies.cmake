@@ -21,6 +21,8 @@ zelvo_pkg(MINIUPNPC miniupnpc)
 zelvo_pkg(QRENCODE libqrencode)
 zelvo_pkg(XKBCOMMON xkbcommon)
 zelvo_pkg(HTTPLIB cpp-httplib)
+zelvo_pkg(XCB xcb)
+zelvo_pkg(XCB_XKB xcb-xkb)
 
 function(zelvo_leave_out what)
   foreach(missing ${ARGN})

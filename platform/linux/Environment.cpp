@@ -119,6 +119,10 @@ Environment Environment::from(const Lookup& lookup) {
     result.dataHome = folder("XDG_DATA_HOME", below("/.local/share"));
     result.stateHome = folder("XDG_STATE_HOME", below("/.local/state"));
 
+    result.desktop = value("XDG_CURRENT_DESKTOP");
+    if (value("WAYLAND_DISPLAY").empty() && value("XDG_SESSION_TYPE") != "wayland")
+        result.xDisplay = value("DISPLAY");
+
     std::string locale;
     for (const auto* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
         if (locale = value(name); !locale.empty())

@@ -27,6 +27,10 @@ struct Environment {
     std::string configHome;
     std::string dataHome;
     std::string stateHome;
+    /// XDG_CURRENT_DESKTOP.
+    std::string desktop;
+    /// DISPLAY of an X session; empty in a Wayland one.
+    std::string xDisplay;
     /// Locale names for messages, the best first, such as "zh_CN.UTF-8".
     std::vector<std::string> languages;
     /// One line of text for everything above that could not be used.

@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "platform/Log.h"
+#include "platform/linux/AvahiHostName.h"
 #include "platform/linux/FileReading.h"
 #include "platform/linux/ShellAssignments.h"
 
@@ -51,6 +52,8 @@ HostNames::HostNames(Options options, Log& log) : options_(std::move(options)), 
 }
 
 HostNames::~HostNames() {
+    avahiSubscription_ = {};
+    avahi_.reset();
     owners_.reset();
     if (!bus_)
         return;
@@ -71,6 +74,8 @@ std::optional<std::string> HostNames::computerName() const {
 }
 
 std::optional<std::string> HostNames::localHostName() const {
+    if (avahi_ && avahi_->name().value())
+        return avahi_->name().value();
     return usable(kernel_.substr(0, kernel_.find('.')));
 }
 
@@ -98,6 +103,9 @@ void HostNames::watchBus() {
                                                     QDBusServiceWatcher::WatchForRegistration);
     connect(owners_.get(), &QDBusServiceWatcher::serviceRegistered, this, [this] { ask(); });
     ask();
+    avahi_ = std::make_unique<AvahiHostName>(*bus_);
+    avahiSubscription_ =
+        avahi_->name().subscribe([this](const AvahiHostName::Name&) { announce(); });
 }
 
 void HostNames::watchKernel() {

@@ -19,12 +19,13 @@ class QSocketNotifier;
 
 namespace zelvo::platform {
 
+class AvahiHostName;
 class Log;
 
 /// The names of this host and their changes. The names are first those of the files that
-/// systemd-hostnamed keeps, and of the kernel; then hostnamed's own where it runs. It is never
-/// started for being asked: it takes a tenth of a second to start and says what its files say, and
-/// whoever changes a name starts it anyway. Main thread only.
+/// systemd-hostnamed keeps, and of the kernel; then hostnamed's own and Avahi's where they run.
+/// hostnamed is never started for being asked: it takes a tenth of a second to start and says what
+/// its files say, and whoever changes a name starts it anyway. Main thread only.
 class HostNames : public QObject {
     Q_OBJECT
 
@@ -49,7 +50,7 @@ class HostNames : public QObject {
 
     /// The pretty name, else the static one, else the kernel's.
     std::optional<std::string> computerName() const;
-    /// The first label of the kernel's name.
+    /// Avahi's name, else the first label of the kernel's.
     std::optional<std::string> localHostName() const;
     /// The kernel's name.
     std::optional<std::string> kernelName() const;
@@ -79,6 +80,8 @@ class HostNames : public QObject {
 
     std::optional<QDBusConnection> bus_;
     std::unique_ptr<QDBusServiceWatcher> owners_;
+    std::unique_ptr<AvahiHostName> avahi_;
+    Subscription avahiSubscription_;
     FileDescriptor kernelFile_;
     std::unique_ptr<QSocketNotifier> kernelNotifier_;
 };

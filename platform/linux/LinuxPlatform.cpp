@@ -3,12 +3,12 @@
 #include <csignal>
 
 #include "platform/linux/CurlUrlSession.h"
+#include "platform/linux/DesktopInputSources.h"
 #include "platform/linux/Environment.h"
 #include "platform/linux/FileUserDefaults.h"
 #include "platform/linux/HostnamedDynamicStore.h"
 #include "platform/linux/InetAddressParser.h"
 #include "platform/linux/InstalledBundle.h"
-#include "platform/linux/KeyboardFileInputSources.h"
 #include "platform/linux/LinuxExplanations.h"
 #include "platform/linux/NetlinkSocketTable.h"
 #include "platform/linux/NssServicesDatabase.h"
@@ -54,7 +54,6 @@ struct LinuxPlatform::Services {
     NetlinkSocketTable sockets;
     ProcProcessTable processes;
     OsReleaseProcessInfo processInfo;
-    KeyboardFileInputSources inputSources;
     SystemRandom random;
     OpenSslMessageDigest digest;
     InetAddressParser addresses;
@@ -65,6 +64,12 @@ struct LinuxPlatform::Services {
                             .languages = environment.languages,
                             .dataHome = environment.dataHome},
                            propertyLists};
+    DesktopInputSources inputSources{{.desktop = environment.desktop,
+                                      .display = environment.xDisplay,
+                                      .configHome = environment.configHome},
+                                     bundle,
+                                     propertyLists,
+                                     log};
 
     ScreenSharingExplanation screenSharing{mainQueue, bundle,
                                            environment.systemRoot + "/run/reason"};

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <sched.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <QCoreApplication>
@@ -14,48 +12,17 @@
 #include <chrono>
 
 #include "tests/linux/FakeHostnamed.h"
+#include "tests/linux/PrivateBus.h"
 #include "tests/linux/TemporaryFolder.h"
 #include "tests/support/ManualLoop.h"
 
 using namespace zelvo::platform;
 using zelvo::test::FakeHostnamed;
+using zelvo::test::PrivateBus;
 using zelvo::test::TemporaryFolder;
 using namespace std::chrono_literals;
 
 namespace {
-
-/// A message bus of the test's own.
-class PrivateBus {
-  public:
-    PrivateBus() {
-        int ends[2];
-        EXPECT_EQ(::pipe(ends), 0);
-        pid_ = ::fork();
-        if (pid_ == 0) {
-            ::dup2(ends[1], 3);
-            ::execlp("dbus-daemon", "dbus-daemon", "--session", "--nofork", "--nopidfile",
-                     "--print-address=3", nullptr);
-            ::_exit(127);
-        }
-        ::close(ends[1]);
-        char c = 0;
-        while (::read(ends[0], &c, 1) == 1 && c != '\n')
-            address += c;
-        ::close(ends[0]);
-    }
-    PrivateBus(const PrivateBus&) = delete;
-    PrivateBus& operator=(const PrivateBus&) = delete;
-    ~PrivateBus() {
-        ::kill(pid_, SIGTERM);
-        ::waitpid(pid_, nullptr, 0);
-    }
-    void stop(bool stopped) const { ::kill(pid_, stopped ? SIGSTOP : SIGCONT); }
-
-    std::string address;
-
-  private:
-    pid_t pid_ = -1;
-};
 
 class HostnamedDynamicStoreTest : public testing::Test {
   protected:
