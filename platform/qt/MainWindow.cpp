@@ -8,6 +8,7 @@
 #include "platform/ApplicationDelegate.h"
 #include "platform/Bundle.h"
 #include "platform/MainWindowModel.h"
+#include "platform/qt/AccessibleRoles.h"
 #include "platform/qt/Bindings.h"
 #include "platform/qt/Images.h"
 #include "platform/qt/MainMenu.h"
@@ -28,6 +29,7 @@ MainWindow::MainWindow(QWidget* content, const Surroundings& surroundings)
       delegate_(surroundings.delegate),
       bundle_(surroundings.bundle),
       ui_(std::make_unique<Ui::MainWindow>()) {
+    installAccessibleRoles();
     ui_->setupUi(content);
     setCentralWidget(content);
     setWindowTitle(content->windowTitle());

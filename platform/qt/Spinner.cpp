@@ -17,14 +17,18 @@ constexpr int Dots = 8;
 Spinner::Spinner(QWidget* parent) : QWidget(parent) {
     // A step then paints nothing of what lies below.
     setAttribute(Qt::WA_OpaquePaintEvent);
+    auto policy = sizePolicy();
+    policy.setRetainSizeWhenHidden(true);
+    setSizePolicy(policy);
+    hide();
 }
 
 void Spinner::setSpinning(bool spinning) {
     if (spinning == spinning_)
         return;
     spinning_ = spinning;
+    setVisible(spinning);
     startOrStop();
-    update();
 }
 
 void Spinner::setStepInterval(int milliseconds) {
@@ -79,10 +83,6 @@ void Spinner::changeEvent(QEvent* event) {
 
 void Spinner::paintEvent(QPaintEvent*) {
     QPainter painter(this);
-    if (!spinning_) {
-        painter.fillRect(rect(), palette().color(QPalette::Base));
-        return;
-    }
     startOrStop();
     if (steps_.empty() || steps_.front().devicePixelRatio() != devicePixelRatio()) {
         steps_.clear();

@@ -8,7 +8,8 @@
 namespace zelvo::platform {
 
 /// A ring of dots that turns in steps, slowly enough to cost next to nothing, and only while it can
-/// be seen. Lies on the palette's base colour.
+/// be seen. Hidden, but keeping its place, while it does not turn. Lies on the palette's base
+/// colour.
 class Spinner final : public QWidget {
     Q_OBJECT
     Q_PROPERTY(bool spinning READ isSpinning WRITE setSpinning)

@@ -9,7 +9,7 @@ class StatusLabel final : public QLabel {
     Q_OBJECT
 
   public:
-    explicit StatusLabel(QWidget* parent = nullptr);
+    using QLabel::QLabel;
 
     /// Tells assistive technology of the present text.
     void announce();

@@ -118,7 +118,10 @@ TEST_F(ActionsTest, EverythingHasANameForAssistiveTechnology) {
     auto* status = QAccessible::queryAccessibleInterface(find("statusTitle"));
     EXPECT_EQ(status->role(), QAccessible::AlertMessage);
     EXPECT_EQ(status->text(QAccessible::Name), "Somebody is viewing your screen");
+    EXPECT_EQ(QAccessible::queryAccessibleInterface(find("appIcon"))->role(), QAccessible::Graphic);
+    EXPECT_FALSE(shown("connectionSpinner"));
     connectViewer(false);
+    EXPECT_TRUE(shown("connectionSpinner"));
     EXPECT_EQ(status->text(QAccessible::Name), "Your link is ready");
 }
 
