@@ -14,7 +14,7 @@ namespace {
 // A turn rests this many times as long as its calls took, so that calls which queue themselves anew
 // use a quarter of a percent of a core whatever they cost; about as much goes into waking up.
 constexpr int RestPerWork = 400;
-constexpr Clock::duration ShortestRest = 100ms;
+constexpr Clock::duration ShortestRest = 200ms;
 constexpr Clock::duration LongestRest = 500ms;
 
 std::chrono::milliseconds roundedUp(Clock::duration duration) {

@@ -38,7 +38,7 @@ class Spinner final : public QWidget {
 
     QBasicTimer timer_;
     bool spinning_ = false;
-    int stepInterval_ = 250;
+    int stepInterval_ = 500;
     int step_ = 0;
     /// Drawn once each.
     std::vector<QPixmap> steps_;
