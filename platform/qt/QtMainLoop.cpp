@@ -140,18 +140,17 @@ std::unique_ptr<Perform> QtMainLoop::performOnNextTurn(std::function<void()> cal
     return std::make_unique<TurnPerform>(std::move(kept));
 }
 
-// The owner may destroy the call's object from inside the call: `kept` holds the closure until it
-// has returned.
-void QtMainLoop::runInDefaultMode(const std::shared_ptr<Call>& call) {
+// By value: the owner may destroy the call's object from inside the call, and the closure has to
+// stay until it has returned.
+void QtMainLoop::runInDefaultMode(std::shared_ptr<Call> call) {
     if (trackings_ == 0) {
-        auto kept = call;
-        (*kept)();
+        (*call)();
         return;
     }
     bool waits = std::any_of(waiting_.begin(), waiting_.end(),
                              [&](const auto& other) { return other.lock() == call; });
     if (!waits)
-        waiting_.push_back(call);
+        waiting_.push_back(std::move(call));
 }
 
 void QtMainLoop::endTracking() {

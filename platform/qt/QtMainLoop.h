@@ -57,7 +57,7 @@ class QtMainLoop final : public MainQueue, public RunLoop {
     class TurnPerform;
 
     void runOneJob();
-    void runInDefaultMode(const std::shared_ptr<Call>& call);
+    void runInDefaultMode(std::shared_ptr<Call> call);
     void endTracking();
     void runWaiting();
     void scheduleTurn();
