@@ -62,8 +62,8 @@ int runInWindow(int& argc, char** argv) {
     RowPrinter rows(controller);
 
     auto* content = new KVView;
-    MainWindow window(content,
-                      {controller, controller, desktop.application, system.bundle(), loop});
+    MainWindow window(content, {controller, controller, system.explanations(), desktop.application,
+                                system.bundle(), loop});
     controller.setWindow(&window);
     controller.setShareButton(&window.shareButton());
     controller.setContainerView(content);
@@ -80,7 +80,7 @@ int runInTerminal(int& argc, char** argv) {
     LinuxPlatform system(loop);
     Terminal terminal(loop, system.bundle());
     AppDelegate controller(assemble(loop, system, terminal));
-    TerminalView view(terminal, controller, controller, system.bundle());
+    TerminalView view(terminal, controller, controller, system.explanations(), system.bundle());
 
     loop.async([&] { controller.applicationDidFinishLaunching(); });
     return loop.run();

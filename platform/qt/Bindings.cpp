@@ -6,6 +6,7 @@
 #include <string>
 
 #include "platform/Bundle.h"
+#include "platform/Explanations.h"
 #include "platform/MainWindowModel.h"
 #include "platform/qt/StatusLabel.h"
 #include "platform/qt/StatusTexts.h"
@@ -19,6 +20,7 @@ using Write = std::function<void(const QVariant&)>;
 
 struct Source {
     Model& model;
+    Explanations& explanations;
     const Bundle& bundle;
 };
 
@@ -54,12 +56,29 @@ Value whileConnected() {
     };
 }
 
-Value perStatus(const char* (*key)(std::int32_t)) {
-    return [key](const Source& source, Write write) {
+Value title() {
+    return [](const Source& source, Write write) {
         return only(source.model.zelvoStatusProperty().bind(
-            [key, write = std::move(write), &bundle = source.bundle](std::int32_t status) {
-                write(QString::fromStdString(bundle.localizedString(key(status))));
+            [write = std::move(write), &bundle = source.bundle](std::int32_t status) {
+                write(QString::fromStdString(bundle.localizedString(statusTitleKey(status))));
             }));
+    };
+}
+
+// What the system knows of a stage that does not come on says more than the text of its status.
+Value explanation() {
+    return [](const Source& source, Write write) {
+        auto show = [write = std::move(write), source](const auto&) {
+            auto status = source.model.zelvoStatusProperty().value();
+            auto text = reasonFor(status, source.explanations);
+            if (text.empty())
+                text = source.bundle.localizedString(statusExplanationKey(status));
+            write(QString::fromStdString(text));
+        };
+        auto list = only(source.model.zelvoStatusProperty().bind(show));
+        list.push_back(source.explanations.screenSharing().subscribe(show));
+        list.push_back(source.explanations.router().subscribe(show));
+        return list;
     };
 }
 
@@ -84,8 +103,8 @@ struct Binding {
 std::vector<Binding> table() {
     return {
         {"appIcon", "image", of(&Model::appIcon)},
-        {"statusTitle", "text", perStatus(statusTitleKey)},
-        {"statusExplanation", "text", perStatus(statusExplanationKey)},
+        {"statusTitle", "text", title()},
+        {"statusExplanation", "text", explanation()},
         {"linkText", "text", linkOnceReady()},
         {"shareButton", "enabled", of(&Model::readyToShare)},
         {"portMappingIcon", "image", of(&Model::portMappingStatusIcon)},
@@ -120,11 +139,12 @@ Write writer(QObject* control, const char* property) {
 }  // namespace
 
 std::vector<Subscription> bindControls(QObject& root, MainWindowModel& model,
-                                       const Bundle& bundle) {
+                                       Explanations& explanations, const Bundle& bundle) {
     std::vector<Subscription> all;
     for (const auto& [control, property, value] : table())
         if (auto* object = root.findChild<QObject*>(control))
-            for (auto& subscription : value({model, bundle}, writer(object, property)))
+            for (auto& subscription :
+                 value({model, explanations, bundle}, writer(object, property)))
                 all.push_back(std::move(subscription));
     return all;
 }

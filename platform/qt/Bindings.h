@@ -11,10 +11,12 @@ class QObject;
 namespace zelvo::platform {
 
 class Bundle;
+class Explanations;
 class MainWindowModel;
 
 /// Keeps the named controls below `root` up to date with the model for as long as the
 /// subscriptions live.
-std::vector<Subscription> bindControls(QObject& root, MainWindowModel& model, const Bundle& bundle);
+std::vector<Subscription> bindControls(QObject& root, MainWindowModel& model,
+                                       Explanations& explanations, const Bundle& bundle);
 
 }  // namespace zelvo::platform

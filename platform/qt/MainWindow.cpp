@@ -41,7 +41,7 @@ MainWindow::MainWindow(QWidget* content, const Surroundings& surroundings)
     makeMainMenu(*this, model_, surroundings.application, surroundings.loop);
     connectControls();
     applyLook();
-    subscriptions_ = bindControls(*this, model_, bundle_);
+    subscriptions_ = bindControls(*this, model_, surroundings.explanations, bundle_);
     reserveSpace();
     resize(minimumWidth(), centralWidget()->minimumHeight());
     content->installEventFilter(this);

@@ -16,6 +16,7 @@ namespace zelvo::platform {
 class Application;
 class ApplicationDelegate;
 class Bundle;
+class Explanations;
 class MainWindowModel;
 class QtMainLoop;
 class ShareButton;
@@ -27,6 +28,7 @@ class MainWindow final : public QMainWindow, public Window {
     struct Surroundings {
         MainWindowModel& model;
         ApplicationDelegate& delegate;
+        Explanations& explanations;
         Application& application;
         const Bundle& bundle;
         QtMainLoop& loop;

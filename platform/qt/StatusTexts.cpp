@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "platform/Explanations.h"
+
 namespace zelvo::platform {
 
 namespace {
@@ -47,6 +49,14 @@ const char* statusTitleKey(std::int32_t status) {
 }
 const char* statusExplanationKey(std::int32_t status) {
     return textsOf(status).explanation;
+}
+
+std::string reasonFor(std::int32_t status, Explanations& explanations) {
+    if (status <= 1)
+        return explanations.screenSharing().value();
+    if (status <= 4)
+        return explanations.router().value();
+    return {};
 }
 
 }  // namespace zelvo::platform

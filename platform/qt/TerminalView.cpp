@@ -6,8 +6,10 @@
 
 #include "platform/ApplicationDelegate.h"
 #include "platform/Bundle.h"
+#include "platform/Explanations.h"
 #include "platform/MainWindowModel.h"
 #include "platform/qt/QrCode.h"
+#include "platform/qt/StatusTexts.h"
 #include "platform/qt/Terminal.h"
 
 namespace zelvo::platform {
@@ -21,11 +23,15 @@ constexpr const char* NormalColours = "\033[0m";
 }  // namespace
 
 TerminalView::TerminalView(Terminal& terminal, MainWindowModel& model,
-                           ApplicationDelegate& delegate, const Bundle& bundle, int output)
-    : terminal_(terminal), model_(model), rows_(model, output) {
+                           ApplicationDelegate& delegate, Explanations& explanations,
+                           const Bundle& bundle, int output)
+    : terminal_(terminal), model_(model), explanations_(explanations), rows_(model, output) {
     terminal_.application.setDelegate(&delegate);
     subscriptions_.push_back(model.sharedLink().subscribe([this](const auto&) { linkChanged(); }));
     subscriptions_.push_back(model.readyToShare().subscribe([this](bool) { linkChanged(); }));
+    subscriptions_.push_back(model.zelvoStatusProperty().subscribe([this](auto) { explain(); }));
+    subscriptions_.push_back(explanations.screenSharing().subscribe([this](auto&) { explain(); }));
+    subscriptions_.push_back(explanations.router().subscribe([this](auto&) { explain(); }));
     terminal_.console.listen([this](char key) { takeKey(key); }, [this] { inputEnded(); });
     if (terminal_.console.outputIsTerminal())
         terminal_.console.line(
@@ -61,6 +67,15 @@ void TerminalView::takeKey(char key) {
 void TerminalView::inputEnded() {
     terminal_.application.terminate();
     terminal_.alerts.inputEnded();
+}
+
+void TerminalView::explain() {
+    auto reason = reasonFor(model_.zelvoStatusProperty().value(), explanations_);
+    if (reason == shownReason_)
+        return;
+    shownReason_ = reason;
+    if (!reason.empty())
+        terminal_.console.line(reason);
 }
 
 void TerminalView::linkChanged() {

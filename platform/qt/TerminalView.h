@@ -10,6 +10,7 @@ namespace zelvo::platform {
 
 class ApplicationDelegate;
 class Bundle;
+class Explanations;
 class MainWindowModel;
 class Terminal;
 
@@ -19,7 +20,7 @@ class TerminalView {
   public:
     /// All outlive this object.
     TerminalView(Terminal& terminal, MainWindowModel& model, ApplicationDelegate& delegate,
-                 const Bundle& bundle, int output = 1);
+                 Explanations& explanations, const Bundle& bundle, int output = 1);
     ~TerminalView();
     TerminalView(const TerminalView&) = delete;
     TerminalView& operator=(const TerminalView&) = delete;
@@ -27,12 +28,15 @@ class TerminalView {
   private:
     void takeKey(char key);
     void inputEnded();
+    void explain();
     void linkChanged();
     void showQrCode();
 
     Terminal& terminal_;
     MainWindowModel& model_;
+    Explanations& explanations_;
     RowPrinter rows_;
+    std::string shownReason_;
     std::string shownLink_;
     std::vector<Subscription> subscriptions_;
 };

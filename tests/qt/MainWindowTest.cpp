@@ -44,6 +44,9 @@ TEST_F(MainWindowTest, ShowsEveryStatusOnTheRoadOfALink) {
     EXPECT_TRUE(shown("portMappingButton"));
     EXPECT_FALSE(shown("disconnectButton"));
 
+    explanations.sharing.set("No server here.");
+    EXPECT_EQ(property("statusExplanation", "text"), "No server here.");
+
     fake.screenSharing(true);
     fake.peer.hold(true);
     fake.loop.settle();

@@ -9,7 +9,7 @@
 #include "platform/qt/QtMainLoop.h"
 #include "platform/qt/Terminal.h"
 #include "platform/qt/TerminalView.h"
-#include "tests/qt/Wait.h"
+#include "tests/qt/WindowFixture.h"
 #include "tests/support/FakePlatform.h"
 
 namespace zelvo::test {
@@ -73,6 +73,7 @@ struct TerminalTest : testing::Test {
     FakePlatform fake;
     Pipe input;
     Pipe output;
+    GivenExplanations explanations;
     platform::QtMainLoop loop;
     platform::Terminal terminal{loop, fake.bundle, input.ends[0], output.ends[1]};
     AppDelegate controller{{fake.loop,
@@ -102,7 +103,8 @@ struct TerminalTest : testing::Test {
                             terminal.workspace,
                             fake.authorization,
                             terminal.feedback}};
-    platform::TerminalView view{terminal, controller, controller, fake.bundle, output.ends[1]};
+    platform::TerminalView view{terminal,     controller,  controller,
+                                explanations, fake.bundle, output.ends[1]};
 };
 
 TEST_F(TerminalTest, ShowsRowsAndTheLinkPlainlyAndQuits) {
@@ -141,6 +143,14 @@ TEST_F(TerminalTest, AsksByLettersAndHelps) {
     fake.router.grantAll("203.0.113.7");
     type("T");
     EXPECT_EQ(controller.zelvoStatus(), ZelvoStatusWaitingForConnection);
+}
+
+TEST_F(TerminalTest, SaysWhyAStageDoesNotComeOn) {
+    controller.applicationDidFinishLaunching();
+    explanations.sharing.set("No server here.");
+    explanations.sharing.set("No server here.");
+    explanations.routing.set("No router.");
+    EXPECT_EQ(output.read(), "Port mapping: Applying Port Mapping...\nNo server here.\n");
 }
 
 TEST_F(TerminalTest, KeepsASessionOnNoAndEndsItOnTheSecondSignal) {

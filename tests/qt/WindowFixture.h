@@ -9,6 +9,7 @@
 
 #include "app/AppDelegate.h"
 #include "app/KVView.h"
+#include "platform/Explanations.h"
 #include "platform/qt/MainWindow.h"
 #include "platform/qt/QtDesktop.h"
 #include "platform/qt/QtMainLoop.h"
@@ -19,6 +20,13 @@ namespace zelvo::test {
 
 struct ResourceBundle : FakeBundle {
     std::string resourcePath() const override { return ZELVO_RESOURCES; }
+};
+
+struct GivenExplanations final : platform::Explanations {
+    platform::Observable<std::string>& screenSharing() override { return sharing; }
+    platform::Observable<std::string>& router() override { return routing; }
+    platform::Observable<std::string> sharing;
+    platform::Observable<std::string> routing;
 };
 
 /// The real window and controller: the system below is the fake one, the desktop the real one.
@@ -69,6 +77,7 @@ struct WindowWorld {
 
     FakePlatform fake;
     platform::Bundle& bundle;
+    GivenExplanations explanations;
     platform::QtMainLoop loop;
     platform::QtDesktop desktop{loop, bundle, [this] { return fake.log.lines; }};
     AppDelegate controller{{fake.loop,
@@ -99,8 +108,8 @@ struct WindowWorld {
                             fake.authorization,
                             fake.feedback}};
     KVView* content = new KVView;
-    platform::MainWindow window{content,
-                                {controller, controller, desktop.application, bundle, loop}};
+    platform::MainWindow window{
+        content, {controller, controller, explanations, desktop.application, bundle, loop}};
 };
 
 struct ResourceBundled {
