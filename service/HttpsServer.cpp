@@ -44,6 +44,11 @@ HttpsServer::HttpsServer(const TlsContext& tls, SharingEndpoints& endpoints, Lim
     set_socket_options([this](socket_t socket) { prepareListener(socket); });
     set_pre_routing_handler(
         [this](const auto& request, auto& response) { return refuseEarly(request, response); });
+    // By this a client behind a second router finds out that it is. Nothing else depends on who
+    // asks, and who asked is not kept.
+    set_post_routing_handler([](const httplib::Request& request, httplib::Response& response) {
+        response.set_header("Client-Address", request.remote_addr);
+    });
     Post(".*", [this](const httplib::Request& request, httplib::Response& response,
                       const httplib::ContentReader& read) { handlePost(request, response, read); });
     set_error_handler([](const httplib::Request&, httplib::Response& response) {

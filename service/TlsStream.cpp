@@ -1,12 +1,16 @@
 #include "service/TlsStream.h"
 
 #include <fcntl.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 
 #include <openssl/err.h>
+
+#include <netdb.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
@@ -75,9 +79,15 @@ ssize_t TlsStream::write(const char* from, size_t size) {
 }
 
 void TlsStream::get_remote_ip_and_port(std::string& ip, int& port) const {
-    // Nothing here depends on who asks, and who asked is not kept.
     ip.clear();
     port = 0;
+    sockaddr_storage peer{};
+    socklen_t size = sizeof peer;
+    std::array<char, NI_MAXHOST> text{};
+    if (getpeername(socket_.get(), reinterpret_cast<sockaddr*>(&peer), &size) == 0 &&
+        getnameinfo(reinterpret_cast<sockaddr*>(&peer), size, text.data(), text.size(), nullptr, 0,
+                    NI_NUMERICHOST) == 0)
+        ip = text.data();
 }
 
 void TlsStream::get_local_ip_and_port(std::string& ip, int& port) const {

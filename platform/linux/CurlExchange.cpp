@@ -114,6 +114,13 @@ std::size_t CurlExchange::receive(char* bytes, std::size_t size, std::size_t cou
     return length;
 }
 
+std::string CurlExchange::replyHeader(const char* name) const {
+    curl_header* header = nullptr;
+    if (curl_easy_header(handle(), name, 0, CURLH_HEADER, -1, &header) != CURLHE_OK)
+        return {};
+    return header->value;
+}
+
 void CurlExchange::finish(CURLcode code) {
     auto finished = std::exchange(finished_, nullptr);
     if (!finished)

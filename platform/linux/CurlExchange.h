@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "platform/linux/CurlUrlSession.h"
@@ -21,6 +22,8 @@ class CurlExchange {
 
     /// Makes the handle; null when that fails.
     CURL* prepare(const CurlUrlSession::Options& options);
+    /// The last value of a header of the reply; empty without one.
+    std::string replyHeader(const char* name) const;
     /// Hands the outcome over. Once only.
     void finish(CURLcode code);
 

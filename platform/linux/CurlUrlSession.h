@@ -23,6 +23,9 @@ class CurlUrlSession : public UrlSession {
         std::string certificateFile;
         std::chrono::milliseconds connectTimeout{5000};
         std::size_t bodyLimit = std::size_t{1} << 20;
+        /// Hears on the main thread the address from which a peer saw a request come, where it
+        /// tells by a "Client-Address" header.
+        std::function<void(const std::string& address)> seenFrom = {};
     };
 
     /// The queue outlives this object. Once it has been closed, exchanges end with an error soon.

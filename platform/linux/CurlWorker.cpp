@@ -132,6 +132,9 @@ void CurlWorker::collect() {
             continue;
         auto exchange = std::move(*found);
         active_.erase(found);
+        if (auto address = exchange->replyHeader("Client-Address");
+            options_.seenFrom && !address.empty())
+            mainQueue_.async([seenFrom = options_.seenFrom, address] { seenFrom(address); });
         exchange->finish(code);
     }
 }

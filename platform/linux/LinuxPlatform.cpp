@@ -16,6 +16,7 @@
 #include "platform/linux/OsReleaseProcessInfo.h"
 #include "platform/linux/PlistReader.h"
 #include "platform/linux/ProcProcessTable.h"
+#include "platform/linux/RouterExplanation.h"
 #include "platform/linux/ScreenSharingExplanation.h"
 #include "platform/linux/ScreenSharingSettings.h"
 #include "platform/linux/SysfsHardwareRegistry.h"
@@ -30,13 +31,6 @@ namespace {
 
 std::string ownFolder(const std::string& base) {
     return base.empty() ? base : base + "/zelvo";
-}
-
-RouterPortMapping::Options mappingOptions(const Environment& environment) {
-    RouterPortMapping::Options options;
-    options.router = environment.router;
-    options.stateFolder = ownFolder(environment.stateHome);
-    return options;
 }
 
 }  // namespace
@@ -74,10 +68,19 @@ struct LinuxPlatform::Services {
     ScreenSharingExplanation screenSharing{mainQueue, bundle,
                                            environment.systemRoot + "/run/reason"};
     ScreenSharingSettings settings{propertyLists, services, [this] { screenSharing.update(); }};
-    LinuxExplanations explanations{screenSharing.text()};
+    RouterExplanation router{bundle, log};
+    LinuxExplanations explanations{screenSharing.text(), router.text()};
 
-    CurlUrlSession urlSession{mainQueue, {.certificateFile = environment.certificateFile}};
-    RouterPortMapping natPortMapping{mainQueue, log, mappingOptions(environment)};
+    CurlUrlSession urlSession{
+        mainQueue,
+        {.certificateFile = environment.certificateFile,
+         .seenFrom = [this](const std::string& address) { router.seenFrom(address); }}};
+    RouterPortMapping natPortMapping{
+        mainQueue,
+        log,
+        {.router = environment.router,
+         .stateFolder = ownFolder(environment.stateHome),
+         .heard = [this](const auto& reply) { router.mappingReplied(reply); }}};
 
     SystemAuthorization authorization{log, {.asSelf = environment.authorizesItself}};
 };

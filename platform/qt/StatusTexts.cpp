@@ -54,7 +54,7 @@ const char* statusExplanationKey(std::int32_t status) {
 std::string reasonFor(std::int32_t status, Explanations& explanations) {
     if (status <= 1)
         return explanations.screenSharing().value();
-    if (status <= 4)
+    if (status <= 6)
         return explanations.router().value();
     return {};
 }

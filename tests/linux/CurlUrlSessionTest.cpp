@@ -86,6 +86,7 @@ class CurlUrlSessionTest : public testing::Test {
             peers.insert(request.remote_port);
             contentTypes.push_back(request.get_header_value("Content-Type"));
             response.status = 500;
+            response.set_header("Client-Address", request.remote_addr);
             response.set_content(request.method + " " + request.body, "text/plain");
         });
         server.Get("/redirect", [](const auto&, auto& response) {
@@ -167,10 +168,13 @@ class CurlUrlSessionTest : public testing::Test {
     std::set<int> peers;
     std::vector<std::string> contentTypes;
     std::atomic<bool> landed = false;
+    std::vector<std::string> seen;
 
     HandQueue queue;
     std::unique_ptr<CurlUrlSession> session = std::make_unique<CurlUrlSession>(
-        queue, CurlUrlSession::Options{.certificateFile = *folder / "good.pem"});
+        queue, CurlUrlSession::Options{
+                   .certificateFile = *folder / "good.pem",
+                   .seenFrom = [this](const std::string& address) { seen.push_back(address); }});
 };
 
 /// Takes connections and never says anything.
@@ -203,6 +207,7 @@ TEST_F(CurlUrlSessionTest, ExchangesOverOneConnection) {
     EXPECT_EQ(text(session->sendSynchronously(post("s"))), "POST s");
     EXPECT_EQ(text(exchange(get(url("/body?size=0")))), "");
     EXPECT_EQ(peers.size(), 1U);
+    EXPECT_EQ(seen, std::vector<std::string>(3, "127.0.0.1"));
     EXPECT_EQ(contentTypes[0], "application/x-www-form-urlencoded");
 }
 

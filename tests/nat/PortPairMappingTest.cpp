@@ -69,10 +69,7 @@ class PortPairMappingTest : public testing::Test {
         pair = std::make_unique<PortPairMapping>(
             network, log, journal, PortWish{5900, 23456, true, false},
             [this](const PortWish& wish) { return make(wish); },
-            [this](const NatPortMappingReply& reply, const std::string& explanation) {
-                replies.push_back(reply);
-                explanations.push_back(explanation);
-            });
+            [this](const NatPortMappingReply& reply) { replies.push_back(reply); });
     }
 
     std::vector<std::unique_ptr<RouterMapping>> make(const PortWish& wish) {
@@ -107,7 +104,6 @@ class PortPairMappingTest : public testing::Test {
     /// Which protocol the one entry of the router's table came by.
     std::string mapped;
     std::vector<NatPortMappingReply> replies;
-    std::vector<std::string> explanations;
     std::unique_ptr<PortPairMapping> pair;
 };
 

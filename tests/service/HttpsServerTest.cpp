@@ -91,6 +91,8 @@ TEST(ServiceProgram, OutlivesRubbish) {
     const char* form = "application/x-www-form-urlencoded";
     auto expect = [](const httplib::Result& result, int httpStatus, StatusCode code) {
         ASSERT_TRUE(result) << httplib::to_string(result.error());
+        if (httpStatus == 200)
+            EXPECT_EQ(result->get_header_value("Client-Address"), "127.0.0.1");
         EXPECT_EQ(result->status, httpStatus);
         EXPECT_EQ(result->get_header_value("Content-Type"), "text/xml");
         EXPECT_EQ(statusOf(parse(result->body)), static_cast<int>(code));

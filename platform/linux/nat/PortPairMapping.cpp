@@ -127,7 +127,6 @@ NatTime PortPairMapping::nextWake() const {
 void PortPairMapping::seek() {
     state_ = State::Seeking;
     failureCode_ = NatErrorNone;
-    failureText_.clear();
     deadline_ = network_.now() + Patience;
     nextTurn_ = network_.now();
     for (auto& mapping : make_(wish_)) {
@@ -135,8 +134,7 @@ void PortPairMapping::seek() {
     }
     if (candidates_.empty()) {
         failureCode_ = NatErrorNoRouter;
-        failureText_ = "there is no router";
-        say(failureText_);
+        say("there is no router");
     }
 }
 
@@ -251,10 +249,8 @@ void PortPairMapping::lose(Candidate candidate) {
 void PortPairMapping::noteFailure(const RouterMapping& mapping) {
     const bool spoke = isEnding(mapping);
     failureCode_ = moreTelling(failureCode_, spoke ? mapping.failure() : NatFailure::Silent);
-    const std::string text = std::string(mapping.protocol()) + ": " +
-                             (spoke ? mapping.lastWord() : "the router does not answer");
-    failureText_ += (failureText_.empty() ? "" : "\n") + text;
-    say(text);
+    say(std::string(mapping.protocol()) + ": " +
+        (spoke ? mapping.lastWord() : "the router does not answer"));
 }
 
 void PortPairMapping::conclude() {
@@ -266,7 +262,7 @@ void PortPairMapping::conclude() {
     reply.errorCode = failureCode_;
     reply.protocol = (wish_.tcp ? NatProtocolTcp : 0) | (wish_.udp ? NatProtocolUdp : 0);
     reply.internalPort = htons(wish_.internalPort);
-    reply_(reply, failureText_);
+    reply_(reply);
 }
 
 void PortPairMapping::dismissAll() {
@@ -299,7 +295,7 @@ void PortPairMapping::report() {
     if (!explanation.empty()) {
         say(explanation);
     }
-    reply_(reply, explanation);
+    reply_(reply);
 }
 
 void PortPairMapping::say(const std::string& text) {

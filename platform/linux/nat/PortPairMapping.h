@@ -21,9 +21,7 @@ class PortPairMapping {
   public:
     /// One conversation for each protocol, freshly begun; none where there is no router.
     using Make = std::function<std::vector<std::unique_ptr<RouterMapping>>(const PortWish&)>;
-    /// The explanation is for people: why nothing is mapped, or why a mapping is of no use. Empty
-    /// where all is well.
-    using Reply = std::function<void(const NatPortMappingReply&, const std::string& explanation)>;
+    using Reply = std::function<void(const NatPortMappingReply&)>;
 
     /// `reply` hears the first outcome, and each later change.
     PortPairMapping(const NatNetwork& network, Log& log, MappingJournal& journal,
@@ -83,7 +81,6 @@ class PortPairMapping {
     NatTime retryAt_;
     std::chrono::seconds retryPause_;
     std::int32_t failureCode_ = NatErrorNone;
-    std::string failureText_;
 };
 
 }  // namespace zelvo::platform

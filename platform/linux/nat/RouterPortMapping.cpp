@@ -97,7 +97,7 @@ class RouterReference final : public NatPortMappingReference {
 RouterPortMapping::RouterPortMapping(MainQueue& mainQueue, Log& log, Options options)
     : mainQueue_(mainQueue),
       routerIsValid_(true),
-      explanation_(std::make_shared<Observable<std::string>>()) {
+      heard_(options.heard ? std::move(options.heard) : [](const auto&) {}) {
     NatEngine::Options engine;
     engine.stateFolder = options.stateFolder;
     engine.conversations.pcp = options.pcp;
@@ -141,17 +141,17 @@ std::int32_t RouterPortMapping::create(std::unique_ptr<NatPortMappingReference>&
         std::chrono::seconds(request.ttl == 0 ? LongestLease : std::min(request.ttl, LongestLease));
 
     const auto state = std::make_shared<RequestState>();
-    state->callback = std::move(callback);
+    state->callback = [heard = heard_, callback = std::move(callback)](const auto& reply) {
+        heard(reply);
+        callback(reply);
+    };
+    heard_(std::nullopt);
     const int id = nextId_++;
     worker_->open(
         id, wish,
-        [&queue = mainQueue_, weak = std::weak_ptr(state), explained = std::weak_ptr(explanation_)](
-            const NatPortMappingReply& reply, const std::string& explanation) {
-            queue.async([weak, explained, reply, explanation] {
-                const auto state = weak.lock();
-                const auto text = explained.lock();
-                if (state && text) {
-                    text->set(explanation);
+        [&queue = mainQueue_, weak = std::weak_ptr(state)](const NatPortMappingReply& reply) {
+            queue.async([weak, reply] {
+                if (const auto state = weak.lock()) {
                     state->take(reply);
                 }
             });

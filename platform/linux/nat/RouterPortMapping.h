@@ -1,12 +1,13 @@
 #pragma once
 
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "platform/Log.h"
 #include "platform/MainQueue.h"
 #include "platform/NatPortMapping.h"
-#include "platform/Observable.h"
 
 namespace zelvo::platform {
 
@@ -20,6 +21,8 @@ class NatWorker;
 /// whenever the network has changed.
 class RouterPortMapping final : public NatPortMapping {
   public:
+    using Heard = std::function<void(const std::optional<NatPortMappingReply>&)>;
+
     struct Options {
         /// "address" or "address:port"; empty for the gateway of the default route. With anything
         /// else every request fails with NatErrorNoRouter.
@@ -31,6 +34,9 @@ class RouterPortMapping final : public NatPortMapping {
         bool pcp = true;
         bool natPmp = true;
         bool upnp = true;
+        /// Hears each reply on the main thread before the request's own callback does, and none
+        /// when a new request begins.
+        Heard heard;
     };
 
     /// Both outlive this object.
@@ -43,17 +49,11 @@ class RouterPortMapping final : public NatPortMapping {
     std::int32_t create(std::unique_ptr<NatPortMappingReference>& reference,
                         const NatPortMappingRequest& request, Callback callback) override;
 
-    /// What there is to tell people about the latest outcome: why nothing is mapped, one line for
-    /// each protocol, or why a mapping is of no use. Empty where all is well. Written before the
-    /// reply is delivered.
-    const Observable<std::string>& explanation() const { return *explanation_; }
-    Observable<std::string>& explanation() { return *explanation_; }
-
   private:
     MainQueue& mainQueue_;
     bool routerIsValid_;
     int nextId_ = 0;
-    std::shared_ptr<Observable<std::string>> explanation_;
+    const Heard heard_;
     std::shared_ptr<NatWorker> worker_;
 };
 

@@ -1,0 +1,80 @@
+#include "platform/linux/RouterExplanation.h"
+
+#include <arpa/inet.h>
+
+#include "platform/Bundle.h"
+#include "platform/Log.h"
+#include "platform/linux/nat/ExternalAddress.h"
+#include "platform/linux/nat/NatNetwork.h"
+
+namespace zelvo::platform {
+
+RouterExplanation::RouterExplanation(const Bundle& bundle, Log& log) : bundle_(bundle), log_(log) {}
+
+void RouterExplanation::mappingReplied(const std::optional<NatPortMappingReply>& reply) {
+    reply_ = reply;
+    update();
+}
+
+void RouterExplanation::seenFrom(const std::string& address) {
+    in_addr parsed{};
+    if (inet_pton(AF_INET, address.c_str(), &parsed) != 1)
+        return;
+    auto seen = ntohl(parsed.s_addr);
+    // A service in the same private network sees no router at all.
+    if (isBehindAnotherRouter(seen) || seen == seen_)
+        return;
+    seen_ = seen;
+    if (seenElsewhere())
+        log_.line("Port mapping: the sharing service saw this computer come from " +
+                  addressText(seen_) + " and not from the router's own address " +
+                  addressText(ntohl(reply_->externalAddress)) +
+                  ": another router or a VPN stands between, and nobody can come in that way");
+    update();
+}
+
+bool RouterExplanation::seenElsewhere() const {
+    return reply_ && reply_->externalPort != 0 && seen_ != 0 &&
+           seen_ != ntohl(reply_->externalAddress);
+}
+
+const char* RouterExplanation::reason() const {
+    if (!reply_)
+        return nullptr;
+    if (reply_->externalPort != 0) {
+        auto external = ntohl(reply_->externalAddress);
+        if (external == 0)
+            return "Your router is not connected to the internet. Nobody can reach you before it "
+                   "is.";
+        if (isBehindAnotherRouter(external))
+            return "There is a second router between yours and the internet, so nobody can reach "
+                   "you. Router Help says what you can do.";
+        if (seenElsewhere())
+            return "You seem to be behind a second router or a VPN, so nobody may be able to reach "
+                   "you. Router Help says what you can do.";
+        return nullptr;
+    }
+    switch (reply_->errorCode) {
+        case NatErrorNoRouter:
+            return "This computer is not connected to a router. Check the network cable or the "
+                   "wireless network.";
+        case NatErrorPortMappingDisabled:
+            return "Your router answered, but it does not let Zelvo open a port. Allow it in the "
+                   "router’s settings; Router Help says how.";
+        case NatErrorPortMappingUnsupported:
+        case NatErrorTimeout:
+            return "Your router did not answer. Switch on UPnP or NAT-PMP in its settings; Router "
+                   "Help says how.";
+        default:
+            return nullptr;
+    }
+}
+
+void RouterExplanation::update() {
+    const auto* key = reason();
+    auto text = key ? bundle_.localizedString(key) : std::string();
+    if (text != text_.value())
+        text_.set(std::move(text));
+}
+
+}  // namespace zelvo::platform
