@@ -6,7 +6,7 @@
 #include <map>
 #include <memory>
 
-#include "router/Descriptor.h"
+#include "platform/FileDescriptor.h"
 
 namespace zelvo::router {
 
@@ -41,7 +41,7 @@ class EventLoop {
     void turn(Clock::time_point until);
 
   private:
-    Descriptor epoll_;
+    platform::FileDescriptor epoll_;
     std::map<std::uint64_t, std::shared_ptr<const Ready>> ready_;
     std::uint64_t nextId_ = 0;
 };

@@ -12,7 +12,7 @@ constexpr std::size_t ConnectionLimit = 200;
 
 }  // namespace
 
-Forwarding::Forwarding(EventLoop& loop, Descriptor listener, const Endpoint& internal)
+Forwarding::Forwarding(EventLoop& loop, platform::FileDescriptor listener, const Endpoint& internal)
     : loop_(loop),
       listener_(std::move(listener)),
       internal_(internal),
@@ -22,12 +22,12 @@ Forwarding::Forwarding(EventLoop& loop, Descriptor listener, const Endpoint& int
 
 void Forwarding::acceptAll() {
     while (relays_.size() < ConnectionLimit) {
-        Descriptor outside(
+        platform::FileDescriptor outside(
             accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (!outside) {
             break;
         }
-        Descriptor inside = openConnection(internal_);
+        platform::FileDescriptor inside = openConnection(internal_);
         if (!inside) {
             continue;
         }

@@ -12,7 +12,7 @@ namespace zelvo::router {
 /// port and every connection through it.
 class Forwarding {
   public:
-    Forwarding(EventLoop& loop, Descriptor listener, const Endpoint& internal);
+    Forwarding(EventLoop& loop, platform::FileDescriptor listener, const Endpoint& internal);
 
     std::size_t connections() const { return relays_.size(); }
 
@@ -21,7 +21,7 @@ class Forwarding {
     void remove(std::list<std::unique_ptr<Relay>>::iterator relay);
 
     EventLoop& loop_;
-    Descriptor listener_;
+    platform::FileDescriptor listener_;
     Endpoint internal_;
     std::list<std::unique_ptr<Relay>> relays_;
     EventLoop::Watch watch_;

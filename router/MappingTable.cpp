@@ -70,7 +70,7 @@ std::string MappingTable::text(Clock::time_point now) const {
 bool MappingTable::open(const Key& key, Mapping& mapping, std::uint16_t wish) {
     const auto& [transport, internal] = key;
     const auto openSocket = transport == Transport::Tcp ? openListener : openDatagramSocket;
-    Descriptor socket;
+    platform::FileDescriptor socket;
     if (wish >= FirstUnprivilegedPort) {
         socket = openSocket({externalAddress_, wish});
     }

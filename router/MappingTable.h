@@ -40,7 +40,7 @@ class MappingTable {
         std::uint16_t externalPort = 0;
         Clock::time_point expiresAt;
         /// Of UDP the bound socket alone, which keeps the port.
-        Descriptor reservation;
+        platform::FileDescriptor reservation;
         std::unique_ptr<Forwarding> forwarding;
     };
     using Key = std::tuple<Transport, Endpoint>;

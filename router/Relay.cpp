@@ -24,7 +24,8 @@ bool hasFailed(int socket) {
 
 }  // namespace
 
-Relay::Relay(EventLoop& loop, Descriptor outside, Descriptor inside, std::function<void()> over)
+Relay::Relay(EventLoop& loop, platform::FileDescriptor outside, platform::FileDescriptor inside,
+             std::function<void()> over)
     : over_(std::move(over)),
       outside_(loop, std::move(outside),
                [this](auto events) { handle(outside_, inside_, events); }),

@@ -13,14 +13,15 @@ class Relay {
   public:
     /// `over` is called once when both directions have ended, or either side has failed; the relay
     /// may be destroyed in it. `inside` may still be connecting.
-    Relay(EventLoop& loop, Descriptor outside, Descriptor inside, std::function<void()> over);
+    Relay(EventLoop& loop, platform::FileDescriptor outside, platform::FileDescriptor inside,
+          std::function<void()> over);
 
   private:
     struct Side {
-        Side(EventLoop& loop, Descriptor opened, EventLoop::Ready ready)
+        Side(EventLoop& loop, platform::FileDescriptor opened, EventLoop::Ready ready)
             : socket(std::move(opened)), watch(loop, socket.get(), std::move(ready)) {}
 
-        Descriptor socket;
+        platform::FileDescriptor socket;
         EventLoop::Watch watch;
         /// What was read here and is still to be written to the other side.
         std::vector<char> pending;

@@ -19,11 +19,11 @@ sockaddr_in socketAddress(const Endpoint& endpoint) {
     return address;
 }
 
-Descriptor openSocket(int type) {
-    return Descriptor(::socket(AF_INET, type | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+platform::FileDescriptor openSocket(int type) {
+    return platform::FileDescriptor(::socket(AF_INET, type | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
 }
 
-bool bindTo(const Descriptor& socket, const Endpoint& local) {
+bool bindTo(const platform::FileDescriptor& socket, const Endpoint& local) {
     const sockaddr_in address = socketAddress(local);
     return socket &&
            bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
@@ -49,13 +49,13 @@ std::optional<std::uint32_t> parseAddress(const std::string& text) {
     return ntohl(address.s_addr);
 }
 
-Descriptor openDatagramSocket(const Endpoint& local) {
-    Descriptor socket = openSocket(SOCK_DGRAM);
-    return bindTo(socket, local) ? std::move(socket) : Descriptor();
+platform::FileDescriptor openDatagramSocket(const Endpoint& local) {
+    platform::FileDescriptor socket = openSocket(SOCK_DGRAM);
+    return bindTo(socket, local) ? std::move(socket) : platform::FileDescriptor();
 }
 
-Descriptor openListener(const Endpoint& local) {
-    Descriptor socket = openSocket(SOCK_STREAM);
+platform::FileDescriptor openListener(const Endpoint& local) {
+    platform::FileDescriptor socket = openSocket(SOCK_STREAM);
     // Connections that have just ended do not keep their port from the next mapping.
     const int on = 1;
     setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
@@ -65,8 +65,8 @@ Descriptor openListener(const Endpoint& local) {
     return socket;
 }
 
-Descriptor openConnection(const Endpoint& peer) {
-    Descriptor socket = openSocket(SOCK_STREAM);
+platform::FileDescriptor openConnection(const Endpoint& peer) {
+    platform::FileDescriptor socket = openSocket(SOCK_STREAM);
     const sockaddr_in address = socketAddress(peer);
     if (!socket ||
         (connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 &&
@@ -76,7 +76,7 @@ Descriptor openConnection(const Endpoint& peer) {
     return socket;
 }
 
-Endpoint localEndpoint(const Descriptor& socket) {
+Endpoint localEndpoint(const platform::FileDescriptor& socket) {
     sockaddr_in address{};
     socklen_t size = sizeof address;
     getsockname(socket.get(), reinterpret_cast<sockaddr*>(&address), &size);

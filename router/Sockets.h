@@ -5,7 +5,7 @@
 #include <string>
 #include <tuple>
 
-#include "router/Descriptor.h"
+#include "platform/FileDescriptor.h"
 
 namespace zelvo::router {
 
@@ -24,10 +24,10 @@ std::string text(const Endpoint& endpoint);
 std::optional<std::uint32_t> parseAddress(const std::string& text);
 
 /// All sockets are non-blocking; an empty descriptor is a failure. Port 0 takes a free one.
-Descriptor openDatagramSocket(const Endpoint& local);
-Descriptor openListener(const Endpoint& local);
+platform::FileDescriptor openDatagramSocket(const Endpoint& local);
+platform::FileDescriptor openListener(const Endpoint& local);
 /// Begins to connect; the end shows when it becomes writable.
-Descriptor openConnection(const Endpoint& peer);
-Endpoint localEndpoint(const Descriptor& socket);
+platform::FileDescriptor openConnection(const Endpoint& peer);
+Endpoint localEndpoint(const platform::FileDescriptor& socket);
 
 }  // namespace zelvo::router

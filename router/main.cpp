@@ -14,12 +14,13 @@
 namespace {
 
 using namespace zelvo::router;
+using zelvo::platform::FileDescriptor;
 
 void say(const std::string& line) {
     std::cout << line << std::endl;
 }
 
-Descriptor openSignals() {
+FileDescriptor openSignals() {
     std::signal(SIGPIPE, SIG_IGN);
     sigset_t signals;
     sigemptyset(&signals);
@@ -27,10 +28,10 @@ Descriptor openSignals() {
         sigaddset(&signals, number);
     }
     sigprocmask(SIG_BLOCK, &signals, nullptr);
-    return Descriptor(signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC));
+    return FileDescriptor(signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC));
 }
 
-void answerDatagram(const Descriptor& socket, NatPmpServer& server) {
+void answerDatagram(const FileDescriptor& socket, NatPmpServer& server) {
     std::array<std::uint8_t, 2048> buffer;
     sockaddr_in asker{};
     socklen_t size = sizeof asker;
@@ -48,8 +49,8 @@ void answerDatagram(const Descriptor& socket, NatPmpServer& server) {
 }
 
 int run(const Options& options) {
-    const Descriptor signals = openSignals();
-    const Descriptor socket = openDatagramSocket(options.address);
+    const FileDescriptor signals = openSignals();
+    const FileDescriptor socket = openDatagramSocket(options.address);
     if (!socket || !signals) {
         std::cerr << "zelvo-router: cannot listen on " << text(options.address) << std::endl;
         return 1;

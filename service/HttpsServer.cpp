@@ -88,7 +88,7 @@ void HttpsServer::respond(httplib::Response& response, int httpStatus, const Rep
 
 bool HttpsServer::process_and_close_socket(socket_t socket) {
     try {
-        serve(FileDescriptor(socket));
+        serve(platform::FileDescriptor(socket));
     } catch (const std::exception& trouble) {
         // One connection's trouble, out of memory included, ends that connection alone.
         std::fprintf(stderr, "zelvo-service: %s\n", trouble.what());
@@ -96,7 +96,7 @@ bool HttpsServer::process_and_close_socket(socket_t socket) {
     return true;
 }
 
-void HttpsServer::serve(FileDescriptor socket) {
+void HttpsServer::serve(platform::FileDescriptor socket) {
     TlsStream stream(tls_.get(), std::move(socket),
                      {.deadline = std::chrono::steady_clock::now() + limits_.connectionTime,
                       .bytes = HeaderBytes + limits_.bodyLength,
@@ -115,7 +115,7 @@ void HttpsServer::prepareListener(int socket) {
     int on = 1;
     setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     // A descriptor of our own, as the library closes its one at a moment that stop() cannot know.
-    listener_ = FileDescriptor(fcntl(socket, F_DUPFD_CLOEXEC, 0));
+    listener_ = platform::FileDescriptor(fcntl(socket, F_DUPFD_CLOEXEC, 0));
 }
 
 httplib::Server::HandlerResponse HttpsServer::refuseEarly(const httplib::Request& request,

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "service/FileDescriptor.h"
+#include "platform/FileDescriptor.h"
 #include "service/Reply.h"
 #include "service/SharingEndpoints.h"
 #include "service/TlsContext.h"
@@ -43,7 +43,7 @@ class HttpsServer : private httplib::Server {
     static void respond(httplib::Response& response, int httpStatus, const Reply& reply);
 
     bool process_and_close_socket(socket_t socket) override;
-    void serve(FileDescriptor socket);
+    void serve(platform::FileDescriptor socket);
     void prepareListener(int socket);
     HandlerResponse refuseEarly(const httplib::Request& request, httplib::Response& response) const;
     void handlePost(const httplib::Request& request, httplib::Response& response,
@@ -52,8 +52,8 @@ class HttpsServer : private httplib::Server {
     const TlsContext& tls_;
     SharingEndpoints& endpoints_;
     const Limits limits_;
-    FileDescriptor stop_;
-    FileDescriptor listener_;
+    platform::FileDescriptor stop_;
+    platform::FileDescriptor listener_;
     std::atomic<bool> stopped_ = false;
 };
 

@@ -30,7 +30,7 @@ constexpr std::size_t LingerBytes = 4 * 1024 * 1024;
 
 }  // namespace
 
-TlsStream::TlsStream(SSL_CTX* context, FileDescriptor socket, Bounds bounds)
+TlsStream::TlsStream(SSL_CTX* context, platform::FileDescriptor socket, Bounds bounds)
     : socket_(std::move(socket)), bounds_(bounds), ssl_(SSL_new(context)) {
     int on = 1;
     setsockopt(socket_.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <memory>
 
-#include "service/FileDescriptor.h"
+#include "platform/FileDescriptor.h"
 
 namespace zelvo::service {
 
@@ -21,7 +21,7 @@ class TlsStream : public httplib::Stream {
         int stop = -1;          ///< descriptor that becomes readable when waiting has to end
     };
 
-    TlsStream(SSL_CTX* context, FileDescriptor socket, Bounds bounds);
+    TlsStream(SSL_CTX* context, platform::FileDescriptor socket, Bounds bounds);
 
     /// False when no TLS connection came about.
     bool handshake();
@@ -45,7 +45,7 @@ class TlsStream : public httplib::Stream {
     int perform(Operation operation);
     bool waitFor(short events);
 
-    FileDescriptor socket_;
+    platform::FileDescriptor socket_;
     Bounds bounds_;
     std::unique_ptr<SSL, Releaser> ssl_;
     bool broken_ = false;

@@ -10,8 +10,8 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/FileDescriptor.h"
 #include "platform/Log.h"
-#include "platform/linux/FileDescriptor.h"
 #include "platform/linux/FileReading.h"
 
 namespace zelvo::platform {

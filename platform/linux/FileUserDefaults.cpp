@@ -12,8 +12,8 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/FileDescriptor.h"
 #include "platform/Log.h"
-#include "platform/linux/FileDescriptor.h"
 #include "platform/linux/FileReading.h"
 #include "platform/linux/PlistDocument.h"
 #include "platform/linux/TextEncoding.h"

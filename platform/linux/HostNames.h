@@ -10,8 +10,8 @@
 #include <optional>
 #include <string>
 
+#include "platform/FileDescriptor.h"
 #include "platform/Observable.h"
-#include "platform/linux/FileDescriptor.h"
 
 class QDBusPendingCallWatcher;
 class QDBusServiceWatcher;

@@ -19,7 +19,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "platform/linux/FileDescriptor.h"
+#include "platform/FileDescriptor.h"
 
 namespace zelvo::platform {
 

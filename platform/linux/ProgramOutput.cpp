@@ -10,7 +10,7 @@
 #include <cerrno>
 #include <csignal>
 
-#include "platform/linux/FileDescriptor.h"
+#include "platform/FileDescriptor.h"
 
 namespace zelvo::platform {
 

@@ -18,7 +18,7 @@
 #include <sstream>
 #include <string>
 
-#include "platform/linux/FileDescriptor.h"
+#include "platform/FileDescriptor.h"
 #include "platform/linux/FileReading.h"
 
 namespace zelvo::platform {

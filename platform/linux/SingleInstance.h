@@ -8,7 +8,7 @@
 #include <string>
 #include <system_error>
 
-#include "platform/linux/FileDescriptor.h"
+#include "platform/FileDescriptor.h"
 
 namespace zelvo::platform {
 

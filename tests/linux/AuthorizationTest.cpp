@@ -6,8 +6,8 @@
 
 #include <cstdlib>
 
+#include "platform/FileDescriptor.h"
 #include "platform/linux/DetachedProcess.h"
-#include "platform/linux/FileDescriptor.h"
 #include "platform/linux/SystemAuthorization.h"
 #include "platform/linux/SystemLog.h"
 #include "platform/linux/Users.h"

@@ -12,7 +12,7 @@
 #include <set>
 #include <thread>
 
-#include "platform/linux/FileDescriptor.h"
+#include "platform/FileDescriptor.h"
 #include "tests/linux/TemporaryFolder.h"
 
 #include <httplib.h>

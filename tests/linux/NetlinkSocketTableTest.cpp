@@ -7,7 +7,7 @@
 
 #include <cstring>
 
-#include "platform/linux/FileDescriptor.h"
+#include "platform/FileDescriptor.h"
 
 using namespace zelvo::platform;
 

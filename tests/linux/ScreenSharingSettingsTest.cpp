@@ -10,7 +10,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "platform/linux/FileDescriptor.h"
+#include "platform/FileDescriptor.h"
 #include "platform/linux/PlistReader.h"
 #include "platform/linux/ScreenSharingExplanation.h"
 #include "tests/linux/TemporaryFolder.h"

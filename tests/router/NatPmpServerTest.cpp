@@ -38,11 +38,11 @@ class NatPmpServerTest : public testing::Test {
     MappingTable table{loop, Loopback, [this](const auto& line) { lines.push_back(line); }};
     Clock::time_point now = Clock::now();
     NatPmpServer natPmp{table, now};
-    Descriptor server = openListener({Loopback, 0});
+    platform::FileDescriptor server = openListener({Loopback, 0});
     std::uint16_t internal = localEndpoint(server).port;
 };
 
-std::string receive(const Descriptor& socket) {
+std::string receive(const platform::FileDescriptor& socket) {
     char buffer[64];
     const ssize_t size = recv(socket.get(), buffer, sizeof buffer, 0);
     return size < 0 ? "nothing" : std::string(buffer, static_cast<std::size_t>(size));
@@ -52,9 +52,9 @@ std::string receive(const Descriptor& socket) {
 
 TEST_F(NatPmpServerTest, RelaysBothWaysUntilBothHaveEnded) {
     const auto granted = ask(NatPmpOpcode::MapTcp, internal, 0, 60);
-    const Descriptor viewer = openConnection({Loopback, granted.externalPort});
+    const platform::FileDescriptor viewer = openConnection({Loopback, granted.externalPort});
     settle();
-    const Descriptor accepted(accept4(server.get(), nullptr, nullptr, SOCK_NONBLOCK));
+    const platform::FileDescriptor accepted(accept4(server.get(), nullptr, nullptr, SOCK_NONBLOCK));
     ASSERT_TRUE(accepted);
     send(viewer.get(), "asks", 4, 0);
     shutdown(viewer.get(), SHUT_WR);
@@ -73,9 +73,9 @@ TEST_F(NatPmpServerTest, RelaysBothWaysUntilBothHaveEnded) {
 
 TEST_F(NatPmpServerTest, SlowReceiverStopsTheSender) {
     const auto granted = ask(NatPmpOpcode::MapTcp, internal, 0, 60);
-    const Descriptor viewer = openConnection({Loopback, granted.externalPort});
+    const platform::FileDescriptor viewer = openConnection({Loopback, granted.externalPort});
     settle();
-    const Descriptor accepted(accept4(server.get(), nullptr, nullptr, SOCK_NONBLOCK));
+    const platform::FileDescriptor accepted(accept4(server.get(), nullptr, nullptr, SOCK_NONBLOCK));
     const std::string block(65536, 'x');
     std::size_t sent = 0;
     for (int round = 0; round < 2000; ++round) {
@@ -105,7 +105,7 @@ TEST_F(NatPmpServerTest, SlowReceiverStopsTheSender) {
 
 TEST_F(NatPmpServerTest, DeletionAndExpiryEndPortAndConnections) {
     const auto forwards = [this](std::uint16_t port) {
-        const Descriptor probe(socket(AF_INET, SOCK_STREAM, 0));
+        const platform::FileDescriptor probe(socket(AF_INET, SOCK_STREAM, 0));
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_port = htons(port);
@@ -113,7 +113,7 @@ TEST_F(NatPmpServerTest, DeletionAndExpiryEndPortAndConnections) {
         return connect(probe.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
     };
     const auto first = ask(NatPmpOpcode::MapTcp, internal, 0, 60);
-    const Descriptor viewer = openConnection({Loopback, first.externalPort});
+    const platform::FileDescriptor viewer = openConnection({Loopback, first.externalPort});
     settle();
     EXPECT_EQ(ask(NatPmpOpcode::MapTcp, internal, 0, 0).externalPort, 0);
     EXPECT_EQ(receive(viewer), "");

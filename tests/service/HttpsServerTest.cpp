@@ -53,7 +53,7 @@ TEST(ServiceProgram, EndsInOrderOnSignalsWithClientsOpen) {
     workshop.makeCertificate();
     for (int signal : {SIGTERM, SIGINT}) {
         ServiceProgram program(serviceArguments(workshop));
-        FileDescriptor silent(connectAndSend(portOf(program.readLine()), ""));
+        platform::FileDescriptor silent(connectAndSend(portOf(program.readLine()), ""));
         EXPECT_EQ(program.end(signal), 0);
         EXPECT_EQ(program.readLine(), "");
     }
@@ -82,8 +82,8 @@ TEST(ServiceProgram, OutlivesRubbish) {
     workshop.makeCertificate();
     ServiceProgram program(serviceArguments(workshop));
     int port = portOf(program.readLine());
-    FileDescriptor plain(connectAndSend(port, "POST / HTTP/1.1\r\n\r\n"));
-    FileDescriptor binary(connectAndSend(port, std::string(300000, '\x16')));
+    platform::FileDescriptor plain(connectAndSend(port, "POST / HTTP/1.1\r\n\r\n"));
+    platform::FileDescriptor binary(connectAndSend(port, std::string(300000, '\x16')));
 
     httplib::SSLClient client("127.0.0.1", port);
     client.set_ca_cert_path(workshop.path("cert.pem"));
@@ -132,7 +132,7 @@ TEST(HttpsServer, SilentClientsHoldItOnlyUntilTheirDeadline) {
     bool inOrder = false;
     std::thread runner([&] { inOrder = server.run(); });
     // Workers and queue are full, more clients wait in the kernel, and yet the last is answered.
-    std::vector<FileDescriptor> silent;
+    std::vector<platform::FileDescriptor> silent;
     for (int i = 0; i < 4; ++i)
         silent.emplace_back(connectAndSend(*port, ""));
     auto reply = post(workshop, *port, "get.php", "link=a");

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/linux/FileDescriptor.h"
+#include "platform/FileDescriptor.h"
 
 namespace zelvo::platform {
 

@@ -21,8 +21,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/FileDescriptor.h"
 #include "platform/linux/DetachedProcess.h"
-#include "platform/linux/FileDescriptor.h"
 #include "platform/linux/helper/AskingUser.h"
 #include "platform/linux/helper/ScreenSharingRequest.h"
 #include "platform/linux/helper/SessionVariables.h"

@@ -64,12 +64,12 @@ void MappingJournal::remove(int id) {
 
 void MappingJournal::takeOver() {
     std::error_code error;
-    std::vector<std::pair<std::string, OwnedDescriptor>> taken;
+    std::vector<std::pair<std::string, FileDescriptor>> taken;
     for (auto entry = std::filesystem::directory_iterator(folder_, error);
          !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
         const std::string path = entry->path().string();
         if (entry->path().filename().string().rfind(FilePrefix, 0) == 0) {
-            if (OwnedDescriptor file = takeOverFile(path)) {
+            if (FileDescriptor file = takeOverFile(path)) {
                 taken.emplace_back(path, std::move(file));
             }
         }
@@ -83,8 +83,8 @@ void MappingJournal::takeOver() {
     }
 }
 
-OwnedDescriptor MappingJournal::takeOverFile(const std::string& path) {
-    OwnedDescriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+FileDescriptor MappingJournal::takeOverFile(const std::string& path) {
+    FileDescriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct stat status {};
     // One that is locked belongs to a process that lives; one without a name has just been replaced
     // by its owner.
@@ -109,7 +109,7 @@ void MappingJournal::write() {
     }
     if (records_.empty()) {
         unlink(path_.c_str());
-        file_ = OwnedDescriptor();
+        file_ = FileDescriptor();
         return;
     }
     // Not found by the search of takeOver, which goes by the beginning of the name.
@@ -121,7 +121,7 @@ void MappingJournal::write() {
 }
 
 bool MappingJournal::writeFile(const std::string& temporary) {
-    OwnedDescriptor file(
+    FileDescriptor file(
         open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
     // The lock comes before the name, so that nobody finds the file without it.
     if (!file || flock(file.get(), LOCK_EX | LOCK_NB) != 0) {

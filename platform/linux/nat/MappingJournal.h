@@ -3,9 +3,9 @@
 #include <map>
 #include <string>
 
+#include "platform/FileDescriptor.h"
 #include "platform/Log.h"
 #include "platform/linux/nat/MappingRecord.h"
-#include "platform/linux/nat/OwnedDescriptor.h"
 
 namespace zelvo::platform {
 
@@ -27,14 +27,14 @@ class MappingJournal {
   private:
     void takeOver();
     /// The file with its lock, its records taken in; empty when it is not for us.
-    OwnedDescriptor takeOverFile(const std::string& path);
+    FileDescriptor takeOverFile(const std::string& path);
     void write();
     bool writeFile(const std::string& temporary);
 
     std::string folder_;
     Log& log_;
     std::string path_;
-    OwnedDescriptor file_;
+    FileDescriptor file_;
     std::map<int, MappingRecord> records_;
     int nextId_ = 0;
 };

@@ -6,8 +6,8 @@
 #include <thread>
 #include <vector>
 
+#include "platform/FileDescriptor.h"
 #include "platform/linux/nat/NatEngine.h"
-#include "platform/linux/nat/OwnedDescriptor.h"
 
 namespace zelvo::platform {
 
@@ -32,7 +32,7 @@ class NatWorker {
     std::vector<Job> takeJobs();
 
     Log& log_;
-    OwnedDescriptor wake_;
+    FileDescriptor wake_;
     std::mutex mutex_;
     std::vector<Job> jobs_;
     bool ending_ = false;

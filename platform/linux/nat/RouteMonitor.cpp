@@ -76,7 +76,7 @@ bool readDump(int socket, Candidate& best) {
 }  // namespace
 
 std::optional<RouterRoute> readDefaultRoute() {
-    const OwnedDescriptor socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
+    const FileDescriptor socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
     DumpRequest request{};
     request.header.nlmsg_len = sizeof request;
     request.header.nlmsg_type = RTM_GETROUTE;
@@ -99,7 +99,7 @@ std::optional<RouterRoute> readDefaultRoute() {
 }
 
 std::optional<RouterRoute> readRouteTo(std::uint32_t router) {
-    const OwnedDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     sockaddr_in address{};
     address.sin_family = AF_INET;
     // Connecting a datagram socket sends nothing; any port serves.

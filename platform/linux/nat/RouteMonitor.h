@@ -5,7 +5,7 @@
 #include <memory>
 #include <optional>
 
-#include "platform/linux/nat/OwnedDescriptor.h"
+#include "platform/FileDescriptor.h"
 #include "platform/linux/nat/PollLoop.h"
 
 namespace zelvo::platform {
@@ -35,7 +35,7 @@ class RouteMonitor {
     void drain();
 
     std::function<void()> changed_;
-    OwnedDescriptor socket_;
+    FileDescriptor socket_;
     std::unique_ptr<PollLoop::Watch> watch_;
 };
 

@@ -18,8 +18,8 @@ constexpr int AnnouncementBurst = 16;
 /// More than a router has.
 constexpr std::size_t DeviceLimit = 16;
 
-OwnedDescriptor openGroup(const Ipv4Endpoint& group, std::uint32_t localAddress) {
-    OwnedDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+FileDescriptor openGroup(const Ipv4Endpoint& group, std::uint32_t localAddress) {
+    FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     const int on = 1;
     const sockaddr_in address = socketAddress(group);
     ip_mreq membership{};
@@ -35,7 +35,7 @@ OwnedDescriptor openGroup(const Ipv4Endpoint& group, std::uint32_t localAddress)
 }
 
 template <typename Take>
-void readFrom(const OwnedDescriptor& socket, std::uint32_t sender, const Take& take) {
+void readFrom(const FileDescriptor& socket, std::uint32_t sender, const Take& take) {
     std::array<std::uint8_t, 2048> buffer;
     for (int count = 0; count < AnnouncementBurst; ++count) {
         sockaddr_in from{};

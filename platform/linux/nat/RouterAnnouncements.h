@@ -4,8 +4,8 @@
 #include <map>
 #include <memory>
 
+#include "platform/FileDescriptor.h"
 #include "platform/linux/nat/NatNetwork.h"
-#include "platform/linux/nat/OwnedDescriptor.h"
 #include "platform/linux/nat/PollLoop.h"
 #include "platform/linux/nat/SsdpMessage.h"
 
@@ -39,8 +39,8 @@ class RouterAnnouncements {
     PortControl portControl_;
     std::function<void()> restarted_;
     RestartDetector detector_;
-    OwnedDescriptor portControlSocket_;
-    OwnedDescriptor noticeSocket_;
+    FileDescriptor portControlSocket_;
+    FileDescriptor noticeSocket_;
     std::unique_ptr<PollLoop::Watch> portControlWatch_;
     std::unique_ptr<PollLoop::Watch> noticeWatch_;
 };

@@ -3,7 +3,7 @@
 #include <functional>
 #include <memory>
 
-#include "platform/linux/nat/OwnedDescriptor.h"
+#include "platform/FileDescriptor.h"
 #include "platform/linux/nat/PollLoop.h"
 
 namespace zelvo::platform {
@@ -18,7 +18,7 @@ class SleepWatch {
     void clockChanged();
 
     std::function<void()> slept_;
-    OwnedDescriptor timer_;
+    FileDescriptor timer_;
     std::unique_ptr<PollLoop::Watch> watch_;
     /// Time asleep since the machine's start.
     std::chrono::milliseconds asleep_;

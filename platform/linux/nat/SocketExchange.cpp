@@ -26,7 +26,7 @@ SocketExchange::SocketExchange(PollLoop& loop, const Ipv4Endpoint& server, std::
     if (connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 &&
         errno != EINPROGRESS) {
         // Something that is ready at once, so that the failure comes from the loop as well.
-        socket_ = OwnedDescriptor(eventfd(1, EFD_NONBLOCK | EFD_CLOEXEC));
+        socket_ = FileDescriptor(eventfd(1, EFD_NONBLOCK | EFD_CLOEXEC));
     }
     watch_ = loop.watch(socket_.get(), POLLOUT, [this](short) { ready(); });
 }

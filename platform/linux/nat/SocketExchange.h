@@ -2,8 +2,8 @@
 
 #include <netinet/in.h>
 
+#include "platform/FileDescriptor.h"
 #include "platform/linux/nat/NatNetwork.h"
-#include "platform/linux/nat/OwnedDescriptor.h"
 #include "platform/linux/nat/PollLoop.h"
 
 namespace zelvo::platform {
@@ -26,7 +26,7 @@ class SocketExchange final : public HttpExchange {
     std::size_t written_ = 0;
     HttpResponseReader reader_;
     Done done_;
-    OwnedDescriptor socket_;
+    FileDescriptor socket_;
     std::unique_ptr<PollLoop::Watch> watch_;
 };
 

@@ -7,7 +7,7 @@
 #include <array>
 #include <cerrno>
 
-#include "platform/linux/nat/OwnedDescriptor.h"
+#include "platform/FileDescriptor.h"
 #include "platform/linux/nat/SocketExchange.h"
 
 namespace zelvo::platform {
@@ -19,7 +19,7 @@ constexpr int DatagramBurstLimit = 16;
 
 class ConnectedPort final : public DatagramPort {
   public:
-    ConnectedPort(PollLoop& loop, OwnedDescriptor socket, DatagramReceiver& receiver)
+    ConnectedPort(PollLoop& loop, FileDescriptor socket, DatagramReceiver& receiver)
         : socket_(std::move(socket)), receiver_(receiver) {
         watch_ = loop.watch(socket_.get(), POLLIN, [this](short) { read(); });
     }
@@ -54,14 +54,14 @@ class ConnectedPort final : public DatagramPort {
         }
     }
 
-    OwnedDescriptor socket_;
+    FileDescriptor socket_;
     DatagramReceiver& receiver_;
     std::unique_ptr<PollLoop::Watch> watch_;
 };
 
 class GroupPort final : public SearchPort {
   public:
-    GroupPort(PollLoop& loop, OwnedDescriptor socket, SearchReceiver& receiver)
+    GroupPort(PollLoop& loop, FileDescriptor socket, SearchReceiver& receiver)
         : socket_(std::move(socket)), receiver_(receiver) {
         watch_ = loop.watch(socket_.get(), POLLIN, [this](short) { read(); });
     }
@@ -90,7 +90,7 @@ class GroupPort final : public SearchPort {
         }
     }
 
-    OwnedDescriptor socket_;
+    FileDescriptor socket_;
     SearchReceiver& receiver_;
     std::unique_ptr<PollLoop::Watch> watch_;
 };
@@ -99,7 +99,7 @@ class GroupPort final : public SearchPort {
 
 std::unique_ptr<DatagramPort> SocketNetwork::connect(const Ipv4Endpoint& peer,
                                                      DatagramReceiver& receiver) {
-    OwnedDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     const sockaddr_in address = socketAddress(peer);
     if (!socket ||
         ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
@@ -110,7 +110,7 @@ std::unique_ptr<DatagramPort> SocketNetwork::connect(const Ipv4Endpoint& peer,
 
 std::unique_ptr<SearchPort> SocketNetwork::search(std::uint32_t localAddress,
                                                   SearchReceiver& receiver) {
-    OwnedDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     const sockaddr_in address = socketAddress({localAddress, 0});
     // UPnP 1.0 asks for so many hops.
     const int hops = 4;
