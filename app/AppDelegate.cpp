@@ -111,6 +111,7 @@ void AppDelegate::askAboutSession() {
 }
 
 void AppDelegate::cleanUpAndTerminate() {
+    isQuitting_.set(true);
     if (!screenSharingRunningFormerState_ && zelvoStatus() >= ZelvoStatusServiceEnabled)
         runToolWithPrivileges(DisableScreenSharingTool, [](bool) {});
     auto finish =

@@ -125,6 +125,7 @@ class AppDelegate : public platform::ApplicationDelegate,
     }
     platform::Observable<bool>& readyToShare() override { return readyToShare_; }
     platform::Observable<std::int32_t>& zelvoStatusProperty() override { return zelvoStatus_; }
+    platform::Observable<bool>& isQuitting() override { return isQuitting_; }
 
   private:
     using Timer = platform::Timer;
@@ -193,6 +194,7 @@ class AppDelegate : public platform::ApplicationDelegate,
     platform::Observable<bool> animateWaitingForConnectionSpinner_;
     platform::Observable<bool> readyToShare_;
     platform::Observable<std::int32_t> zelvoStatus_{ZelvoStatusIdle};
+    platform::Observable<bool> isQuitting_;
     bool screenSharingRunningFormerState_ = false;
     double titleBarHeight_ = 0;
 };

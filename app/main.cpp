@@ -57,7 +57,8 @@ int runInWindow(int& argc, char** argv) {
     QApplication application(argc, argv);
     QtMainLoop loop;
     LinuxPlatform system(loop);
-    QtDesktop desktop(loop, system.bundle(), [&] { return system.log().recentLines(); });
+    QtDesktop desktop(loop, system.bundle(), system.explanations(),
+                      [&] { return system.log().recentLines(); });
     AppDelegate controller(assemble(loop, system, desktop));
     RowPrinter rows(controller);
 
@@ -67,7 +68,7 @@ int runInWindow(int& argc, char** argv) {
     controller.setWindow(&window);
     controller.setShareButton(&window.shareButton());
     controller.setContainerView(content);
-    desktop.attach(window, controller);
+    desktop.attach(window, controller, controller);
 
     window.show();
     loop.async([&] { controller.applicationDidFinishLaunching(); });
@@ -78,7 +79,7 @@ int runInTerminal(int& argc, char** argv) {
     QCoreApplication application(argc, argv);
     QtMainLoop loop;
     LinuxPlatform system(loop);
-    Terminal terminal(loop, system.bundle());
+    Terminal terminal(loop, system.bundle(), system.explanations());
     AppDelegate controller(assemble(loop, system, terminal));
     TerminalView view(terminal, controller, controller, system.explanations(), system.bundle());
 

@@ -34,6 +34,10 @@ class MainWindowModel {
     /// for a viewer, 7 viewer connected. Observers hear of it before the entry actions run.
     virtual Observable<std::int32_t>& zelvoStatusProperty() = 0;
 
+    /// The application has decided to quit and only takes back what it set up: nothing is asked of
+    /// the user any more, and no action taken.
+    virtual Observable<bool>& isQuitting() = 0;
+
     /// Shows the sharing menu at the sender. Nothing without a link.
     virtual void shareLink(Button* sender) = 0;
     /// Puts the link on the pasteboard. Nothing without a link.

@@ -58,10 +58,13 @@ Value whileConnected() {
 
 Value title() {
     return [](const Source& source, Write write) {
-        return only(source.model.zelvoStatusProperty().bind(
-            [write = std::move(write), &bundle = source.bundle](std::int32_t status) {
-                write(QString::fromStdString(bundle.localizedString(statusTitleKey(status))));
-            }));
+        auto show = [write = std::move(write), source](const auto&) {
+            auto status = shownStatus(source.model);
+            write(QString::fromStdString(source.bundle.localizedString(statusTitleKey(status))));
+        };
+        auto list = only(source.model.zelvoStatusProperty().bind(show));
+        list.push_back(source.model.isQuitting().subscribe(show));
+        return list;
     };
 }
 
@@ -69,13 +72,14 @@ Value title() {
 Value explanation() {
     return [](const Source& source, Write write) {
         auto show = [write = std::move(write), source](const auto&) {
-            auto status = source.model.zelvoStatusProperty().value();
+            auto status = shownStatus(source.model);
             auto text = reasonFor(status, source.explanations);
             if (text.empty())
                 text = source.bundle.localizedString(statusExplanationKey(status));
             write(QString::fromStdString(text));
         };
         auto list = only(source.model.zelvoStatusProperty().bind(show));
+        list.push_back(source.model.isQuitting().subscribe(show));
         list.push_back(source.explanations.screenSharing().subscribe(show));
         list.push_back(source.explanations.router().subscribe(show));
         return list;

@@ -42,6 +42,8 @@ MainWindow::MainWindow(QWidget* content, const Surroundings& surroundings)
     connectControls();
     applyLook();
     subscriptions_ = bindControls(*this, model_, surroundings.explanations, bundle_);
+    subscriptions_.push_back(
+        model_.isQuitting().subscribe([this](bool quits) { setEnabled(!quits); }));
     reserveSpace();
     resize(minimumWidth(), centralWidget()->minimumHeight());
     content->installEventFilter(this);

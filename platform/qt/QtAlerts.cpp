@@ -9,7 +9,7 @@
 #include "platform/Bundle.h"
 #include "platform/MainQueue.h"
 #include "platform/qt/Images.h"
-#include "platform/qt/SessionSheet.h"
+#include "platform/qt/Sheets.h"
 
 namespace zelvo::platform {
 
@@ -19,8 +19,10 @@ constexpr int AlertIconSize = 48;
 
 }  // namespace
 
-QtAlerts::QtAlerts(MainQueue& mainQueue, const Bundle& bundle)
-    : mainQueue_(mainQueue), imageFolder_(QString::fromStdString(bundle.resourcePath())) {}
+QtAlerts::QtAlerts(MainQueue& mainQueue, const Bundle& bundle, Explanations& explanations)
+    : mainQueue_(mainQueue),
+      explanations_(explanations),
+      imageFolder_(QString::fromStdString(bundle.resourcePath())) {}
 
 QtAlerts::~QtAlerts() {
     setWindow(nullptr);
@@ -33,6 +35,8 @@ void QtAlerts::setWindow(QWidget* window) {
 }
 
 void QtAlerts::beginSheet(Alert alert, std::function<void(int response)> done) {
+    if (hasEnded_)
+        return;
     sheets_.push_back({std::move(alert), std::move(done)});
     if (sheets_.size() == 1)
         mainQueue_.async([this, weak = std::weak_ptr(alive_)] {
@@ -62,7 +66,10 @@ QMessageBox* QtAlerts::makeBox(const Alert& alert) {
     box->setWindowTitle(window_->windowTitle());
     box->setTextFormat(Qt::PlainText);
     box->setText(QString::fromStdString(alert.messageText));
-    box->setInformativeText(QString::fromStdString(alert.informativeText));
+    auto details = QString::fromStdString(alert.informativeText);
+    if (auto reason = reasonFor(alert, explanations_); !reason.empty())
+        details = QString::fromStdString(reason) + "\n\n" + details;
+    box->setInformativeText(details);
     box->setAccessibleName(box->text());
     box->setAccessibleDescription(box->informativeText());
     box->setIconPixmap(renderImage(imageFolder_, QString::fromStdString(alert.icon),
@@ -104,12 +111,7 @@ QMessageBox* QtAlerts::makeBox(const Alert& alert) {
 void QtAlerts::finish(int response) {
     auto sheet = std::move(sheets_.front());
     sheets_.pop_front();
-    if (box_) {
-        box_->disconnect();
-        box_->hide();
-        box_->deleteLater();
-        box_ = nullptr;
-    }
+    takeDown();
     if (!sheets_.empty())
         mainQueue_.async([this, weak = std::weak_ptr(alive_)] {
             if (weak.lock())
@@ -117,6 +119,22 @@ void QtAlerts::finish(int response) {
         });
     if (sheet.done)
         sheet.done(response);
+}
+
+// Later, since it may be the box itself that is being pressed.
+void QtAlerts::takeDown() {
+    if (!box_)
+        return;
+    box_->disconnect();
+    box_->hide();
+    box_->deleteLater();
+    box_ = nullptr;
+}
+
+void QtAlerts::end() {
+    hasEnded_ = true;
+    takeDown();
+    sheets_.clear();
 }
 
 bool QtAlerts::answer(const std::string& identifier, int response) {

@@ -14,13 +14,14 @@ class QWidget;
 namespace zelvo::platform {
 
 class Bundle;
+class Explanations;
 class MainQueue;
 
 /// Message boxes as sheets on the main window. Needs a QApplication.
 class QtAlerts final : public Alerts {
   public:
-    /// Both outlive this object.
-    QtAlerts(MainQueue& mainQueue, const Bundle& bundle);
+    /// All outlive this object.
+    QtAlerts(MainQueue& mainQueue, const Bundle& bundle, Explanations& explanations);
     ~QtAlerts() override;
     QtAlerts(const QtAlerts&) = delete;
     QtAlerts& operator=(const QtAlerts&) = delete;
@@ -30,6 +31,9 @@ class QtAlerts final : public Alerts {
     /// Gives the response of an alert, on the screen or still waiting, on the user's behalf. False
     /// when there is no such alert.
     bool answer(const std::string& identifier, int response);
+
+    /// Takes every sheet down unanswered and shows none any more: the application ends.
+    void end();
 
     /// The window below the sheets; null takes the present sheet down.
     void setWindow(QWidget* window);
@@ -43,12 +47,15 @@ class QtAlerts final : public Alerts {
     void showNext();
     QMessageBox* makeBox(const Alert& alert);
     void finish(int response);
+    void takeDown();
 
     MainQueue& mainQueue_;
+    Explanations& explanations_;
     QString imageFolder_;
     QWidget* window_ = nullptr;
     QPointer<QMessageBox> box_;
     std::deque<Sheet> sheets_;
+    bool hasEnded_ = false;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 

@@ -1,18 +1,19 @@
 #include "platform/qt/QtDesktop.h"
 
-#include <QCoreApplication>
+#include <QApplication>
 
 #include "platform/Bundle.h"
+#include "platform/MainWindowModel.h"
 #include "platform/qt/Redaction.h"
-#include "platform/qt/SessionSheet.h"
 #include "platform/qt/SharingServices.h"
+#include "platform/qt/Sheets.h"
 
 namespace zelvo::platform {
 
-QtDesktop::QtDesktop(QtMainLoop& loop, const Bundle& bundle,
+QtDesktop::QtDesktop(QtMainLoop& loop, const Bundle& bundle, Explanations& explanations,
                      std::function<std::vector<std::string>()> logLines)
     : translator_(bundle),
-      alerts(loop, bundle),
+      alerts(loop, bundle, explanations),
       sharingServicePicker(
           loop, bundle,
           [this](const auto& items) { return desktopSharingServices(items, workspace, window_); }),
@@ -31,13 +32,25 @@ void QtDesktop::prepareProcess() {
     QCoreApplication::setApplicationName("zelvo");
 }
 
-void QtDesktop::attach(QWidget& window, ApplicationDelegate& delegate) {
+void QtDesktop::attach(QWidget& window, MainWindowModel& model, ApplicationDelegate& delegate) {
     application.setDelegate(&delegate);
+    quitting_ = model.isQuitting().subscribe([this](bool quits) {
+        if (quits)
+            takeNoMoreRequests();
+    });
     setWindow(&window);
     QObject::connect(&window, &QObject::destroyed, &translator_, [this] {
         application.setDelegate(nullptr);
+        quitting_ = {};
         setWindow(nullptr);
     });
+}
+
+// An answer or a choice that is still open could make a link anew behind the quit's back.
+void QtDesktop::takeNoMoreRequests() {
+    alerts.end();
+    while (auto* menu = QApplication::activePopupWidget())
+        menu->close();
 }
 
 void QtDesktop::setWindow(QWidget* window) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/Observable.h"
 #include "platform/qt/BundleTranslator.h"
 #include "platform/qt/ColorScheme.h"
 #include "platform/qt/DesktopApplication.h"
@@ -14,19 +15,22 @@
 
 namespace zelvo::platform {
 
+class Explanations;
+class MainWindowModel;
+
 /// The services of the desktop, one of each, named as the members of Platform. Needs a QApplication
 /// that outlives it. Main thread only.
 class QtDesktop {
   public:
     /// All outlive this object. `logLines` gives the log's last lines.
-    QtDesktop(QtMainLoop& loop, const Bundle& bundle,
+    QtDesktop(QtMainLoop& loop, const Bundle& bundle, Explanations& explanations,
               std::function<std::vector<std::string>()> logLines);
 
     /// Settings of the process that have to stand before the QApplication is made.
     static void prepareProcess();
 
     /// Puts the services on the window, with the delegate behind it, until the window is destroyed.
-    void attach(QWidget& window, ApplicationDelegate& delegate);
+    void attach(QWidget& window, MainWindowModel& model, ApplicationDelegate& delegate);
 
   private:
     BundleTranslator translator_;
@@ -43,8 +47,10 @@ class QtDesktop {
 
   private:
     void setWindow(QWidget* window);
+    void takeNoMoreRequests();
 
     QWidget* window_ = nullptr;
+    Subscription quitting_;
     QuitSignals signals_;
 };
 

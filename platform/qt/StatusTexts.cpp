@@ -3,6 +3,7 @@
 #include <array>
 
 #include "platform/Explanations.h"
+#include "platform/MainWindowModel.h"
 
 namespace zelvo::platform {
 
@@ -35,6 +36,9 @@ constexpr std::array<Texts, LastStatus + 1> PerStatus{
     LinkReady,
     Texts{"Somebody is viewing your screen",
           "Press “Disconnect” to end the session. Your link stays valid until you quit Zelvo."},
+    Texts{"Quitting",
+          "Zelvo is taking your link back and leaving your computer as it was. This takes a few "
+          "seconds at most."},
 };
 
 const Texts& textsOf(std::int32_t status) {
@@ -43,6 +47,10 @@ const Texts& textsOf(std::int32_t status) {
 }
 
 }  // namespace
+
+std::int32_t shownStatus(MainWindowModel& model) {
+    return model.isQuitting().value() ? QuittingStatus : model.zelvoStatusProperty().value();
+}
 
 const char* statusTitleKey(std::int32_t status) {
     return textsOf(status).title;

@@ -6,8 +6,14 @@
 namespace zelvo::platform {
 
 class Explanations;
+class MainWindowModel;
 
-inline constexpr std::int32_t LastStatus = 7;
+/// Stands beside the statuses for the time after the decision to quit.
+inline constexpr std::int32_t QuittingStatus = 8;
+inline constexpr std::int32_t LastStatus = QuittingStatus;
+
+/// The model's status, or that it quits.
+std::int32_t shownStatus(MainWindowModel& model);
 
 /// Keys of the texts that tell the user what a status means and what to do next.
 const char* statusTitleKey(std::int32_t status);

@@ -1,6 +1,6 @@
 #include "platform/qt/Terminal.h"
 
-#include "platform/qt/SessionSheet.h"
+#include "platform/qt/Sheets.h"
 
 namespace zelvo::platform {
 
@@ -9,9 +9,10 @@ bool TerminalWorkspace::openUrl(const std::string& url) {
     return true;
 }
 
-Terminal::Terminal(MainQueue& mainQueue, const Bundle& bundle, int input, int output)
+Terminal::Terminal(MainQueue& mainQueue, const Bundle& bundle, Explanations& explanations,
+                   int input, int output)
     : console(input, output),
-      alerts(mainQueue, console, bundle),
+      alerts(mainQueue, console, bundle, explanations),
       workspace(console),
       signals_([this] { application.terminateFromOutside(); }) {
     application.setSessionAnswer(

@@ -9,14 +9,16 @@
 namespace zelvo::platform {
 
 class Bundle;
+class Explanations;
 class MainQueue;
 
 /// The desktop's services where there is none but a terminal, named as the members of Platform.
 /// Needs a QCoreApplication that outlives it. Main thread only.
 class Terminal {
   public:
-    /// Both outlive this object.
-    Terminal(MainQueue& mainQueue, const Bundle& bundle, int input = 0, int output = 1);
+    /// All outlive this object.
+    Terminal(MainQueue& mainQueue, const Bundle& bundle, Explanations& explanations, int input = 0,
+             int output = 1);
 
     Console console;
     QtApplication application;

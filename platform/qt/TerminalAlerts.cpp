@@ -7,7 +7,7 @@
 #include "platform/Bundle.h"
 #include "platform/MainQueue.h"
 #include "platform/qt/Console.h"
-#include "platform/qt/SessionSheet.h"
+#include "platform/qt/Sheets.h"
 
 namespace zelvo::platform {
 
@@ -34,8 +34,9 @@ std::string lettersFor(const std::vector<std::string>& titles) {
 
 }  // namespace
 
-TerminalAlerts::TerminalAlerts(MainQueue& mainQueue, Console& console, const Bundle& bundle)
-    : mainQueue_(mainQueue), console_(console), bundle_(bundle) {}
+TerminalAlerts::TerminalAlerts(MainQueue& mainQueue, Console& console, const Bundle& bundle,
+                               Explanations& explanations)
+    : mainQueue_(mainQueue), console_(console), bundle_(bundle), explanations_(explanations) {}
 
 void TerminalAlerts::later(void (TerminalAlerts::*what)()) {
     mainQueue_.async([this, what, weak = std::weak_ptr(alive_)] {
@@ -45,6 +46,8 @@ void TerminalAlerts::later(void (TerminalAlerts::*what)()) {
 }
 
 void TerminalAlerts::beginSheet(Alert alert, std::function<void(int response)> done) {
+    if (hasEnded_)
+        return;
     auto letters = lettersFor(alert.buttonTitles);
     questions_.push_back({std::move(alert), std::move(done), std::move(letters)});
     later(&TerminalAlerts::askNext);
@@ -59,6 +62,8 @@ void TerminalAlerts::askNext() {
     question.isAsked = true;
     console_.line("");
     console_.line(question.alert.messageText);
+    if (auto reason = reasonFor(question.alert, explanations_); !reason.empty())
+        console_.line(reason);
     console_.line(question.alert.informativeText);
     std::string choices;
     for (std::size_t i = 0; i < question.letters.size(); ++i)
@@ -92,6 +97,11 @@ bool TerminalAlerts::answer(const std::string& identifier, int response) {
         return false;
     finish(found, response);
     return true;
+}
+
+void TerminalAlerts::end() {
+    hasEnded_ = true;
+    questions_.clear();
 }
 
 // Quitting must not wait for an answer that can never come.

@@ -11,13 +11,15 @@ namespace zelvo::platform {
 
 class Bundle;
 class Console;
+class Explanations;
 class MainQueue;
 
 /// Sheets as questions in the terminal, their buttons as letters. Main thread only.
 class TerminalAlerts final : public Alerts {
   public:
     /// All outlive this object.
-    TerminalAlerts(MainQueue& mainQueue, Console& console, const Bundle& bundle);
+    TerminalAlerts(MainQueue& mainQueue, Console& console, const Bundle& bundle,
+                   Explanations& explanations);
 
     void beginSheet(Alert alert, std::function<void(int response)> done) override;
 
@@ -26,6 +28,8 @@ class TerminalAlerts final : public Alerts {
     /// Gives the response of an alert, asked or still waiting, on the user's behalf. False when
     /// there is no such alert.
     bool answer(const std::string& identifier, int response);
+    /// Drops every question unanswered and asks none any more: the application ends.
+    void end();
     /// Nobody can answer any more: a question about a session is answered with its first button.
     void inputEnded() { later(&TerminalAlerts::answerWithoutInput); }
 
@@ -46,7 +50,9 @@ class TerminalAlerts final : public Alerts {
     MainQueue& mainQueue_;
     Console& console_;
     const Bundle& bundle_;
+    Explanations& explanations_;
     std::deque<Question> questions_;
+    bool hasEnded_ = false;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 

@@ -25,17 +25,25 @@ constexpr const char* NormalColours = "\033[0m";
 TerminalView::TerminalView(Terminal& terminal, MainWindowModel& model,
                            ApplicationDelegate& delegate, Explanations& explanations,
                            const Bundle& bundle, int output)
-    : terminal_(terminal), model_(model), explanations_(explanations), rows_(model, output) {
+    : terminal_(terminal),
+      model_(model),
+      explanations_(explanations),
+      bundle_(bundle),
+      rows_(model, output) {
     terminal_.application.setDelegate(&delegate);
     subscriptions_.push_back(model.sharedLink().subscribe([this](const auto&) { linkChanged(); }));
     subscriptions_.push_back(model.readyToShare().subscribe([this](bool) { linkChanged(); }));
     subscriptions_.push_back(model.zelvoStatusProperty().subscribe([this](auto) { explain(); }));
+    subscriptions_.push_back(model.isQuitting().subscribe([this](bool quits) {
+        if (quits)
+            takeNoMoreRequests();
+    }));
     subscriptions_.push_back(explanations.screenSharing().subscribe([this](auto&) { explain(); }));
     subscriptions_.push_back(explanations.router().subscribe([this](auto&) { explain(); }));
     terminal_.console.listen([this](char key) { takeKey(key); }, [this] { inputEnded(); });
     if (terminal_.console.outputIsTerminal())
-        terminal_.console.line(
-            bundle.localizedString("Keys: q quit, d disconnect the viewer, c show the link again"));
+        terminal_.console.line(bundle_.localizedString(
+            "Keys: q quit, d disconnect the viewer, c show the link again"));
 }
 
 TerminalView::~TerminalView() {
@@ -44,7 +52,7 @@ TerminalView::~TerminalView() {
 }
 
 void TerminalView::takeKey(char key) {
-    if (terminal_.alerts.takeKey(key))
+    if (model_.isQuitting().value() || terminal_.alerts.takeKey(key))
         return;
     switch (key) {
         case 'q':
@@ -69,8 +77,14 @@ void TerminalView::inputEnded() {
     terminal_.alerts.inputEnded();
 }
 
+void TerminalView::takeNoMoreRequests() {
+    terminal_.alerts.end();
+    if (terminal_.console.outputIsTerminal())
+        terminal_.console.line(bundle_.localizedString(statusExplanationKey(QuittingStatus)));
+}
+
 void TerminalView::explain() {
-    auto reason = reasonFor(model_.zelvoStatusProperty().value(), explanations_);
+    auto reason = reasonFor(shownStatus(model_), explanations_);
     if (reason == shownReason_)
         return;
     shownReason_ = reason;

@@ -28,6 +28,7 @@ class TerminalView {
   private:
     void takeKey(char key);
     void inputEnded();
+    void takeNoMoreRequests();
     void explain();
     void linkChanged();
     void showQrCode();
@@ -35,6 +36,7 @@ class TerminalView {
     Terminal& terminal_;
     MainWindowModel& model_;
     Explanations& explanations_;
+    const Bundle& bundle_;
     RowPrinter rows_;
     std::string shownReason_;
     std::string shownLink_;

@@ -1,4 +1,5 @@
 #include <QClipboard>
+#include <QDialog>
 #include <QLineEdit>
 #include <QMenu>
 #include <QMimeData>
@@ -166,7 +167,7 @@ TEST_F(MainWindowTest, EveryMenuEntryHasItsAction) {
     find<QAction>("actionRouterHelp")->trigger();
     EXPECT_EQ(fake.workspace.opened.size(), 2u);
     find<QAction>("actionFeedback")->trigger();
-    EXPECT_EQ(fake.feedback.calls.back(), "feedback 0");
+    EXPECT_TRUE(window.findChild<QDialog*>("feedbackDialog"));
     find<QAction>("actionQuit")->trigger();
     EXPECT_TRUE(desktop.application.isTerminating());
 }

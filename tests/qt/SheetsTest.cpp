@@ -15,6 +15,7 @@ std::vector<std::string> titles(QMessageBox* box) {
 }
 
 TEST_F(SheetsTest, RouterErrorHelpsTriesAgainAndQuits) {
+    explanations.routing.set("It does not answer.");
     fake.router.refuseAll(platform::NatErrorNoRouter);
     launchToLink();
     auto* box = sheet();
@@ -23,7 +24,7 @@ TEST_F(SheetsTest, RouterErrorHelpsTriesAgainAndQuits) {
     EXPECT_EQ(property("portMappingIcon", "image"), "NSStatusUnavailable");
     EXPECT_TRUE(shown("portMappingButton"));
     EXPECT_EQ(box->text(), "Router Error");
-    EXPECT_EQ(box->informativeText(), "Router Error Description");
+    EXPECT_EQ(box->informativeText(), "It does not answer.\n\nRouter Error Description");
     EXPECT_EQ(box->windowModality(), Qt::WindowModal);
     EXPECT_EQ(titles(box), (std::vector<std::string>{"Try Again", "Quit"}));
     EXPECT_LT(box->findChild<QPushButton*>("alertButton0")->x(),
@@ -35,11 +36,13 @@ TEST_F(SheetsTest, RouterErrorHelpsTriesAgainAndQuits) {
     EXPECT_TRUE(box->isVisible());
     EXPECT_EQ(fake.router.requests.size(), 1u);
 
+    explanations.routing.set("");
     press(box, 0);
     fake.loop.settle();
     EXPECT_EQ(fake.router.requests.size(), 2u);
     box = sheet();
     ASSERT_TRUE(box);
+    EXPECT_EQ(box->informativeText(), "Router Error Description");
     press(box, 1);
     fake.loop.settle();
     EXPECT_TRUE(desktop.application.hasTerminated());
@@ -79,6 +82,27 @@ TEST_F(SheetsTest, ASessionIsEndedOrKept) {
     ASSERT_TRUE(sheet());
     std::raise(SIGTERM);
     ASSERT_TRUE(waitFor([&] { return !fake.authorization.tools.empty(); }));
+    fake.loop.settle();
+    EXPECT_TRUE(desktop.application.hasTerminated());
+}
+
+TEST_F(SheetsTest, NothingStartsAnewWhileQuittingCleansUp) {
+    launchToLink();
+    fake.peer.hold(true);
+    controller.setZelvoStatus(ZelvoStatusMappingFailed);
+    ASSERT_TRUE(sheet());
+    controller.shareLink(&window.shareButton());
+    desktop.application.terminate();
+    EXPECT_TRUE(noSheet());
+    EXPECT_FALSE(QApplication::activePopupWidget());
+    EXPECT_FALSE(window.isEnabled());
+    EXPECT_EQ(property("statusTitle", "text"), "Quitting");
+    controller.setZelvoStatus(ZelvoStatusMappingPort);
+    controller.setZelvoStatus(ZelvoStatusMappingFailed);
+    EXPECT_TRUE(noSheet());
+    EXPECT_EQ(fake.router.requests.size(), 1u);
+    EXPECT_FALSE(desktop.application.hasTerminated());
+    fake.peer.release();
     fake.loop.settle();
     EXPECT_TRUE(desktop.application.hasTerminated());
 }

@@ -4,13 +4,10 @@
 
 #include <csignal>
 
-#include "app/AppDelegate.h"
 #include "platform/qt/QrCode.h"
-#include "platform/qt/QtMainLoop.h"
-#include "platform/qt/Terminal.h"
 #include "platform/qt/TerminalView.h"
-#include "tests/qt/WindowFixture.h"
-#include "tests/support/FakePlatform.h"
+#include "tests/qt/FrontEndWorld.h"
+#include "tests/qt/Wait.h"
 
 namespace zelvo::test {
 namespace {
@@ -36,26 +33,19 @@ struct Pipe {
     int ends[2];
 };
 
-/// The real controller in the real terminal front end, on pipes.
-struct TerminalTest : testing::Test {
-    TerminalTest() {
-        fake.peer.answer("create.php", fake.propertyLists.encode(PropertyList::Dictionary{
-                                           {"StatusCode", 0}, {"link", "abc"}}));
-        fake.peer.answer("get.php", fake.propertyLists.encode(PropertyList::Dictionary{}));
-        fake.peer.answer("update.php", fake.propertyLists.encode(PropertyList::Dictionary{}));
-        fake.router.grantAll("203.0.113.7");
-    }
+struct Pipes {
+    Pipe input;
+    Pipe output;
+};
 
-    void launchToLink() {
-        fake.screenSharing(true);
-        controller.applicationDidFinishLaunching();
-        fake.loop.settle();
-    }
-    void connectViewer(bool connected) {
-        fake.sockets.connect(connected);
-        fake.processes.records = {{"screensharingd", 7}};
-        fake.loop.advance(std::chrono::seconds(3));
-    }
+/// The terminal on pipes.
+struct TerminalTest : testing::Test, Pipes, FrontEndWorld<platform::Terminal> {
+    TerminalTest()
+        : FrontEndWorld(nullptr, "abc", [this](TerminalTest::FrontEndWorld& world) {
+              return platform::Terminal(world.loop, world.bundle, world.explanations, input.ends[0],
+                                        output.ends[1]);
+          }) {}
+
     /// Types and gives everything a turn.
     void type(const std::string& keys) {
         input.write(keys + "\n");
@@ -70,39 +60,7 @@ struct TerminalTest : testing::Test {
         fake.loop.settle();
     }
 
-    FakePlatform fake;
-    Pipe input;
-    Pipe output;
-    GivenExplanations explanations;
-    platform::QtMainLoop loop;
-    platform::Terminal terminal{loop, fake.bundle, input.ends[0], output.ends[1]};
-    AppDelegate controller{{fake.loop,
-                            fake.loop,
-                            fake.log,
-                            fake.dynamicStore,
-                            fake.hardware,
-                            fake.services,
-                            fake.sockets,
-                            fake.processes,
-                            fake.processInfo,
-                            fake.inputSources,
-                            fake.random,
-                            fake.digest,
-                            fake.addresses,
-                            fake.propertyLists,
-                            fake.userDefaults,
-                            fake.bundle,
-                            fake.peer,
-                            "https://share.example",
-                            fake.router,
-                            terminal.application,
-                            terminal.alerts,
-                            terminal.windowSystem,
-                            terminal.sharingServicePicker,
-                            terminal.pasteboard,
-                            terminal.workspace,
-                            fake.authorization,
-                            terminal.feedback}};
+    platform::Terminal& terminal = frontEnd;
     platform::TerminalView view{terminal,     controller,  controller,
                                 explanations, fake.bundle, output.ends[1]};
 };
@@ -110,7 +68,10 @@ struct TerminalTest : testing::Test {
 TEST_F(TerminalTest, ShowsRowsAndTheLinkPlainlyAndQuits) {
     type("c");
     EXPECT_EQ(output.read(), "");
-    launchToLink();
+    launch();
+    fake.loop.advance(std::chrono::milliseconds(100));
+    fake.screenSharing(true);
+    fake.loop.settle();
     EXPECT_EQ(output.read(),
               "Port mapping: Applying Port Mapping...\n"
               "Port mapping: Port Mapping Successful.\n"
@@ -127,12 +88,21 @@ TEST_F(TerminalTest, ShowsRowsAndTheLinkPlainlyAndQuits) {
     EXPECT_EQ(fake.router.open, 0);
 }
 
+TEST_F(TerminalTest, RowsGoQuietWhenNobodyReads) {
+    platform::RowPrinter rows(controller, -1);
+    platform::RowPrinter refused(controller, output.ends[0]);
+    launchToLink();
+    EXPECT_EQ(controller.zelvoStatus(), ZelvoStatusWaitingForConnection);
+}
+
 TEST_F(TerminalTest, AsksByLettersAndHelps) {
     fake.bundle.strings["HELP_PAGE_ROUTER"] = "help/router.html";
     fake.router.refuseAll(platform::NatErrorNoRouter);
+    explanations.routing.set("It does not answer.");
     launchToLink();
     turn();
     EXPECT_NE(output.read().find("Router Error\n"
+                                 "It does not answer.\n"
                                  "Router Error Description\n"
                                  "[t] Try Again   [q] Quit   [?] Help\n"),
               std::string::npos);

@@ -7,14 +7,11 @@
 #include <QPushButton>
 #include <csignal>
 
-#include "app/AppDelegate.h"
 #include "app/KVView.h"
-#include "platform/Explanations.h"
 #include "platform/qt/MainWindow.h"
 #include "platform/qt/QtDesktop.h"
-#include "platform/qt/QtMainLoop.h"
+#include "tests/qt/FrontEndWorld.h"
 #include "tests/qt/Wait.h"
-#include "tests/support/FakePlatform.h"
 
 namespace zelvo::test {
 
@@ -22,42 +19,19 @@ struct ResourceBundle : FakeBundle {
     std::string resourcePath() const override { return ZELVO_RESOURCES; }
 };
 
-struct GivenExplanations final : platform::Explanations {
-    platform::Observable<std::string>& screenSharing() override { return sharing; }
-    platform::Observable<std::string>& router() override { return routing; }
-    platform::Observable<std::string> sharing;
-    platform::Observable<std::string> routing;
-};
-
-/// The real window and controller: the system below is the fake one, the desktop the real one.
-struct WindowWorld {
+/// The window on the desktop.
+struct WindowWorld : FrontEndWorld<platform::QtDesktop> {
     explicit WindowWorld(platform::Bundle& texts, const std::string& link = "AbC-d_1")
-        : bundle(texts) {
-        fake.peer.answer("create.php", fake.propertyLists.encode(PropertyList::Dictionary{
-                                           {"StatusCode", 0}, {"link", link}}));
-        fake.peer.answer("get.php", fake.propertyLists.encode(PropertyList::Dictionary{}));
-        fake.peer.answer("update.php", fake.propertyLists.encode(PropertyList::Dictionary{}));
-        fake.router.grantAll("203.0.113.7");
+        : FrontEndWorld(&texts, link, [](WindowWorld::FrontEndWorld& world) {
+              return platform::QtDesktop(world.loop, world.bundle, world.explanations,
+                                         [&world] { return world.fake.log.lines; });
+          }) {
         controller.setWindow(&window);
         controller.setShareButton(&window.shareButton());
         controller.setContainerView(content);
-        desktop.attach(window, controller);
+        desktop.attach(window, controller, controller);
         window.show();
         window.activateWindow();
-    }
-
-    void launch() { controller.applicationDidFinishLaunching(); }
-    void launchToLink() {
-        fake.screenSharing(true);
-        launch();
-        fake.loop.settle();
-    }
-    void connectViewer(bool connected) {
-        fake.sockets.connect(connected);
-        fake.processes.records.clear();
-        if (connected)
-            fake.processes.records.push_back({"screensharingd", 7});
-        fake.loop.advance(std::chrono::seconds(3));
     }
 
     /// The sheet that is up, once there is one.
@@ -75,38 +49,7 @@ struct WindowWorld {
         box->findChild<QPushButton*>(QString("alertButton%1").arg(button))->click();
     }
 
-    FakePlatform fake;
-    platform::Bundle& bundle;
-    GivenExplanations explanations;
-    platform::QtMainLoop loop;
-    platform::QtDesktop desktop{loop, bundle, [this] { return fake.log.lines; }};
-    AppDelegate controller{{fake.loop,
-                            fake.loop,
-                            fake.log,
-                            fake.dynamicStore,
-                            fake.hardware,
-                            fake.services,
-                            fake.sockets,
-                            fake.processes,
-                            fake.processInfo,
-                            fake.inputSources,
-                            fake.random,
-                            fake.digest,
-                            fake.addresses,
-                            fake.propertyLists,
-                            fake.userDefaults,
-                            bundle,
-                            fake.peer,
-                            "https://share.example",
-                            fake.router,
-                            desktop.application,
-                            desktop.alerts,
-                            desktop.windowSystem,
-                            desktop.sharingServicePicker,
-                            desktop.pasteboard,
-                            fake.workspace,
-                            fake.authorization,
-                            fake.feedback}};
+    platform::QtDesktop& desktop = frontEnd;
     KVView* content = new KVView;
     platform::MainWindow window{
         content, {controller, controller, explanations, desktop.application, bundle, loop}};
