@@ -2,7 +2,6 @@
 
 import os
 import plistlib
-import queue
 import re
 import shutil
 import signal
@@ -36,40 +35,49 @@ def enter_own_network():
 class Program:
     """A child in a session of its own, whose output is read line by line."""
 
-    def __init__(self, command, env=None, log=None):
+    def __init__(self, command, env=None, log=None, prefix=()):
         self.name = os.path.basename(command[0])
         self.lines = []
-        self._queue = queue.Queue()
         self._seen = 0
+        self._ended = False
+        self._news = threading.Condition()
         self.process = subprocess.Popen(
-            command, env=env, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+            [*prefix, *command], env=env, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
             stderr=log or sys.stderr, text=True, start_new_session=True)
         threading.Thread(target=self._read, daemon=True).start()
 
     def _read(self):
         for line in self.process.stdout:
-            self._queue.put(line.rstrip("\n"))
-        self._queue.put(None)
+            print(f"{self.name}: {line}", end="", flush=True)
+            with self._news:
+                self.lines.append(line.rstrip("\n"))
+                self._news.notify()
+        with self._news:
+            self._ended = True
+            self._news.notify()
 
     def wait_for(self, pattern, seconds=20):
         """The first line, after those already waited for, that matches; fails loudly otherwise."""
         end = time.monotonic() + seconds
-        while True:
-            while self._seen < len(self.lines):
-                line = self.lines[self._seen]
-                self._seen += 1
-                match = re.search(pattern, line)
-                if match:
-                    return match
-            try:
-                line = self._queue.get(timeout=max(0.0, end - time.monotonic()))
-            except queue.Empty:
-                line = None
-            if line is None:
-                raise AssertionError(
-                    f"{self.name} never printed {pattern!r}; it printed {self.lines!r}")
-            print(f"{self.name}: {line}", flush=True)
-            self.lines.append(line)
+        with self._news:
+            while True:
+                while self._seen < len(self.lines):
+                    match = re.search(pattern, self.lines[self._seen])
+                    self._seen += 1
+                    if match:
+                        return match
+                left = end - time.monotonic()
+                if self._ended or left <= 0:
+                    raise AssertionError(
+                        f"{self.name} never printed {pattern!r}; it printed {self.lines!r}")
+                self._news.wait(left)
+
+    def row(self, label):
+        """What the row shows now; it has then been waited for."""
+        with self._news:
+            self._seen = len(self.lines)
+            shown = [line for line in self.lines if line.startswith(label + ": ")]
+            return shown[-1][len(label) + 2:] if shown else None
 
     def send(self, number):
         self.process.send_signal(number)
@@ -112,8 +120,9 @@ class Stage:
     def path(self, name):
         return os.path.join(self.folder, name)
 
-    def start(self, command, env=None):
-        program = Program(command, env or dict(os.environ), self.log)
+    def start(self, command, env=None, prefix=()):
+        """The prefix is a program that becomes the command."""
+        program = Program(command, env or dict(os.environ), self.log, prefix)
         self.programs.append(program)
         return program
 
