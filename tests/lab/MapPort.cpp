@@ -13,7 +13,7 @@
 #include <iostream>
 
 #include "platform/linux/nat/RouterPortMapping.h"
-#include "tests/nat/WaitingQueue.h"
+#include "tests/support/WaitingQueue.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include "platform/linux/SystemAuthorization.h"
 #include "platform/linux/SystemLog.h"
 #include "platform/linux/Users.h"
-#include "tests/linux/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 using namespace zelvo::platform;
 using zelvo::test::TemporaryFolder;

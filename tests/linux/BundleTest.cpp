@@ -2,7 +2,7 @@
 
 #include "platform/linux/InstalledBundle.h"
 #include "platform/linux/PlistReader.h"
-#include "tests/linux/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 using namespace zelvo::platform;
 using zelvo::test::TemporaryFolder;

@@ -13,7 +13,7 @@
 #include <thread>
 
 #include "platform/FileDescriptor.h"
-#include "tests/linux/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <httplib.h>
 

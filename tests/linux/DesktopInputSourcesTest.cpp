@@ -15,8 +15,8 @@
 #include "platform/linux/ProgramOutput.h"
 #include "snapshot/HotCorners.h"
 #include "snapshot/SymbolicHotKeys.h"
-#include "tests/linux/ChildProcess.h"
-#include "tests/linux/TemporaryFolder.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/FakePlatform.h"
 
 using namespace zelvo;

@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 
 #include "platform/linux/PlistReader.h"
-#include "tests/linux/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/ManualLoop.h"
 
 using namespace zelvo::platform;

@@ -10,7 +10,7 @@
 #include "platform/linux/ProcProcessTable.h"
 #include "platform/linux/SysfsHardwareRegistry.h"
 #include "platform/linux/SystemRandom.h"
-#include "tests/linux/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 using namespace zelvo::platform;
 using zelvo::test::bytes;

@@ -13,7 +13,7 @@
 
 #include "tests/linux/FakeHostnamed.h"
 #include "tests/linux/PrivateBus.h"
-#include "tests/linux/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/ManualLoop.h"
 
 using namespace zelvo::platform;

@@ -8,8 +8,8 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "tests/linux/Mutations.h"
-#include "tests/linux/TemporaryFolder.h"
+#include "tests/support/Mutations.h"
+#include "tests/support/TemporaryFolder.h"
 
 using namespace zelvo::platform;
 using zelvo::test::bytes;

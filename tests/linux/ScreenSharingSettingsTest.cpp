@@ -13,7 +13,7 @@
 #include "platform/FileDescriptor.h"
 #include "platform/linux/PlistReader.h"
 #include "platform/linux/ScreenSharingExplanation.h"
-#include "tests/linux/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/FakeHost.h"
 #include "tests/support/ManualLoop.h"
 

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/linux/Mutations.h"
-#include "tests/linux/TemporaryFolder.h"
+#include "tests/support/Mutations.h"
+#include "tests/support/TemporaryFolder.h"
 
 using namespace zelvo::platform;
 using zelvo::test::bytes;

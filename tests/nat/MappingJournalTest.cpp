@@ -1,27 +1,21 @@
 #include "platform/linux/nat/MappingJournal.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <fstream>
 
 #include "platform/linux/nat/ExternalAddress.h"
 #include "platform/linux/nat/HttpResponseReader.h"
 #include "platform/linux/nat/RouterAnnouncements.h"
-#include "tests/nat/RecordingLog.h"
+#include "tests/support/RecordingLog.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace zelvo::test {
 
 using namespace platform;
-namespace fs = std::filesystem;
 
 namespace {
 
 class MappingJournalTest : public testing::Test {
   protected:
-    ~MappingJournalTest() override { fs::remove_all(folder); }
-
     static MappingRecord record(const std::string& protocol) {
         MappingRecord record;
         record.protocol = protocol;
@@ -34,32 +28,31 @@ class MappingJournalTest : public testing::Test {
         return record;
     }
     std::size_t files() const {
-        return static_cast<std::size_t>(
-            std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
+        const auto entries = std::filesystem::directory_iterator(folder.path());
+        return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
     }
 
     RecordingLog log;
-    fs::path folder = fs::temp_directory_path() / ("zelvo-journal-" + std::to_string(getpid()));
+    TemporaryFolder folder;
 };
 
 }  // namespace
 
 TEST_F(MappingJournalTest, NextStartTakesOverWhatTheDeadHaveLeftAndNothingElse) {
-    auto crashed = std::make_unique<MappingJournal>(folder, log);
+    auto crashed = std::make_unique<MappingJournal>(folder.path(), log);
     crashed->remove(crashed->add(record("NAT-PMP")));
     EXPECT_EQ(files(), 0u) << "nothing mapped, nothing kept";
     crashed->add(record("PCP"));
     crashed->add(record("UPnP"));
     {
-        const MappingJournal meanwhile(folder, log);
+        const MappingJournal meanwhile(folder.path(), log);
         EXPECT_TRUE(meanwhile.records().empty()) << "its owner lives";
     }
     crashed.reset();
-    std::ofstream(folder / "port-mappings.damaged")
-        << "PCP 1.2.3.4\n\n\xff\xfe" << record("PCP").text();
-    std::ofstream(folder / "other") << record("PCP").text() << "\n";
+    folder.write("port-mappings.damaged", "PCP 1.2.3.4\n\n\xff\xfe" + record("PCP").text());
+    folder.write("other", record("PCP").text() + "\n");
 
-    MappingJournal next(folder, log);
+    MappingJournal next(folder.path(), log);
     ASSERT_EQ(next.records().size(), 2u);
     const MappingRecord& found = next.records().begin()->second;
     EXPECT_EQ(found.protocol, "PCP");
@@ -68,11 +61,9 @@ TEST_F(MappingJournalTest, NextStartTakesOverWhatTheDeadHaveLeftAndNothingElse) 
     EXPECT_EQ(found.nonces.udp[11], 0xfe);
     EXPECT_TRUE(found.tcp && !found.udp);
     EXPECT_EQ(files(), 2u) << "taken over into a file of its own, besides the stranger";
-}
 
-TEST_F(MappingJournalTest, UnusableFolderIsOneLineInTheLog) {
-    std::ofstream(folder) << "a file";
-    MappingJournal journal(folder / "zelvo", log);
+    // A folder that cannot be used is one line in the log.
+    MappingJournal journal(folder / "other/zelvo", log);
     journal.remove(journal.add(record("PCP")));
     EXPECT_EQ(log.lines.size(), 1u);
 }

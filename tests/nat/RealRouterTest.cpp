@@ -3,10 +3,10 @@
 
 #include <chrono>
 #include <cstdio>
-#include <filesystem>
 #include <thread>
 
-#include "tests/nat/ChildProcess.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace zelvo::test {
 
@@ -49,14 +49,12 @@ class RealRouterTest : public testing::TestWithParam<std::string> {
         up = true;
         startDaemon();
         output(lab("only") + " " + GetParam());
-        state = std::filesystem::temp_directory_path() / prefix;
     }
     void TearDown() override {
         client.reset();
         daemon.reset();
         if (up) {
             output(lab("down"));
-            std::filesystem::remove_all(state);
         }
     }
 
@@ -64,24 +62,25 @@ class RealRouterTest : public testing::TestWithParam<std::string> {
         return ZELVO_NAMESPACES " " + action + " " + prefix;
     }
     void startDaemon() {
-        daemon = std::make_unique<ChildProcess>(
-            std::vector<std::string>{ZELVO_NAMESPACES, "daemon", prefix, "http_port=5000"});
+        daemon = std::make_unique<ChildProcess>("exec " + lab("daemon") + " http_port=5000");
         EXPECT_TRUE(wait([this] {
             const auto sockets = output("ip netns exec " + prefix + "-router ss -lnutH");
             return sockets.find(":5351") != std::string::npos &&
                    sockets.find(":5000") != std::string::npos;
         }));
     }
-    void loseRules() {
-        daemon.reset();
-        for (const char* chain : {"miniupnpd", "prerouting_miniupnpd", "postrouting_miniupnpd"}) {
-            output("ip netns exec " + prefix + "-router nft flush chain inet filter " + chain);
-        }
+    /// Maps a port of the host, and waits until the router forwards it.
+    void startClient(const std::string& external) {
+        client = std::make_unique<ChildProcess>("exec ip netns exec " + prefix + "-host " +
+                                                ZELVO_MAP_PORT + " 5900 " + external + " " +
+                                                GetParam() + " " + state.path());
+        const std::string line = client->readLine();
+        EXPECT_TRUE(line.starts_with("Mapped 44.128.7.1:" + external + " after ")) << line;
+        EXPECT_TRUE(forwards("dport " + external + " dnat ip to 192.168.77.20:5900"));
     }
-    void startClient(const std::string& internal, const std::string& external) {
-        client = std::make_unique<ChildProcess>(
-            std::vector<std::string>{"ip", "netns", "exec", prefix + "-host", ZELVO_MAP_PORT,
-                                     internal, external, GetParam(), state.string()});
+    /// Both transports.
+    bool forwards(const std::string& rule) const {
+        return wait([&] { return count(rules(), rule) == 2; });
     }
     std::string rules() const { return output(lab("rules")); }
 
@@ -99,64 +98,44 @@ class RealRouterTest : public testing::TestWithParam<std::string> {
 
     bool up = false;
     std::string prefix = "zn" + std::to_string(getpid());
-    std::filesystem::path state;
+    TemporaryFolder state;
     std::unique_ptr<ChildProcess> daemon;
     std::unique_ptr<ChildProcess> client;
 };
 
 }  // namespace
 
-TEST_P(RealRouterTest, MapsBothTransportsAndLeavesNothingBehind) {
-    startClient("5900", "23456");
-    const std::string line = client->readLine();
-    EXPECT_EQ(line.rfind("Mapped 44.128.7.1:23456 after ", 0), 0u) << line;
-    EXPECT_TRUE(wait([this] {
-        return count(rules(), "dport 23456 dnat ip to 192.168.77.20:5900") == 2;
-    })) << rules();
-    EXPECT_EQ(client->terminate(), 0);
-    EXPECT_EQ(rules(), "");
-    EXPECT_TRUE(std::filesystem::is_empty(state));
-}
-
-TEST_P(RealRouterTest, NextStartWithdrawsWhatACrashLeft) {
-    startClient("5900", "23456");
-    ASSERT_NE(client->readLine(), "");
-    ASSERT_TRUE(wait([this] { return count(rules(), "23456") == 2; }));
-    client.reset();
-    EXPECT_EQ(count(rules(), "23456"), 2u);
-    startClient("5900", "30000");
-    ASSERT_NE(client->readLine(), "");
-    EXPECT_TRUE(wait([this] {
-        return count(rules(), "dport 23456") == 0 && count(rules(), "dport 30000") == 2;
-    })) << rules();
-    EXPECT_EQ(client->terminate(), 0);
-    EXPECT_EQ(rules(), "");
-}
-
-TEST_P(RealRouterTest, MappingComesBackAfterTheRouterHasLostIt) {
-    startClient("5900", "23456");
-    ASSERT_NE(client->readLine(), "");
-    ASSERT_TRUE(wait([this] { return count(rules(), "23456") == 2; }));
-    loseRules();
+TEST_P(RealRouterTest, MappingSurvivesChangesAndLeavesNothingBehind) {
+    startClient("23456");
+    // The router loses its rules.
+    daemon.reset();
+    for (const char* chain : {"miniupnpd", "prerouting_miniupnpd", "postrouting_miniupnpd"}) {
+        output("ip netns exec " + prefix + "-router nft flush chain inet filter " + chain);
+    }
     ASSERT_EQ(rules(), "");
     startDaemon();
-    EXPECT_TRUE(wait([this] { return count(rules(), "dport 23456") == 2; })) << rules();
-    EXPECT_EQ(client->terminate(), 0);
-    EXPECT_EQ(rules(), "");
-}
+    EXPECT_TRUE(forwards("dport 23456")) << rules();
 
-TEST_P(RealRouterTest, MappingFollowsTheHostsAddress) {
-    startClient("5900", "23456");
-    ASSERT_NE(client->readLine(), "");
+    // The host gets another address.
     const std::string ip = "ip -n " + prefix + "-host ";
     output(ip + "addr add 192.168.77.21/24 dev eth0");
     output(ip + "route replace default via 192.168.77.1 src 192.168.77.21");
     output(ip + "addr del 192.168.77.20/24 dev eth0");
     output(ip + "addr replace 192.168.77.21/24 dev eth0");
     output(ip + "route replace default via 192.168.77.1");
-    EXPECT_TRUE(wait([this] { return count(rules(), "dnat ip to 192.168.77.21:5900") == 2; }))
-        << rules();
-    EXPECT_EQ(client->terminate(), 0);
+    EXPECT_TRUE(forwards("dnat ip to 192.168.77.21:5900")) << rules();
+    EXPECT_EQ(client->end(), 0);
+}
+
+TEST_P(RealRouterTest, NextStartWithdrawsWhatACrashLeft) {
+    startClient("23456");
+    client.reset();
+    EXPECT_EQ(count(rules(), "23456"), 2u);
+    startClient("30000");
+    EXPECT_TRUE(wait([this] { return count(rules(), "dport 23456") == 0; })) << rules();
+    EXPECT_EQ(client->end(), 0);
+    EXPECT_EQ(rules(), "");
+    EXPECT_TRUE(std::filesystem::is_empty(state.path()));
 }
 
 INSTANTIATE_TEST_SUITE_P(Protocols, RealRouterTest, testing::Values("pcp", "nat-pmp", "upnp"),

@@ -3,28 +3,13 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-#include <fstream>
-
-#include "Workshop.h"
 #include "service/SharingFields.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace zelvo::service {
 namespace {
 
 using Outcome = LinkStore::Outcome;
-
-/// Somebody else's hands on the database.
-class Intruder {
-  public:
-    explicit Intruder(const std::string& file) { sqlite3_open(file.c_str(), &database_); }
-    ~Intruder() { sqlite3_close(database_); }
-    void run(const char* sql) {
-        EXPECT_EQ(sqlite3_exec(database_, sql, nullptr, nullptr, nullptr), SQLITE_OK) << sql;
-    }
-
-  private:
-    sqlite3* database_ = nullptr;
-};
 
 class LinkStoreTest : public testing::Test {
   protected:
@@ -37,8 +22,16 @@ class LinkStoreTest : public testing::Test {
         return LinkStore::open(file, error);
     }
 
-    Workshop workshop;
-    std::string file = workshop.path("links.db");
+    /// Somebody else's hands on the database, until they are destroyed.
+    std::shared_ptr<sqlite3> intrude(const char* sql) const {
+        sqlite3* database = nullptr;
+        sqlite3_open(file.c_str(), &database);
+        EXPECT_EQ(sqlite3_exec(database, sql, nullptr, nullptr, nullptr), SQLITE_OK) << sql;
+        return {database, sqlite3_close};
+    }
+
+    test::TemporaryFolder folder;
+    std::string file = folder / "links.db";
     std::string error;
     LinkStore::Registration registration;
 };
@@ -50,21 +43,21 @@ TEST_F(LinkStoreTest, SaysWhyADatabaseCannotBeUsed) {
             ASSERT_EQ(store->insert("link" + std::to_string(i), registration), Outcome::Done);
     }
     ASSERT_TRUE(open());
-    Intruder(file).run("PRAGMA user_version = 9");
+    intrude("PRAGMA user_version = 9");
     EXPECT_FALSE(open());
     EXPECT_EQ(error, "written by another version of this service");
-    Intruder(file).run("PRAGMA user_version = 1");
+    intrude("PRAGMA user_version = 1");
     ASSERT_TRUE(open());
 
     std::fstream(file, std::ios::in | std::ios::out).seekp(4096) << std::string(4096, '?');
     EXPECT_FALSE(open());
     EXPECT_NE(error, "");
-    std::ofstream(file) << std::string(5000, '?');
+    folder.write("links.db", std::string(5000, '?'));
     EXPECT_FALSE(open());
     EXPECT_EQ(error, "file is not a database");
 
     std::filesystem::remove(file);
-    Intruder(file).run("CREATE TABLE letters (text)");
+    intrude("CREATE TABLE letters (text)");
     auto before = std::filesystem::file_size(file);
     EXPECT_FALSE(open());
     EXPECT_EQ(error, "not a database of this service");
@@ -74,12 +67,11 @@ TEST_F(LinkStoreTest, SaysWhyADatabaseCannotBeUsed) {
 TEST_F(LinkStoreTest, ALockedDatabaseFailsAndRecovers) {
     auto store = open();
     ASSERT_EQ(store->insert("a", registration), Outcome::Done);
-    Intruder intruder(file);
-    intruder.run("BEGIN IMMEDIATE");
+    auto intruder = intrude("BEGIN IMMEDIATE");
     EXPECT_EQ(store->insert("b", registration), Outcome::Failed);
     EXPECT_FALSE(open());
     EXPECT_EQ(error, "database is locked");
-    intruder.run("ROLLBACK");
+    intruder.reset();
     EXPECT_EQ(store->find("b", registration), Outcome::Unknown);
     EXPECT_EQ(store->insert("b", registration), Outcome::Done);
     EXPECT_EQ(store->insert("b", registration), Outcome::Failed);

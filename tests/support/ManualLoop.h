@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/Log.h"
 #include "platform/MainQueue.h"
 #include "platform/RunLoop.h"
+#include "tests/support/RecordingLog.h"
 
 namespace zelvo::test {
 
@@ -66,16 +66,6 @@ class ManualLoop : public platform::MainQueue, public platform::RunLoop {
     std::deque<std::function<void()>> queue_;
     std::map<std::uint64_t, Due> due_;
     std::map<std::uint64_t, FakeTimer*> timers_;
-};
-
-/// Keeps every line.
-class RecordingLog : public platform::Log {
-  public:
-    void line(std::string_view text) override { lines.emplace_back(text); }
-    void standardError(std::string_view text) override { errors.emplace_back(text); }
-
-    std::vector<std::string> lines;
-    std::vector<std::string> errors;
 };
 
 }  // namespace zelvo::test

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <mutex>
 
 #include "platform/MainQueue.h"
@@ -14,10 +15,19 @@ class WaitingQueue : public platform::MainQueue {
   public:
     void async(std::function<void()> job) override {
         const std::lock_guard lock(mutex_);
-        jobs_.push_back(std::move(job));
+        if (open_)
+            jobs_.push_back(std::move(job));
         changed_.notify_all();
     }
-    bool isOpen() const override { return true; }
+    bool isOpen() const override {
+        const std::lock_guard lock(mutex_);
+        return open_;
+    }
+    void close() {
+        const std::lock_guard lock(mutex_);
+        open_ = false;
+        jobs_.clear();
+    }
 
     /// Runs jobs until the condition holds; false when the time is up. The condition is looked at
     /// after each job, and once in each `pause`.
@@ -28,17 +38,15 @@ class WaitingQueue : public platform::MainQueue {
         while (!condition()) {
             const auto now = std::chrono::steady_clock::now();
             std::unique_lock lock(mutex_);
-            if (!changed_.wait_until(lock, std::min(end, now + pause),
-                                     [this] { return !jobs_.empty(); })) {
-                if (std::chrono::steady_clock::now() >= end) {
-                    return false;
-                }
-                continue;
+            if (changed_.wait_until(lock, std::min(end, now + pause),
+                                    [this] { return !jobs_.empty(); })) {
+                const auto job = std::move(jobs_.front());
+                jobs_.pop_front();
+                lock.unlock();
+                job();
+            } else if (std::chrono::steady_clock::now() >= end) {
+                return false;
             }
-            const auto job = std::move(jobs_.front());
-            jobs_.pop_front();
-            lock.unlock();
-            job();
         }
         return true;
     }
@@ -48,9 +56,10 @@ class WaitingQueue : public platform::MainQueue {
     }
 
   private:
-    std::mutex mutex_;
+    mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::deque<std::function<void()>> jobs_;
+    bool open_ = true;
 };
 
 }  // namespace zelvo::test

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -8,26 +9,25 @@
 
 namespace zelvo::test {
 
+/// Keeps every line.
 class RecordingLog : public platform::Log {
   public:
     void line(std::string_view text) override {
         const std::lock_guard lock(mutex_);
         lines.emplace_back(text);
     }
-    void standardError(std::string_view) override {}
+    void standardError(std::string_view text) override { errors.emplace_back(text); }
 
-    /// For use while workers still write.
-    bool has(const std::string& part) {
+    /// Whether a line holds the text. For use also while workers still write.
+    bool has(std::string_view part) {
         const std::lock_guard lock(mutex_);
-        for (const std::string& line : lines) {
-            if (line.find(part) != std::string::npos) {
-                return true;
-            }
-        }
-        return false;
+        return std::any_of(lines.begin(), lines.end(), [part](const std::string& line) {
+            return line.find(part) != std::string::npos;
+        });
     }
 
     std::vector<std::string> lines;
+    std::vector<std::string> errors;
 
   private:
     std::mutex mutex_;
