@@ -52,6 +52,14 @@ Platform assemble(QtMainLoop& loop, LinuxPlatform& system, FrontEnd& frontEnd) {
             .feedback = frontEnd.feedback};
 }
 
+// A quit ends the server itself, and has its own way down.
+void watchTheServer(LinuxPlatform& system, AppDelegate& controller) {
+    system.whenScreenSharingEnds([&controller] {
+        if (!controller.isQuitting().value())
+            controller.applicationDidBecomeActive();
+    });
+}
+
 int runInWindow(int& argc, char** argv) {
     QtDesktop::prepareProcess();
     QApplication application(argc, argv);
@@ -70,6 +78,7 @@ int runInWindow(int& argc, char** argv) {
     controller.setContainerView(content);
     desktop.attach(window, controller, controller);
 
+    watchTheServer(system, controller);
     window.show();
     loop.async([&] { controller.applicationDidFinishLaunching(); });
     return loop.run();
@@ -83,6 +92,7 @@ int runInTerminal(int& argc, char** argv) {
     AppDelegate controller(assemble(loop, system, terminal));
     TerminalView view(terminal, controller, controller, system.explanations(), system.bundle());
 
+    watchTheServer(system, controller);
     loop.async([&] { controller.applicationDidFinishLaunching(); });
     return loop.run();
 }

@@ -19,6 +19,7 @@
 #include "platform/linux/RouterExplanation.h"
 #include "platform/linux/ScreenSharingExplanation.h"
 #include "platform/linux/ScreenSharingSettings.h"
+#include "platform/linux/ServerEndWatch.h"
 #include "platform/linux/SysfsHardwareRegistry.h"
 #include "platform/linux/SystemAuthorization.h"
 #include "platform/linux/SystemLog.h"
@@ -67,7 +68,11 @@ struct LinuxPlatform::Services {
 
     ScreenSharingExplanation screenSharing{mainQueue, bundle,
                                            environment.systemRoot + "/run/reason"};
-    ScreenSharingSettings settings{propertyLists, services, [this] { screenSharing.update(); }};
+    ServerEndWatch serverEnd;
+    ScreenSharingSettings settings{propertyLists,
+                                   services,
+                                   {.asked = [this] { screenSharing.update(); },
+                                    .listens = [this](pid_t server) { serverEnd.watch(server); }}};
     RouterExplanation router{bundle, log};
     LinuxExplanations explanations{screenSharing.text(), router.text()};
 
@@ -154,6 +159,10 @@ NatPortMapping& LinuxPlatform::natPortMapping() {
 
 Authorization& LinuxPlatform::authorization() {
     return services_->authorization;
+}
+
+void LinuxPlatform::whenScreenSharingEnds(std::function<void()> callback) {
+    services_->serverEnd.ended = std::move(callback);
 }
 
 Explanations& LinuxPlatform::explanations() {

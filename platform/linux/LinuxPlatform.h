@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -67,6 +68,10 @@ class LinuxPlatform {
     Authorization& authorization();
 
     Explanations& explanations();
+
+    /// `callback` is called soon after the server that Screen Sharing was found on by has ended, be
+    /// it that nothing follows it, that it was started anew, or that another takes its place.
+    void whenScreenSharingEnds(std::function<void()> callback);
 
   private:
     struct Services;

@@ -11,6 +11,7 @@
 #include <csignal>
 
 #include "platform/FileDescriptor.h"
+#include "platform/linux/ProcessDescriptor.h"
 
 namespace zelvo::platform {
 
@@ -67,6 +68,18 @@ std::optional<std::string> readToEnd(int file, Clock::time_point end) {
     }
 }
 
+/// A program that has closed its output may still run.
+bool endsBy(pid_t child, Clock::time_point end) {
+    auto process = processDescriptor(child);
+    for (;;) {
+        auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+        pollfd waiting{process.get(), POLLIN, 0};
+        auto ready = ::poll(&waiting, 1, left <= 0 ? 0 : static_cast<int>(left));
+        if (ready >= 0 || errno != EINTR)
+            return ready > 0;
+    }
+}
+
 }  // namespace
 
 std::optional<std::string> programOutput(const std::vector<std::string>& arguments,
@@ -80,8 +93,9 @@ std::optional<std::string> programOutput(const std::vector<std::string>& argumen
     if (child < 0)
         return std::nullopt;
     writing.reset();
-    auto output = readToEnd(reading.get(), Clock::now() + limit);
-    if (!output)
+    const auto end = Clock::now() + limit;
+    auto output = readToEnd(reading.get(), end);
+    if (!output || !endsBy(child, end))
         ::kill(child, SIGKILL);
     int status = 0;
     while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {

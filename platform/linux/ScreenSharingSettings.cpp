@@ -26,9 +26,8 @@ std::optional<std::int64_t> integerAt(const PropertyList::Dictionary& settings, 
 }  // namespace
 
 ScreenSharingSettings::ScreenSharingSettings(const PropertyListReader& files,
-                                             const ServicesDatabase& services,
-                                             std::function<void()> asked)
-    : files_(files), services_(services), asked_(std::move(asked)) {}
+                                             const ServicesDatabase& services, Options options)
+    : files_(files), services_(services), options_(std::move(options)) {}
 
 PropertyListResult ScreenSharingSettings::parse(std::span<const std::byte> bytes) const {
     return files_.parse(bytes);
@@ -50,8 +49,7 @@ std::optional<PropertyList::Dictionary> ScreenSharingSettings::dictionaryWithCon
             !serverListens(*dictionary))
             dictionary->erase(setting);
     }
-    if (asked_)
-        asked_();
+    options_.asked();
     return dictionary;
 }
 
@@ -60,7 +58,10 @@ bool ScreenSharingSettings::serverListens(const PropertyList::Dictionary& settin
     if (!pid || *pid <= 0 || *pid > std::numeric_limits<pid_t>::max())
         return false;
     ServerProcess server(static_cast<pid_t>(*pid), integerAt(settings, "ScreenSharingServerStart"));
-    return server.listensOn(services_.tcpPort("vnc-server").value_or(standardVncPort));
+    if (!server.listensOn(services_.tcpPort("vnc-server").value_or(standardVncPort)))
+        return false;
+    options_.listens(static_cast<pid_t>(*pid));
+    return true;
 }
 
 }  // namespace zelvo::platform

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <functional>
 
 #include "platform/PropertyListReader.h"
@@ -15,9 +17,15 @@ class ScreenSharingSettings : public PropertyListReader {
   public:
     static constexpr const char* path = "/Library/Preferences/com.apple.RemoteManagement.plist";
 
-    /// `asked` is called at each question about `path`, on the thread that asks.
+    struct Options {
+        /// Called at each question about `path`, on the thread that asks.
+        std::function<void()> asked = [] {};
+        /// Called before that with the server's process, where it was found to listen.
+        std::function<void(pid_t server)> listens = [](pid_t) {};
+    };
+
     ScreenSharingSettings(const PropertyListReader& files, const ServicesDatabase& services,
-                          std::function<void()> asked = {});
+                          Options options);
 
     PropertyListResult parse(std::span<const std::byte> bytes) const override;
     /// At `path`, "ScreenSharingReqPermEnabled" is left out where it is not to be believed.
@@ -30,7 +38,7 @@ class ScreenSharingSettings : public PropertyListReader {
 
     const PropertyListReader& files_;
     const ServicesDatabase& services_;
-    const std::function<void()> asked_;
+    const Options options_;
 };
 
 }  // namespace zelvo::platform

@@ -138,6 +138,12 @@ TEST_F(DesktopInputSourcesTest, TellsWhatGnomeHas) {
     ASSERT_TRUE(gsettings({"set", "org.gnome.desktop.interface", "enable-hot-corners", "false"}));
     ask("GNOME");
     EXPECT_EQ(corners(), "");
+    EXPECT_EQ(hotKeys().size(), 2U);
+    std::string path = ::getenv("PATH");
+    ::setenv("PATH", (folder / "none").c_str(), 1);
+    ask("GNOME");
+    ::setenv("PATH", path.c_str(), 1);
+    EXPECT_EQ(hotKeys().size(), 2U) << "a desktop that cannot be read has still its settings";
     ::unsetenv("GSETTINGS_BACKEND");
     ::unsetenv("XDG_CONFIG_HOME");
 }
@@ -162,7 +168,8 @@ TEST_F(DesktopInputSourcesTest, LeavesOutWhatHasNoEquivalent) {
     EXPECT_EQ(keys.fromGtk("<super>S"), (HotKey{1, 0x100000}));
     EXPECT_EQ(keys.fromQt("Meta+PgDown"), (HotKey{121, 0x100000}));
     EXPECT_EQ(keys.fromQt("Alt+`"), (HotKey{50, 0x80000}));
-    for (const auto* text : {"", "Super_L", "<Super>", "<Super", "<Meta>x", "<Super>Above_Tab"})
+    for (const auto* text : {"", "Super_L", "<Super>", "<Super", "<Meta>x", "<Super>Above_Tab",
+                             "<Super>a", "<Super>u"})
         EXPECT_FALSE(keys.fromGtk(text)) << text;
     for (const auto* text : {"none", "Meta++", "Meta+", "+", "Search", "Num+5", "Ctrl+X, Ctrl+S"})
         EXPECT_FALSE(keys.fromQt(text)) << text;
@@ -194,5 +201,6 @@ TEST(ProgramOutput, EndsWhatTakesTooLong) {
     EXPECT_EQ(programOutput({"no-such-program"}, 5s), std::nullopt);
     auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(programOutput({"sleep", "60"}, 50ms), std::nullopt);
+    EXPECT_EQ(programOutput({"sh", "-c", "exec >&-; exec sleep 60"}, 50ms), std::nullopt);
     EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
 }

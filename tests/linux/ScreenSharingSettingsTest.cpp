@@ -89,7 +89,7 @@ class ScreenSharingSettingsTest : public testing::Test {
     TemporaryFolder folder;
     PlistReader files{folder.path()};
     FakeServicesDatabase services;
-    ScreenSharingSettings settings{files, services};
+    ScreenSharingSettings settings{files, services, {}};
 };
 
 class ScreenSharingExplanationTest : public testing::Test {
