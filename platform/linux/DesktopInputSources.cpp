@@ -43,8 +43,11 @@ DesktopInputSources::DesktopInputSources(Options options, const Bundle& bundle,
       file_(options_.keyboardFile) {}
 
 std::optional<std::string> DesktopInputSources::currentKeyboardInputSourceId() const {
-    auto settings = desktopSettings();
-    preferences_.write(settings);
+    auto desktop = knownDesktop();
+    auto settings = desktop ? desktopSettings(*desktop) : std::nullopt;
+    // A desktop that did not answer in time has still the settings that it had.
+    if (settings || !desktop)
+        preferences_.write(settings);
     if (settings && settings->inputSource)
         return settings->inputSource;
 #ifdef ZELVO_XCB
@@ -58,20 +61,24 @@ std::optional<std::string> DesktopInputSources::currentKeyboardInputSourceId() c
     return file_.currentKeyboardInputSourceId();
 }
 
-std::optional<DesktopSettings> DesktopInputSources::desktopSettings() const {
+std::optional<DesktopInputSources::Desktop> DesktopInputSources::knownDesktop() const {
     auto desktops = ":" + options_.desktop + ":";
     auto has = [&](const char* name) {
         return desktops.find(":" + std::string(name) + ":") != desktops.npos;
     };
     // These two are GNOME's relatives with another window manager.
-    bool isGnome = has("GNOME") && !has("Budgie") && !has("GNOME-Flashback");
-    if (!isGnome && !has("KDE"))
-        return std::nullopt;
+    if (has("GNOME") && !has("Budgie") && !has("GNOME-Flashback"))
+        return Desktop::Gnome;
+    return has("KDE") ? std::optional(Desktop::Kde) : std::nullopt;
+}
+
+std::optional<DesktopSettings> DesktopInputSources::desktopSettings(Desktop desktop) const {
     auto table =
         reader_.dictionaryWithContentsOfFile(bundle_.resourcePath() + "/KeycodeToKeysym.plist");
     KeyCombinations combinations(table.value_or(PropertyList::Dictionary()));
-    return isGnome ? readGnomeSettings(combinations)
-                   : readKdeSettings(options_.configHome, options_.sessionBus, combinations);
+    return desktop == Desktop::Gnome
+               ? readGnomeSettings(combinations)
+               : readKdeSettings(options_.configHome, options_.sessionBus, combinations);
 }
 
 std::optional<std::string> DesktopInputSources::localeServiceLayout() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -39,7 +40,11 @@ class DesktopInputSources : public TextInputSources {
     std::optional<std::string> currentKeyboardInputSourceId() const override;
 
   private:
-    std::optional<DesktopSettings> desktopSettings() const;
+    enum class Desktop : std::uint8_t { Gnome, Kde };
+
+    std::optional<Desktop> knownDesktop() const;
+    /// None where the desktop did not answer.
+    std::optional<DesktopSettings> desktopSettings(Desktop desktop) const;
     std::optional<std::string> localeServiceLayout() const;
 
     const Options options_;

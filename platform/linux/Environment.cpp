@@ -102,13 +102,20 @@ Environment Environment::from(const Lookup& lookup) {
         result.complaints.push_back("ZELVO_SERVICE is no https origin: " + service);
 
     result.router = value("ZELVO_ROUTER");
-    result.systemRoot = folder("ZELVO_ROOT", "/var/lib/zelvo");
-    if (auto root = value("ZELVO_ROOT"); !root.empty() && !root.starts_with('/'))
-        result.complaints.push_back("ZELVO_ROOT is no absolute path: " + root);
     auto authorization = value("ZELVO_AUTHORIZATION");
     result.authorizesItself = authorization == "self";
     if (!authorization.empty() && !result.authorizesItself)
         result.complaints.push_back("ZELVO_AUTHORIZATION is unknown: " + authorization);
+    const std::string systemRoot = "/var/lib/zelvo";
+    result.systemRoot = folder("ZELVO_ROOT", systemRoot);
+    auto root = value("ZELVO_ROOT");
+    if (!root.empty() && !root.starts_with('/'))
+        result.complaints.push_back("ZELVO_ROOT is no absolute path: " + root);
+    // Tools that somebody else runs for us take no folder from us.
+    if (result.systemRoot != systemRoot && !result.authorizesItself && ::geteuid() != 0) {
+        result.complaints.push_back("ZELVO_ROOT needs ZELVO_AUTHORIZATION=self: " + root);
+        result.systemRoot = systemRoot;
+    }
     result.certificateFile = value("SSL_CERT_FILE");
 
     result.home = folder("HOME", homeOfUser(::getuid()));

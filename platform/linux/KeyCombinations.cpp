@@ -100,7 +100,10 @@ std::optional<HotKey> KeyCombinations::combine(std::int32_t flags, std::string_v
     if (auto other = otherNames().find(name); other != otherNames().end())
         name = other->second;
     auto found = keyCodes_.find(name);
-    return found == keyCodes_.end() ? std::nullopt : std::optional(HotKey{found->second, flags});
+    // Readers take 32 for the space and 0 for nothing: U and A cannot be told.
+    if (found == keyCodes_.end() || found->second == 0 || found->second == 32)
+        return std::nullopt;
+    return HotKey{found->second, flags};
 }
 
 }  // namespace zelvo::platform

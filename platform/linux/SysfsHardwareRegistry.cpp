@@ -132,6 +132,12 @@ DeviceTreeSearch SysfsHardwareRegistry::searchDeviceTree(const std::string& prop
         }
         return search;
     }
+    // The machine's own stands at the top; parts below it have theirs.
+    if (exists(tree + "/" + property)) {
+        search.found = true;
+        search.data = readRegularFile(tree + "/" + property, std::size_t{1} << 20);
+        return search;
+    }
     std::error_code error;
     auto entries = fs::recursive_directory_iterator(
         tree, fs::directory_options::skip_permission_denied, error);

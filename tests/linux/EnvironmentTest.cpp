@@ -40,7 +40,8 @@ TEST(Environment, FindsTheUsersFolders) {
     EXPECT_TRUE(with({}).home.starts_with('/')) << "from the user database";
 
     EXPECT_EQ(with({}).systemRoot, "/var/lib/zelvo");
-    EXPECT_EQ(with({{"ZELVO_ROOT", "/tmp/root/"}}).systemRoot, "/tmp/root");
+    EXPECT_EQ(with({{"ZELVO_ROOT", "/tmp/root/"}, {"ZELVO_AUTHORIZATION", "self"}}).systemRoot,
+              "/tmp/root");
     EXPECT_EQ(with({{"ZELVO_ROOT", "here"}}).complaints.size(), 1U);
     EXPECT_TRUE(with({{"ZELVO_AUTHORIZATION", "self"}}).authorizesItself);
     EXPECT_FALSE(with({{"ZELVO_AUTHORIZATION", "yes"}}).authorizesItself);
