@@ -1,84 +1,33 @@
 #include "platform/linux/CurlUrlSession.h"
 
-#include <arpa/inet.h>
 #include <curl/curl.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 
-#include <condition_variable>
-#include <deque>
 #include <future>
 #include <mutex>
 #include <set>
 #include <thread>
 
-#include "platform/FileDescriptor.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/Certificate.h"
+#include "tests/support/Socket.h"
+#include "tests/support/WaitingQueue.h"
 
 #include <httplib.h>
 
 using namespace zelvo::platform;
-using zelvo::test::TemporaryFolder;
+using namespace zelvo::test;
 using namespace std::chrono_literals;
 
 namespace {
-
-/// A main queue that the test runs by hand.
-class HandQueue : public MainQueue {
-  public:
-    void async(std::function<void()> job) override {
-        std::lock_guard lock(mutex_);
-        if (open_)
-            jobs_.push_back(std::move(job));
-        changed_.notify_all();
-    }
-    bool isOpen() const override {
-        std::lock_guard lock(mutex_);
-        return open_;
-    }
-    void close() {
-        std::lock_guard lock(mutex_);
-        open_ = false;
-        jobs_.clear();
-    }
-    /// Runs what comes until the condition holds.
-    void runUntil(const std::function<bool()>& holds) {
-        while (!holds()) {
-            std::unique_lock lock(mutex_);
-            if (!changed_.wait_for(lock, 30s, [this] { return !jobs_.empty(); })) {
-                ADD_FAILURE() << "nothing came";
-                return;
-            }
-            auto job = std::move(jobs_.front());
-            jobs_.pop_front();
-            lock.unlock();
-            job();
-        }
-    }
-
-  private:
-    mutable std::mutex mutex_;
-    std::condition_variable changed_;
-    std::deque<std::function<void()>> jobs_;
-    bool open_ = true;
-};
 
 class CurlUrlSessionTest : public testing::Test {
   protected:
     static void SetUpTestSuite() {
         folder = std::make_unique<TemporaryFolder>();
-        makeAuthority("good");
-        makeAuthority("other");
+        makeCertificate(*folder, "good");
+        makeCertificate(*folder, "other");
     }
     static void TearDownTestSuite() { folder.reset(); }
-
-    static void makeAuthority(const std::string& name) {
-        auto command =
-            "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 2 "
-            "-subj /CN=zelvo -addext subjectAltName=IP:127.0.0.1 -keyout " +
-            *folder / (name + ".key") + " -out " + *folder / (name + ".pem") + " 2>/dev/null";
-        ASSERT_EQ(std::system(command.c_str()), 0);
-    }
 
     void SetUp() override {
         server.Post("/echo", [this](const auto& request, auto& response) {
@@ -131,7 +80,7 @@ class CurlUrlSessionTest : public testing::Test {
         return request;
     }
     UrlRequest post(const std::string& body) {
-        auto data = zelvo::test::bytes(body);
+        auto data = bytes(body);
         auto request = get(url("/echo"));
         request.method = "POST";
         request.headers = {{"Content-Type", "application/x-www-form-urlencoded"}};
@@ -145,7 +94,7 @@ class CurlUrlSessionTest : public testing::Test {
             result = std::move(value);
         });
         EXPECT_FALSE(result) << "never inside the call";
-        queue.runUntil([&] { return result.has_value(); });
+        EXPECT_TRUE(queue.runUntil([&] { return result.has_value(); }, 30s));
         return result.value_or(UrlResult{});
     }
     static std::string text(const UrlResult& result) {
@@ -161,6 +110,9 @@ class CurlUrlSessionTest : public testing::Test {
     }
 
     static inline std::unique_ptr<TemporaryFolder> folder;
+    /// Takes connections and never says anything.
+    Socket silent = std::move(Socket().bind());
+    const std::string silentUrl = "https://127.0.0.1:" + std::to_string(silent.port()) + "/";
     httplib::SSLServer server{(*folder / "good.pem").c_str(), (*folder / "good.key").c_str()};
     int port = 0;
     std::thread thread;
@@ -170,33 +122,11 @@ class CurlUrlSessionTest : public testing::Test {
     std::atomic<bool> landed = false;
     std::vector<std::string> seen;
 
-    HandQueue queue;
+    WaitingQueue queue;
     std::unique_ptr<CurlUrlSession> session = std::make_unique<CurlUrlSession>(
         queue, CurlUrlSession::Options{
                    .certificateFile = *folder / "good.pem",
                    .seenFrom = [this](const std::string& address) { seen.push_back(address); }});
-};
-
-/// Takes connections and never says anything.
-class SilentServer {
-  public:
-    SilentServer() {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address;
-        EXPECT_EQ(::bind(socket_.get(), reinterpret_cast<sockaddr*>(&address), size), 0);
-        EXPECT_EQ(::listen(socket_.get(), 8), 0);
-        ::getsockname(socket_.get(), reinterpret_cast<sockaddr*>(&address), &size);
-        url = "https://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/";
-    }
-    /// Waits until a client is there.
-    FileDescriptor accept() { return FileDescriptor(::accept(socket_.get(), nullptr, nullptr)); }
-
-    std::string url;
-
-  private:
-    FileDescriptor socket_{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
 };
 
 }  // namespace
@@ -209,12 +139,10 @@ TEST_F(CurlUrlSessionTest, ExchangesOverOneConnection) {
     EXPECT_EQ(peers.size(), 1U);
     EXPECT_EQ(seen, std::vector<std::string>(3, "127.0.0.1"));
     EXPECT_EQ(contentTypes[0], "application/x-www-form-urlencoded");
-}
 
-TEST_F(CurlUrlSessionTest, RunsExchangesSideBySide) {
-    SilentServer silent;
+    // A stalled exchange holds up no other one.
     bool stalledDone = false;
-    session->dataTask(get(silent.url), [&](UrlResult) { stalledDone = true; });
+    session->dataTask(get(silentUrl), [&](UrlResult) { stalledDone = true; });
     EXPECT_EQ(text(exchange(post("x"))), "POST x");
     EXPECT_FALSE(stalledDone);
 }
@@ -233,35 +161,27 @@ TEST_F(CurlUrlSessionTest, RefusesWhatItCannotTrust) {
     EXPECT_FALSE(landed);
 }
 
-TEST_F(CurlUrlSessionTest, DoesNotFollowRedirects) {
+TEST_F(CurlUrlSessionTest, LimitsRedirectsBodyAndTime) {
     EXPECT_EQ(text(exchange(get(url("/redirect")))), "moved");
     EXPECT_FALSE(landed);
-}
-
-TEST_F(CurlUrlSessionTest, LimitsTheBody) {
     EXPECT_EQ(text(exchange(get(url("/body?size=1048576")))).size(), 1048576U);
     for (const auto* path : {"/body?size=2097152", "/body?size=2097152&chunked"})
         EXPECT_EQ(text(exchange(get(url(path)))), error(CURLE_FILESIZE_EXCEEDED));
-}
-
-TEST_F(CurlUrlSessionTest, LimitsTheTime) {
-    SilentServer silent;
-    EXPECT_EQ(text(exchange(get(silent.url, 1s))), error(CURLE_OPERATION_TIMEDOUT));
+    EXPECT_EQ(text(exchange(get(silentUrl, 1s))), error(CURLE_OPERATION_TIMEDOUT));
     session = std::make_unique<CurlUrlSession>(
         queue, CurlUrlSession::Options{.certificateFile = "", .connectTimeout = 200ms});
-    EXPECT_EQ(text(exchange(get(silent.url))), error(CURLE_OPERATION_TIMEDOUT));
+    EXPECT_EQ(text(exchange(get(silentUrl))), error(CURLE_OPERATION_TIMEDOUT));
 }
 
 TEST_F(CurlUrlSessionTest, EndsAtOnceWithStalledExchanges) {
-    SilentServer silent;
     // Released on the thread of its owner, not by the worker.
     auto owner = std::shared_ptr<int>(new int, [home = std::this_thread::get_id()](int* value) {
         EXPECT_EQ(std::this_thread::get_id(), home);
         delete value;
     });
-    session->dataTask(get(silent.url), [owner](UrlResult) { FAIL() << "cancelled"; });
+    session->dataTask(get(silentUrl), [owner](UrlResult) { FAIL() << "cancelled"; });
     UrlResult synchronous;
-    std::thread waiting([&] { synchronous = session->sendSynchronously(get(silent.url)); });
+    std::thread waiting([&] { synchronous = session->sendSynchronously(get(silentUrl)); });
     auto first = silent.accept();
     auto second = silent.accept();
     auto start = std::chrono::steady_clock::now();
@@ -270,7 +190,6 @@ TEST_F(CurlUrlSessionTest, EndsAtOnceWithStalledExchanges) {
     waiting.join();
     EXPECT_EQ(text(synchronous), error(CURLE_ABORTED_BY_CALLBACK));
     EXPECT_EQ(owner.use_count(), 1);
-    queue.close();
 }
 
 TEST_F(CurlUrlSessionTest, SendsNothingOnceTheMainQueueIsClosed) {
@@ -289,28 +208,29 @@ TEST_F(CurlUrlSessionTest, SerialQueuesRunOneJobAtATime) {
         serial->async([&, job] {
             thread = std::this_thread::get_id();
             order.push_back(job);
-            if (job == 19)
-                queue.async([] {});
         });
     bool done = false;
     serial->async([&] { queue.async([&] { done = true; }); });
-    queue.runUntil([&] { return done; });
+    EXPECT_TRUE(queue.runUntil([&] { return done; }));
     EXPECT_EQ(order.size(), 20U);
     EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
     EXPECT_NE(thread, std::this_thread::get_id());
 
     // The end waits for the job that runs and drops the others.
     std::promise<void> begun;
-    std::promise<void> ending;
-    serial->async([&] {
+    serial->async([&, running = serial.get()] {
         begun.set_value();
-        ending.get_future().wait();
+        for (bool ending = false; !ending;) {
+            // Only a queue that ends takes no more.
+            auto kept = std::make_shared<int>();
+            running->async([kept] {});
+            ending = kept.use_count() == 1;
+            std::this_thread::yield();
+        }
         order.clear();
     });
-    serial->async([&] { ADD_FAILURE() << "dropped"; });
+    serial->async([] { ADD_FAILURE() << "dropped"; });
     begun.get_future().wait();
-    std::thread release([&] { ending.set_value(); });
     serial.reset();
-    release.join();
     EXPECT_TRUE(order.empty());
 }

@@ -16,8 +16,8 @@
 #include "snapshot/HotCorners.h"
 #include "snapshot/SymbolicHotKeys.h"
 #include "tests/support/ChildProcess.h"
-#include "tests/support/TemporaryFolder.h"
 #include "tests/support/FakePlatform.h"
+#include "tests/support/TemporaryFolder.h"
 
 using namespace zelvo;
 using namespace zelvo::platform;

@@ -4,8 +4,8 @@
 #include <sys/stat.h>
 
 #include "platform/linux/PlistReader.h"
-#include "tests/support/TemporaryFolder.h"
 #include "tests/support/ManualLoop.h"
+#include "tests/support/TemporaryFolder.h"
 
 using namespace zelvo::platform;
 using zelvo::test::RecordingLog;

@@ -1,68 +1,15 @@
 #include "platform/linux/NetlinkSocketTable.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 
-#include <cstring>
+#include <sstream>
 
-#include "platform/FileDescriptor.h"
+#include "tests/support/Socket.h"
 
 using namespace zelvo::platform;
+using zelvo::test::Socket;
 
 namespace {
-
-class Socket {
-  public:
-    explicit Socket(int family) : file_(::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0)) {}
-    explicit Socket(FileDescriptor file) : file_(std::move(file)) {}
-
-    /// At a port that the kernel picks.
-    Socket& listenAt(const char* address, bool onlyV6 = false) {
-        sockaddr_storage storage{};
-        socklen_t size = make(storage, address, 0);
-        int flag = onlyV6 ? 1 : 0;
-        if (storage.ss_family == AF_INET6) {
-            EXPECT_EQ(::setsockopt(file_.get(), IPPROTO_IPV6, IPV6_V6ONLY, &flag, sizeof flag), 0);
-        }
-        EXPECT_EQ(::bind(file_.get(), reinterpret_cast<sockaddr*>(&storage), size), 0);
-        EXPECT_EQ(::listen(file_.get(), 8), 0);
-        return *this;
-    }
-    Socket& connectTo(const char* address, int port) {
-        sockaddr_storage storage{};
-        socklen_t size = make(storage, address, port);
-        EXPECT_EQ(::connect(file_.get(), reinterpret_cast<sockaddr*>(&storage), size), 0);
-        return *this;
-    }
-    Socket acceptOne() { return Socket(FileDescriptor(::accept(file_.get(), nullptr, nullptr))); }
-    void close() { file_.reset(); }
-
-    int port() const {
-        sockaddr_storage storage{};
-        socklen_t size = sizeof storage;
-        ::getsockname(file_.get(), reinterpret_cast<sockaddr*>(&storage), &size);
-        // The port lies at the same place in both families.
-        return ntohs(reinterpret_cast<sockaddr_in*>(&storage)->sin_port);
-    }
-
-  private:
-    static socklen_t make(sockaddr_storage& storage, const char* address, int port) {
-        auto& v4 = reinterpret_cast<sockaddr_in&>(storage);
-        auto& v6 = reinterpret_cast<sockaddr_in6&>(storage);
-        v4.sin_port = htons(static_cast<std::uint16_t>(port));
-        if (::inet_pton(AF_INET, address, &v4.sin_addr) == 1) {
-            storage.ss_family = AF_INET;
-            return sizeof v4;
-        }
-        ::inet_pton(AF_INET6, address, &v6.sin6_addr);
-        storage.ss_family = AF_INET6;
-        return sizeof v6;
-    }
-
-    FileDescriptor file_;
-};
 
 class NetlinkSocketTableTest : public testing::Test {
   protected:
@@ -73,7 +20,7 @@ class NetlinkSocketTableTest : public testing::Test {
         std::istringstream text(listing.text.value_or(""));
         std::string found;
         for (std::string line; std::getline(text, line);) {
-            if ((line + " ").find("." + std::to_string(port) + " ") != line.npos)
+            if ((line + " ").find('.' + std::to_string(port) + ' ') != line.npos)
                 found += line + "\n";
         }
         return found;
@@ -107,7 +54,9 @@ TEST_F(NetlinkSocketTableTest, ListsWhatListensToIPv4) {
           Case{AF_INET6, "::1", false, "", "tcp6 0 0 ::1"},
           Case{AF_INET6, "::ffff:127.0.0.1", false, "tcp4 0 0 127.0.0.1", "tcp4 0 0 127.0.0.1"}}) {
         Socket socket(test.family);
-        socket.listenAt(test.address, test.onlyV6);
+        if (test.family == AF_INET6)
+            socket.setOnlyV6(test.onlyV6);
+        socket.bind(0, test.address);
         auto line = [&](std::string begin) {
             return begin.empty() ? begin
                                  : begin + "." + std::to_string(socket.port()) + " *.* LISTEN\n";
@@ -123,13 +72,14 @@ TEST_F(NetlinkSocketTableTest, ListsWhatListensToIPv4) {
 
 TEST_F(NetlinkSocketTableTest, ListsEstablishedConnections) {
     Socket both(AF_INET6);
-    both.listenAt("::");
+    both.setOnlyV6(false);
+    both.bind(0, "::");
     auto port = std::to_string(both.port());
 
     // Over IPv4 the accepting end is an IPv6 socket with mapped addresses.
-    Socket client(AF_INET);
-    client.connectTo("127.0.0.1", both.port());
-    auto server = both.acceptOne();
+    Socket client;
+    EXPECT_TRUE(client.connect(both.port()));
+    auto server = both.accept();
     auto peer = std::to_string(client.port());
     auto lines = established(client);
     EXPECT_NE(lines.find("tcp4 0 0 127.0.0.1." + peer + " 127.0.0.1." + port + " ESTABLISHED\n"),
@@ -139,8 +89,8 @@ TEST_F(NetlinkSocketTableTest, ListsEstablishedConnections) {
     EXPECT_EQ(established(client, SocketFamily::IPv4), lines);
 
     Socket client6(AF_INET6);
-    client6.connectTo("::1", both.port());
-    auto server6 = both.acceptOne();
+    EXPECT_TRUE(client6.connect(both.port(), "::1"));
+    auto server6 = both.accept();
     auto peer6 = std::to_string(client6.port());
     EXPECT_NE(established(client6).find("tcp6 0 0 ::1." + peer6 + " ::1." + port + " ESTABLISHED"),
               lines.npos);
@@ -152,12 +102,12 @@ TEST_F(NetlinkSocketTableTest, ListsEstablishedConnections) {
 }
 
 TEST_F(NetlinkSocketTableTest, ListsMoreThanOneDatagramHolds) {
-    Socket listener(AF_INET);
-    listener.listenAt("127.0.0.1");
+    Socket listener;
+    listener.bind();
     std::vector<Socket> ends;
     for (int pair = 0; pair < 400; ++pair) {
-        ends.emplace_back(AF_INET).connectTo("127.0.0.1", listener.port());
-        ends.push_back(listener.acceptOne());
+        EXPECT_TRUE(ends.emplace_back().connect(listener.port()));
+        ends.push_back(listener.accept());
     }
     auto lines = established(listener);
     EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 800);

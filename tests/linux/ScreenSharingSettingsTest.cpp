@@ -13,9 +13,9 @@
 #include "platform/FileDescriptor.h"
 #include "platform/linux/PlistReader.h"
 #include "platform/linux/ScreenSharingExplanation.h"
-#include "tests/support/TemporaryFolder.h"
 #include "tests/support/FakeHost.h"
 #include "tests/support/ManualLoop.h"
+#include "tests/support/TemporaryFolder.h"
 
 using namespace zelvo::platform;
 using namespace zelvo::test;

@@ -64,34 +64,19 @@ TEST(TextPlistParser, ReadsEscapes) {
 }
 
 TEST(TextPlistParser, RefusesWhatIsNoPropertyList) {
-    for (const auto* text : {"",
-                             " \n// nothing\n",
-                             "502 Bad Gateway",
-                             "{a=1}",
-                             "{a=1;",
-                             "(a b)",
-                             "(a",
-                             "<0f0>",
-                             "<0g>",
-                             "\"open",
-                             "a=",
-                             "{a=1;} b",
-                             "{\"a\": 1}",
-                             "[1]",
-                             "}",
-                             "\"\\",
-                             "/* open",
-                             "\xC3(",
-                             "\xFF\xFE\x41",
-                             "<html><body>x</body></html>"})
-        refused(text);
+    for (const auto* unfinished :
+         {"", " \n// nothing\n", "{a=1}", "{a=1;", "(a", "\"open", "a=", "\"\\", "/* open"})
+        refused(unfinished);
+    for (const auto* wrong : {"502 Bad Gateway", "(a b)", "<0f0>", "<0g>", "{a=1;} b"})
+        refused(wrong);
+    for (const auto* foreign :
+         {"{\"a\": 1}", "[1]", "}", "\xC3(", "\xFF\xFE\x41", "<html>x</html>"})
+        refused(foreign);
     EXPECT_EQ(refused("{\n\na = 1\n}"), "; expected in line 4");
-}
 
-TEST(TextPlistParser, KeepsItsLimits) {
     auto nested = [](int depth) {
-        return std::string(static_cast<std::size_t>(depth), '(') +
-               std::string(static_cast<std::size_t>(depth), ')');
+        const auto size = static_cast<std::size_t>(depth);
+        return std::string(size, '(') + std::string(size, ')');
     };
     parsed(nested(64));
     refused(nested(65));

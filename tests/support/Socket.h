@@ -17,6 +17,9 @@ class Socket {
     explicit Socket(int family = AF_INET, int type = SOCK_STREAM)
         : descriptor_(::socket(family, type | SOCK_CLOEXEC, 0)) {}
 
+    void setOnlyV6(int only) const {
+        ::setsockopt(descriptor_.get(), IPPROTO_IPV6, IPV6_V6ONLY, &only, sizeof only);
+    }
     /// Port 0 is one that the kernel picks. A socket of streams listens.
     Socket& bind(int port = 0, const char* address = "127.0.0.1") {
         const auto [storage, size] = make(port, address);
