@@ -9,9 +9,23 @@
 
 namespace zelvo::platform {
 
+namespace {
+
+/// Loopback and link-local addresses (RFC 1122, section 3.2.1.3; RFC 3927).
+bool isLocal(std::uint32_t address) {
+    return address >> 24 == 127 || address >> 16 == 0xa9fe;
+}
+
+}  // namespace
+
 RouterExplanation::RouterExplanation(const Bundle& bundle, Log& log) : bundle_(bundle), log_(log) {}
 
 void RouterExplanation::mappingReplied(const std::optional<NatPortMappingReply>& reply) {
+    // What the service saw was seen by way of the address before.
+    if (reply && reply->externalAddress != external_) {
+        external_ = reply->externalAddress;
+        seen_ = 0;
+    }
     reply_ = reply;
     update();
 }
@@ -21,8 +35,8 @@ void RouterExplanation::seenFrom(const std::string& address) {
     if (inet_pton(AF_INET, address.c_str(), &parsed) != 1)
         return;
     auto seen = ntohl(parsed.s_addr);
-    // A service in the same private network sees no router at all.
-    if (isBehindAnotherRouter(seen) || seen == seen_)
+    // A service on this host or in the same private network sees no router at all.
+    if (isLocal(seen) || isBehindAnotherRouter(seen) || seen == seen_)
         return;
     seen_ = seen;
     if (seenElsewhere())

@@ -37,6 +37,8 @@ class RouterExplanation {
     const Bundle& bundle_;
     Log& log_;
     std::optional<NatPortMappingReply> reply_;
+    /// Of the latest reply that was one, in network byte order.
+    std::uint32_t external_ = 0;
     /// Host byte order; 0 for unknown.
     std::uint32_t seen_ = 0;
     Observable<std::string> text_;

@@ -50,7 +50,8 @@ TEST(RouterExplanation, ComparesWithTheAddressThatTheServiceSaw) {
     FakePlatform fake;
     RouterExplanation explanation(fake.bundle, fake.log);
     explanation.mappingReplied(mapped("44.0.0.1"));
-    for (const auto* address : {"44.0.0.1", "192.168.1.20", "2001:db8::1", "44.0.0.2 ", ""})
+    for (const auto* address :
+         {"44.0.0.1", "192.168.1.20", "127.0.0.1", "169.254.1.1", "2001:db8::1", "44.0.0.2 ", ""})
         explanation.seenFrom(address);
     EXPECT_EQ(explanation.text().value(), "");
     EXPECT_TRUE(fake.log.lines.empty());
@@ -59,6 +60,6 @@ TEST(RouterExplanation, ComparesWithTheAddressThatTheServiceSaw) {
     explanation.seenFrom("44.0.0.2");
     EXPECT_EQ(explanation.text().value().substr(0, 16), "You seem to be b");
     EXPECT_EQ(fake.log.lines.size(), 1U);
-    explanation.mappingReplied(mapped("44.0.0.2"));
-    EXPECT_EQ(explanation.text().value(), "") << "the router has got the address that was seen";
+    explanation.mappingReplied(mapped("44.0.0.3"));
+    EXPECT_EQ(explanation.text().value(), "") << "nothing was seen of the new address yet";
 }
