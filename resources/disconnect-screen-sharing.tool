@@ -18,9 +18,39 @@ answer_no() {
     done
 }
 
-# Only root may do this, and it leaves an open question behind that has lost its viewer.
+viewers_end() {
+    tenths=20
+    while [ -n "$(viewers)" ]; do
+        [ "$tenths" -gt 0 ] || return 1
+        tenths=$((tenths - 1))
+        sleep 0.1
+    done
+}
+
+# Takes the server's sockets of these inodes, which a debugger may do, and shuts them down. False when none
+# could be taken. The numbers are pidfd_open and pidfd_getfd.
+# shellcheck disable=SC2016  # the variables are Perl's
+shut_down() {
+    command -v perl >/dev/null && perl -e '
+        my ($server, %inodes) = (shift, map { ("socket:[$_]", 1) } @ARGV);
+        my ($process, $done) = (syscall(434, $server + 0, 0), 0);
+        for my $path (glob "/proc/$server/fd/*") {
+            my $number = $inodes{readlink($path) // ""} && ($path =~ /(\d+)$/)[0] // next;
+            my $socket = syscall(438, $process, $number + 0, 0);
+            open(my $file, "+<&=", $socket) or next;
+            $done += shutdown($file, 2);
+        }
+        exit !$done' "$server_pid" "$@" 2>/dev/null
+}
+
+# By root alone, and on kernels that have it.
+kill_sockets() {
+    [ "$(id -u)" -eq 0 ] && ss -K state established sport = ":$port" >/dev/null 2>&1
+}
+
 cut_connections() {
-    [ "$(id -u)" -ne 0 ] || ss -K state established sport = ":$port" >/dev/null 2>&1
+    # shellcheck disable=SC2046  # one inode a line
+    { shut_down $(viewers) && viewers_end; } || { kill_sockets && viewers_end; }
 }
 
 disconnect_x11vnc() {
@@ -37,17 +67,27 @@ disconnect_x11vnc() {
     done
 }
 
-# The others take no orders. Who may not cut their connections ends them, and starts them anew.
+# The others take no orders. Where their connections may not be cut, as where only a parent may debug, they
+# are ended and started anew.
 disconnect_other() {
     [ -n "$(viewers)" ] || return 0
-    cut_connections
-    sleep 0.2
-    [ -n "$(viewers)" ] || return 0
+    if cut_connections; then
+        hide_question
+        return 0
+    fi
     settle_at_exit
     server_started=yes
     stop_server || die "$server_kind (process $server_pid) cannot be ended."
     bring_server_up
     write_setting on || die "Cannot write the Screen Sharing setting below $root."
+}
+
+# A question that has lost its viewer. The next one takes its place.
+hide_question() {
+    command -v xdotool >/dev/null || return 0
+    for window in $(as_user xdotool search --onlyvisible --name '^VNC Server : Accept Connection\?$' 2>/dev/null); do
+        as_user xdotool windowunmap "$window" 2>/dev/null
+    done
 }
 
 open_run_folder

@@ -109,6 +109,7 @@ check "no display at all" refused env -u DISPLAY -u WAYLAND_DISPLAY \
     sh "$tools/enable-screen-sharing-and-guess-access.tool" 2>/dev/null
 check "  is another reason" reason no-display
 kill $wayland
+wait $wayland 2>/dev/null
 
 tool enable &
 first=$!
@@ -176,17 +177,26 @@ try_server() { # try_server KIND TITLE_OF_THE_QUESTION
     asked
     "$1_yes"
     check "yes: the viewer gets the screen" wait $viewer
-    for cut in "by root" "by who may not cut connections"; do
-        [ "$cut" = "by root" ] || mv "$folder/bin/ss" "$folder/ss"
+    mv "$folder/bin/ss" "$folder"
+    for manner in "" " by who may not cut connections"; do
+        [ -z "$manner" ] || mv "$folder/bin/perl" "$folder"
+        exec 4<>/dev/tcp/127.0.0.1/5900
+        printf 'RFB 003.008\n\1\1' >&4
+        asked
+        "$1_yes"
+        eventually refused question
         capture &
         viewer=$!
         asked
-        check "disconnect $cut" tool disconnect
-        check "  ends the viewer" refused wait $viewer
+        check "disconnect$manner" tool disconnect
+        check "  ends the viewer who asks" refused wait $viewer
+        check "  and the other" viewers 0
+        check "  and the question" refused question
         check "  and leaves a server up that counts" allows
+        [ -n "$manner" ] || check "  which is the same" test "$(server)" = "$ours"
+        exec 4>&-
     done
-    mv "$folder/ss" "$folder/bin/ss"
-    check "  although another one" test "$(server)" != "$ours"
+    mv "$folder/"{perl,ss} "$folder/bin"
     check "disable" tool disable
     check "  ends it wholly" servers 0
 }
