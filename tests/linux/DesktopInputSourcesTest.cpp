@@ -41,7 +41,17 @@ class DesktopInputSourcesTest : public testing::Test {
                                     bundle, reader, log);
         return sources.currentKeyboardInputSourceId();
     }
-    SymbolicHotKeys hotKeys() { return readSymbolicHotKeys(reader, bundle, system, "none"); }
+    /// On every system that has a file of default hot keys.
+    SymbolicHotKeys hotKeys() {
+        std::optional<SymbolicHotKeys> result;
+        for (const auto* version : {"12", "13", "22.04", "24.04", "41"}) {
+            folder.write("etc/os-release", std::string("VERSION_ID=") + version + "\n");
+            auto found = readSymbolicHotKeys(reader, bundle, system, std::nullopt);
+            EXPECT_EQ(result.value_or(found), found) << version;
+            result = found;
+        }
+        return *result;
+    }
     std::string corners() {
         std::string text;
         for (const auto& [name, corner] : readHotCorners(reader, bundle))
@@ -60,7 +70,7 @@ class DesktopInputSourcesTest : public testing::Test {
     QCoreApplication application{argumentCount, arguments};
     TemporaryFolder folder;
     PlistReader reader{folder.path()};
-    OsReleaseProcessInfo system;
+    OsReleaseProcessInfo system{folder.path()};
     zelvo::test::RecordingLog log;
     InstalledBundle bundle{
         {.executableFolder = ZELVO_SOURCES, .languages = {}, .dataHome = folder / "data"}, reader};

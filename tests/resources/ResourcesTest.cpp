@@ -62,26 +62,6 @@ TEST(KeyboardTable, EveryEntryIsAKeysymThatTheKeyboardLibraryKnows) {
     EXPECT_EQ(names[126], "Up");
 }
 
-TEST(DefaultHotKeys, EveryFileHoldsForwardedHotKeysWithKeysOfTheKeyboardTable) {
-    std::set<std::int64_t> keyCodes;
-    for (const auto& [name, entry] : read("KeycodeToKeysym.plist"))
-        keyCodes.insert(*entry.find("keycode")->integer());
-    for (std::string version : {"12.0", "13.0", "22.4", "24.4", "41.0"}) {
-        auto file = read("com.apple.symbolichotkeys." + version + ".plist");
-        const auto* hotKeys = file["AppleSymbolicHotKeys"].dictionary();
-        ASSERT_TRUE(hotKeys && !hotKeys->empty()) << version;
-        for (const auto& [number, hotKey] : *hotKeys) {
-            EXPECT_TRUE((std::set<std::string>{"32", "33", "79", "81", "64"}.contains(number)));
-            const auto* parameters = hotKey.find("value")->find("parameters")->array();
-            ASSERT_TRUE(parameters && parameters->size() == 3) << version << " " << number;
-            // A character would be looked up in the keyboard table as if it were a key code.
-            EXPECT_EQ(parameters->at(0).int32Reading(), 65535) << version << " " << number;
-            EXPECT_TRUE(keyCodes.contains(parameters->at(1).int32Reading()));
-            EXPECT_NE(parameters->at(2).int32Reading(), 0) << "no modifier";
-        }
-    }
-}
-
 TEST(StringTables, AllLanguagesHaveTheSameKeysAndObjects) {
     auto english = read("en.lproj/Localizable.strings");
     for (const auto& language : languages) {
