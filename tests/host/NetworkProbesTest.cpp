@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
-#include <regex.h>
 
 #include <random>
+#include <regex>
 #include <sstream>
 
 #include "host/KVSystemInformation.h"
@@ -15,19 +15,6 @@ using platform::PropertyList;
 using Dictionary = PropertyList::Dictionary;
 using Facts = KVSystemInformation;
 
-/// A POSIX basic regular expression.
-class Pattern {
-  public:
-    explicit Pattern(const char* text) { EXPECT_EQ(regcomp(&compiled_, text, REG_NOSUB), 0); }
-    ~Pattern() { regfree(&compiled_); }
-    bool matches(const std::string& line) const {
-        return regexec(&compiled_, line.c_str(), 0, nullptr, 0) == 0;
-    }
-
-  private:
-    regex_t compiled_{};
-};
-
 struct NetworkProbesTest : testing::Test {
     bool listening(const std::string& listing) {
         host.sockets.listing = listing;
@@ -36,6 +23,11 @@ struct NetworkProbesTest : testing::Test {
     bool established(const std::string& listing) {
         host.sockets.listing = listing;
         return Facts::establishedConnectionOnPort(host.sockets, host.log, 5900);
+    }
+    /// What sshd is told to listen to.
+    void listenTo(const PropertyList& service) {
+        host.propertyLists.files["/System/Library/LaunchDaemons/ssh.plist"] = Dictionary{
+            {"Sockets", Dictionary{{"Listeners", Dictionary{{"SockServiceName", service}}}}}};
     }
     test::FakePlatform host;
 };
@@ -60,10 +52,10 @@ TEST_F(NetworkProbesTest, SearchesAgreeWithTheirPatternsOnRandomListings) {
     std::mt19937 random(20);
     const std::vector<std::string> pieces{"*",  ".",  "5900", "5900 ",  "*.5900 ",     ".5900\t",
                                           "59", "00", "\n",   "LISTEN", "ESTABLISHED", "padding"};
-    const Pattern listener(R"(\*.5900[[:space:]])");
-    const Pattern connection(".5900.*ESTABLISHED");
+    const std::regex listener(R"(\*.5900\s)");
+    const std::regex connection(".5900.*ESTABLISHED");
     int positive = 0;
-    for (int round = 0; round < 4000; ++round) {
+    for (int round = 0; round < 2000; ++round) {
         std::string listing(random() % 80, '-');
         for (auto count = random() % 16; count > 0; --count)
             listing += pieces[random() % pieces.size()];
@@ -71,28 +63,26 @@ TEST_F(NetworkProbesTest, SearchesAgreeWithTheirPatternsOnRandomListings) {
         bool connected = false;
         std::istringstream lines(listing);
         for (std::string line; std::getline(lines, line);) {
-            listens |= listener.matches(line) && line.find("LISTEN") != std::string::npos;
-            connected |= connection.matches(line);
+            listens |=
+                std::regex_search(line, listener) && line.find("LISTEN") != std::string::npos;
+            connected |= std::regex_search(line, connection);
         }
         ASSERT_EQ(listsWildcardListener(listing, 5900), listens) << listing;
         ASSERT_EQ(listsEstablishedConnection(listing, 5900), connected) << listing;
         positive += listens || connected;
     }
-    EXPECT_GT(positive, 400) << "the listings hold too little";
+    EXPECT_GT(positive, 200) << "the listings hold too little";
 }
 
 TEST_F(NetworkProbesTest, SshPortTakesOnlyNumbersInRange) {
-    auto port = [this] { return Facts::sshdListeningPort(host.propertyLists, host.services); };
-    EXPECT_EQ(port(), 22);
+    EXPECT_EQ(Facts::sshdListeningPort(host.propertyLists, host.services), 22);
     host.services.ports = {{"ssh", 2022}, {"70000", 7}};
-    const std::vector<std::pair<PropertyList, int>> cases{
+    const std::pair<PropertyList, int> cases[] = {
         {"ssh", 2022}, {"2222", 2222}, {65535, 65535}, {70000, 22},
         {"70000", 7},  {-1, 22},       {0, 22},        {PropertyList::Array{}, 22}};
-    for (std::size_t i = 0; i < cases.size(); ++i) {
-        Dictionary listeners{{"SockServiceName", cases[i].first}};
-        host.propertyLists.files["/System/Library/LaunchDaemons/ssh.plist"] =
-            Dictionary{{"Sockets", Dictionary{{"Listeners", listeners}}}};
-        EXPECT_EQ(port(), cases[i].second) << "case " << i;
+    for (const auto& [name, port] : cases) {
+        listenTo(name);
+        EXPECT_EQ(Facts::sshdListeningPort(host.propertyLists, host.services), port);
     }
 }
 
@@ -108,8 +98,7 @@ TEST_F(NetworkProbesTest, DerivedProbesAskForTheServicesPorts) {
     host.services.ports["vnc-server"] = 5999;
     EXPECT_EQ(answers(), (std::vector<bool>{false, false, true}));
     host.services.ports["ssh"] = 5900;
-    host.propertyLists.files["/System/Library/LaunchDaemons/ssh.plist"] =
-        Dictionary{{"Sockets", Dictionary{{"Listeners", Dictionary{{"SockServiceName", "ssh"}}}}}};
+    listenTo("ssh");
     EXPECT_EQ(answers(), (std::vector<bool>{true, false, true}));
 }
 

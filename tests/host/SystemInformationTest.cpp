@@ -61,17 +61,15 @@ TEST_F(SystemInformationTest, PassesOnEveryNoticeComputerNameFirst) {
     EXPECT_EQ(delegate.heard.size(), 3u) << "heard after the end";
 }
 
-TEST_F(SystemInformationTest, HexStringReadsTheHardwareAtEachCall) {
+TEST_F(SystemInformationTest, AddressIsThatOfTheLastReachableController) {
     host.hardware.setAddress({0x00, 0x16, 0xCB, 0x8A, 0x3F, 0x21});
     SystemInformation information(host.platform);
     EXPECT_EQ(hex(), "0016cb8a3f21");
     EXPECT_EQ(host.hardware.lastInterface, "en0");
     host.hardware.setAddress({1, 2, 3, 4, 5, 6, 7, 8});
-    EXPECT_EQ(hex(), "");
+    EXPECT_EQ(hex(), "") << "read at each call";
     EXPECT_EQ(information.macAddress().size(), 6u);
-}
 
-TEST_F(SystemInformationTest, AddressIsThatOfTheLastReachableController) {
     const std::vector<std::byte> address(6, std::byte{2});
     host.hardware.match.services = {{0, std::nullopt}, {0, address}, {-5, std::nullopt}};
     EXPECT_EQ(hex(), "020202020202");
@@ -93,27 +91,25 @@ TEST_F(SystemInformationTest, Ports) {
     EXPECT_EQ(information.vncListeningPort(), 5900);
     host.services.ports = {{"ssh", 2022}, {"65536", 7}, {"s\xC3\xA9", 8}, {"vnc-server", 5999}};
     EXPECT_EQ(information.vncListeningPort(), 5999);
-    const std::vector<std::pair<PropertyList, int>> cases{
-        {"ssh", 2022},
-        {std::string("ssh\0x", 5), 2022},
-        {"unknown", 22},
-        {"s\xC3\xA9", 22},
-        {2222, 2222},
-        {"2222", 2222},
-        {70000, 4464},
-        {-1, 65535},
-        {65536, 7},
-        {0, 22},
-        {false, 22},
-        {0.5, 22},
-        {Dictionary{}, 65535},
-        {PropertyList::Array{}, 65535},
-    };
+    const std::pair<PropertyList, int> cases[] = {{"ssh", 2022},
+                                                  {std::string("ssh\0x", 5), 2022},
+                                                  {"unknown", 22},
+                                                  {"s\xC3\xA9", 22},
+                                                  {2222, 2222},
+                                                  {"2222", 2222},
+                                                  {70000, 4464},
+                                                  {-1, 65535},
+                                                  {65536, 7},
+                                                  {0, 22},
+                                                  {false, 22},
+                                                  {0.5, 22},
+                                                  {Dictionary{}, 65535},
+                                                  {PropertyList::Array{}, 65535}};
     auto& file = host.propertyLists.files["/System/Library/LaunchDaemons/ssh.plist"];
-    for (std::size_t i = 0; i < cases.size(); ++i) {
-        Dictionary listeners{{"SockServiceName", cases[i].first}};
+    for (const auto& [name, port] : cases) {
+        Dictionary listeners{{"SockServiceName", name}};
         file = Dictionary{{"Sockets", Dictionary{{"Listeners", listeners}}}};
-        EXPECT_EQ(information.sshListeningPort(), cases[i].second) << "case " << i;
+        EXPECT_EQ(information.sshListeningPort(), port);
     }
     file = Dictionary{{"Sockets", Dictionary{{"Listeners", "not a dictionary"}}}};
     EXPECT_EQ(information.sshListeningPort(), 22);
