@@ -11,10 +11,9 @@ namespace zelvo::test {
 class ControllerTest : public ::testing::Test {
   protected:
     ControllerTest() {
-        fake.peer.answer("create.php", fake.propertyLists.encode(PropertyList::Dictionary{
-                                           {"StatusCode", 0}, {"link", "abc"}}));
-        fake.peer.answer("get.php", fake.propertyLists.encode(PropertyList::Dictionary{}));
-        fake.peer.answer("update.php", fake.propertyLists.encode(PropertyList::Dictionary{}));
+        serviceGives("abc");
+        for (const auto* endpoint : {"get.php", "update.php"})
+            fake.peer.answer(endpoint, fake.propertyLists.encode(PropertyList::Dictionary{}));
         fake.router.grantAll("203.0.113.7");
         controller.setWindow(&window);
         controller.setShareButton(&button);
@@ -22,6 +21,10 @@ class ControllerTest : public ::testing::Test {
         fake.application.onTerminate = [this] { controller.applicationShouldTerminate(); };
     }
 
+    void serviceGives(const std::string& link) {
+        fake.peer.answer("create.php", fake.propertyLists.encode(PropertyList::Dictionary{
+                                           {"StatusCode", 0}, {"link", link}}));
+    }
     void launch() { controller.applicationDidFinishLaunching(); }
     /// Launched with Screen Sharing on, the link ready.
     void launchToLink() {

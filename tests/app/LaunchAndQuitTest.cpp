@@ -80,8 +80,6 @@ TEST_F(LaunchAndQuitTest, ARefusedRightAsksAgainOrQuits) {
     EXPECT_EQ(alert.messageText, "Cannot activate require service");
     EXPECT_EQ(alert.informativeText,
               "Zelvo requires Screen Sharing to be activated. Would you like to try again?");
-    EXPECT_EQ(alert.buttonTitles, (std::vector<std::string>{"Try Again", "Quit"}));
-    EXPECT_FALSE(alert.showsHelp);
     fake.alerts.press(platform::AlertFirstButtonReturn);
     EXPECT_EQ(fake.alerts.count, 2);
     fake.alerts.press(platform::AlertSecondButtonReturn);
@@ -131,15 +129,6 @@ TEST_F(LaunchAndQuitTest, TheSessionSheetDecides) {
     fake.loop.settle();
     EXPECT_EQ(fake.authorization.tools, Tools{Disconnect});
     EXPECT_EQ(fake.application.replies, (Replies{false, false, true}));
-    EXPECT_EQ(fake.router.open, 0);
-}
-
-TEST_F(LaunchAndQuitTest, AServiceThatIsGoneDoesNotHoldTheQuit) {
-    launchToLink();
-    fake.peer.fail("update.php");
-    controller.applicationShouldTerminate();
-    fake.loop.settle();
-    EXPECT_EQ(fake.application.replies, Replies{true});
     EXPECT_EQ(fake.router.open, 0);
 }
 

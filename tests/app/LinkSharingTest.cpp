@@ -35,8 +35,7 @@ TEST_F(LinkSharingTest, TheMenuOffersTheSystemsServicesAndCopyingLast) {
 }
 
 TEST_F(LinkSharingTest, ALinkThatIsNoUrlIsCopiedAsTextAlone) {
-    fake.peer.answer("create.php", fake.propertyLists.encode(PropertyList::Dictionary{
-                                       {"StatusCode", 0}, {"link", "a b%zz"}}));
+    serviceGives("a b%zz");
     launchToLink();
     controller.copyLink();
     EXPECT_EQ(fake.pasteboard.objects,

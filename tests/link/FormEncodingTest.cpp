@@ -34,9 +34,8 @@ TEST(FormEncoding, NestedValuesExpandOneLevel) {
     EXPECT_EQ(request.method, "POST");
     EXPECT_EQ(request.timeout, std::chrono::seconds(60));
     EXPECT_EQ(request.cachePolicy, platform::CachePolicy::ReloadIgnoringLocalCacheData);
-    ASSERT_EQ(request.headers.size(), 1u);
-    EXPECT_EQ(request.headers[0].first, "Content-Type");
-    EXPECT_EQ(request.headers[0].second, "application/x-www-form-urlencoded");
+    const auto header = std::pair("Content-Type", "application/x-www-form-urlencoded");
+    EXPECT_EQ(request.headers, (decltype(request.headers){header}));
     EXPECT_TRUE(ZVHTTPUtils::createPostURLRequest("x", {}).body.empty());
 }
 
@@ -51,31 +50,23 @@ TEST(FormEncoding, DescribesCollectionsAsText) {
     EXPECT_EQ(description(PropertyList::Date{1e300}).substr(4, 1), "-");
 }
 
-class ZVHTTPUtilsTest : public ::testing::Test {
-  protected:
+TEST(ZVHTTPUtils, RepliesAndErrorsSynchronouslyAndFromOneQueue) {
     test::FakePlatform fake;
     ZVHTTPUtils utils{fake.peer, fake.propertyLists, fake.loop};
-    platform::UrlRequest request = ZVHTTPUtils::createPostURLRequest("https://h/get.php", {});
-};
-
-TEST_F(ZVHTTPUtilsTest, SynchronousRepliesAndErrors) {
+    const auto request = ZVHTTPUtils::createPostURLRequest("https://h/get.php", {});
     ZVHTTPUtils::Failure error = platform::Error{"old", 1, ""};
     EXPECT_FALSE(utils.sendSynchronousRequest(request, &error));
     ASSERT_TRUE(error);
     EXPECT_EQ(error->domain, platform::UrlErrorDomain);
-
     fake.peer.answer("get.php", "<html>");
     EXPECT_FALSE(utils.sendSynchronousRequest(request, &error));
     EXPECT_EQ(error->code, platform::PropertyListReadCorruptError);
     EXPECT_FALSE(utils.sendSynchronousRequest(request, nullptr));
-
     fake.peer.answer("get.php", fake.propertyLists.encode(7));
     EXPECT_EQ(utils.sendSynchronousRequest(request, &error), PropertyList(7));
     EXPECT_FALSE(error);
-}
 
-TEST_F(ZVHTTPUtilsTest, AsynchronousRequestsShareOneQueueAndAnswerOnTheMainQueue) {
-    fake.peer.answer("get.php", fake.propertyLists.encode(7));
+    fake.peer.requests.clear();
     std::vector<std::string> order;
     utils.sendAsynchronousRequest(request, [&](auto reply, auto error) {
         EXPECT_EQ(reply, PropertyList(7));

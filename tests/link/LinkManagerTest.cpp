@@ -17,8 +17,8 @@ class LinkManagerTest : public ::testing::Test {
     LinkManagerTest() {
         fake.hardware.setAddress({0x00, 0x16, 0xCB, 0x8A, 0x3F, 0x21});
         serviceAnswers(PropertyList::Dictionary{{"StatusCode", 0}, {"link", "abc-123"}});
-        fake.peer.answer("get.php", encoded(PropertyList::Dictionary{{"StatusCode", 0}}));
-        fake.peer.answer("update.php", encoded(PropertyList::Dictionary{{"StatusCode", 0}}));
+        for (const auto* endpoint : {"get.php", "update.php"})
+            fake.peer.answer(endpoint, fake.propertyLists.encode(PropertyList::Dictionary{}));
         manager = std::make_shared<LinkManager>(fake.platform);
     }
     ~LinkManagerTest() override {
@@ -26,20 +26,15 @@ class LinkManagerTest : public ::testing::Test {
             manager->abandonPendingMapping();
     }
 
-    std::vector<std::byte> encoded(const PropertyList& value) {
-        return fake.propertyLists.encode(value);
-    }
     void serviceAnswers(const PropertyList& value) {
-        fake.peer.answer("create.php", encoded(value));
+        fake.peer.answer("create.php", fake.propertyLists.encode(value));
     }
     void create() {
         manager->createSharedLinkWithInternalPort(
             5900, [this](std::optional<std::string> address, std::int64_t port,
                          std::optional<std::string> link) {
                 ++answers;
-                this->address = address;
-                this->port = port;
-                this->link = link;
+                std::tie(this->address, this->port, this->link) = std::tie(address, port, link);
             });
     }
     void createAndSettle() {
@@ -110,8 +105,7 @@ TEST_F(LinkManagerTest, AFailedMappingEndsBeforeTheServiceIsAsked) {
     EXPECT_EQ(answers, 0);
     fake.loop.settle();
     EXPECT_EQ(answers, 1);
-    EXPECT_FALSE(address);
-    EXPECT_FALSE(link);
+    EXPECT_FALSE(address || link);
     EXPECT_EQ(port, LinkManagerPortMappingFailed);
     EXPECT_EQ(manager->publicPort(), -1);
     EXPECT_TRUE(fake.peer.requests.empty());
@@ -119,7 +113,6 @@ TEST_F(LinkManagerTest, AFailedMappingEndsBeforeTheServiceIsAsked) {
 }
 
 TEST_F(LinkManagerTest, OnlyTheNumberZeroAndALinkAreSuccess) {
-    const PropertyList good = PropertyList::Dictionary{{"StatusCode", 0.0}, {"link", "x"}};
     const std::vector<PropertyList> refusals{
         PropertyList::Dictionary{{"StatusCode", "0"}, {"link", "x"}},
         PropertyList::Dictionary{{"StatusCode", false}, {"link", "x"}},
@@ -139,7 +132,7 @@ TEST_F(LinkManagerTest, OnlyTheNumberZeroAndALinkAreSuccess) {
     EXPECT_EQ(fake.peer.count("get.php"), 0u);
     EXPECT_EQ(fake.router.open, 1);
     EXPECT_FALSE(manager->sharedLink());
-    serviceAnswers(good);
+    serviceAnswers(PropertyList::Dictionary{{"StatusCode", 0.0}, {"link", "x"}});
     createAndSettle();
     EXPECT_EQ(link, "zelvo://x");
 }

@@ -9,7 +9,7 @@
 namespace zelvo::platform {
 namespace {
 
-TEST(PropertyList, IntegerReadingsNeverOverflow) {
+TEST(PropertyList, NumberReadingsNeverOverflow) {
     using Limits = std::numeric_limits<std::int64_t>;
     EXPECT_EQ(PropertyList("  -42 apples").integerReading(), -42);
     EXPECT_EQ(PropertyList("ssh").integerReading(), 0);
@@ -22,9 +22,7 @@ TEST(PropertyList, IntegerReadingsNeverOverflow) {
     EXPECT_EQ(PropertyList(-3.9).integerReading(), -3);
     EXPECT_EQ(PropertyList(true).integerReading(), 1);
     EXPECT_FALSE(PropertyList(PropertyList::Array{}).integerReading());
-}
 
-TEST(PropertyList, Reads32Bits) {
     EXPECT_EQ(PropertyList(std::int64_t{1} << 32 | 7).int32Reading(), 7);
     EXPECT_EQ(PropertyList("4294967303").int32Reading(), std::numeric_limits<std::int32_t>::max());
     EXPECT_EQ(PropertyList(PropertyList::Dictionary{}).int32Reading(), 0);

@@ -16,10 +16,8 @@ class PortMapperTest : public ::testing::Test {
                               [this](bool success, std::optional<std::string> address,
                                      std::uint16_t port, std::optional<Error> error) {
                                   ++answers;
-                                  this->success = success;
-                                  this->address = address;
-                                  this->port = port;
-                                  this->error = error;
+                                  std::tie(this->success, this->address, this->port, this->error) =
+                                      std::tie(success, address, port, error);
                               });
     }
 

@@ -86,9 +86,8 @@ class FakeWindowSystem : public platform::WindowSystem {
     platform::Rect contentRectForFrameRect(const platform::Rect& frame,
                                            platform::WindowStyle) const override {
         ++asked;
-        return {frame.x, frame.y, frame.width, frame.height - titleBar};
+        return {frame.x, frame.y, frame.width, frame.height - 22};
     }
-    double titleBar = 22;
     mutable int asked = 0;
 };
 

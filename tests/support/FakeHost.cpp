@@ -23,9 +23,8 @@ struct FakeDynamicStore::Connection : platform::DynamicStoreConnection {
     bool delivers = false;
 };
 
-std::unique_ptr<platform::DynamicStoreConnection> FakeDynamicStore::create(const std::string& name,
+std::unique_ptr<platform::DynamicStoreConnection> FakeDynamicStore::create(const std::string&,
                                                                            Callback callback) {
-    connectionNames.push_back(name);
     if (!opens)
         return nullptr;
     return std::make_unique<Connection>(*this, std::move(callback));
@@ -54,12 +53,12 @@ platform::PropertyListResult FakePropertyListReader::parse(std::span<const std::
     std::string text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     if (text.starts_with("encoded:"))
         return {encoded_.at(std::stoul(text.substr(8))), std::nullopt};
-    return {std::nullopt, platform::Error{platform::CocoaErrorDomain, failureCode, "not a list"}};
+    return {std::nullopt, platform::Error{platform::CocoaErrorDomain,
+                                          platform::PropertyListReadCorruptError, "not a list"}};
 }
 
 std::optional<PropertyList::Dictionary> FakePropertyListReader::dictionaryWithContentsOfFile(
     const std::string& path) const {
-    filesRead.push_back(path);
     auto found = files.find(path);
     if (found == files.end() || !found->second.dictionary())
         return std::nullopt;
@@ -74,13 +73,11 @@ std::vector<std::byte> FakePropertyListReader::encode(const PropertyList& value)
 }
 
 bool FakeUserDefaults::boolForKey(std::string_view key) const {
-    keysRead.emplace_back(key);
     auto found = values.find(std::string(key));
     return found != values.end() && found->second.booleanReading();
 }
 
 std::optional<std::string> FakeUserDefaults::stringForKey(std::string_view key) const {
-    keysRead.emplace_back(key);
     auto found = values.find(std::string(key));
     if (found == values.end() || !found->second.string())
         return std::nullopt;

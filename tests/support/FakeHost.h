@@ -28,10 +28,9 @@ using platform::PropertyList;
 class FakeSocketTable : public platform::SocketTable {
   public:
     platform::SocketListing tcpSockets(platform::SocketFamily family,
-                                       platform::SocketState state) const override {
+                                       platform::SocketState) const override {
         ++asked;
         lastFamily = family;
-        lastState = state;
         return failure.empty() ? platform::SocketListing{listing, {}}
                                : platform::SocketListing{std::nullopt, failure};
     }
@@ -43,7 +42,6 @@ class FakeSocketTable : public platform::SocketTable {
     std::string failure;
     mutable int asked = 0;
     mutable platform::SocketFamily lastFamily{};
-    mutable platform::SocketState lastState{};
 
   private:
     void set(const std::string& line, bool on) {
@@ -96,7 +94,6 @@ class FakeDynamicStore : public platform::DynamicStore {
     std::optional<std::string> computerName = "Anna's Computer";
     std::optional<std::string> localHostName = "annas-computer";
     std::optional<std::string> localizedName;
-    std::vector<std::string> connectionNames;
 
   private:
     struct Connection;
@@ -113,13 +110,12 @@ class FakeHardwareRegistry : public platform::HardwareRegistry {
         lastProperty = property;
         return deviceTree;
     }
-    std::string machineModel() const override { return model; }
+    std::string machineModel() const override { return "Model 1"; }
 
     void setAddress(std::vector<unsigned char> bytes);
 
     platform::InterfaceMatch match;
     platform::DeviceTreeSearch deviceTree;
-    std::string model;
     mutable std::string lastInterface;
     mutable std::string lastProperty;
 };
@@ -169,10 +165,9 @@ class FakeAddressParser : public platform::AddressParser {
   public:
     bool isIPv4(const std::string& text) const override {
         asked.push_back(text);
-        return answer;
+        return true;
     }
     mutable std::vector<std::string> asked;
-    bool answer = true;
 };
 
 /// Files in memory; `encode` makes bytes that this reader, and no other, takes for the value.
@@ -186,9 +181,6 @@ class FakePropertyListReader : public platform::PropertyListReader {
     std::vector<std::byte> encode(const PropertyList& value);
 
     std::map<std::string, PropertyList> files;
-    /// Parse failures carry this code.
-    std::int64_t failureCode = platform::PropertyListReadCorruptError;
-    mutable std::vector<std::string> filesRead;
 
   private:
     std::vector<PropertyList> encoded_;
@@ -204,7 +196,6 @@ class FakeUserDefaults : public platform::UserDefaults {
     void removeObject(std::string_view key) override { values.erase(std::string(key)); }
 
     std::map<std::string, PropertyList> values;
-    mutable std::vector<std::string> keysRead;
 };
 
 class FakeBundle : public platform::Bundle {

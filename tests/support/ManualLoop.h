@@ -42,7 +42,6 @@ class ManualLoop : public platform::MainQueue, public platform::RunLoop {
     /// Destroys what is queued and takes nothing more.
     void close();
 
-    bool idle() const { return queue_.empty() && due_.empty(); }
     /// Calls that wait for their turn or time.
     std::size_t waiting() const { return due_.size(); }
     /// Timers that still tick.
