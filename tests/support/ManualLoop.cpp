@@ -5,47 +5,44 @@
 
 namespace zelvo::test {
 
-struct ManualLoop::Call : platform::Perform {
-    Call(ManualLoop& loop, std::uint64_t id, std::function<void()> call)
-        : loop(loop), id(id), call(std::make_shared<std::function<void()>>(std::move(call))) {}
-    ~Call() override { loop.due_.erase(id); }
-
-    ManualLoop& loop;
-    std::uint64_t id;
-    std::shared_ptr<std::function<void()>> call;
-};
-
 struct ManualLoop::FakeTimer : platform::Timer {
-    FakeTimer(ManualLoop& loop, std::uint64_t id, Time interval,
+    FakeTimer(ManualLoop& loop, Time delay, bool repeats,
               std::function<void(platform::Timer&)> tick)
-        : loop(loop), id(id), interval(interval), at(loop.now_ + interval), tick(std::move(tick)) {}
-    ~FakeTimer() override { invalidate(); }
-    bool isValid() const override { return valid; }
-    void invalidate() override {
-        valid = false;
-        loop.timers_.erase(id);
+        : loop(loop), delay(delay), repeats(repeats), at(loop.now_ + delay), tick(std::move(tick)) {
+        loop.timers_.emplace(id, this);
     }
+    ~FakeTimer() override { loop.timers_.erase(id); }
+    bool isValid() const override { return loop.timers_.contains(id); }
+    void invalidate() override { loop.timers_.erase(id); }
 
     ManualLoop& loop;
-    std::uint64_t id;
-    Time interval;
+    const std::uint64_t id = loop.next_++;
+    const Time delay;
+    const bool repeats;
     Time at;
     std::function<void(platform::Timer&)> tick;
-    bool valid = true;
 };
 
 std::unique_ptr<platform::Timer> ManualLoop::scheduleTimer(
     std::chrono::milliseconds interval, std::function<void(platform::Timer&)> tick) {
-    auto timer = std::make_unique<FakeTimer>(*this, next_++, interval, std::move(tick));
-    timers_.emplace(timer->id, timer.get());
-    return timer;
+    return std::make_unique<FakeTimer>(*this, interval, true, std::move(tick));
 }
 
 std::unique_ptr<platform::Perform> ManualLoop::performAfterDelay(std::chrono::milliseconds delay,
                                                                  std::function<void()> call) {
-    auto perform = std::make_unique<Call>(*this, next_++, std::move(call));
-    due_.emplace(perform->id, Due{perform->call, now_ + delay});
-    return perform;
+    struct Call : platform::Perform {
+        Call(ManualLoop& loop, Time delay, std::function<void()> call)
+            : timer(loop, delay, false, [call = std::move(call)](platform::Timer&) { call(); }) {}
+        FakeTimer timer;
+    };
+    return std::make_unique<Call>(*this, delay, std::move(call));
+}
+
+std::size_t ManualLoop::count(bool repeating, Time until) const {
+    return static_cast<std::size_t>(
+        std::count_if(timers_.begin(), timers_.end(), [&](const auto& entry) {
+            return entry.second->repeats == repeating && entry.second->at <= until;
+        }));
 }
 
 void ManualLoop::turn() {
@@ -58,41 +55,28 @@ void ManualLoop::turn() {
 }
 
 void ManualLoop::runDue() {
-    std::vector<std::uint64_t> ids;
-    for (const auto& [id, due] : due_)
-        if (due.at <= now_)
-            ids.push_back(id);
-    for (auto id : ids) {
-        auto found = due_.find(id);
-        if (found == due_.end())
-            continue;
-        auto call = found->second.call.lock();
-        due_.erase(found);
-        if (call)
-            (*call)();
-    }
-    ids.clear();
-    for (const auto& [id, timer] : timers_)
-        if (timer->at <= now_)
-            ids.push_back(id);
-    for (auto id : ids) {
-        auto found = timers_.find(id);
-        if (found == timers_.end())
-            continue;
-        auto* timer = found->second;
-        timer->at += timer->interval;
-        auto tick = timer->tick;
-        tick(*timer);
+    for (const bool repeating : {false, true}) {
+        std::vector<std::uint64_t> ids;
+        for (const auto& [id, timer] : timers_)
+            if (timer->repeats == repeating && timer->at <= now_)
+                ids.push_back(id);
+        for (auto id : ids) {
+            auto found = timers_.find(id);
+            if (found == timers_.end())
+                continue;
+            auto& timer = *found->second;
+            timer.at += timer.delay;
+            if (!repeating)
+                timer.invalidate();
+            // The call may destroy the timer.
+            auto tick = timer.tick;
+            tick(timer);
+        }
     }
 }
 
 void ManualLoop::settle(int limit) {
-    auto pending = [this] {
-        return !queue_.empty() || std::any_of(due_.begin(), due_.end(), [this](const auto& entry) {
-            return entry.second.at <= now_;
-        });
-    };
-    for (; limit > 0 && pending(); --limit)
+    for (; limit > 0 && (!queue_.empty() || count(false, now_) > 0); --limit)
         turn();
 }
 
@@ -101,11 +85,9 @@ void ManualLoop::advance(std::chrono::milliseconds time) {
     settle();
     while (true) {
         auto next = end;
-        for (const auto& [id, due] : due_)
-            if (due.at > now_)
-                next = std::min(next, due.at);
         for (const auto& [id, timer] : timers_)
-            next = std::min(next, timer->at);
+            if (timer->at > now_)
+                next = std::min(next, timer->at);
         now_ = next;
         turn();
         settle();

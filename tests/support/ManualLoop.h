@@ -43,27 +43,22 @@ class ManualLoop : public platform::MainQueue, public platform::RunLoop {
     void close();
 
     /// Calls that wait for their turn or time.
-    std::size_t waiting() const { return due_.size(); }
+    std::size_t waiting() const { return count(false); }
     /// Timers that still tick.
-    std::size_t timers() const { return timers_.size(); }
+    std::size_t timers() const { return count(true); }
 
   private:
-    struct Call;
     struct FakeTimer;
 
     using Time = std::chrono::milliseconds;
-    struct Due {
-        std::weak_ptr<std::function<void()>> call;
-        Time at{};
-    };
 
+    std::size_t count(bool repeating, Time until = Time::max()) const;
     void runDue();
 
     bool open_ = true;
     Time now_{0};
     std::uint64_t next_ = 0;
     std::deque<std::function<void()>> queue_;
-    std::map<std::uint64_t, Due> due_;
     std::map<std::uint64_t, FakeTimer*> timers_;
 };
 
