@@ -5,6 +5,7 @@ set -u
 . "$(dirname "$0")/screen-sharing.sh"
 
 open_run_folder
+leave_others_alone
 rm -f "$run/reason"
 # The setting first: it must not outlive the server that it speaks of.
 write_setting off || die "Cannot write the Screen Sharing setting below $root."

@@ -8,24 +8,8 @@ set -u
 
 viewers() { sockets 01 '[0-9A-F]*'; }
 
-as_user() { (exec_as_user "$server_display" "$server_authority" timeout 3 "$@"); }
-
-# While the server asks it does nothing else, so its question is answered with no.
-answer_no() {
-    command -v xdotool >/dev/null || return 0
-    for window in $(as_user xdotool search --onlyvisible --name '^new x11vnc client$' 2>/dev/null); do
-        as_user xdotool key --window "$window" n 2>/dev/null
-    done
-}
-
-viewers_end() {
-    tenths=20
-    while [ -n "$(viewers)" ]; do
-        [ "$tenths" -gt 0 ] || return 1
-        tenths=$((tenths - 1))
-        sleep 0.1
-    done
-}
+# The limit is not left to the user, who could stop it and have the lock held for ever.
+as_user() { (limit='timeout -k 1 3' exec_as_user "$server_display" "$server_authority" "$@") 9>&-; }
 
 # Takes the server's sockets of these inodes, which a debugger may do, and shuts them down. False when none
 # could be taken. The numbers are pidfd_open and pidfd_getfd.
@@ -48,33 +32,33 @@ kill_sockets() {
     [ "$(id -u)" -eq 0 ] && ss -K state established sport = ":$port" >/dev/null 2>&1
 }
 
-cut_connections() {
-    # shellcheck disable=SC2046  # one inode a line
-    { shut_down $(viewers) && viewers_end; } || { kill_sockets && viewers_end; }
+# x11vnc does nothing else while it asks, so its question is answered with no. The other's, which has lost
+# its viewer, is put away; the next one takes its place.
+end_question() {
+    command -v xdotool >/dev/null || return 0
+    for window in $(as_user xdotool search --onlyvisible --name '^new x11vnc client$' 2>/dev/null); do
+        as_user xdotool key --window "$window" n 2>/dev/null
+    done
+    for window in $(as_user xdotool search --onlyvisible --name '^VNC Server : Accept Connection\?$' 2>/dev/null); do
+        as_user xdotool windowunmap "$window" 2>/dev/null
+    done
 }
 
-disconnect_x11vnc() {
+# One after the other may wait until the one before has been answered.
+cut_connections() {
     rounds=8
     while [ -n "$(viewers)" ]; do
-        [ "$rounds" -gt 0 ] || die "A viewer could not be disconnected."
+        [ "$rounds" -gt 0 ] || return 1
         rounds=$((rounds - 1))
-        as_user "$link" -norc -display "$server_display" -R disconnect:all >/dev/null 2>&1
-        sleep 0.5
-        [ -n "$(viewers)" ] || break
-        answer_no
-        [ "$rounds" -gt 3 ] || cut_connections
+        # shellcheck disable=SC2046  # one inode a line
+        shut_down $(viewers) || kill_sockets || [ "$rounds" -lt 7 ] || return 1
+        end_question
         sleep 0.2
     done
 }
 
-# The others take no orders. Where their connections may not be cut, as where only a parent may debug, they
-# are ended and started anew.
-disconnect_other() {
-    [ -n "$(viewers)" ] || return 0
-    if cut_connections; then
-        hide_question
-        return 0
-    fi
+# Where connections may not be cut, as where only a parent may debug, the server ends and starts anew.
+start_anew() {
     settle_at_exit
     server_started=yes
     stop_server || die "$server_kind (process $server_pid) cannot be ended."
@@ -82,21 +66,11 @@ disconnect_other() {
     write_setting on || die "Cannot write the Screen Sharing setting below $root."
 }
 
-# A question that has lost its viewer. The next one takes its place.
-hide_question() {
-    command -v xdotool >/dev/null || return 0
-    for window in $(as_user xdotool search --onlyvisible --name '^VNC Server : Accept Connection\?$' 2>/dev/null); do
-        as_user xdotool windowunmap "$window" 2>/dev/null
-    done
-}
-
 open_run_folder
+leave_others_alone
 if ! find_server || ! server_listens; then
     die "Screen Sharing is not on, or was not switched on by Zelvo."
 fi
 choose_user "$server_user"
-case $server_kind in
-x11vnc) disconnect_x11vnc ;;
-*) disconnect_other ;;
-esac
+cut_connections || start_anew
 echo "zelvo: Nobody is connected."

@@ -26,10 +26,11 @@ find_program() { # find_program KIND
 # Becomes the server, in a session of its own, so that no terminal's signals reach it.
 exec_server() {
     case $server_kind in
-    # -rfbportv6 -1 is what really keeps IPv6 closed.
+    # -rfbportv6 -1 is what really keeps IPv6 closed. With its remote control, an X property, any program on
+    # the display could switch the question off.
     x11vnc)
         set -- -display "$server_display" -rfbport "$port" -noipv6 -no6 -rfbportv6 -1 -shared -forever \
-            -accept popup -norc -nopw -nolookup -noncache
+            -accept popup -norc -noremote -nopw -nolookup -noncache
         ;;
     # A TigerVNC that has no such question does not start with this.
     x0vncserver)
@@ -40,10 +41,11 @@ exec_server() {
     exec_as_user "$server_display" "$server_authority" setsid "$link" "$@"
 }
 
-# The lock is closed in the server, or it would be held until the server ends.
+# The lock is closed in the server, or it would be held until the server ends. The server has a line for
+# each connection that anybody makes, so its log has a limit: 1 MiB, beyond which writing fails.
 start_server() {
     ln -sfn "$server_program" "$link" || die "Cannot make the link $link."
-    (cd / && exec_server) </dev/null >"$run/log" 2>&1 9>&- &
+    (trap '' XFSZ && ulimit -f 2048 && cd / && exec_server) </dev/null >"$run/log" 2>&1 9>&- &
     server_pid=$!
     server_start=$(process_start "$server_pid")
     save_server

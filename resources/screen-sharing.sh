@@ -12,9 +12,6 @@
 root=${ZELVO_ROOT:-/var/lib/zelvo}
 run=$root/run
 link=$run/screensharingd
-# The server's remote control is an X property. One of our own leaves other servers on the display alone.
-channel=ZELVO_SCREEN_SHARING
-
 die() {
     printf 'zelvo: %s\n' "$1" >&2
     exit 1
@@ -49,17 +46,26 @@ choose_asking_user() {
     fi
 }
 
-# Becomes the command, as the chosen user on display $1 with the authority file $2. The environment is
-# made anew: the server ends where it finds WAYLAND_DISPLAY, and obeys many variables of its own.
+# Becomes the command, as the chosen user on display $1 with the authority file $2, in a program of $limit
+# that has the rights of before. The environment is made anew: the server ends where it finds WAYLAND_DISPLAY, and obeys many variables of its own.
 exec_as_user() {
     display=$1 authority=$2
     shift 2
     set -- env -i PATH="$PATH" HOME="$user_home" USER="$user_name" LOGNAME="$user_name" \
-        DISPLAY="$display" ${authority:+"XAUTHORITY=$authority"} X11VNC_REMOTE=$channel "$@"
+        DISPLAY="$display" ${authority:+"XAUTHORITY=$authority"} "$@"
     if [ "$(id -u)" != "$user_id" ]; then
         set -- setpriv --reuid "$user_id" --regid "$user_group" --init-groups "$@"
     fi
-    exec "$@"
+    # shellcheck disable=SC2086  # several words
+    exec ${limit-} "$@"
+}
+
+# Stops unless the server, if there is one, is the asking user's. Root itself may end anybody's.
+leave_others_alone() {
+    choose_asking_user
+    if find_server && [ "$user_id" -ne 0 ] && [ "$user_id" != "$server_user" ]; then
+        die "Screen Sharing is on for another user, and is left alone."
+    fi
 }
 
 # Makes the folders and waits until no other tool is at work. The lock ends with the tool.

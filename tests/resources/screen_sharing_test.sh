@@ -38,6 +38,7 @@ tool() {
     *) sh "$tools/$1-screen-sharing-and-guess-access.tool" ;;
     esac </dev/null >"$folder/out" 2>&1
 }
+by_another() { (ZELVO_USER=daemon tool "$1"); }
 said() { grep -q "$1" "$folder/out"; }
 setting() { tr -d '\n\t' <"$ZELVO_ROOT/Library/Preferences/com.apple.RemoteManagement.plist" | grep -q "$1"; }
 reason() { [ "$(cat "$ZELVO_ROOT/run/reason" 2>/dev/null)" = "$1" ]; }
@@ -121,10 +122,11 @@ check "  that is named by the setting" allows
 check "  and no reason is left" refused reason no-display
 ours=$(server)
 
+env -u WAYLAND_DISPLAY timeout 3 x11vnc -norc -R accept: >/dev/null 2>&1
 capture &
 viewer=$!
 answer n
-check "no: the viewer gets nothing" refused wait $viewer
+check "no, after a program tried to switch the question off: the viewer gets nothing" refused wait $viewer
 capture &
 viewer=$!
 answer y
@@ -227,6 +229,11 @@ if [ "$(id -u)" -eq 0 ] && setpriv --reuid nobody --clear-groups true 2>/dev/nul
     exec 5<>/dev/tcp/127.0.0.1/5900
     eventually question >/dev/null
     check "  and disconnects" tool disconnect
+    ours=$(server)
+    for act in disconnect disable; do
+        check "  and nobody else's request to $act counts" refused by_another "$act"
+    done
+    check "  nor is the server ended" test "$(server)" = "$ours"
     check "  and off again" tool disable
     check "  wholly" servers 0
 else
