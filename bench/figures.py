@@ -13,7 +13,7 @@ import sys
 import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, "..", "tests", "road"))
+sys.path.insert(0, os.path.join(HERE, "..", "tests", "support"))
 from stage import Stage, enter_own_network, is_listening, wait_until  # noqa: E402
 
 missed = []
@@ -65,12 +65,12 @@ def main():
         stage.make_certificate()
         service = stage.start_service()
         router = stage.start_router()
-        env = stage.environment(service.port, router.port)
+        env = stage.environment(service.url, router.place)
         sys.stdout.flush()
 
         # Waiting for Screen Sharing: a listener that does not count keeps the tool from starting one.
         with socket.create_server(("127.0.0.1", 5900)):
-            zelvo = stage.start_application(service.port, router.port)
+            zelvo = stage.start_application(service, router)
             zelvo.wait_for(r"^Port mapping: Applying")
             time.sleep(3)
             waiting = processor_share(zelvo.process.pid, 10)
@@ -79,7 +79,7 @@ def main():
         times = []
         for _ in range(5):
             begun = time.monotonic()
-            zelvo = stage.start_application(service.port, router.port)
+            zelvo = stage.start_application(service, router)
             zelvo.wait_for(r"^Link: ")
             times.append((time.monotonic() - begun) * 1000)
             if len(times) == 5:

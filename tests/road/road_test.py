@@ -9,8 +9,9 @@ import signal
 import sys
 import time
 
-from stage import (ROOT, Stage, connect_viewer, enter_own_network, is_listening,
-                   processes_named, service_info, wait_until)
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+from stage import (ROOT, Stage, connect_viewer, enter_own_network,  # noqa: E402
+                   is_listening, processes_named, service_info, wait_until)
 
 VNC_PORT = 5900
 
@@ -95,7 +96,7 @@ def failures(stage):
 
     # A router that is not there.
     router.end()
-    zelvo = stage.start_application(service.port, router.port)
+    zelvo = stage.start_application(service, router)
     zelvo.wait_for(r"^Port mapping: Port Mapping Error:$", 30)
     router = stage.start_router(router.port)
     stage.press_in_sheet("Return")
@@ -103,7 +104,7 @@ def failures(stage):
     zelvo.wait_for(r"^Link: zelvo://\S+$")
 
     # A second one would take the link back under the first when it quits.
-    second = stage.start_application(service.port, router.port)
+    second = stage.start_application(service, router)
     assert second.wait(10) == 1
 
     # A service that has gone does not hold the quit, and the mapping goes all the same.
@@ -116,7 +117,7 @@ def failures(stage):
     wait_until(lambda: not is_listening(VNC_PORT), 5, "Screen Sharing off")
 
     # A service that is not there.
-    zelvo = stage.start_application(service.port, router.port)
+    zelvo = stage.start_application(service, router)
     zelvo.wait_for(r"^Port mapping: Port Mapping Error:$", 30)
     service = stage.start_service(service.port)
     stage.press_in_sheet("Return")

@@ -6,14 +6,11 @@ import re
 import shutil
 import signal
 import socket
-import ssl
 import subprocess
 import sys
 import tempfile
 import threading
 import time
-import urllib.parse
-import urllib.request
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 SKIPPED = 77
@@ -35,15 +32,16 @@ def enter_own_network():
 class Program:
     """A child in a session of its own, whose output is read line by line."""
 
-    def __init__(self, command, env=None, log=None, prefix=()):
+    def __init__(self, command, env=None, log=None, prefix=(), takes_input=False):
         self.name = os.path.basename(command[0])
         self.lines = []
         self._seen = 0
         self._ended = False
         self._news = threading.Condition()
         self.process = subprocess.Popen(
-            [*prefix, *command], env=env, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-            stderr=log or sys.stderr, text=True, start_new_session=True)
+            [*prefix, *command], env=env, stdin=subprocess.PIPE if takes_input else
+            subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=log or sys.stderr, text=True,
+            errors="replace", start_new_session=True)
         threading.Thread(target=self._read, daemon=True).start()
 
     def _read(self):
@@ -51,26 +49,33 @@ class Program:
             print(f"{self.name}: {line}", end="", flush=True)
             with self._news:
                 self.lines.append(line.rstrip("\n"))
-                self._news.notify()
+                self._news.notify_all()
         with self._news:
             self._ended = True
-            self._news.notify()
+            self._news.notify_all()
 
     def wait_for(self, pattern, seconds=20):
         """The first line, after those already waited for, that matches; fails loudly otherwise."""
+        at, match = self._find(pattern, self._seen, seconds)
+        self._seen = at + 1
+        return match
+
+    def wait_for_any(self, pattern, seconds=20):
+        """The same among all lines, wherever others have been waited for."""
+        return self._find(pattern, 0, seconds)[1]
+
+    def _find(self, pattern, at, seconds):
         end = time.monotonic() + seconds
         with self._news:
             while True:
-                while self._seen < len(self.lines):
-                    match = re.search(pattern, self.lines[self._seen])
-                    self._seen += 1
+                for at in range(at, len(self.lines)):
+                    match = re.search(pattern, self.lines[at])
                     if match:
-                        return match
-                left = end - time.monotonic()
-                if self._ended or left <= 0:
-                    raise AssertionError(
-                        f"{self.name} never printed {pattern!r}; it printed {self.lines!r}")
-                self._news.wait(left)
+                        return at, match
+                at = len(self.lines)
+                if self._ended or not self._news.wait(end - time.monotonic()):
+                    raise AssertionError(f"{self.name} did not print {pattern!r} within {seconds} "
+                                         f"s; it printed {self.lines!r}")
 
     def row(self, label):
         """What the row shows now; it has then been waited for."""
@@ -78,6 +83,10 @@ class Program:
             self._seen = len(self.lines)
             shown = [line for line in self.lines if line.startswith(label + ": ")]
             return shown[-1][len(label) + 2:] if shown else None
+
+    def say(self, text):
+        self.process.stdin.write(text)
+        self.process.stdin.flush()
 
     def send(self, number):
         self.process.send_signal(number)
@@ -120,49 +129,54 @@ class Stage:
     def path(self, name):
         return os.path.join(self.folder, name)
 
-    def start(self, command, env=None, prefix=()):
+    def start(self, command, env=None, prefix=(), log=None, **how):
         """The prefix is a program that becomes the command."""
-        program = Program(command, env or dict(os.environ), self.log, prefix)
+        program = Program(command, env or dict(os.environ), log or self.log, prefix, **how)
         self.programs.append(program)
         return program
 
-    def start_display(self):
+    def start_display(self, **how):
         server = self.start(["Xvfb", "-displayfd", "1", "-screen", "0", "1024x768x24", "-nolisten",
-                             "tcp", "-noreset"])
+                             "tcp", "-noreset"], **how)
         self.display = ":" + server.wait_for(r"^\d+$").group(0)
 
-    def make_certificate(self):
+    def make_certificate(self, address="127.0.0.1", name="service", authority="ca"):
         run = lambda *words: subprocess.run(["openssl", *words], check=True, capture_output=True,
                                             cwd=self.folder)
         key = ["-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes"]
         run("req", "-x509", *key, "-subj", "/CN=Test authority", "-addext",
-            "basicConstraints=critical,CA:TRUE", "-keyout", "ca.key", "-out", "ca.pem")
-        run("req", *key, "-subj", "/CN=127.0.0.1", "-keyout", "service.key", "-out", "service.csr")
+            "basicConstraints=critical,CA:TRUE", "-keyout", f"{authority}.key",
+            "-out", f"{authority}.pem")
+        run("req", *key, "-subj", f"/CN={address}", "-keyout", f"{name}.key",
+            "-out", f"{name}.csr")
         with open(self.path("names"), "w", encoding="utf-8") as names:
-            names.write("subjectAltName=IP:127.0.0.1")
-        run("x509", "-req", "-in", "service.csr", "-CA", "ca.pem", "-CAkey", "ca.key",
-            "-CAcreateserial", "-extfile", "names", "-out", "service.pem")
+            names.write(f"subjectAltName=IP:{address}")
+        run("x509", "-req", "-in", f"{name}.csr", "-CA", f"{authority}.pem",
+            "-CAkey", f"{authority}.key", "-CAcreateserial", "-extfile", "names",
+            "-out", f"{name}.pem")
 
-    def start_service(self, port=0):
+    def start_service(self, port=0, address="127.0.0.1", **how):
         service = self.start([os.path.join(self.build, "zelvo-service"), "--database",
                               self.path("links.sqlite"), "--certificate", self.path("service.pem"),
-                              "--key", self.path("service.key"), "--port", str(port)])
+                              "--key", self.path("service.key"), "--address", address,
+                              "--port", str(port)], **how)
         service.url = service.wait_for(r"^Service: (https://\S+)$").group(1)
         service.port = int(service.url.rsplit(":", 1)[1])
         return service
 
     def start_router(self, port=0):
         router = self.start([os.path.join(self.build, "zelvo-router"), "--port", str(port)])
-        router.port = int(router.wait_for(r"^Router: 127\.0\.0\.1:(\d+)$").group(1))
+        router.place = router.wait_for(r"^Router: (127\.0\.0\.1:\d+)$").group(1)
+        router.port = int(router.place.rsplit(":", 1)[1])
         return router
 
-    def environment(self, service_port, router_port):
-        env = dict(os.environ)
-        env.pop("WAYLAND_DISPLAY", None)
+    def environment(self, service_url, router_place=None):
+        # A proxy of the machine's own is none of these programs' business.
+        env = {name: value for name, value in os.environ.items()
+               if not name.lower().endswith("_proxy") and name != "WAYLAND_DISPLAY"}
         env.update({
             "DISPLAY": self.display,
-            "ZELVO_SERVICE": f"https://127.0.0.1:{service_port}",
-            "ZELVO_ROUTER": f"127.0.0.1:{router_port}",
+            "ZELVO_SERVICE": service_url,
             "ZELVO_AUTHORIZATION": "self",
             "ZELVO_ROOT": self.path("root"),
             "SSL_CERT_FILE": self.path("ca.pem"),
@@ -171,11 +185,14 @@ class Stage:
             "XDG_STATE_HOME": self.path("state"),
             "LC_ALL": "C.UTF-8",
         })
+        env.pop("ZELVO_ROUTER", None)
+        if router_place:
+            env["ZELVO_ROUTER"] = router_place
         return env
 
-    def start_application(self, service_port, router_port):
+    def start_application(self, service, router):
         return self.start([os.path.join(self.build, "zelvo")],
-                          self.environment(service_port, router_port))
+                          self.environment(service.url, router.place))
 
     def press_in_sheet(self, key):
         """A key for the sheet on the window, once it is up."""
@@ -190,13 +207,12 @@ class Stage:
                        check=True, capture_output=True, timeout=10)
 
 
-def service_info(url, authority, link):
+def service_info(url, authority, link, prefix=()):
     """What the service answers to a viewer that asks for the link."""
-    context = ssl.create_default_context(cafile=authority)
-    request = urllib.request.Request(url + "/app/4.8.1/sharing/get.php",
-                                     data=urllib.parse.urlencode({"link": link}).encode())
-    with urllib.request.urlopen(request, context=context, timeout=10) as reply:
-        return plistlib.loads(reply.read())
+    answer = subprocess.run([*prefix, "curl", "-s", "--max-time", "10", "--cacert", authority,
+                             "--data", f"link={link}", url + "/app/4.8.1/sharing/get.php"],
+                            capture_output=True, check=True)
+    return plistlib.loads(answer.stdout)
 
 
 def connect_viewer(address, port):

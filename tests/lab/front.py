@@ -1,0 +1,86 @@
+#!/usr/bin/env python3
+"""Stands before the sharing service and spoils its answers in the way that standard input says.
+
+usage: front.py ADDRESS UPSTREAM AUTHORITY CERTIFICATE KEY STRANGE_CERTIFICATE STRANGE_KEY
+
+The ways: pass; slow SECONDS; reset; garbage; noise (not even TLS); stranger (a certificate of an
+authority that nobody knows).
+"""
+
+import http.server
+import os
+import socket
+import ssl
+import struct
+import sys
+import threading
+import time
+import urllib.request
+
+way = ["pass"]
+
+
+def read_ways():
+    for line in sys.stdin:
+        way[:] = line.split()
+
+
+def server_side(certificate, key):
+    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+    context.load_cert_chain(certificate, key)
+    return context
+
+
+class Front(http.server.BaseHTTPRequestHandler):
+    def setup(self):
+        if way[0] == "noise":
+            self.request.sendall(os.urandom(512))
+            raise ConnectionAbortedError
+        self.request.settimeout(10)
+        context = self.server.strange if way[0] == "stranger" else self.server.known
+        self.request = context.wrap_socket(self.request, server_side=True)
+        super().setup()
+
+    def do_POST(self):  # pylint: disable=invalid-name
+        body = self.rfile.read(int(self.headers["Content-Length"]))
+        print(f"Front: {os.path.basename(self.path)} {' '.join(way)}", flush=True)
+        if way[0] == "reset":
+            self.request.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+            # Whoever still holds the socket's files would keep a mere close from happening.
+            os.close(self.request.detach())
+            return
+        if way[0] == "slow":
+            time.sleep(float(way[1]))
+        answer = os.urandom(4096)
+        if way[0] != "garbage":
+            request = urllib.request.Request(self.server.upstream + self.path, body)
+            with urllib.request.urlopen(request, context=self.server.trust) as reply:
+                answer = reply.read()
+        self.send_response(200)
+        self.send_header("Content-Length", str(len(answer)))
+        self.end_headers()
+        self.wfile.write(answer)
+
+    def log_message(self, *_):
+        pass
+
+
+class Server(http.server.ThreadingHTTPServer):
+    def handle_error(self, *_):
+        # A client that does not take what it gets is what this is for.
+        pass
+
+
+def main():
+    address, upstream, authority, *pairs = sys.argv[1:]
+    server = Server((address, 0), Front)
+    server.upstream = upstream
+    server.trust = ssl.create_default_context(cafile=authority)
+    server.known, server.strange = server_side(*pairs[:2]), server_side(*pairs[2:])
+    threading.Thread(target=read_ways, daemon=True).start()
+    print(f"Service: https://{address}:{server.server_address[1]}", flush=True)
+    server.serve_forever()
+
+
+if __name__ == "__main__":
+    main()

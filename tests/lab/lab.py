@@ -1,0 +1,171 @@
+"""Three hosts on one machine, with nothing of ours but the application and its service."""
+
+import os
+import re
+import shutil
+import signal
+import struct
+import subprocess
+import sys
+import time
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, os.path.join(HERE, "..", "support"))
+from stage import SKIPPED, Stage, service_info, wait_until  # noqa: E402
+
+HOST = "192.168.77.20"
+OUTSIDE = "44.128.7.1"
+SERVICE = "44.128.7.2"
+NEEDED = ("ip", "nft", "miniupnpd", "ss", "Xvfb", "x11vnc", "xdotool", "gvnccapture", "curl",
+          "openssl")
+
+
+def leave_out_where_impossible():
+    missing = [program for program in NEEDED if not shutil.which(program)]
+    reason = f"missing: {' '.join(missing)}" if missing else ""
+    if os.geteuid() != 0 or subprocess.run(["unshare", "-n", "true"], check=False).returncode:
+        reason = "no right to make network namespaces"
+    if reason:
+        print(f"SKIPPED: {reason}")
+        sys.exit(SKIPPED)
+
+
+class Lab(Stage):
+    """The namespaces `host`, `router` and `internet`; see the file "namespaces"."""
+
+    def __init__(self, build, far=None):
+        super().__init__(build)
+        self.prefix = f"zl{os.getpid()}"
+        self.far = far
+        self.router = None
+        self.service = None
+
+    def __enter__(self):
+        self.namespaces("up")
+        if self.far:
+            self._go_far(*self.far)
+        return self
+
+    def __exit__(self, *error):
+        super().__exit__(*error)
+        self.namespaces("down")
+
+    def namespaces(self, action, *words):
+        return subprocess.run([os.path.join(HERE, "namespaces"), action, self.prefix, *words],
+                              check=True, capture_output=True, text=True).stdout
+
+    def within(self, place):
+        return ["ip", "netns", "exec", f"{self.prefix}-{place}"]
+
+    def run(self, place, *command, check=True):
+        return subprocess.run([*self.within(place), *command], check=check, capture_output=True,
+                              text=True).stdout
+
+    def _go_far(self, delay, loss):
+        try:
+            self.namespaces("far", str(delay), str(loss))
+        except subprocess.CalledProcessError:
+            # This kernel has no netem.
+            self.namespaces("wire")
+            wire = self.start([sys.executable, os.path.join(HERE, "wire.py"), "left", "right",
+                               str(delay), str(loss)], within=self.within("wire"))
+            wire.wait_for(r"^Wire: ready$")
+
+    # The router
+
+    def start_router(self, *lines, speaks="all"):
+        self.router = self.start([os.path.join(HERE, "namespaces"), "daemon", self.prefix, *lines])
+        wait_until(lambda: ":5351 " in self.run("router", "ss", "-lnuH"), 10, "a router daemon")
+        self.namespaces("only", speaks)
+
+    def lose_router(self):
+        self.router.end(signal.SIGKILL)
+        for chain in ("miniupnpd", "prerouting_miniupnpd", "postrouting_miniupnpd"):
+            self.run("router", "nft", "flush", "chain", "inet", "filter", chain)
+
+    def mapped(self, host=HOST):
+        """The external ports that lead to the host's server for both transports."""
+        ports = re.findall(rf"dport (\d+) dnat ip to {re.escape(host)}:5900",
+                           self.namespaces("rules"))
+        return {int(port) for port in ports if ports.count(port) == 2}
+
+    def table_is_empty(self):
+        return not self.namespaces("rules").strip()
+
+    # The internet
+
+    def start_internet(self):
+        self.make_certificate(SERVICE)
+        self.service = self.start_service(address=SERVICE, within=self.within("internet"))
+
+    def published(self, link):
+        return service_info(self.service.url, self.path("ca.pem"), link, self.within("internet"))
+
+    # The host
+
+    def start_host(self):
+        self.start_display(within=self.within("host"))
+
+    def start_zelvo(self, service_url=None, **how):
+        """The application, whose log lines come among its rows."""
+        env = self.environment(service_url or self.service.url)
+        if how.get("takes_input"):
+            del env["DISPLAY"]
+        return self.start([os.path.join(self.build, "zelvo")], env, subprocess.STDOUT,
+                          within=self.within("host"), **how)
+
+    def switch(self, state):
+        """Screen Sharing, on or off, as the application would do it."""
+        tool = os.path.join(self.build, "resources",
+                            f"{state}-screen-sharing-and-guess-access.tool")
+        self.run_with(self.environment(""), "host", "sh", tool)
+
+    def run_with(self, env, place, *command):
+        subprocess.run([*self.within(place), *command], env=env, check=True, capture_output=True)
+
+    def link_of(self, zelvo, seconds=20):
+        """Waits for the link; what the service publishes about it is the router's side of it."""
+        zelvo.wait_for(r"^Port mapping: Port Mapping Successful\.$", seconds)
+        link = zelvo.wait_for(r"^Link: zelvo://(\S+)$").group(1)
+        facts = self.published(link)
+        port = int(facts["Port"])
+        assert int(facts["availabilityStatus"]) == 0, facts
+        wait_until(lambda: self.mapped() == {port}, 5, f"port {port} alone in the router's table")
+        return link, port
+
+    def view(self, zelvo, link):
+        """A viewer comes the way that the service tells, is let in, gets the screen and leaves."""
+        facts = self.published(link)
+        place = f"{facts['IPAddress']}:{int(facts['Port']) - 5900}"
+        picture = self.path("screen.png")
+        viewer = self.start(["gvnccapture", place, picture], within=self.within("internet"))
+        zelvo.wait_for(r"^Connection: Connection established\.$", 10)
+        self.answer_question("y")
+        assert viewer.wait(15) == 0, viewer.lines
+        with open(picture, "rb") as file:
+            size = struct.unpack(">II", file.read(24)[16:])
+        assert size == (1024, 768), size
+        zelvo.wait_for(r"^Connection: Waiting for connection\.\.\.$", 10)
+
+    def answer_question(self, key):
+        """To the VNC server's question whether to let the viewer in."""
+        env = dict(os.environ, DISPLAY=self.display)
+
+        def asked():
+            return subprocess.run(["xdotool", "search", "--onlyvisible", "--name",
+                                   "^new x11vnc client$"], env=env, capture_output=True, text=True,
+                                  check=False).stdout.split()
+        wait_until(asked, 10, "the question")
+        subprocess.run(["xdotool", "key", "--window", asked()[0], key], env=env, check=True,
+                       capture_output=True)
+
+    def quit(self, zelvo, seconds=5):
+        """Seconds from the request to the end, and to the empty table."""
+        begun = time.monotonic()
+        zelvo.send(signal.SIGTERM)
+        wait_until(self.table_is_empty, seconds, "an empty table")
+        emptied = time.monotonic() - begun
+        assert zelvo.wait(max(0.1, seconds - emptied)) == 0, zelvo.process.returncode
+        ended = time.monotonic() - begun
+        print(f"quit: table empty after {emptied:.2f} s, ended after {ended:.2f} s", flush=True)
+        return ended, emptied
