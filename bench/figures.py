@@ -27,6 +27,10 @@ def show(label, value, unit, limit):
         missed.append(label)
 
 
+def finish():
+    sys.exit(1 if missed else 0)
+
+
 def processor_share(pid, seconds):
     """Per cent of one core that the process takes."""
     def used():
@@ -97,7 +101,7 @@ def main():
     show("waiting for Screen Sharing", waiting, "% core", 1)
     show("waiting for a viewer", watching, "% core", 0.1)
     show("from quit to the end", ended, "ms", 5000)
-    sys.exit(1 if missed else 0)
+    finish()
 
 
 if __name__ == "__main__":

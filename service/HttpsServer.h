@@ -22,7 +22,7 @@ class HttpsServer : private httplib::Server {
     struct Limits {
         std::size_t workers = 64;                         ///< connections served side by side
         std::size_t queue = 256;                          ///< connections that wait for a worker
-        std::chrono::milliseconds connectionTime{15000};  ///< handshake to end of reply
+        std::chrono::milliseconds connectionTime{30000};  ///< handshake to end of reply
         std::size_t bodyLength = 1024 * 1024;             ///< bytes
     };
 

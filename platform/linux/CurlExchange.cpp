@@ -1,5 +1,9 @@
 #include "platform/linux/CurlExchange.h"
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstring>
@@ -44,6 +48,9 @@ void CurlExchange::setUpConnection(const CurlUrlSession::Options& options) {
     curl_easy_setopt(handle(), CURLOPT_TIMEOUT_MS, static_cast<long>(total));
     curl_easy_setopt(handle(), CURLOPT_CONNECTTIMEOUT_MS,
                      static_cast<long>(options.connectTimeout.count()));
+    deliveryTimeout_ = static_cast<unsigned>(options.deliveryTimeout.count());
+    curl_easy_setopt(handle(), CURLOPT_SOCKOPTFUNCTION, &CurlExchange::setUpSocket);
+    curl_easy_setopt(handle(), CURLOPT_SOCKOPTDATA, this);
     curl_easy_setopt(handle(), CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(handle(), CURLOPT_SSL_VERIFYPEER, 1L);
     curl_easy_setopt(handle(), CURLOPT_SSL_VERIFYHOST, 2L);
@@ -58,6 +65,13 @@ void CurlExchange::setUpConnection(const CurlUrlSession::Options& options) {
     // Giving up on a name server that does not answer must not wait for it.
     curl_easy_setopt(handle(), CURLOPT_QUICK_EXIT, 1L);
 #endif
+}
+
+int CurlExchange::setUpSocket(void* self, curl_socket_t socket, curlsocktype) {
+    const auto& timeout = static_cast<CurlExchange*>(self)->deliveryTimeout_;
+    // Without it the connection merely lives longer.
+    ::setsockopt(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, &timeout, sizeof timeout);
+    return CURL_SOCKOPT_OK;
 }
 
 void CurlExchange::setUpRequest() {

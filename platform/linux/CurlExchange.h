@@ -38,6 +38,7 @@ class CurlExchange {
     };
 
     static std::size_t receive(char* bytes, std::size_t size, std::size_t count, void* self);
+    static int setUpSocket(void* self, curl_socket_t socket, curlsocktype);
     void setUpConnection(const CurlUrlSession::Options& options);
     void setUpRequest();
     void addHeader(const std::string& line);
@@ -45,6 +46,7 @@ class CurlExchange {
 
     UrlRequest request_;
     std::function<void(UrlResult)> finished_;
+    unsigned deliveryTimeout_ = 0;
     std::size_t bodyLimit_ = 0;
     bool bodyIsTooLarge_ = false;
     std::vector<std::byte> body_;

@@ -22,6 +22,9 @@ class CurlUrlSession : public UrlSession {
         /// The file of trusted certificate authorities; empty for the system's own.
         std::string certificateFile;
         std::chrono::milliseconds connectTimeout{5000};
+        /// How long what was sent may stay unacknowledged. A connection whose network has gone
+        /// ends then, and not only with the request's own time-out.
+        std::chrono::milliseconds deliveryTimeout{10000};
         std::size_t bodyLimit = std::size_t{1} << 20;
         /// Hears on the main thread the address from which a peer saw a request come, where it
         /// tells by a "Client-Address" header.

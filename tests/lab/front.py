@@ -32,11 +32,14 @@ def server_side(certificate, key):
 
 
 class Front(http.server.BaseHTTPRequestHandler):
+    # Connections stay open, as those of most services do.
+    protocol_version = "HTTP/1.1"
+
     def setup(self):
         if way[0] == "noise":
             self.request.sendall(os.urandom(512))
             raise ConnectionAbortedError
-        self.request.settimeout(10)
+        self.request.settimeout(120)
         context = self.server.strange if way[0] == "stranger" else self.server.known
         self.request = context.wrap_socket(self.request, server_side=True)
         super().setup()

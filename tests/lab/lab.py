@@ -20,8 +20,8 @@ NEEDED = ("ip", "nft", "miniupnpd", "ss", "Xvfb", "x11vnc", "xdotool", "gvnccapt
           "openssl")
 
 
-def leave_out_where_impossible():
-    missing = [program for program in NEEDED if not shutil.which(program)]
+def leave_out_where_impossible(*others):
+    missing = [program for program in (*NEEDED, *others) if not shutil.which(program)]
     reason = f"missing: {' '.join(missing)}" if missing else ""
     if os.geteuid() != 0 or subprocess.run(["unshare", "-n", "true"], check=False).returncode:
         reason = "no right to make network namespaces"
@@ -98,6 +98,16 @@ class Lab(Stage):
         self.make_certificate(SERVICE)
         self.service = self.start_service(address=SERVICE, within=self.within("internet"))
 
+    def start_front(self):
+        """What stands before the service; see "front.py"."""
+        self.make_certificate(SERVICE, "strange", "strange-ca")
+        files = ("ca.pem", "service.pem", "service.key", "strange.pem", "strange.key")
+        front = self.start([sys.executable, os.path.join(HERE, "front.py"), SERVICE,
+                            self.service.url, *map(self.path, files)],
+                           within=self.within("internet"), takes_input=True)
+        front.url = front.wait_for(r"^Service: (\S+)$").group(1)
+        return front
+
     def published(self, link):
         return service_info(self.service.url, self.path("ca.pem"), link, self.within("internet"))
 
@@ -106,9 +116,9 @@ class Lab(Stage):
     def start_host(self):
         self.start_display(within=self.within("host"))
 
-    def start_zelvo(self, service_url=None, **how):
-        """The application, whose log lines come among its rows."""
-        env = self.environment(service_url or self.service.url)
+    def start_zelvo(self, service=None, **how):
+        """The application, whose log lines come among its rows; in the terminal if it takes input."""
+        env = self.environment((service or self.service).url)
         if how.get("takes_input"):
             del env["DISPLAY"]
         return self.start([os.path.join(self.build, "zelvo")], env, subprocess.STDOUT,
@@ -149,15 +159,10 @@ class Lab(Stage):
 
     def answer_question(self, key):
         """To the VNC server's question whether to let the viewer in."""
-        env = dict(os.environ, DISPLAY=self.display)
-
         def asked():
-            return subprocess.run(["xdotool", "search", "--onlyvisible", "--name",
-                                   "^new x11vnc client$"], env=env, capture_output=True, text=True,
-                                  check=False).stdout.split()
+            return self.xdotool("search", "--onlyvisible", "--name", "^new x11vnc client$")
         wait_until(asked, 10, "the question")
-        subprocess.run(["xdotool", "key", "--window", asked()[0], key], env=env, check=True,
-                       capture_output=True)
+        self.xdotool("key", "--window", asked()[0], key)
 
     def quit(self, zelvo, seconds=5):
         """Seconds from the request to the end, and to the empty table."""

@@ -113,6 +113,7 @@ class Stage:
         self.log = open(os.path.join(self.folder, "log.txt"), "w", encoding="utf-8")
         self.programs = []
         self.display = None
+        self._beside_display = ()
 
     def __enter__(self):
         return self
@@ -135,10 +136,17 @@ class Stage:
         self.programs.append(program)
         return program
 
-    def start_display(self, **how):
+    def start_display(self, within=()):
         server = self.start(["Xvfb", "-displayfd", "1", "-screen", "0", "1024x768x24", "-nolisten",
-                             "tcp", "-noreset"], **how)
+                             "tcp", "-noreset"], within=within)
         self.display = ":" + server.wait_for(r"^\d+$").group(0)
+        # Servers in several networks may have the same number. Who asks from within gets the right one.
+        self._beside_display = within
+
+    def xdotool(self, *words):
+        return subprocess.run([*self._beside_display, "xdotool", *words], text=True, timeout=10,
+                              env=dict(os.environ, DISPLAY=self.display), capture_output=True,
+                              check=False).stdout.split()
 
     def make_certificate(self, address="127.0.0.1", name="service", authority="ca"):
         run = lambda *words: subprocess.run(["openssl", *words], check=True, capture_output=True,
@@ -196,15 +204,11 @@ class Stage:
 
     def press_in_sheet(self, key):
         """A key for the sheet on the window, once it is up."""
-        env = dict(os.environ, DISPLAY=self.display)
-
         def windows():
-            return subprocess.run(["xdotool", "search", "--onlyvisible", "--name", "."], env=env,
-                                  capture_output=True, text=True, check=False).stdout.split()
+            return self.xdotool("search", "--onlyvisible", "--name", ".")
         wait_until(lambda: len(windows()) > 1, 10, "a sheet")
         # Nobody manages windows here, so the focus has to be given.
-        subprocess.run(["xdotool", "windowfocus", "--sync", windows()[-1], "key", key], env=env,
-                       check=True, capture_output=True, timeout=10)
+        self.xdotool("windowfocus", "--sync", windows()[-1], "key", key)
 
 
 def service_info(url, authority, link, prefix=()):
