@@ -32,7 +32,7 @@ def time_to_mapping(lab, protocol, port):
     """From the start of the process, which asks for both transports, to its first word."""
     begun = time.monotonic()
     mapper = lab.start([os.path.join(lab.build, "tests", "nat", "zelvo-map-port"), "5900", port,
-                        protocol], within=lab.within("host"))
+                        protocol], prefix=lab.within("host"))
     mapper.wait_for(r"^Mapped ")
     took = milliseconds_since(begun)
     mapper.end()

@@ -35,7 +35,7 @@ class Lab(Stage):
 
     def __init__(self, build, far=None):
         super().__init__(build)
-        self.prefix = f"zl{os.getpid()}"
+        self.name = f"zl{os.getpid()}"
         self.far = far
         self.router = None
         self.service = None
@@ -51,11 +51,11 @@ class Lab(Stage):
         self.namespaces("down")
 
     def namespaces(self, action, *words):
-        return subprocess.run([os.path.join(HERE, "namespaces"), action, self.prefix, *words],
+        return subprocess.run([os.path.join(HERE, "namespaces"), action, self.name, *words],
                               check=True, capture_output=True, text=True).stdout
 
     def within(self, place):
-        return ["ip", "netns", "exec", f"{self.prefix}-{place}"]
+        return ["ip", "netns", "exec", f"{self.name}-{place}"]
 
     def run(self, place, *command, check=True):
         return subprocess.run([*self.within(place), *command], check=check, capture_output=True,
@@ -68,13 +68,13 @@ class Lab(Stage):
             # This kernel has no netem.
             self.namespaces("wire")
             wire = self.start([sys.executable, os.path.join(HERE, "wire.py"), "left", "right",
-                               str(delay), str(loss)], within=self.within("wire"))
+                               str(delay), str(loss)], prefix=self.within("wire"))
             wire.wait_for(r"^Wire: ready$")
 
     # The router
 
     def start_router(self, *lines, speaks="all"):
-        self.router = self.start([os.path.join(HERE, "namespaces"), "daemon", self.prefix, *lines])
+        self.router = self.start([os.path.join(HERE, "namespaces"), "daemon", self.name, *lines])
         wait_until(lambda: ":5351 " in self.run("router", "ss", "-lnuH"), 10, "a router daemon")
         self.namespaces("only", speaks)
 
@@ -96,7 +96,7 @@ class Lab(Stage):
 
     def start_internet(self):
         self.make_certificate(SERVICE)
-        self.service = self.start_service(address=SERVICE, within=self.within("internet"))
+        self.service = self.start_service(address=SERVICE, prefix=self.within("internet"))
 
     def start_front(self):
         """What stands before the service; see "front.py"."""
@@ -104,7 +104,7 @@ class Lab(Stage):
         files = ("ca.pem", "service.pem", "service.key", "strange.pem", "strange.key")
         front = self.start([sys.executable, os.path.join(HERE, "front.py"), SERVICE,
                             self.service.url, *map(self.path, files)],
-                           within=self.within("internet"), takes_input=True)
+                           prefix=self.within("internet"), takes_input=True)
         front.url = front.wait_for(r"^Service: (\S+)$").group(1)
         return front
 
@@ -114,15 +114,15 @@ class Lab(Stage):
     # The host
 
     def start_host(self):
-        self.start_display(within=self.within("host"))
+        self.start_display(prefix=self.within("host"))
 
     def start_zelvo(self, service=None, **how):
         """The application, whose log lines come among its rows; in the terminal if it takes input."""
         env = self.environment((service or self.service).url)
         if how.get("takes_input"):
             del env["DISPLAY"]
-        return self.start([os.path.join(self.build, "zelvo")], env, subprocess.STDOUT,
-                          within=self.within("host"), **how)
+        return self.start([os.path.join(self.build, "zelvo")], env, log=subprocess.STDOUT,
+                          prefix=self.within("host"), **how)
 
     def switch(self, state):
         """Screen Sharing, on or off, as the application would do it."""
@@ -148,7 +148,7 @@ class Lab(Stage):
         facts = self.published(link)
         place = f"{facts['IPAddress']}:{int(facts['Port']) - 5900}"
         picture = self.path("screen.png")
-        viewer = self.start(["gvnccapture", place, picture], within=self.within("internet"))
+        viewer = self.start(["gvnccapture", place, picture], prefix=self.within("internet"))
         zelvo.wait_for(r"^Connection: Connection established\.$", 10)
         self.answer_question("y")
         assert viewer.wait(15) == 0, viewer.lines
@@ -160,7 +160,7 @@ class Lab(Stage):
     def answer_question(self, key):
         """To the VNC server's question whether to let the viewer in."""
         def asked():
-            return self.xdotool("search", "--onlyvisible", "--name", "^new x11vnc client$")
+            return self.xdotool("search", "--onlyvisible", "--name", "^new x11vnc client$").split()
         wait_until(asked, 10, "the question")
         self.xdotool("key", "--window", asked()[0], key)
 

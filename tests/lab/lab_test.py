@@ -168,7 +168,7 @@ def routers(lab):
     lab.lose_router()
     # Some grant what is of no use.
     lab.start([os.path.join(lab.build, "zelvo-router"), "--address", "192.168.77.1", "--port",
-               "5351", "--external", "10.44.7.1"], within=lab.within("router")).wait_for("Router: ")
+               "5351", "--external", "10.44.7.1"], prefix=lab.within("router")).wait_for("Router: ")
     zelvo.say("t")
     zelvo.wait_for("^There is a second router")
     zelvo.wait_for("Port mapping: Port Mapping Successful")

@@ -10,7 +10,8 @@ import struct
 import subprocess
 import sys
 
-from stage import SKIPPED, Stage, wait_until
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+from stage import SKIPPED, Stage, wait_until  # noqa: E402
 
 PROGRAMS = ("Xvfb", "x11vnc", "X0tigervnc", "gvnccapture", "xdotool", "identify", "pkexec",
             "dbus-daemon", "hostnamectl", "setpriv", "cmake", "/usr/lib/polkit-1/polkitd",

@@ -136,17 +136,17 @@ class Stage:
         self.programs.append(program)
         return program
 
-    def start_display(self, within=()):
+    def start_display(self, prefix=()):
         server = self.start(["Xvfb", "-displayfd", "1", "-screen", "0", "1024x768x24", "-nolisten",
-                             "tcp", "-noreset"], within=within)
+                             "tcp", "-noreset"], prefix=prefix)
         self.display = ":" + server.wait_for(r"^\d+$").group(0)
         # Servers in several networks may have the same number. Who asks from within gets the right one.
-        self._beside_display = within
+        self._beside_display = prefix
 
     def xdotool(self, *words):
         return subprocess.run([*self._beside_display, "xdotool", *words], text=True, timeout=10,
                               env=dict(os.environ, DISPLAY=self.display), capture_output=True,
-                              check=False).stdout.split()
+                              check=False).stdout
 
     def make_certificate(self, address="127.0.0.1", name="service", authority="ca"):
         run = lambda *words: subprocess.run(["openssl", *words], check=True, capture_output=True,
@@ -205,7 +205,7 @@ class Stage:
     def press_in_sheet(self, key):
         """A key for the sheet on the window, once it is up."""
         def windows():
-            return self.xdotool("search", "--onlyvisible", "--name", ".")
+            return self.xdotool("search", "--onlyvisible", "--name", ".").split()
         wait_until(lambda: len(windows()) > 1, 10, "a sheet")
         # Nobody manages windows here, so the focus has to be given.
         self.xdotool("windowfocus", "--sync", windows()[-1], "key", key)
