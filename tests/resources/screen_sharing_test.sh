@@ -123,6 +123,7 @@ check "  and no reason is left" refused reason no-display
 ours=$(server)
 
 env -u WAYLAND_DISPLAY timeout 3 x11vnc -norc -R accept: >/dev/null 2>&1
+eventually grep -q "read.*cmd=accept:" "$ZELVO_ROOT/run/log"
 capture &
 viewer=$!
 answer n
