@@ -16,6 +16,9 @@ bool isLocal(std::uint32_t address) {
     return address >> 24 == 127 || address >> 16 == 0xa9fe;
 }
 
+constexpr const char* Disconnected =
+    "Your router is not connected to the internet. Nobody can reach you before it is.";
+
 }  // namespace
 
 RouterExplanation::RouterExplanation(const Bundle& bundle, Log& log) : bundle_(bundle), log_(log) {}
@@ -58,8 +61,7 @@ const char* RouterExplanation::reason() const {
     if (reply_->externalPort != 0) {
         auto external = ntohl(reply_->externalAddress);
         if (external == 0)
-            return "Your router is not connected to the internet. Nobody can reach you before it "
-                   "is.";
+            return Disconnected;
         if (isBehindAnotherRouter(external))
             return "There is a second router between yours and the internet, so nobody can reach "
                    "you. Router Help says what you can do.";
@@ -69,6 +71,8 @@ const char* RouterExplanation::reason() const {
         return nullptr;
     }
     switch (reply_->errorCode) {
+        case NatErrorTransient:
+            return Disconnected;
         case NatErrorNoRouter:
             return "This computer is not connected to a router. Check the network cable or the "
                    "wireless network.";

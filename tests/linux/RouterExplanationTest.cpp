@@ -35,6 +35,7 @@ TEST(RouterExplanation, SaysWhyNobodyCanComeIn) {
     EXPECT_EQ(said(failed(NatErrorNoRouter)), "This computer is not con");
     EXPECT_EQ(said(failed(NatErrorPortMappingDisabled)), "Your router answered, bu");
     EXPECT_EQ(said(failed(NatErrorTimeout)), "Your router did not answ");
+    EXPECT_EQ(said(failed(NatErrorTransient)), "Your router is not conne");
     EXPECT_EQ(said(mapped("44.0.0.1")), "");
     EXPECT_EQ(said(mapped("0.0.0.0")), "Your router is not conne");
     for (const auto* address : {"10.0.0.1", "172.31.255.255", "192.168.1.1", "100.127.255.255"})

@@ -34,12 +34,13 @@ class PortControlMappingTest : public testing::Test {
         for (const Bytes& bytes : extra) {
             network.answer(bytes);
         }
+        epoch -= epochLeap;
         const bool tcp = asked.opcode == NatPmpOpcode::MapTcp;
         const std::uint16_t instead = tcp ? tcpPort : udpPort;
         const auto now = epoch + static_cast<std::uint32_t>(network.elapsed() / 1s);
         NatPmpResponse response{asked.opcode, NatPmpSuccess, now, address};
         if (asked.opcode != NatPmpOpcode::ExternalAddress) {
-            response.result = tcp ? NatPmpSuccess : udpResult;
+            response.result = asked.lifetime == 0 ? NatPmpSuccess : tcp ? tcpResult : udpResult;
             response.internalPort = asked.internalPort;
             response.externalPort = instead && asked.lifetime ? instead : asked.externalPort;
             response.lifetime = asked.lifetime;
@@ -85,7 +86,9 @@ class PortControlMappingTest : public testing::Test {
     /// What is granted instead of the wish.
     std::uint16_t tcpPort = 0;
     std::uint16_t udpPort = 0;
+    std::uint16_t tcpResult = NatPmpSuccess;
     std::uint16_t udpResult = NatPmpSuccess;
+    std::uint32_t epochLeap = 0;
     std::vector<Bytes> extra;
 };
 
@@ -179,6 +182,40 @@ TEST_F(PortControlMappingTest, RouterThatForgotIsAskedAtOnceForTheSamePort) {
     EXPECT_EQ(mapping->failure(), NatFailure::Silent);
 }
 
+TEST_F(PortControlMappingTest, LineThatIsDownCostsNoMappingAndRefusedRenewalIsWithdrawn) {
+    open();
+    map();
+    tcpResult = udpResult = NatPmpNetworkFailure;
+    run(2000s);
+    EXPECT_EQ(mapping->phase(), Phase::Mapped);
+    tcpResult = udpResult = NatPmpSuccess;
+    run(2000s);
+    EXPECT_EQ(mapping->phase(), Phase::Mapped) << "renewed soon after";
+
+    mapRequests();
+    tcpResult = NatPmpNotAuthorized;
+    mapping->check();
+    run(10ms);
+    EXPECT_EQ(mapRequests().at(2), mapRequest(NatPmpOpcode::MapTcp, 0, 0));
+    EXPECT_TRUE(mapping->withdrawn());
+}
+
+TEST_F(PortControlMappingTest, RouterWhoseEpochLeapsOrThatAnnouncesWithoutEndIsAskedSeldom) {
+    epoch = 4000000000;
+    epochLeap = 1000;
+    open();
+    map();
+    network.sent.clear();
+    for (int second = 0; second < 60; ++second) {
+        for (int count = 0; count < 100; ++count) {
+            mapping->announced(encode(PcpResponse{}));
+        }
+        run(1s);
+    }
+    EXPECT_GT(network.sent.size(), 3u);
+    EXPECT_LT(network.sent.size(), 45u);
+}
+
 TEST_F(PortControlMappingTest, ForeignLateAndDamagedPacketsChangeNothing) {
     const NatPmpResponse spoilt{NatPmpOpcode::MapTcp, 0, 1000, 0, 5900, 666, 3600};
     Bytes noSuchOpcode = encode(spoilt);
@@ -215,6 +252,9 @@ TEST_F(PortControlMappingTest, RefusalsAndUnreachablePortsEndItAtOnce) {
     EXPECT_EQ(outcome([&] { network.answer(encode(otherVersion)); }), NatFailure::Unsupported);
     network.reachable = false;
     EXPECT_EQ(outcome([] {}), NatFailure::Silent);
+    EXPECT_TRUE(mapping->withdrawn());
+    mapping->recover();
+    EXPECT_FALSE(mapping->withdrawn()) << "nobody could be asked";
 }
 
 TEST_F(PortControlMappingTest, PcpKeepsItsNonceAndRenewsWithinItsWindow) {

@@ -46,9 +46,9 @@ class PortPairMappingTest : public testing::Test {
     }
 
     void answerNatPmp(const NatPmpRequest& request) {
-        NatPmpResponse response{
-            request.opcode,  0, epoch(), RouterAddress, request.internalPort, request.externalPort,
-            request.lifetime};
+        NatPmpResponse response{request.opcode,  natPmpResult,         epoch(),
+                                RouterAddress,   request.internalPort, request.externalPort,
+                                request.lifetime};
         if (request.opcode != NatPmpOpcode::ExternalAddress) {
             note("nat-pmp", request.lifetime);
         }
@@ -95,6 +95,7 @@ class PortPairMappingTest : public testing::Test {
     bool natPmp = true;
     PcpResult pcpResult = PcpResult::Success;
     milliseconds pcpMapDelay = 1ms;
+    std::uint16_t natPmpResult = NatPmpSuccess;
     std::vector<std::string> asked;
     std::vector<NatPortMappingReply> replies;
     std::unique_ptr<PortPairMapping> pair;
@@ -144,6 +145,28 @@ TEST_F(PortPairMappingTest, LateGrantOfALoserIsWithdrawnAndTheMappingStays) {
     EXPECT_EQ(asked[0], "pcp maps");
     EXPECT_NE(std::find(asked.begin(), asked.end(), "pcp withdraws"), asked.end());
     EXPECT_EQ(asked.back(), "nat-pmp maps");
+}
+
+TEST_F(PortPairMappingTest, WhatIsMappedWhileSomethingIsWithdrawnIsAskedForAgain) {
+    open();
+    run(0ms);
+    pair->check();
+    run(1s);
+    EXPECT_EQ(asked, (std::vector<std::string>{"pcp maps", "pcp maps"}));
+}
+
+TEST_F(PortPairMappingTest, LineThatComesUpIsUsedAtOnceWhenTheRouterTells) {
+    pcp = false;
+    natPmpResult = NatPmpNetworkFailure;
+    open();
+    run(10s);
+    ASSERT_EQ(replies.size(), 1u);
+    EXPECT_EQ(replies[0].errorCode, NatErrorTransient);
+    natPmpResult = NatPmpSuccess;
+    pair->announced(encode(NatPmpResponse{}));
+    run(10ms);
+    ASSERT_EQ(replies.size(), 2u);
+    EXPECT_EQ(replies[1].errorCode, 0);
 }
 
 TEST_F(PortPairMappingTest, SilenceIsTheOutcomeAfterTenSecondsAndAskedAgainLater) {

@@ -54,7 +54,11 @@ std::optional<PortControlAnswer> NatPmpWire::read(ByteView datagram) const {
     if (response->result == NatPmpUnsupportedVersion ||
         response->result == NatPmpUnsupportedOpcode) {
         answer.failure = NatFailure::Unsupported;
+    } else if (response->result == NatPmpNetworkFailure) {
+        answer.failure = NatFailure::Disconnected;
     }
+    answer.mayPass =
+        response->result == NatPmpNetworkFailure || response->result == NatPmpOutOfResources;
     if (response->opcode == NatPmpOpcode::ExternalAddress) {
         answer.externalAddress = response->externalAddress;
         return answer;
@@ -67,7 +71,9 @@ std::optional<PortControlAnswer> NatPmpWire::read(ByteView datagram) const {
     }
     answer.transport = response->opcode == NatPmpOpcode::MapTcp ? Transport::Tcp : Transport::Udp;
     answer.externalPort = response->externalPort;
-    answer.lifetime = std::chrono::seconds(response->lifetime);
+    if (answer.refusal.empty()) {
+        answer.lifetime = std::chrono::seconds(response->lifetime);
+    }
     return answer;
 }
 

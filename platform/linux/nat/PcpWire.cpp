@@ -70,6 +70,11 @@ std::optional<PortControlAnswer> PcpWire::read(ByteView datagram) const {
         return std::nullopt;
     }
     answer.epoch = response->epoch;
+    if (response->result == PcpResult::NetworkFailure) {
+        answer.failure = NatFailure::Disconnected;
+    }
+    answer.mayPass =
+        response->result == PcpResult::NetworkFailure || response->result == PcpResult::NoResources;
     if (response->opcode == PcpOpcode::Announce) {
         // A router that knows no ANNOUNCE has still shown that it speaks PCP.
         if (response->result == PcpResult::UnsupportedVersion) {

@@ -1,5 +1,7 @@
 #include "platform/linux/nat/PortControlMapping.h"
 
+#include <utility>
+
 #include "platform/linux/nat/codec/NatPmpCodec.h"
 #include "platform/linux/nat/codec/PcpCodec.h"
 
@@ -16,6 +18,11 @@ constexpr auto SecondTransportGrace = 10ms;
 /// RFC 6887 11.2.1, and wise for NAT-PMP as well: a router that grants a second is asked no more
 /// often.
 constexpr std::chrono::milliseconds ShortestPause = 4s;
+/// A router that refuses for the moment and does not say for how long.
+constexpr std::chrono::milliseconds PauseAfterRefusal = 30s;
+/// So much lies between two checks that the router's own words cause: there are routers whose epoch
+/// leaps with every answer.
+constexpr auto CheckPause = 5s;
 
 }  // namespace
 
@@ -44,6 +51,8 @@ PortControlMapping::PortControlMapping(NatNetwork& network, const Ipv4Endpoint& 
 
 void PortControlMapping::recover() {
     if (phase_ != Phase::Probing) {
+        // Nobody could be asked.
+        withdrawn_ = false;
         return;
     }
     for (Lane& lane : lanes_) {
@@ -74,6 +83,8 @@ void PortControlMapping::check() {
     if (phase_ != Phase::Asking && phase_ != Phase::Mapped) {
         return;
     }
+    lastCheck_ = now;
+    checkAt_ = Never;
     for (Lane& lane : lanes_) {
         if (lane.state == Lane::State::Held) {
             lane.retry.begin(now);
@@ -86,6 +97,9 @@ void PortControlMapping::check() {
 
 void PortControlMapping::wake() {
     const NatTime now = network_.now();
+    if (checkAt_ <= now) {
+        check();
+    }
     if (probe_.next() <= now) {
         stepProbe(now);
     }
@@ -105,12 +119,12 @@ void PortControlMapping::announced(ByteView datagram) {
         settle();
     } else if (decodePcpResponse(datagram) || decodeNatPmpResponse(datagram)) {
         // A router that speaks both may announce itself in the other one alone.
-        check();
+        checkSoon();
     }
 }
 
 NatTime PortControlMapping::nextWake() const {
-    NatTime next = std::min(probe_.next(), phase_ == Phase::Asking ? settleAt_ : Never);
+    NatTime next = std::min({probe_.next(), checkAt_, phase_ == Phase::Asking ? settleAt_ : Never});
     for (const Lane& lane : lanes_) {
         next = std::min(next, lane.nextWake());
     }
@@ -186,6 +200,7 @@ void PortControlMapping::handleProbe(const PortControlAnswer& answer) {
 }
 
 void PortControlMapping::handleMap(Lane& lane, const PortControlAnswer& answer) {
+    const NatTime now = network_.now();
     const bool granted = answer.refusal.empty() && answer.lifetime.count() != 0;
     const bool asked = lane.state == Lane::State::Asking ||
                        (lane.state == Lane::State::Held && lane.retry.isOpen());
@@ -194,18 +209,22 @@ void PortControlMapping::handleMap(Lane& lane, const PortControlAnswer& answer) 
         // first one has arrived.
         withdrawn_ = withdrawn_ && (answer.refusal.empty() || lane.retry.sent() > 1);
         endDelete(lane);
+    } else if (asked && answer.mayPass && lane.state == Lane::State::Held) {
+        const auto pause = answer.lifetime.count() == 0 ? PauseAfterRefusal : answer.lifetime;
+        lane.retry.end();
+        lane.renewAt = now + std::max(std::min(pause, (lane.expiresAt - now) / 2), ShortestPause);
     } else if (asked && !answer.refusal.empty()) {
         refuseLane(lane, answer.failure, answer.refusal);
     } else if (asked && granted && answer.externalPort == 0) {
         refuseLane(lane, NatFailure::Refused, "it grants no port");
     } else if (asked && granted) {
-        const NatTime now = network_.now();
         lane.state = Lane::State::Held;
         lane.retry.end();
         lane.port = answer.externalPort;
         lane.lifetime = std::min(answer.lifetime, wish_.lifetime);
         lane.expiresAt = now + lane.lifetime;
-        lane.renewAt = now + std::max(wire_->renewAfter(lane.lifetime), ShortestPause);
+        lane.renewAt = now + std::min(std::max(wire_->renewAfter(lane.lifetime), ShortestPause),
+                                      std::chrono::milliseconds(lane.lifetime) * 3 / 4);
         if (answer.externalAddress) {
             externalAddress_ = *answer.externalAddress;
         }
@@ -217,17 +236,28 @@ void PortControlMapping::handleMap(Lane& lane, const PortControlAnswer& answer) 
 }
 
 void PortControlMapping::refuseLane(Lane& lane, NatFailure failure, const std::string& why) {
-    lane.state = Lane::State::Out;
-    lane.retry.end();
+    if (lane.state == Lane::State::Held) {
+        // It has been granted, and a router that does not renew it may keep it all the same.
+        beginDelete(lane, network_.now());
+    } else {
+        lane.state = Lane::State::Out;
+        lane.retry.end();
+    }
     if (&lane == &primary()) {
         fail(failure, why);
+    }
+}
+
+void PortControlMapping::checkSoon() {
+    if (phase_ == Phase::Asking || phase_ == Phase::Mapped) {
+        checkAt_ = std::min(checkAt_, std::max(network_.now(), lastCheck_ + CheckPause));
     }
 }
 
 void PortControlMapping::noticeEpoch(std::uint32_t epoch) {
     const PortControlEpoch heard{epoch, network_.now()};
     if (epoch_ && !wire_->isContinuous(*epoch_, heard)) {
-        check();
+        checkSoon();
     }
     epoch_ = heard;
 }
@@ -351,9 +381,12 @@ void PortControlMapping::fail(NatFailure failure, std::string why) {
 
 void PortControlMapping::releaseLanes() {
     probe_.end();
+    checkAt_ = Never;
     phase_ = Phase::Releasing;
+    // What was not withdrawn for certain when the ports were brought together gets another chance.
+    const bool perhapsLeft = !std::exchange(withdrawn_, true);
     for (Lane& lane : lanes_) {
-        if (lane.isOpen()) {
+        if (lane.isOpen() || perhapsLeft) {
             lane.askAgain = false;
             beginDelete(lane, network_.now());
         } else {

@@ -69,6 +69,7 @@ class PortControlMapping final : public RouterMapping, private DatagramReceiver 
     void handleProbe(const PortControlAnswer& answer);
     void handleMap(Lane& lane, const PortControlAnswer& answer);
     void refuseLane(Lane& lane, NatFailure failure, const std::string& why);
+    void checkSoon();
     void noticeEpoch(std::uint32_t epoch);
 
     void stepProbe(NatTime now);
@@ -95,6 +96,8 @@ class PortControlMapping final : public RouterMapping, private DatagramReceiver 
     Retry probe_;
     std::vector<Lane> lanes_;
     std::optional<PortControlEpoch> epoch_;
+    NatTime lastCheck_ = NatTime::min();
+    NatTime checkAt_ = Never;
     std::uint32_t externalAddress_ = 0;
     /// How long the first answer waits for the second transport.
     NatTime settleAt_ = Never;

@@ -20,10 +20,13 @@ struct PortControlAnswer {
     /// The failure in words; empty for success.
     std::string refusal;
     NatFailure failure = NatFailure::Refused;
+    /// The failure is one of the moment: what is mapped stays mapped.
+    bool mayPass = false;
     std::optional<std::uint32_t> epoch;
     std::optional<std::uint32_t> externalAddress;
     Transport transport = Transport::Tcp;
     std::uint16_t externalPort = 0;
+    /// Of a refusal: how long to leave the router in peace, 0 where it does not say.
     std::chrono::seconds lifetime{0};
 };
 

@@ -18,6 +18,8 @@ constexpr auto Patience = 10s;
 constexpr auto Turn = 1s;
 constexpr auto FirstRetryPause = 30s;
 constexpr auto LongestRetryPause = 300s;
+/// So much lies between two attempts that the router's announcements cause.
+constexpr auto AnnouncedPause = 5s;
 
 using Phase = RouterMapping::Phase;
 
@@ -29,6 +31,9 @@ std::string transportText(const PortGrant& grant) {
 std::int32_t moreTelling(std::int32_t code, NatFailure failure) {
     if (failure == NatFailure::Refused || code == NatErrorPortMappingDisabled) {
         return NatErrorPortMappingDisabled;
+    }
+    if (failure == NatFailure::Disconnected || code == NatErrorTransient) {
+        return NatErrorTransient;
     }
     if (failure == NatFailure::Unsupported || code == NatErrorPortMappingUnsupported) {
         return NatErrorPortMappingUnsupported;
@@ -88,6 +93,8 @@ void PortPairMapping::routerChanged() {
 void PortPairMapping::check() {
     if (state_ == State::Mapped) {
         winner_.mapping->check();
+    } else if (state_ == State::Seeking) {
+        checkWhenMapped_ = true;
     } else if (state_ == State::Waiting) {
         retryAt_ = network_.now();
     }
@@ -96,6 +103,8 @@ void PortPairMapping::check() {
 void PortPairMapping::announced(ByteView datagram) {
     if (state_ == State::Mapped) {
         winner_.mapping->announced(datagram);
+    } else if (state_ == State::Waiting) {
+        retryAt_ = std::min(retryAt_, std::max(network_.now(), soughtAt_ + AnnouncedPause));
     }
 }
 
@@ -125,11 +134,16 @@ NatTime PortPairMapping::nextWake() const {
 }
 
 void PortPairMapping::seek() {
+    // Making may find out that the route has changed, and tell us.
+    state_ = State::Waiting;
+    auto made = make_(wish_);
     state_ = State::Seeking;
+    soughtAt_ = network_.now();
+    checkWhenMapped_ = false;
     failureCode_ = NatErrorNone;
     deadline_ = network_.now() + Patience;
     nextTurn_ = network_.now();
-    for (auto& mapping : make_(wish_)) {
+    for (auto& mapping : made) {
         candidates_.push_back({std::move(mapping)});
     }
     if (candidates_.empty()) {
@@ -218,11 +232,11 @@ void PortPairMapping::reviewLeaving() {
         if (candidate.mapping->withdrawn()) {
             journal_.remove(candidate.recordId);
         }
-        const bool mayHaveTakenOurs = candidate.asked && state_ == State::Mapped;
+        // Two protocols of one router share one table.
+        const bool mayHaveTakenOurs = candidate.withdraws && state_ != State::Waiting;
         leaving_.erase(leaving_.begin() + static_cast<std::ptrdiff_t>(index));
         if (mayHaveTakenOurs) {
-            // Two protocols of one router share one table.
-            winner_.mapping->check();
+            check();
         }
     }
 }
@@ -237,10 +251,14 @@ void PortPairMapping::win(std::size_t index) {
     state_ = State::Mapped;
     retryPause_ = FirstRetryPause;
     report();
+    if (checkWhenMapped_) {
+        winner_.mapping->check();
+    }
 }
 
 void PortPairMapping::lose(Candidate candidate) {
     candidate.mapping->release();
+    candidate.withdraws = candidate.asked && candidate.mapping->phase() != Phase::Over;
     if (candidate.mapping->phase() != Phase::Over || candidate.asked) {
         leaving_.push_back(std::move(candidate));
     }

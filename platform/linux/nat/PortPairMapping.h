@@ -47,6 +47,8 @@ class PortPairMapping {
     struct Candidate {
         std::unique_ptr<RouterMapping> mapping;
         bool asked = false;
+        /// Had something to withdraw when it was lost.
+        bool withdraws = false;
         int recordId = -1;
     };
 
@@ -79,6 +81,9 @@ class PortPairMapping {
     NatTime deadline_ = Never;
     NatTime nextTurn_ = Never;
     NatTime retryAt_;
+    NatTime soughtAt_ = NatTime::min();
+    /// Something may have taken away what is just being mapped.
+    bool checkWhenMapped_ = false;
     std::chrono::seconds retryPause_;
     std::int32_t failureCode_ = NatErrorNone;
 };

@@ -37,6 +37,8 @@ enum class NatFailure : std::uint8_t {
     Silent,
     /// The router does not speak this protocol.
     Unsupported,
+    /// It does, and has no connection to the internet.
+    Disconnected,
     /// It does, and will not map.
     Refused,
 };
