@@ -1,6 +1,9 @@
 #include "platform/linux/nat/MappingJournal.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <csignal>
 
 #include "platform/linux/nat/ExternalAddress.h"
 #include "platform/linux/nat/HttpResponseReader.h"
@@ -52,6 +55,24 @@ TEST_F(MappingJournalTest, NextStartTakesOverWhatTheDeadHaveLeftAndNothingElse) 
     folder.write("port-mappings.damaged", "PCP 1.2.3.4\n\n\xff\xfe" + record("PCP").text());
     folder.write("other", record("PCP").text() + "\n");
 
+    folder.write("new-port-mappings.1", "cut");
+    std::filesystem::last_write_time(
+        folder / "new-port-mappings.1",
+        std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
+    {
+        // A full disk.
+        std::signal(SIGXFSZ, SIG_IGN);
+        rlimit before{};
+        getrlimit(RLIMIT_FSIZE, &before);
+        const rlimit none{0, before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &none);
+        const MappingJournal unwritten(folder.path(), log);
+        setrlimit(RLIMIT_FSIZE, &before);
+        EXPECT_EQ(unwritten.records().size(), 2u);
+        EXPECT_EQ(log.lines.size(), 1u);
+        EXPECT_EQ(files(), 3u) << "what stood there still does";
+    }
+
     MappingJournal next(folder.path(), log);
     ASSERT_EQ(next.records().size(), 2u);
     const MappingRecord& found = next.records().begin()->second;
@@ -65,7 +86,7 @@ TEST_F(MappingJournalTest, NextStartTakesOverWhatTheDeadHaveLeftAndNothingElse) 
     // A folder that cannot be used is one line in the log.
     MappingJournal journal(folder / "other/zelvo", log);
     journal.remove(journal.add(record("PCP")));
-    EXPECT_EQ(log.lines.size(), 1u);
+    EXPECT_EQ(log.lines.size(), 2u);
 }
 
 TEST(HttpResponseReaderTest, ReadsEveryFormInEveryCut) {

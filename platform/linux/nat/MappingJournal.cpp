@@ -13,6 +13,9 @@ namespace zelvo::platform {
 namespace {
 
 constexpr const char* FilePrefix = "port-mappings.";
+/// Not found by the search for the former.
+constexpr const char* TemporaryPrefix = "new-port-mappings.";
+constexpr std::int64_t SecondsToWrite = 60;
 constexpr std::size_t LongestFile = 64 * 1024;
 constexpr std::size_t MostRecords = 64;
 /// No router is expected to remember for longer.
@@ -22,6 +25,14 @@ std::int64_t secondsNow() {
     return std::chrono::duration_cast<std::chrono::seconds>(
                std::chrono::system_clock::now().time_since_epoch())
         .count();
+}
+
+/// What a process that died while it wrote has left.
+void removeStale(const std::string& path) {
+    struct stat status {};
+    if (lstat(path.c_str(), &status) == 0 && status.st_mtime < secondsNow() - SecondsToWrite) {
+        unlink(path.c_str());
+    }
 }
 
 std::string readLimited(int descriptor) {
@@ -45,7 +56,8 @@ MappingJournal::MappingJournal(const std::string& folder, Log& log) : folder_(fo
         return;
     }
     std::random_device device;
-    path_ = folder_ + "/" + FilePrefix + std::to_string(device()) + std::to_string(device());
+    ownNumber_ = std::to_string(device()) + std::to_string(device());
+    path_ = folder_ + "/" + FilePrefix + ownNumber_;
     takeOver();
 }
 
@@ -68,15 +80,17 @@ void MappingJournal::takeOver() {
     for (auto entry = std::filesystem::directory_iterator(folder_, error);
          !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
         const std::string path = entry->path().string();
-        if (entry->path().filename().string().rfind(FilePrefix, 0) == 0) {
+        const std::string name = entry->path().filename().string();
+        if (name.starts_with(TemporaryPrefix)) {
+            removeStale(path);
+        } else if (name.starts_with(FilePrefix)) {
             if (FileDescriptor file = takeOverFile(path)) {
                 taken.emplace_back(path, std::move(file));
             }
         }
     }
-    if (!taken.empty()) {
-        // First they stand in our own file, then theirs may go.
-        write();
+    // First they stand in our own file, then theirs may go.
+    if (!taken.empty() && write()) {
         for (const auto& [path, file] : taken) {
             unlink(path.c_str());
         }
@@ -103,21 +117,22 @@ FileDescriptor MappingJournal::takeOverFile(const std::string& path) {
     return file;
 }
 
-void MappingJournal::write() {
+bool MappingJournal::write() {
     if (folder_.empty()) {
-        return;
+        return true;
     }
     if (records_.empty()) {
         unlink(path_.c_str());
         file_ = FileDescriptor();
-        return;
+        return true;
     }
-    // Not found by the search of takeOver, which goes by the beginning of the name.
-    const std::string temporary = folder_ + "/new-" + path_.substr(folder_.size() + 1);
-    if (!writeFile(temporary)) {
-        unlink(temporary.c_str());
-        log_.line("Port mapping: the journal " + path_ + " cannot be written");
+    const std::string temporary = folder_ + "/" + TemporaryPrefix + ownNumber_;
+    if (writeFile(temporary)) {
+        return true;
     }
+    unlink(temporary.c_str());
+    log_.line("Port mapping: the journal " + path_ + " cannot be written");
+    return false;
 }
 
 bool MappingJournal::writeFile(const std::string& temporary) {
@@ -136,6 +151,11 @@ bool MappingJournal::writeFile(const std::string& temporary) {
         return false;
     }
     file_ = std::move(file);
+    // Only with this does the new name outlast a power cut.
+    const FileDescriptor folder(open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (folder) {
+        fsync(folder.get());
+    }
     return true;
 }
 

@@ -28,11 +28,13 @@ class MappingJournal {
     void takeOver();
     /// The file with its lock, its records taken in; empty when it is not for us.
     FileDescriptor takeOverFile(const std::string& path);
-    void write();
+    /// False when the disk refuses.
+    bool write();
     bool writeFile(const std::string& temporary);
 
     std::string folder_;
     Log& log_;
+    std::string ownNumber_;
     std::string path_;
     FileDescriptor file_;
     std::map<int, MappingRecord> records_;
