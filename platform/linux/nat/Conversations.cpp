@@ -1,5 +1,7 @@
 #include "platform/linux/nat/Conversations.h"
 
+#include <algorithm>
+
 #include "platform/linux/nat/NatPmpWire.h"
 #include "platform/linux/nat/PcpWire.h"
 #include "platform/linux/nat/PortControlMapping.h"
@@ -21,12 +23,14 @@ PortControlMapping::MakeWire makeNatPmp(std::uint16_t internalPort) {
 
 }  // namespace
 
-std::vector<std::unique_ptr<RouterMapping>> Conversations::make(const RouterRoute& route,
-                                                                const PortWish& wish) const {
+std::vector<std::unique_ptr<RouterMapping>> Conversations::make(
+    const RouterRoute& route, const PortWish& wish,
+    const std::map<int, MappingRecord>& known) const {
     std::vector<std::unique_ptr<RouterMapping>> made;
     if (options_.pcp) {
         made.push_back(std::make_unique<PortControlMapping>(
-            network_, server(route), wish, makePcp(wish.internalPort, PcpWire::makeNonces())));
+            network_, server(route), wish,
+            makePcp(wish.internalPort, pcpNonces(route, wish, known))));
     }
     if (options_.natPmp) {
         made.push_back(std::make_unique<PortControlMapping>(network_, server(route), wish,
@@ -70,6 +74,18 @@ std::unique_ptr<RouterMapping> Conversations::makeWithdrawal(const RouterRoute& 
 
 std::optional<RouterRoute> Conversations::readRoute() const {
     return options_.router ? readRouteTo(options_.router->address) : readDefaultRoute();
+}
+
+/// A mapping that the router still holds obeys the nonces that made it, and stands in the way of
+/// all others.
+PcpNonces Conversations::pcpNonces(const RouterRoute& route, const PortWish& wish,
+                                   const std::map<int, MappingRecord>& known) const {
+    const auto record = std::find_if(known.rbegin(), known.rend(), [&](const auto& entry) {
+        return entry.second.protocol == "PCP" && entry.second.router == server(route) &&
+               entry.second.localAddress == route.localAddress &&
+               entry.second.internalPort == wish.internalPort;
+    });
+    return record == known.rend() ? PcpWire::makeNonces() : record->second.nonces;
 }
 
 Ipv4Endpoint Conversations::server(const RouterRoute& route) const {

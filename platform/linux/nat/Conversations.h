@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -25,8 +26,10 @@ class Conversations {
     Conversations(NatNetwork& network, const Options& options)
         : network_(network), options_(options) {}
 
-    std::vector<std::unique_ptr<RouterMapping>> make(const RouterRoute& route,
-                                                     const PortWish& wish) const;
+    /// `known` is what may be mapped already.
+    std::vector<std::unique_ptr<RouterMapping>> make(
+        const RouterRoute& route, const PortWish& wish,
+        const std::map<int, MappingRecord>& known) const;
     /// The withdrawal of what an earlier run has left; nothing where the record does not fit the
     /// router that there is.
     std::unique_ptr<RouterMapping> makeWithdrawal(const RouterRoute& route,
@@ -36,6 +39,8 @@ class Conversations {
     bool isOnNetwork() const { return !options_.router; }
 
   private:
+    PcpNonces pcpNonces(const RouterRoute& route, const PortWish& wish,
+                        const std::map<int, MappingRecord>& known) const;
     Ipv4Endpoint server(const RouterRoute& route) const;
     bool speaksUpnp() const;
 

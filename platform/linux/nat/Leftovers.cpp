@@ -18,8 +18,8 @@ void Leftovers::begin(const RouterRoute& route) {
     });
 }
 
-void Leftovers::advance(NatTime now) {
-    std::erase_if(leaving_, [this, now](const auto& entry) {
+bool Leftovers::advance(NatTime now) {
+    const auto ended = std::erase_if(leaving_, [this, now](const auto& entry) {
         const auto& [id, mapping] = entry;
         if (mapping->nextWake() <= now) {
             mapping->wake();
@@ -41,6 +41,7 @@ void Leftovers::advance(NatTime now) {
         }
         return true;
     });
+    return ended > 0;
 }
 
 NatTime Leftovers::nextWake() const {

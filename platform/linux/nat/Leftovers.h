@@ -16,7 +16,8 @@ class Leftovers {
 
     /// Begins with those that this router may hold. Again after each change of the route.
     void begin(const RouterRoute& route);
-    void advance(NatTime now);
+    /// True when a withdrawal has ended.
+    bool advance(NatTime now);
     NatTime nextWake() const;
     /// True while a withdrawal is under way that could take such a mapping with it.
     bool mayTake(const PortWish& wish) const;

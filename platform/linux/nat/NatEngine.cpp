@@ -52,7 +52,10 @@ void NatEngine::advance() {
         checkAt_ = Never;
         checkAll();
     }
-    leftovers_.advance(now);
+    if (leftovers_.advance(now)) {
+        // What it withdrew may have been ours by now, where the route has changed meanwhile.
+        checkAll();
+    }
     for (const auto& pair : closing_) {
         pair->advance();
     }
@@ -133,8 +136,13 @@ void NatEngine::startWaiting() {
         pairs_[waiting.id] = std::make_unique<PortPairMapping>(
             network_, log_, journal_, waiting.wish,
             [this](const PortWish& wish) {
-                return route_ && !routeLost_ ? conversations_.make(*route_, wish)
-                                             : std::vector<std::unique_ptr<RouterMapping>>();
+                if (!route_ || routeLost_) {
+                    // The kernel's notices may have been lost.
+                    routesChanged();
+                }
+                return route_ && !routeLost_
+                           ? conversations_.make(*route_, wish, journal_.records())
+                           : std::vector<std::unique_ptr<RouterMapping>>();
             },
             std::move(waiting.reply));
         waiting_.erase(waiting_.begin() + static_cast<std::ptrdiff_t>(index));

@@ -118,7 +118,8 @@ RouteMonitor::RouteMonitor(PollLoop& loop, std::function<void()> changed)
       socket_(::socket(AF_NETLINK, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, NETLINK_ROUTE)) {
     sockaddr_nl address{};
     address.nl_family = AF_NETLINK;
-    address.nl_groups = RTMGRP_IPV4_ROUTE | RTMGRP_IPV4_IFADDR;
+    // A cable that comes back changes nothing but its link, where the routes and addresses stay.
+    address.nl_groups = RTMGRP_LINK | RTMGRP_IPV4_ROUTE | RTMGRP_IPV4_IFADDR;
     if (socket_ &&
         bind(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
         watch_ = loop.watch(socket_.get(), POLLIN, [this](short) { drain(); });

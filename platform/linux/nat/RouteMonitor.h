@@ -26,7 +26,7 @@ std::optional<RouterRoute> readDefaultRoute();
 /// The way to a router that is known already.
 std::optional<RouterRoute> readRouteTo(std::uint32_t router);
 
-/// Tells when the kernel's routes or this host's IPv4 addresses change, by rtnetlink.
+/// Tells when the kernel's routes, this host's IPv4 addresses or its links change, by rtnetlink.
 class RouteMonitor {
   public:
     RouteMonitor(PollLoop& loop, std::function<void()> changed);
