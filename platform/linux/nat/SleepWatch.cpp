@@ -4,8 +4,6 @@
 #include <sys/timerfd.h>
 #include <time.h>
 
-#include <limits>
-
 namespace zelvo::platform {
 
 namespace {
@@ -32,10 +30,10 @@ SleepWatch::SleepWatch(PollLoop& loop, std::function<void()> slept)
 }
 
 void SleepWatch::arm() {
-    // A timer that never comes, and that the kernel calls off when the wall clock jumps, as it does
-    // at every awakening.
+    // A timer that does not come before the year 2223, and that the kernel calls off when the wall
+    // clock jumps, as it does at every awakening.
     itimerspec far{};
-    far.it_value.tv_sec = std::numeric_limits<std::int32_t>::max();
+    far.it_value.tv_sec = 8'000'000'000;
     timerfd_settime(timer_.get(), TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &far, nullptr);
 }
 
