@@ -53,12 +53,12 @@ class UpnpMappingTest : public testing::Test {
         const std::string entry = between(request, "NewProtocol") + " " + port;
         if (action == "GetExternalIPAddress") {
             network.respond(HttpResponse{
-                200, "<r><NewExternalIPAddress>203.0.113.5</NewExternalIPAddress></r>"});
+                200, "<r><NewExternalIPAddress>" + address + "</NewExternalIPAddress></r>"});
             return;
         }
         const std::string lease = between(request, "NewLeaseDuration");
         orders.push_back(action + " " + entry + (lease.empty() ? "" : " " + lease));
-        int error = table.count(entry) ? 0 : 714;
+        int error = table.count(entry) ? 0 : absent;
         std::string values;
         if (action == "AddPortMapping") {
             error = onlyPermanent && lease != "0" ? 725 : addErrors[entry];
@@ -110,6 +110,8 @@ class UpnpMappingTest : public testing::Test {
         describe("urn:schemas-upnp-org:service:WANIPConnection:1", "/ctl/IPConn");
     bool down = false;
     bool onlyPermanent = false;
+    int absent = 714;
+    std::string address = "203.0.113.5";
     std::map<std::string, int> addErrors;
     std::map<std::string, std::string> table;
     std::vector<std::string> searches;
@@ -132,6 +134,9 @@ TEST_F(UpnpMappingTest, FindsTheGatewayMapsRenewsAndWithdraws) {
     run(2s);
     EXPECT_EQ(orders, (std::vector<std::string>{"AddPortMapping TCP 23456 3600",
                                                 "AddPortMapping UDP 23456 3600"}));
+    address = "203.0.113.6";
+    run(301s);
+    EXPECT_EQ(mapping->grant().externalAddress, 0xcb007106);
     mapping->release();
     run(10ms);
     EXPECT_TRUE(mapping->withdrawn());
@@ -169,6 +174,31 @@ TEST_F(UpnpMappingTest, TakesPermanentLeasesAndOtherPortsWhereItMust) {
     EXPECT_EQ(mapping->phase(), Phase::Over);
     EXPECT_EQ(mapping->failure(), NatFailure::Refused);
     EXPECT_TRUE(mapping->withdrawn()) << "nothing was mapped, so nothing is left";
+}
+
+TEST_F(UpnpMappingTest, RefusedRenewalForgetsNothingThatTheGatewayHolds) {
+    onlyPermanent = true;
+    map();
+    addErrors = {{"TCP 23456", 718}, {"UDP 23456", 718}};
+    run(1h);
+    EXPECT_EQ(mapping->grant(), (PortGrant{0xcb007105, 23456, true, true, 0s})) << "is held still";
+    table["TCP 23456"] = "192.168.1.99:22";
+    mapping->check();
+    run(1s);
+    EXPECT_NE(mapping->grant().externalPort, 23456);
+    EXPECT_EQ(table.size(), 4u);
+    mapping->release();
+    run(10ms);
+    EXPECT_TRUE(mapping->withdrawn());
+    EXPECT_EQ(table, (std::map<std::string, std::string>{{"TCP 23456", "192.168.1.99:22"}}));
+
+    addErrors.clear();
+    map();
+    addErrors = {{"TCP 23456", 728}};
+    mapping->check();
+    run(1s);
+    EXPECT_TRUE(mapping->withdrawn());
+    EXPECT_TRUE(table.empty());
 }
 
 TEST_F(UpnpMappingTest, AnswersThatLeadElsewhereAreNotFollowed) {
@@ -243,18 +273,26 @@ TEST_F(UpnpMappingTest, GatewayThatHangsIsLeftAndLookedForAnewWhenMapped) {
 }
 
 TEST_F(UpnpMappingTest, WithdrawalFollowsAnOrderThatWasCutOff) {
-    begin();
-    run(1s);
-    network.delay = 200ms;
-    mapping->ask();
-    table.clear();
-    mapping->release();
-    run(300ms);
-    EXPECT_EQ(mapping->phase(), Phase::Releasing) << "no such entry, yet";
-    table["TCP 23456"] = "192.168.1.20:5900";
-    run(700ms);
-    EXPECT_TRUE(mapping->withdrawn());
-    EXPECT_TRUE(table.empty());
+    for (const bool renewal : {false, true}) {
+        network.delay = 1ms;
+        begin();
+        run(1s);
+        mapping->ask();
+        run(renewal ? 100ms : 0ms);
+        network.delay = 200ms;
+        mapping->check();
+        run(renewal ? 210ms : 0ms);
+        if (!renewal) {
+            table.clear();
+        }
+        mapping->release();
+        run(300ms);
+        EXPECT_EQ(mapping->phase(), Phase::Releasing) << "no such entry, yet";
+        table["TCP 23456"] = "192.168.1.20:5900";
+        run(700ms);
+        EXPECT_TRUE(mapping->withdrawn());
+        EXPECT_TRUE(table.empty());
+    }
 }
 
 TEST_F(UpnpMappingTest, RecoveryRemovesOurOwnMappingsAndNobodyElses) {
@@ -268,6 +306,11 @@ TEST_F(UpnpMappingTest, RecoveryRemovesOurOwnMappingsAndNobodyElses) {
     EXPECT_TRUE(mapping->withdrawn());
     EXPECT_EQ(table.size(), 2u);
     EXPECT_TRUE(table.count("TCP 30000") && table.count("TCP 40000"));
+    absent = 606;
+    begin();
+    mapping->recover(Host, {23456});
+    run(2s);
+    EXPECT_FALSE(mapping->withdrawn()) << "an answer that tells nothing";
 }
 
 }  // namespace zelvo::test

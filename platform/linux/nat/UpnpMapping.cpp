@@ -3,8 +3,11 @@
 #include <arpa/inet.h>
 
 #include <random>
+#include <utility>
 
 #include "platform/linux/nat/SoapMessage.h"
+#include "platform/linux/nat/codec/NatPmpCodec.h"
+#include "platform/linux/nat/codec/PcpCodec.h"
 
 namespace zelvo::platform {
 
@@ -19,16 +22,30 @@ constexpr int CallTries = 2;
 constexpr auto UdpGrace = 10ms;
 constexpr std::chrono::milliseconds FirstRenewPause = 4s;
 constexpr std::chrono::milliseconds LongestRenewPause = 300s;
+/// How long a changed external address may go unseen where the gateway does not tell.
+constexpr auto AddressPause = 300s;
+/// So much lies between two checks that the router's announcements cause.
+constexpr auto AnnouncedPause = 5s;
 constexpr int OtherPorts = 3;
 
 // Error codes of WANIPConnection:1 and :2.
 constexpr int InvalidArguments = 402;
 constexpr int ActionFailed = 501;
+constexpr int NoSuchIndex = 713;
 constexpr int NoSuchEntry = 714;
 constexpr int ConflictInMapping = 718;
 constexpr int SamePortsRequired = 724;
 constexpr int OnlyPermanentLeases = 725;
 constexpr int ConflictWithOther = 729;
+
+bool isTaken(int errorCode) {
+    return errorCode == ConflictInMapping || errorCode == ConflictWithOther ||
+           errorCode == ActionFailed;
+}
+
+bool isAbsent(int errorCode) {
+    return errorCode == NoSuchEntry || errorCode == NoSuchIndex;
+}
 
 std::uint32_t parseAddress(const std::string& text) {
     in_addr address{};
@@ -87,8 +104,19 @@ void UpnpMapping::release() {
 }
 
 void UpnpMapping::check() {
-    if (phase_ == Phase::Mapped && !call_.exchange && !search_.isOpen()) {
-        renewAt_ = network_.now();
+    if (call_.exchange || search_.isOpen()) {
+        checkAgain_ = true;
+    } else if (phase_ == Phase::Mapped) {
+        renewAt_ = halfLife_ = network_.now();
+    }
+}
+
+void UpnpMapping::announced(ByteView datagram) {
+    // A router that speaks more than one protocol may announce itself in one of them alone.
+    if (phase_ == Phase::Mapped && renewPause_ == 0ms && renewAt_ != Never &&
+        (decodePcpResponse(datagram) || decodeNatPmpResponse(datagram))) {
+        renewAt_ = halfLife_ =
+            std::min(renewAt_, std::max(network_.now(), concludedAt_ + AnnouncedPause));
     }
 }
 
@@ -182,16 +210,20 @@ void UpnpMapping::onAddress(const SoapAnswer& answer) {
     const bool answers = answer.errorCode() >= 0;
     // A line that is down is no reason to give up a mapping.
     if (!answers || (!answer.isSuccess() && phase_ != Phase::Mapped)) {
-        stumble(answers ? NatFailure::Refused : NatFailure::Silent,
+        stumble(answers ? NatFailure::Disconnected : NatFailure::Silent,
                 answers ? "it has no external address" : "the gateway does not answer");
         return;
     }
     search_.end();
+    const std::uint32_t before = externalAddress_;
     if (answer.isSuccess()) {
         externalAddress_ = parseAddress(answer.value("NewExternalIPAddress"));
     }
+    const NatTime now = network_.now();
     if (phase_ == Phase::Probing) {
         phase_ = Phase::Ready;
+    } else if (renewPause_ == 0ms && externalAddress_ == before && now < halfLife_) {
+        scheduleRenewal();
     } else {
         add(wish_.tcp);
     }
@@ -205,41 +237,45 @@ void UpnpMapping::add(bool tcp) {
     arguments.emplace_back("NewPortMappingDescription", "Zelvo");
     arguments.emplace_back("NewLeaseDuration",
                            permanent_ ? "0" : std::to_string(wish_.lifetime.count()));
-    (tcp ? tcpHeld_ : udpHeld_) = true;
-    order("AddPortMapping", arguments, tcp ? &UpnpMapping::onTcpAdded : &UpnpMapping::onUdpAdded);
+    addingTcp_ = tcp;
+    wasHeld_ = std::exchange(held(tcp), true);
+    order("AddPortMapping", arguments, &UpnpMapping::onAdded);
 }
 
-void UpnpMapping::onTcpAdded(const SoapAnswer& answer) {
-    if (answer.isSuccess()) {
-        if (!wish_.udp) {
-            conclude();
-            return;
-        }
-        settleAt_ = network_.now() + UdpGrace;
-        add(false);
+void UpnpMapping::onAdded(const SoapAnswer& answer) {
+    refusal_ = answer.errorCode();
+    if (isTaken(refusal_) && wasHeld_) {
+        // Perhaps by ourselves: some gateways do not grant anew what they hold.
+        order("GetSpecificPortMappingEntry", entryName(externalPort(), addingTcp_),
+              &UpnpMapping::onEntry);
         return;
     }
-    tcpHeld_ = answer.errorCode() < 0;
-    if (adaptTo(answer.errorCode())) {
-        add(true);
-    } else {
-        stumble(answer.errorCode() > 0 ? NatFailure::Refused : NatFailure::Silent,
-                answer.errorCode() > 0
-                    ? "the gateway refuses with error " + std::to_string(answer.errorCode())
-                    : "the gateway does not answer");
-    }
+    // What was granted before may be there still.
+    held(addingTcp_) = refusal_ <= 0 || wasHeld_;
+    concludeAdd(refusal_);
 }
 
-void UpnpMapping::onUdpAdded(const SoapAnswer& answer) {
-    udpHeld_ = answer.errorCode() <= 0;
-    if (answer.isSuccess() || wish_.tcp) {
-        grant_.udp = answer.isSuccess();
-        conclude();
-    } else if (adaptTo(answer.errorCode())) {
+void UpnpMapping::onEntry(const SoapAnswer& answer) {
+    const bool ours = leadsTo(answer, place_.localAddress);
+    held(addingTcp_) = ours || !(answer.isSuccess() || isAbsent(answer.errorCode()));
+    concludeAdd(ours ? 0 : refusal_);
+}
+
+void UpnpMapping::concludeAdd(int errorCode) {
+    if (!addingTcp_) {
+        grant_.udp = errorCode == 0;
+    }
+    if (errorCode == 0 && addingTcp_ && wish_.udp) {
+        settleAt_ = network_.now() + UdpGrace;
         add(false);
+    } else if (errorCode == 0 || (!addingTcp_ && wish_.tcp)) {
+        conclude();
+    } else if (adaptTo(errorCode)) {
+        add(addingTcp_);
     } else {
-        stumble(NatFailure::Refused,
-                "the gateway refuses with error " + std::to_string(answer.errorCode()));
+        stumble(errorCode > 0 ? NatFailure::Refused : NatFailure::Silent,
+                errorCode > 0 ? "the gateway refuses with error " + std::to_string(errorCode)
+                              : "the gateway does not answer");
     }
 }
 
@@ -251,26 +287,38 @@ bool UpnpMapping::adaptTo(int errorCode) {
     }
     const std::size_t last = externalPorts_.size() - 1;
     if (errorCode == SamePortsRequired && portIndex_ != last) {
-        portIndex_ = last;
+        moveTo(last);
         return true;
     }
-    const bool taken = errorCode == ConflictInMapping || errorCode == ConflictWithOther ||
-                       errorCode == ActionFailed;
-    if (taken && portIndex_ + 1 < last) {
-        ++portIndex_;
+    if (isTaken(errorCode) && portIndex_ + 1 < last) {
+        moveTo(portIndex_ + 1);
         return true;
     }
     return false;
 }
 
+void UpnpMapping::moveTo(std::size_t portIndex) {
+    renounceHeld();
+    portIndex_ = portIndex;
+}
+
 /// The orders have all been answered.
 void UpnpMapping::conclude() {
     const NatTime now = network_.now();
-    settleAt_ = now;
+    settleAt_ = concludedAt_ = now;
     renewPause_ = 0ms;
-    renewAt_ = now + wish_.lifetime / 2;
+    halfLife_ = now + wish_.lifetime / 2;
     expiresAt_ = permanent_ ? Never : now + wish_.lifetime;
+    scheduleRenewal();
     settle();
+}
+
+void UpnpMapping::scheduleRenewal() {
+    const NatTime now = network_.now();
+    if (std::exchange(checkAgain_, false)) {
+        halfLife_ = now;
+    }
+    renewAt_ = std::min(halfLife_, now + AddressPause);
 }
 
 void UpnpMapping::settle() {
@@ -284,6 +332,12 @@ void UpnpMapping::settle() {
     grant_.externalAddress = externalAddress_;
     grant_.externalPort = externalPort();
     grant_.lifetime = permanent_ ? 0s : wish_.lifetime;
+}
+
+bool UpnpMapping::leadsTo(const SoapAnswer& answer, std::uint32_t internalAddress) const {
+    return answer.isSuccess() &&
+           answer.value("NewInternalPort") == std::to_string(wish_.internalPort) &&
+           answer.value("NewInternalClient") == addressText(internalAddress);
 }
 
 void UpnpMapping::checkNextLeftover() {
@@ -303,10 +357,10 @@ void UpnpMapping::onLeftover(const SoapAnswer& answer) {
         return;
     }
     // Somebody else may have the port by now.
-    if (answer.isSuccess() &&
-        answer.value("NewInternalPort") == std::to_string(wish_.internalPort) &&
-        answer.value("NewInternalClient") == addressText(recoveredAddress_)) {
+    if (leadsTo(answer, recoveredAddress_)) {
         removals_.push_back({leftover_ % 2 == 0, externalPorts_[leftover_ / 2]});
+    } else if (!answer.isSuccess() && !isAbsent(answer.errorCode())) {
+        withdrawn_ = false;
     }
     ++leftover_;
     checkNextLeftover();
@@ -370,17 +424,21 @@ void UpnpMapping::fail(NatFailure failure, const std::string& why) {
     beginRemovals();
 }
 
+/// What is held is to be removed in the end.
+void UpnpMapping::renounceHeld() {
+    for (const bool tcp : {true, false}) {
+        if (std::exchange(held(tcp), false)) {
+            removals_.push_back({tcp, externalPort()});
+        }
+    }
+}
+
 void UpnpMapping::beginRemovals() {
     orderCut_ = orderCut_ || (call_.exchange && (tcpHeld_ || udpHeld_));
     call_ = {};
     search_.end();
     phase_ = Phase::Releasing;
-    if (tcpHeld_) {
-        removals_.push_back({true, externalPort()});
-    }
-    if (udpHeld_) {
-        removals_.push_back({false, externalPort()});
-    }
+    renounceHeld();
     removal_.begin(network_.now());
     wake();
 }
@@ -403,9 +461,10 @@ void UpnpMapping::sendRemovals() {
 
 void UpnpMapping::removalAnswered(std::size_t index, const std::optional<HttpResponse>& response) {
     const SoapAnswer answer(response.value_or(HttpResponse{}));
-    // What was ordered last may take effect only now; the second attempt finds it.
-    const bool tooEarly = orderCut_ && removal_.sent() == 1 && !answer.isSuccess();
-    if ((answer.isSuccess() || answer.errorCode() == NoSuchEntry) && !tooEarly) {
+    // What was ordered last may take effect only now; the second attempt finds it. That the first
+    // has removed something is no proof: in a renewal it was the entry before.
+    const bool tooEarly = orderCut_ && removal_.sent() == 1;
+    if ((answer.isSuccess() || isAbsent(answer.errorCode())) && !tooEarly) {
         removals_[index].open = false;
     }
     if (std::none_of(removals_.begin(), removals_.end(), [](const auto& r) { return r.open; })) {

@@ -26,6 +26,7 @@ class UpnpMapping final : public RouterMapping {
     void release() override;
     void check() override;
     void wake() override;
+    void announced(ByteView datagram) override;
 
     std::string_view protocol() const override { return "UPnP"; }
     Phase phase() const override { return phase_; }
@@ -60,12 +61,18 @@ class UpnpMapping final : public RouterMapping {
     void onAddress(const SoapAnswer& answer);
 
     void add(bool tcp);
-    void onTcpAdded(const SoapAnswer& answer);
-    void onUdpAdded(const SoapAnswer& answer);
+    void onAdded(const SoapAnswer& answer);
+    void onEntry(const SoapAnswer& answer);
+    /// 0 for success.
+    void concludeAdd(int errorCode);
     bool adaptTo(int errorCode);
+    void moveTo(std::size_t portIndex);
     void settle();
     void conclude();
+    void scheduleRenewal();
 
+    /// Whether an answer to GetSpecificPortMappingEntry tells of a mapping to this host.
+    bool leadsTo(const SoapAnswer& answer, std::uint32_t internalAddress) const;
     void checkNextLeftover();
     void onLeftover(const SoapAnswer& answer);
 
@@ -79,12 +86,14 @@ class UpnpMapping final : public RouterMapping {
     void stumble(NatFailure failure, const std::string& why);
     void fail(NatFailure failure, const std::string& why);
 
+    void renounceHeld();
     void beginRemovals();
     void sendRemovals();
     void removalAnswered(std::size_t index, const std::optional<HttpResponse>& response);
     void endRemovals();
 
     std::uint16_t externalPort() const { return externalPorts_[portIndex_]; }
+    bool& held(bool tcp) { return tcp ? tcpHeld_ : udpHeld_; }
 
     NatNetwork& network_;
     GatewayPlace place_;
@@ -102,11 +111,21 @@ class UpnpMapping final : public RouterMapping {
     /// Mapped, or perhaps mapped.
     bool tcpHeld_ = false;
     bool udpHeld_ = false;
+    /// Of the order to add that is under way: its transport, whether that was held before, and what
+    /// the gateway has said against it.
+    bool addingTcp_ = false;
+    bool wasHeld_ = false;
+    int refusal_ = 0;
     /// An order went out and nobody waited for its answer: it may take effect yet.
     bool orderCut_ = false;
     std::uint32_t externalAddress_ = 0;
     NatTime settleAt_ = Never;
+    /// When the gateway is spoken to again; before half life about its address alone.
     NatTime renewAt_ = Never;
+    NatTime halfLife_ = Never;
+    NatTime concludedAt_ = NatTime::min();
+    /// Asked for while something was under way.
+    bool checkAgain_ = false;
     NatTime expiresAt_ = Never;
     std::chrono::milliseconds renewPause_{0};
 
