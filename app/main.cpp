@@ -1,5 +1,7 @@
 #include <QApplication>
 #include <cstdio>
+#include <optional>
+#include <string>
 
 #include "app/AppDelegate.h"
 #include "app/KVView.h"
@@ -60,9 +62,24 @@ void watchTheServer(LinuxPlatform& system, AppDelegate& controller) {
     });
 }
 
+/// None, after saying so, while another Zelvo of this user runs.
+std::optional<SingleInstance> onlyInstance() {
+    auto stateHome = Environment::ofProcess().stateHome;
+    SingleInstance instance(stateHome.empty() ? stateHome : stateHome + "/zelvo");
+    if (instance.isFirst())
+        return instance;
+    std::fputs("zelvo: Zelvo is running already.\n", stderr);
+    return std::nullopt;
+}
+
 int runInWindow(int& argc, char** argv) {
     QtDesktop::prepareProcess();
+    // Outlives the instance: it ends by handing what was copied to the clipboard manager, which may
+    // take its time, while the user may start Zelvo again.
     QApplication application(argc, argv);
+    auto instance = onlyInstance();
+    if (!instance)
+        return 1;
     QtMainLoop loop;
     LinuxPlatform system(loop);
     QtDesktop desktop(loop, system.bundle(), system.explanations(),
@@ -86,6 +103,9 @@ int runInWindow(int& argc, char** argv) {
 
 int runInTerminal(int& argc, char** argv) {
     QCoreApplication application(argc, argv);
+    auto instance = onlyInstance();
+    if (!instance)
+        return 1;
     QtMainLoop loop;
     LinuxPlatform system(loop);
     Terminal terminal(loop, system.bundle(), system.explanations());
@@ -102,11 +122,5 @@ int runInTerminal(int& argc, char** argv) {
 int main(int argc, char* argv[]) {
     if (auto status = answerCommandLine(argc, argv))
         return *status;
-    auto stateHome = Environment::ofProcess().stateHome;
-    SingleInstance instance(stateHome.empty() ? stateHome : stateHome + "/zelvo");
-    if (!instance.isFirst()) {
-        std::fputs("zelvo: Zelvo is running already.\n", stderr);
-        return 1;
-    }
     return displayIsThere() ? runInWindow(argc, argv) : runInTerminal(argc, argv);
 }

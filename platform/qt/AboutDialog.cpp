@@ -1,25 +1,57 @@
 #include "platform/qt/AboutDialog.h"
 
-#include <QCoreApplication>
-#include <QMessageBox>
+#include <QDialog>
+#include <QDialogButtonBox>
+#include <QHBoxLayout>
+#include <QIcon>
+#include <QLabel>
+#include <QVBoxLayout>
+
+#include "platform/qt/Localized.h"
 
 namespace zelvo::platform {
 
+namespace {
+
+constexpr int IconSize = 64;
+
+}  // namespace
+
 void showAboutDialog(QWidget& window, const std::string& versionInfo) {
-    auto localized = [](const char* key) {
-        return QCoreApplication::translate("AboutDialog", key);
-    };
-    auto* box = new QMessageBox(&window);
-    box->setObjectName("aboutDialog");
-    box->setAttribute(Qt::WA_DeleteOnClose);
-    box->setWindowModality(Qt::WindowModal);
-    box->setWindowTitle(localized("About Zelvo"));
-    box->setTextFormat(Qt::PlainText);
-    box->setText("Zelvo\n" + QString::fromStdString(versionInfo));
-    box->setInformativeText(localized("Shares your screen through one link."));
-    box->setIconPixmap(window.windowIcon().pixmap(64));
-    box->addButton(QMessageBox::Close);
-    box->open();
+    auto* dialog = new QDialog(&window);
+    dialog->setObjectName("aboutDialog");
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setWindowModality(Qt::WindowModal);
+    dialog->setWindowTitle(localized("About Zelvo"));
+
+    auto* icon = new QLabel;
+    icon->setPixmap(
+        window.windowIcon().pixmap(QSize(IconSize, IconSize), window.devicePixelRatio()));
+    auto* name = new QLabel("Zelvo");
+    QFont large = name->font();
+    large.setPointSizeF(large.pointSizeF() * 1.5);
+    large.setBold(true);
+    name->setFont(large);
+    auto* words = new QVBoxLayout;
+    words->setSpacing(4);
+    words->addWidget(name);
+    for (const auto& line :
+         {QString::fromStdString(versionInfo), localized("Shares your screen through one link.")})
+        words->addWidget(new QLabel(line));
+
+    auto* header = new QHBoxLayout;
+    header->setSpacing(18);
+    header->addWidget(icon, 0, Qt::AlignTop);
+    header->addLayout(words, 1);
+    auto* buttons = new QDialogButtonBox;
+    buttons->addButton(localized("Close"), QDialogButtonBox::RejectRole);
+    QObject::connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::reject);
+    auto* layout = new QVBoxLayout(dialog);
+    layout->setContentsMargins(24, 20, 24, 16);
+    layout->setSpacing(18);
+    layout->addLayout(header);
+    layout->addWidget(buttons);
+    dialog->open();
 }
 
 }  // namespace zelvo::platform

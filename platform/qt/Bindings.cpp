@@ -56,27 +56,11 @@ Value whileConnected() {
     };
 }
 
-Value title() {
-    return [](const Source& source, Write write) {
-        auto show = [write = std::move(write), source](const auto&) {
-            auto status = shownStatus(source.model);
-            write(QString::fromStdString(source.bundle.localizedString(statusTitleKey(status))));
-        };
-        auto list = only(source.model.zelvoStatusProperty().bind(show));
-        list.push_back(source.model.isQuitting().subscribe(show));
-        return list;
-    };
-}
-
-// What the system knows of a stage that does not come on says more than the text of its status.
-Value explanation() {
-    return [](const Source& source, Write write) {
-        auto show = [write = std::move(write), source](const auto&) {
-            auto status = shownStatus(source.model);
-            auto text = reasonFor(status, source.explanations);
-            if (text.empty())
-                text = source.bundle.localizedString(statusExplanationKey(status));
-            write(QString::fromStdString(text));
+Value of(std::string StatusTexts::*part) {
+    return [part](const Source& source, Write write) {
+        auto show = [part, write = std::move(write), source](const auto&) {
+            auto texts = statusTexts(source.model, source.explanations, source.bundle);
+            write(QString::fromStdString(texts.*part));
         };
         auto list = only(source.model.zelvoStatusProperty().bind(show));
         list.push_back(source.model.isQuitting().subscribe(show));
@@ -107,8 +91,8 @@ struct Binding {
 std::vector<Binding> table() {
     return {
         {"appIcon", "image", of(&Model::appIcon)},
-        {"statusTitle", "text", title()},
-        {"statusExplanation", "text", explanation()},
+        {"statusTitle", "text", of(&StatusTexts::title)},
+        {"statusExplanation", "text", of(&StatusTexts::explanation)},
         {"linkText", "text", linkOnceReady()},
         {"shareButton", "enabled", of(&Model::readyToShare)},
         {"portMappingIcon", "image", of(&Model::portMappingStatusIcon)},

@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QCloseEvent>
 #include <QFontDatabase>
+#include <QMenuBar>
 #include <algorithm>
 
 #include "platform/ApplicationDelegate.h"
@@ -34,7 +35,10 @@ MainWindow::MainWindow(QWidget* content, const Surroundings& surroundings)
     setCentralWidget(content);
     setWindowTitle(content->windowTitle());
     auto images = QString::fromStdString(bundle_.resourcePath());
-    setWindowIcon(QIcon(renderImage(images, "zelvo", QSize(IconSize, IconSize), 1)));
+    QIcon icon;
+    for (int size : {IconSize, 2 * IconSize})
+        icon.addPixmap(renderImage(images, "zelvo", QSize(size, size), 1));
+    setWindowIcon(icon);
     for (auto* view : findChildren<ImageView*>())
         view->setFolder(images);
 
@@ -43,7 +47,7 @@ MainWindow::MainWindow(QWidget* content, const Surroundings& surroundings)
     applyLook();
     subscriptions_ = bindControls(*this, model_, surroundings.explanations, bundle_);
     subscriptions_.push_back(
-        model_.isQuitting().subscribe([this](bool quits) { setEnabled(!quits); }));
+        model_.isQuitting().subscribe([this](bool quits) { setControlsEnabled(!quits); }));
     reserveSpace();
     resize(minimumWidth(), centralWidget()->minimumHeight());
     content->installEventFilter(this);
@@ -111,7 +115,7 @@ void MainWindow::applyLook() {
     small.setPointSizeF(small.pointSizeF() * 0.9);
     ui_->versionInfo->setFont(small);
 
-    for (auto* label : {ui_->statusExplanation, ui_->versionInfo}) {
+    for (QLabel* label : std::initializer_list<QLabel*>{ui_->statusExplanation, ui_->versionInfo}) {
         QPalette soft = palette();
         QColor color = soft.color(QPalette::WindowText);
         color.setAlphaF(0.72F);
@@ -123,6 +127,11 @@ void MainWindow::applyLook() {
     ui_->linkText->setPalette(clear);
 }
 
+void MainWindow::setControlsEnabled(bool enabled) {
+    for (auto* part : std::initializer_list<QWidget*>{menuBar(), ui_->linkPanel, ui_->statusPanel})
+        part->setEnabled(enabled);
+}
+
 // Room for the longest headline and explanation, so that nothing moves when the status changes, and
 // for every line that wraps at this width.
 void MainWindow::reserveSpace() {
@@ -131,16 +140,15 @@ void MainWindow::reserveSpace() {
     auto margins = ui_->content->contentsMargins();
     int textWidth =
         width - margins.left() - margins.right() - ui_->appIcon->width() - ui_->header->spacing();
-    auto height = [&](const QLabel* label, const char* key) {
-        auto text = QString::fromStdString(bundle_.localizedString(key));
+    auto height = [&](const QLabel* label, const std::string& text) {
         return label->fontMetrics()
-            .boundingRect(QRect(0, 0, textWidth, 0), Qt::TextWordWrap, text)
+            .boundingRect(QRect(0, 0, textWidth, 0), Qt::TextWordWrap, QString::fromStdString(text))
             .height();
     };
     int most = 0;
-    for (std::int32_t status = 0; status <= LastStatus; ++status)
-        most = std::max(most, height(ui_->statusTitle, statusTitleKey(status)) +
-                                  height(ui_->statusExplanation, statusExplanationKey(status)));
+    for (const auto& texts : allStatusTexts(bundle_))
+        most = std::max(most, height(ui_->statusTitle, texts.title) +
+                                  height(ui_->statusExplanation, texts.explanation));
     ui_->statusArea->setMinimumHeight(most + ui_->statusLayout->spacing());
 
     int rowHeight = ui_->portMappingButton->sizeHint().height() + 4;

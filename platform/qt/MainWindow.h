@@ -52,6 +52,7 @@ class MainWindow final : public QMainWindow, public Window {
     void connectControls();
     void applyLook();
     void reserveSpace();
+    void setControlsEnabled(bool enabled);
 
     MainWindowModel& model_;
     ApplicationDelegate& delegate_;

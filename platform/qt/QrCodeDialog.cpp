@@ -64,7 +64,8 @@ void showQrCodeDialog(QWidget* window, const std::string& link) {
     text->setTextFormat(Qt::PlainText);
     text->setAlignment(Qt::AlignCenter);
     text->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
-    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close, dialog);
+    auto* buttons = new QDialogButtonBox(dialog);
+    buttons->addButton(localized("Close"), QDialogButtonBox::RejectRole);
     QObject::connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::reject);
 
     auto* layout = new QVBoxLayout(dialog);

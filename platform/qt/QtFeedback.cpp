@@ -56,7 +56,8 @@ void QtFeedback::showFeedbackDialog(int) {
     auto text = [words, facts] {
         return words->toPlainText().trimmed() + "\n\n" + facts->toPlainText();
     };
-    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close);
+    auto* buttons = new QDialogButtonBox;
+    buttons->addButton(localized("Close"), QDialogButtonBox::RejectRole);
     auto* copy = buttons->addButton(localized("Copy Text"), QDialogButtonBox::ActionRole);
     copy->setObjectName("feedbackCopy");
     QObject::connect(copy, &QPushButton::clicked, dialog,

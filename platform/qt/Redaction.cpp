@@ -21,11 +21,6 @@ constexpr const char* Patterns[] = {
     R"(\b[A-Za-z0-9_-]{20,}\b)",
 };
 
-QString environment(const char* name) {
-    auto value = qEnvironmentVariable(name);
-    return value.isEmpty() ? QStringLiteral("-") : value;
-}
-
 }  // namespace
 
 std::string withoutAddresses(const std::string& text) {
@@ -36,10 +31,13 @@ std::string withoutAddresses(const std::string& text) {
 }
 
 std::string describeSystem(const std::string& version, const std::vector<std::string>& logLines) {
-    QString text = QString("Zelvo %1\n%2, %3\n%4, %5\nQt %6\n")
+    QStringList desktop{"Qt " + QString(qVersion())};
+    for (const auto* name : {"XDG_CURRENT_DESKTOP", "XDG_SESSION_TYPE"})
+        if (auto value = qEnvironmentVariable(name); !value.isEmpty())
+            desktop.append(value);
+    QString text = QString("Zelvo %1\n%2, %3\n%4\n\n")
                        .arg(QString::fromStdString(version), QSysInfo::prettyProductName(),
-                            QSysInfo::currentCpuArchitecture(), environment("XDG_CURRENT_DESKTOP"),
-                            environment("XDG_SESSION_TYPE"), qVersion());
+                            QSysInfo::currentCpuArchitecture(), desktop.join(", "));
     std::size_t first = logLines.size() > LogLines ? logLines.size() - LogLines : 0;
     for (std::size_t i = first; i < logLines.size(); ++i)
         text += QString::fromStdString(withoutAddresses(logLines[i])) + '\n';

@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "platform/Bundle.h"
 #include "platform/Explanations.h"
 #include "platform/MainWindowModel.h"
 
@@ -21,8 +22,12 @@ constexpr Texts MakingLink{"Making your link",
 constexpr Texts LinkReady{"Your link is ready",
                           "Send the link to the person who should see your screen. You will be "
                           "asked before anybody gets in."};
+constexpr Texts LinkInVain{"Your link may not work", LinkReady.explanation};
+constexpr Texts Quitting{"Quitting",
+                         "Zelvo is taking your link back and leaving your computer as it was. This "
+                         "takes a few seconds at most."};
 
-constexpr std::array<Texts, LastStatus + 1> PerStatus{
+constexpr std::array<Texts, 8> PerStatus{
     Starting,
     Texts{"Screen Sharing is off",
           "Zelvo is switching it on. Your system may ask for your password. Press “Start Over” to "
@@ -36,35 +41,43 @@ constexpr std::array<Texts, LastStatus + 1> PerStatus{
     LinkReady,
     Texts{"Somebody is viewing your screen",
           "Press “Disconnect” to end the session. Your link stays valid until you quit Zelvo."},
-    Texts{"Quitting",
-          "Zelvo is taking your link back and leaving your computer as it was. This takes a few "
-          "seconds at most."},
 };
 
-const Texts& textsOf(std::int32_t status) {
-    return status < 0 || status > LastStatus ? Starting
-                                             : PerStatus[static_cast<std::size_t>(status)];
+const Texts& keysOf(MainWindowModel& model, bool nobodyGetsIn) {
+    if (model.isQuitting().value())
+        return Quitting;
+    auto status = static_cast<std::size_t>(model.zelvoStatusProperty().value());
+    if (status >= PerStatus.size())
+        return Starting;
+    return nobodyGetsIn && (status == 5 || status == 6) ? LinkInVain : PerStatus[status];
+}
+
+StatusTexts localized(const Texts& keys, const Bundle& bundle) {
+    return {bundle.localizedString(keys.title), bundle.localizedString(keys.explanation)};
 }
 
 }  // namespace
 
-std::int32_t shownStatus(MainWindowModel& model) {
-    return model.isQuitting().value() ? QuittingStatus : model.zelvoStatusProperty().value();
+StatusTexts statusTexts(MainWindowModel& model, Explanations& explanations, const Bundle& bundle) {
+    auto reason = reasonFor(model, explanations);
+    auto texts = localized(keysOf(model, !reason.empty()), bundle);
+    if (!reason.empty())
+        texts.explanation = std::move(reason);
+    return texts;
 }
 
-const char* statusTitleKey(std::int32_t status) {
-    return textsOf(status).title;
-}
-const char* statusExplanationKey(std::int32_t status) {
-    return textsOf(status).explanation;
+std::vector<StatusTexts> allStatusTexts(const Bundle& bundle) {
+    std::vector<StatusTexts> all{localized(LinkInVain, bundle), localized(Quitting, bundle)};
+    for (const auto& keys : PerStatus)
+        all.push_back(localized(keys, bundle));
+    return all;
 }
 
-std::string reasonFor(std::int32_t status, Explanations& explanations) {
-    if (status <= 1)
-        return explanations.screenSharing().value();
-    if (status <= 6)
-        return explanations.router().value();
-    return {};
+std::string reasonFor(MainWindowModel& model, Explanations& explanations) {
+    auto status = model.zelvoStatusProperty().value();
+    if (model.isQuitting().value() || status > 6)
+        return {};
+    return status <= 1 ? explanations.screenSharing().value() : explanations.router().value();
 }
 
 }  // namespace zelvo::platform

@@ -1,25 +1,28 @@
 #pragma once
 
-#include <cstdint>
 #include <string>
+#include <vector>
 
 namespace zelvo::platform {
 
+class Bundle;
 class Explanations;
 class MainWindowModel;
 
-/// Stands beside the statuses for the time after the decision to quit.
-inline constexpr std::int32_t QuittingStatus = 8;
-inline constexpr std::int32_t LastStatus = QuittingStatus;
+/// What tells the user what the application is at, and what to do next; localised.
+struct StatusTexts {
+    std::string title;
+    std::string explanation;
+};
 
-/// The model's status, or that it quits.
-std::int32_t shownStatus(MainWindowModel& model);
+/// Of the model's status, or of its quitting. What the system knows of a stage says more than the
+/// text of its status and takes its place.
+StatusTexts statusTexts(MainWindowModel& model, Explanations& explanations, const Bundle& bundle);
 
-/// Keys of the texts that tell the user what a status means and what to do next.
-const char* statusTitleKey(std::int32_t status);
-const char* statusExplanationKey(std::int32_t status);
+/// Every one that there is, save for what the system knows.
+std::vector<StatusTexts> allStatusTexts(const Bundle& bundle);
 
-/// What the system knows about the stage of the status, localised; empty when that is nothing.
-std::string reasonFor(std::int32_t status, Explanations& explanations);
+/// What the system knows about the stage that the model is at; empty when that is nothing.
+std::string reasonFor(MainWindowModel& model, Explanations& explanations);
 
 }  // namespace zelvo::platform

@@ -80,11 +80,11 @@ void TerminalView::inputEnded() {
 void TerminalView::takeNoMoreRequests() {
     terminal_.alerts.end();
     if (terminal_.console.outputIsTerminal())
-        terminal_.console.line(bundle_.localizedString(statusExplanationKey(QuittingStatus)));
+        terminal_.console.line(statusTexts(model_, explanations_, bundle_).explanation);
 }
 
 void TerminalView::explain() {
-    auto reason = reasonFor(shownStatus(model_), explanations_);
+    auto reason = reasonFor(model_, explanations_);
     if (reason == shownReason_)
         return;
     shownReason_ = reason;

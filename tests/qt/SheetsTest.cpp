@@ -1,3 +1,5 @@
+#include <QMenuBar>
+
 #include "tests/qt/WindowFixture.h"
 
 namespace zelvo::test {
@@ -95,7 +97,8 @@ TEST_F(SheetsTest, NothingStartsAnewWhileQuittingCleansUp) {
     desktop.application.terminate();
     EXPECT_TRUE(noSheet());
     EXPECT_FALSE(QApplication::activePopupWidget());
-    EXPECT_FALSE(window.isEnabled());
+    EXPECT_FALSE(window.menuBar()->isEnabled());
+    EXPECT_FALSE(find("shareButton")->isEnabled());
     EXPECT_EQ(property("statusTitle", "text"), "Quitting");
     controller.setZelvoStatus(ZelvoStatusMappingPort);
     controller.setZelvoStatus(ZelvoStatusMappingFailed);
