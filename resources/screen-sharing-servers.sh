@@ -2,8 +2,8 @@
 # anybody in.
 #   x11vnc
 #   x0vncserver  TigerVNC's
-# KDE's krfb is none of them. It wants a password before it asks, and once it has let one viewer in it may
-# let in the next who has the password without asking (22.12.3).
+# KDE's krfb is none of them. Whatever its settings it wants a password before it asks (22.12.3 offers no other
+# way in, and makes one up where none is set), and a link carries none.
 # shellcheck shell=sh disable=SC2154  # the variables are those of screen-sharing.sh
 
 # Sets server_kind and server_program. A script is passed over: the server would be a child of it, under

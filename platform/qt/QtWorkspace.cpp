@@ -9,16 +9,18 @@
 #include <QString>
 #include <csignal>
 
+#include "platform/qt/SettingsServices.h"
+
 namespace zelvo::platform {
 
 namespace {
 
 constexpr const char* SettingsBundle = "com.apple.systempreferences";
 
-// As the kernel tells them, cut to 15 characters.
-constexpr const char* SettingsPrograms[] = {"gnome-control-c", "systemsettings",
-                                            "systemsettings5", "xfce4-settings-",
-                                            "cinnamon-settin", "mate-control-ce"};
+// Of the desktops whose settings have no name on the message bus. As the kernel tells them, cut to
+// 15 characters.
+constexpr const char* SettingsPrograms[] = {"xfce4-settings-", "cinnamon-settin",
+                                            "mate-control-ce"};
 
 class SettingsWindow final : public RunningApplication {
   public:
@@ -56,7 +58,7 @@ bool QtWorkspace::openUrl(const std::string& url) {
 }
 
 std::vector<std::unique_ptr<RunningApplication>> QtWorkspace::runningApplications() {
-    std::vector<std::unique_ptr<RunningApplication>> found;
+    auto found = settingsServices(QDBusConnection::sessionBus());
     const auto entries = QDir("/proc").entryList(QDir::Dirs | QDir::NoDotAndDotDot);
     for (const auto& entry : entries) {
         bool isProcess = false;

@@ -4,7 +4,7 @@
 
 namespace zelvo::platform {
 
-/// The user's desktop by its own command-line tools, on QtCore alone.
+/// The user's desktop by its own command-line tools and its message bus, without a display.
 class QtWorkspace final : public Workspace {
   public:
     bool openUrl(const std::string& url) override;

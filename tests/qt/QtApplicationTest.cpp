@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <QWidget>
 #include <csignal>
 
 #include "platform/ApplicationDelegate.h"
+#include "platform/qt/DesktopApplication.h"
 #include "platform/qt/QtMainLoop.h"
 #include "platform/qt/QuitSignals.h"
 #include "tests/qt/Wait.h"
@@ -73,6 +75,20 @@ TEST_F(QtApplicationTest, ASecondSignalAnswersTheQuestionOfTheFirst) {
     std::raise(SIGHUP);
     EXPECT_TRUE(test::waitFor([&] { return delegate.asked == 2; }));
     EXPECT_EQ(answers, 1);
+}
+
+TEST(DesktopApplication, AnAccessoryIsNotInTheTaskBar) {
+    DesktopApplication application;
+    QWidget window;
+    application.setWindow(&window);
+    window.show();
+    // Window managers keep tool windows out of it.
+    application.setActivationPolicy(ActivationPolicy::Accessory);
+    EXPECT_EQ(window.windowType(), Qt::Tool);
+    EXPECT_TRUE(window.isVisible());
+    application.setActivationPolicy(ActivationPolicy::Regular);
+    EXPECT_EQ(window.windowType(), Qt::Window);
+    EXPECT_TRUE(window.isVisible());
 }
 
 }  // namespace

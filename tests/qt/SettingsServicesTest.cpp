@@ -1,0 +1,60 @@
+#include "platform/qt/SettingsServices.h"
+
+#include <gtest/gtest.h>
+
+#include <QDBusMessage>
+#include <QDBusVirtualObject>
+
+#include "tests/qt/Wait.h"
+#include "tests/support/ChildProcess.h"
+
+namespace zelvo::platform {
+namespace {
+
+/// A settings window that tells how it was asked to quit.
+class Settings final : public QDBusVirtualObject {
+  public:
+    Settings(const QString& address, const char* name)
+        : bus_(QDBusConnection::connectToBus(address, name)) {
+        bus_.registerVirtualObject("/", this, QDBusConnection::SubPath);
+        EXPECT_TRUE(bus_.registerService(name));
+    }
+    ~Settings() override { QDBusConnection::disconnectFromBus(bus_.name()); }
+
+    QString introspect(const QString&) const override { return {}; }
+    bool handleMessage(const QDBusMessage& message, const QDBusConnection&) override {
+        asked += message.path() + " " + message.interface() + "." + message.member() + "(" +
+                 message.signature() + ")" + message.arguments().value(0).toString();
+        return true;
+    }
+    QString asked;
+
+  private:
+    QDBusConnection bus_;
+};
+
+TEST(SettingsServices, AreAskedToQuitByName) {
+    test::ChildProcess daemon("exec dbus-daemon --session --nofork --nopidfile --print-address");
+    auto address = QString::fromStdString(daemon.readLine());
+    ASSERT_NE(address, "");
+    auto bus = QDBusConnection::connectToBus(address, "workspace");
+    EXPECT_TRUE(settingsServices(bus).empty());
+    Settings kde(address, "org.kde.systemsettings");
+    Settings gnome(address, "org.gnome.Settings");
+    Settings other(address, "org.gnome.Nautilus");
+    auto running = settingsServices(bus);
+    ASSERT_EQ(running.size(), 2U);
+    for (const auto& application : running) {
+        EXPECT_EQ(application->bundleIdentifier(), "com.apple.systempreferences");
+        application->terminate();
+    }
+    EXPECT_TRUE(test::waitFor([&] { return kde.asked != "" && gnome.asked != ""; }));
+    EXPECT_EQ(gnome.asked, "/org/gnome/Settings org.gtk.Actions.Activate(sava{sv})quit");
+    EXPECT_EQ(kde.asked, "/MainApplication org.qtproject.Qt.QCoreApplication.quit()");
+    EXPECT_EQ(other.asked, "");
+    QDBusConnection::disconnectFromBus("workspace");
+    EXPECT_TRUE(settingsServices(QDBusConnection("none")).empty());
+}
+
+}  // namespace
+}  // namespace zelvo::platform
