@@ -12,7 +12,7 @@ inline constexpr std::int32_t NatErrorUnknown = -65537;
 inline constexpr std::int32_t NatErrorNoMemory = -65539;
 inline constexpr std::int32_t NatErrorBadParam = -65540;
 inline constexpr std::int32_t NatErrorInvalid = -65549;
-/// The router itself is not connected to the internet.
+/// The router itself has no address on the internet.
 inline constexpr std::int32_t NatErrorTransient = -65562;
 inline constexpr std::int32_t NatErrorNotRunning = -65563;
 /// The router knows no mapping protocol, or has it switched off.

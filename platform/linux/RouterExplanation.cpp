@@ -16,14 +16,15 @@ bool isLocal(std::uint32_t address) {
     return address >> 24 == 127 || address >> 16 == 0xa9fe;
 }
 
-constexpr const char* Disconnected =
-    "Your router is not connected to the internet. Nobody can reach you before it is.";
-
 }  // namespace
 
 RouterExplanation::RouterExplanation(const Bundle& bundle, Log& log) : bundle_(bundle), log_(log) {}
 
 void RouterExplanation::mappingReplied(const std::optional<NatPortMappingReply>& reply) {
+    if (!reply)
+        first_.reset();
+    else if (!first_ && reply->externalPort != 0)
+        first_ = reply;
     // What the service saw was seen by way of the address before.
     if (reply && reply->externalAddress != external_) {
         external_ = reply->externalAddress;
@@ -55,27 +56,37 @@ bool RouterExplanation::seenElsewhere() const {
            seen_ != ntohl(reply_->externalAddress);
 }
 
+bool RouterExplanation::hasMoved() const {
+    return first_ && (reply_->externalAddress != first_->externalAddress ||
+                      reply_->externalPort != first_->externalPort);
+}
+
 const char* RouterExplanation::reason() const {
     if (!reply_)
         return nullptr;
     if (reply_->externalPort != 0) {
         auto external = ntohl(reply_->externalAddress);
         if (external == 0)
-            return Disconnected;
+            return "Your router is not connected to the internet. Nobody can reach you before it "
+                   "is.";
         if (isBehindAnotherRouter(external))
             return "There is a second router between yours and the internet, so nobody can reach "
                    "you. Router Help says what you can do.";
+        if (hasMoved())
+            return "The way to this computer has changed, and your link leads nowhere now. Quit "
+                   "Zelvo and start it again to renew the link.";
         if (seenElsewhere())
             return "You seem to be behind a second router or a VPN, so nobody may be able to reach "
                    "you. Router Help says what you can do.";
         return nullptr;
     }
     switch (reply_->errorCode) {
-        case NatErrorTransient:
-            return Disconnected;
         case NatErrorNoRouter:
             return "This computer is not connected to a router. Check the network cable or the "
                    "wireless network.";
+        case NatErrorTransient:
+            return "Your router has no address on the internet: it is not connected, or a second "
+                   "router stands before it. Router Help says what you can do.";
         case NatErrorPortMappingDisabled:
             return "Your router answered, but it does not let Zelvo open a port. Allow it in the "
                    "router’s settings; Router Help says how.";

@@ -32,11 +32,15 @@ class RouterExplanation {
   private:
     const char* reason() const;
     bool seenElsewhere() const;
+    /// The mapping is no longer the one that the link was made of.
+    bool hasMoved() const;
     void update();
 
     const Bundle& bundle_;
     Log& log_;
     std::optional<NatPortMappingReply> reply_;
+    /// The first reply since the service was asked anew, where that was a mapping.
+    std::optional<NatPortMappingReply> first_;
     /// Of the latest reply that was one, in network byte order.
     std::uint32_t external_ = 0;
     /// Host byte order; 0 for unknown.

@@ -75,18 +75,27 @@ def router_restarted(lab):
 def addresses(lab):
     """The router's address outside changes, then the host's inside: the mapping follows."""
     whole_lab(lab)
-    zelvo = lab.start_zelvo()
-    _, port = lab.link_of(zelvo)
+    lab.switch("enable")
+    zelvo = lab.start_zelvo(takes_input=True)
+    link, port = lab.link_of(zelvo)
     lab.run("router", "ip", "addr", "add", "44.128.7.9/32", "dev", "wan")
     lab.run("router", "ip", "addr", "del", "44.128.7.1/24", "dev", "wan")
     lab.run("router", "ip", "addr", "add", "44.128.7.9/24", "dev", "wan")
     zelvo.wait_for_any(rf"maps TCP and UDP port {port} of 44\.128\.7\.9 to port 5900")
+    zelvo.wait_for("^The way to this computer has changed")
     lab.run("host", "ip", "addr", "flush", "dev", "eth0")
     lab.run("host", "ip", "addr", "add", "192.168.77.21/24", "dev", "eth0")
     lab.run("host", "ip", "route", "add", "default", "via", "192.168.77.1")
     wait_until(lambda: lab.mapped("192.168.77.21"), 10, "the mapping to the new address")
     zelvo.send(signal.SIGTERM)
     assert zelvo.wait(5) == 0
+
+    # Starting again is what the user is told to do.
+    zelvo = lab.start_zelvo(takes_input=True)
+    zelvo.wait_for(f"^Link: zelvo://{link}$")
+    facts = lab.published(link)
+    assert facts["IPAddress"] == "44.128.7.9", facts
+    assert int(facts["Port"]) in lab.mapped("192.168.77.21"), facts
 
 
 def cable(lab):
@@ -163,7 +172,7 @@ def routers(lab):
     lab.run("internet", "ip", "route", "add", "10.44.7.0/24", "dev", "eth0")
     lab.start_router()
     zelvo.say("t")
-    fails("Your router answered, but", 5)
+    fails("Your router has no address on the internet", 5)
 
     lab.lose_router()
     # Some grant what is of no use.

@@ -29,13 +29,14 @@ TEST(RouterExplanation, SaysWhyNobodyCanComeIn) {
     FakePlatform fake;
     RouterExplanation explanation(fake.bundle, fake.log);
     auto said = [&](const NatPortMappingReply& reply) {
+        explanation.mappingReplied(std::nullopt);
         explanation.mappingReplied(reply);
         return explanation.text().value().substr(0, 24);
     };
     EXPECT_EQ(said(failed(NatErrorNoRouter)), "This computer is not con");
     EXPECT_EQ(said(failed(NatErrorPortMappingDisabled)), "Your router answered, bu");
     EXPECT_EQ(said(failed(NatErrorTimeout)), "Your router did not answ");
-    EXPECT_EQ(said(failed(NatErrorTransient)), "Your router is not conne");
+    EXPECT_EQ(said(failed(NatErrorTransient)), "Your router has no addre");
     EXPECT_EQ(said(mapped("44.0.0.1")), "");
     EXPECT_EQ(said(mapped("0.0.0.0")), "Your router is not conne");
     for (const auto* address : {"10.0.0.1", "172.31.255.255", "192.168.1.1", "100.127.255.255"})
@@ -61,6 +62,9 @@ TEST(RouterExplanation, ComparesWithTheAddressThatTheServiceSaw) {
     explanation.seenFrom("44.0.0.2");
     EXPECT_EQ(explanation.text().value().substr(0, 16), "You seem to be b");
     EXPECT_EQ(fake.log.lines.size(), 1U);
+    explanation.mappingReplied(mapped("44.0.0.3"));
+    EXPECT_EQ(explanation.text().value().substr(0, 12), "The way to t");
+    explanation.mappingReplied(std::nullopt);
     explanation.mappingReplied(mapped("44.0.0.3"));
     EXPECT_EQ(explanation.text().value(), "") << "nothing was seen of the new address yet";
 }

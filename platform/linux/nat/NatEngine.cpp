@@ -26,7 +26,7 @@ NatEngine::NatEngine(PollLoop& loop, Log& log, const Options& options)
 }
 
 void NatEngine::open(int id, const PortWish& wish, PortPairMapping::Reply reply) {
-    waiting_.push_back({id, wish, std::move(reply)});
+    waiting_.push_back({id, wish, network_.now(), std::move(reply)});
 }
 
 void NatEngine::close(int id) {
@@ -134,7 +134,7 @@ void NatEngine::startWaiting() {
             continue;
         }
         pairs_[waiting.id] = std::make_unique<PortPairMapping>(
-            network_, log_, journal_, waiting.wish,
+            network_, log_, journal_, waiting.wish, waiting.asked,
             [this](const PortWish& wish) {
                 if (!route_ || routeLost_) {
                     // The kernel's notices may have been lost.

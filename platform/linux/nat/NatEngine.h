@@ -42,6 +42,7 @@ class NatEngine {
     struct Waiting {
         int id;
         PortWish wish;
+        NatTime asked;
         PortPairMapping::Reply reply;
     };
 

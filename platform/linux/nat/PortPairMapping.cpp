@@ -27,13 +27,14 @@ std::string transportText(const PortGrant& grant) {
     return grant.tcp && grant.udp ? "TCP and UDP" : grant.tcp ? "TCP" : "UDP";
 }
 
-/// The more an answer says, the more it counts: a refusal above ignorance, both above silence.
+/// The more an answer says, the more it counts: what keeps the router from mapping above a refusal,
+/// that above ignorance, all above silence.
 std::int32_t moreTelling(std::int32_t code, NatFailure failure) {
-    if (failure == NatFailure::Refused || code == NatErrorPortMappingDisabled) {
-        return NatErrorPortMappingDisabled;
-    }
     if (failure == NatFailure::Disconnected || code == NatErrorTransient) {
         return NatErrorTransient;
+    }
+    if (failure == NatFailure::Refused || code == NatErrorPortMappingDisabled) {
+        return NatErrorPortMappingDisabled;
     }
     if (failure == NatFailure::Unsupported || code == NatErrorPortMappingUnsupported) {
         return NatErrorPortMappingUnsupported;
@@ -48,13 +49,14 @@ bool isEnding(const RouterMapping& mapping) {
 }  // namespace
 
 PortPairMapping::PortPairMapping(const NatNetwork& network, Log& log, MappingJournal& journal,
-                                 const PortWish& wish, Make make, Reply reply)
+                                 const PortWish& wish, NatTime asked, Make make, Reply reply)
     : network_(network),
       log_(log),
       journal_(journal),
       wish_(wish),
       make_(std::move(make)),
       reply_(std::move(reply)),
+      deadline_(asked + Patience),
       retryAt_(network.now()),
       retryPause_(FirstRetryPause) {}
 
@@ -141,7 +143,9 @@ void PortPairMapping::seek() {
     soughtAt_ = network_.now();
     checkWhenMapped_ = false;
     failureCode_ = NatErrorNone;
-    deadline_ = network_.now() + Patience;
+    if (replied_) {
+        deadline_ = network_.now() + Patience;
+    }
     nextTurn_ = network_.now();
     for (auto& mapping : made) {
         candidates_.push_back({std::move(mapping)});
@@ -280,6 +284,7 @@ void PortPairMapping::conclude() {
     reply.errorCode = failureCode_;
     reply.protocol = (wish_.tcp ? NatProtocolTcp : 0) | (wish_.udp ? NatProtocolUdp : 0);
     reply.internalPort = htons(wish_.internalPort);
+    replied_ = true;
     reply_(reply);
 }
 
@@ -313,6 +318,7 @@ void PortPairMapping::report() {
     if (!explanation.empty()) {
         say(explanation);
     }
+    replied_ = true;
     reply_(reply);
 }
 

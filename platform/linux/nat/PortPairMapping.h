@@ -23,9 +23,10 @@ class PortPairMapping {
     using Make = std::function<std::vector<std::unique_ptr<RouterMapping>>(const PortWish&)>;
     using Reply = std::function<void(const NatPortMappingReply&)>;
 
-    /// `reply` hears the first outcome, and each later change.
+    /// `reply` hears the first outcome, ten seconds after `asked` at the latest, and each later
+    /// change.
     PortPairMapping(const NatNetwork& network, Log& log, MappingJournal& journal,
-                    const PortWish& wish, Make make, Reply reply);
+                    const PortWish& wish, NatTime asked, Make make, Reply reply);
 
     void advance();
     /// Another router, or another address of this host: begins anew, and withdraws the old.
@@ -78,7 +79,9 @@ class PortPairMapping {
     /// What is being withdrawn.
     std::vector<Candidate> leaving_;
     PortGrant reported_;
-    NatTime deadline_ = Never;
+    /// Of the search. That of the first outcome stays, however often the network changes.
+    NatTime deadline_;
+    bool replied_ = false;
     NatTime nextTurn_ = Never;
     NatTime retryAt_;
     NatTime soughtAt_ = NatTime::min();
