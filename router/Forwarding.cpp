@@ -1,7 +1,10 @@
 #include "router/Forwarding.h"
 
+#include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
+
+#include <cerrno>
 
 namespace zelvo::router {
 
@@ -10,11 +13,16 @@ namespace {
 /// Two descriptors each, well within the usual 1024 of a process. More wait in the kernel's queue.
 constexpr std::size_t ConnectionLimit = 200;
 
+platform::FileDescriptor openSpare() {
+    return platform::FileDescriptor(open("/dev/null", O_RDONLY | O_CLOEXEC));
+}
+
 }  // namespace
 
 Forwarding::Forwarding(EventLoop& loop, platform::FileDescriptor listener, const Endpoint& internal)
     : loop_(loop),
       listener_(std::move(listener)),
+      spare_(openSpare()),
       internal_(internal),
       watch_(loop, listener_.get(), [this](std::uint32_t) { acceptAll(); }) {
     watch_.setEvents(EPOLLIN);
@@ -25,6 +33,9 @@ void Forwarding::acceptAll() {
         platform::FileDescriptor outside(
             accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (!outside) {
+            if ((errno == EMFILE || errno == ENFILE) && refuse()) {
+                continue;
+            }
             break;
         }
         platform::FileDescriptor inside = openConnection(internal_);
@@ -37,6 +48,14 @@ void Forwarding::acceptAll() {
     }
     const bool hasRoom = relays_.size() < ConnectionLimit;
     watch_.setEvents(hasRoom ? static_cast<std::uint32_t>(EPOLLIN) : 0);
+}
+
+bool Forwarding::refuse() {
+    spare_ = {};
+    const bool refused(
+        platform::FileDescriptor(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC)));
+    spare_ = openSpare();
+    return refused;
 }
 
 void Forwarding::remove(std::list<std::unique_ptr<Relay>>::iterator relay) {

@@ -18,10 +18,14 @@ class Forwarding {
 
   private:
     void acceptAll();
+    /// Whoever waits while there are no descriptors left would wake the loop again and again.
+    bool refuse();
     void remove(std::list<std::unique_ptr<Relay>>::iterator relay);
 
     EventLoop& loop_;
     platform::FileDescriptor listener_;
+    /// Given up for a moment to accept, and close, what cannot be served.
+    platform::FileDescriptor spare_;
     Endpoint internal_;
     std::list<std::unique_ptr<Relay>> relays_;
     EventLoop::Watch watch_;

@@ -7,6 +7,8 @@ namespace zelvo::router {
 namespace {
 
 constexpr std::uint16_t FirstUnprivilegedPort = 1024;
+/// For all hosts together. Each keeps up to two descriptors open.
+constexpr std::size_t MappingLimit = 100;
 
 }  // namespace
 
@@ -18,7 +20,7 @@ std::uint16_t MappingTable::map(Transport transport, const Endpoint& internal, s
     if (!renewed) {
         // A port that we forward ourselves would lead back here without end.
         Mapping mapping;
-        if (isExternal(internal) || !open(key, mapping, wish)) {
+        if (mappings_.size() == MappingLimit || isExternal(internal) || !open(key, mapping, wish)) {
             return 0;
         }
         found = mappings_.emplace(key, std::move(mapping)).first;

@@ -23,7 +23,7 @@ class MappingTable {
         : loop_(loop), externalAddress_(externalAddress), report_(std::move(report)) {}
 
     /// Makes or renews the mapping of `internal` and returns its external port, which is the wished
-    /// one where that can be had; 0 where none can.
+    /// one where that can be had; 0 where none can, or where the table is full.
     std::uint16_t map(Transport transport, const Endpoint& internal, std::uint16_t wish,
                       std::chrono::seconds lifetime, Clock::time_point now);
     /// Internal port 0 stands for all of that address.

@@ -1,6 +1,7 @@
 #include "router/NatPmpServer.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include "platform/linux/nat/codec/NatPmpCodec.h"
@@ -126,6 +127,29 @@ TEST_F(NatPmpServerTest, GrantsAnotherPortForOneThatCannotBeHad) {
     EXPECT_NE(taken.externalPort, 0);
     EXPECT_EQ(ask(NatPmpOpcode::MapTcp, taken.externalPort, 0, 60).result, NatPmpOutOfResources)
         << "it would forward to itself";
+    std::uint16_t port = 20000;
+    while (ask(NatPmpOpcode::MapUdp, port, 0, 60).result == NatPmpSuccess && port < 21000) {
+        ++port;
+    }
+    EXPECT_NE(table.text(now).find("Mappings: 100\n"), std::string::npos) << "the table is full";
+    EXPECT_EQ(ask(NatPmpOpcode::MapUdp, internal, 0, 60).externalPort, udp.externalPort);
+}
+
+TEST_F(NatPmpServerTest, RefusesConnectionsThatThereIsNoDescriptorFor) {
+    const auto granted = ask(NatPmpOpcode::MapTcp, internal, 0, 60);
+    const auto viewer = openConnection({Loopback, granted.externalPort});
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit none{static_cast<rlim_t>(viewer.get()) + 1, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    settle();
+    setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_EQ(receive(viewer), "") << "and does not leave it waiting, which would turn the loop";
+
+    const auto second = openConnection({Loopback, granted.externalPort});
+    settle();
+    EXPECT_EQ(receive(second), "nothing");
+    EXPECT_NE(table.text(now).find("connections: 1"), std::string::npos);
 }
 
 TEST_F(NatPmpServerTest, AnswersOnlyWhatIsARequest) {
