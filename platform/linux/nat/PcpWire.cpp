@@ -92,8 +92,6 @@ std::optional<PortControlAnswer> PcpWire::read(ByteView datagram) const {
     answer.refusal = refusalText(response->result);
     if (response->result == PcpResult::UnsupportedOpcode) {
         answer.failure = NatFailure::Unsupported;
-    } else if (response->result == PcpResult::NetworkFailure) {
-        answer.failure = NatFailure::Disconnected;
     }
     answer.transport = map.transport;
     answer.externalPort = map.externalPort;
