@@ -1,5 +1,6 @@
 #include "platform/qt/Console.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <QSocketNotifier>
@@ -11,18 +12,13 @@
 namespace zelvo::platform {
 
 Console::Console(int input, int output)
-    : input_(input), output_(output), outputIsTerminal_(::isatty(output) == 1) {
-    termios settings{};
-    if (::isatty(input) == 1 && ::tcgetattr(input, &settings) == 0) {
-        earlier_ = settings;
-        settings.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
-        ::tcsetattr(input, TCSANOW, &settings);
-    }
-}
+    : input_(input), output_(output), outputIsTerminal_(::isatty(output) == 1), keyMode_(input) {}
 
-Console::~Console() {
-    if (earlier_)
-        ::tcsetattr(input_, TCSANOW, &*earlier_);
+Console::~Console() = default;
+
+int Console::columns() const {
+    winsize size{};
+    return ::ioctl(output_, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
 }
 
 void Console::listen(std::function<void(char)> key, std::function<void()> end) {

@@ -1,11 +1,10 @@
 #pragma once
 
-#include <termios.h>
-
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
+
+#include "platform/qt/KeyMode.h"
 
 class QSocketNotifier;
 
@@ -28,6 +27,8 @@ class Console {
     /// Writes the line at once. Where nobody reads any more it is dropped.
     void line(const std::string& text);
 
+    /// Characters in a line of the output; 0 where that is unknown.
+    int columns() const;
     bool outputIsTerminal() const { return outputIsTerminal_; }
     bool inputHasEnded() const { return inputHasEnded_; }
 
@@ -38,7 +39,7 @@ class Console {
     int output_;
     bool outputIsTerminal_;
     bool inputHasEnded_ = false;
-    std::optional<termios> earlier_;
+    KeyMode keyMode_;
     std::function<void(char)> key_;
     std::function<void()> end_;
     std::unique_ptr<QSocketNotifier> notifier_;

@@ -35,6 +35,10 @@ std::optional<QrCode> makeQrCode(const std::string& text) {
 #endif
 }
 
+int widthOf(const QrCode& code) {
+    return code.size + 2 * QuietZone;
+}
+
 std::vector<std::string> linesOf(const QrCode& code) {
     // By "upper half is dark" and "lower half is dark".
     constexpr const char* blocks[2][2] = {{"█", "▀"}, {"▄", " "}};

@@ -23,6 +23,8 @@ struct QrCode {
 /// None when the text is empty or too long, or where the encoder is not built in.
 std::optional<QrCode> makeQrCode(const std::string& text);
 
+/// Columns of each line that shows the code in a terminal.
+int widthOf(const QrCode& code);
 /// The code in half-block characters, two rows of modules in a line, light modules drawn. A quiet
 /// zone surrounds it.
 std::vector<std::string> linesOf(const QrCode& code);

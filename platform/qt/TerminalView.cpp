@@ -2,6 +2,7 @@
 
 #include <langinfo.h>
 
+#include <cstdlib>
 #include <cstring>
 
 #include "platform/ApplicationDelegate.h"
@@ -19,6 +20,13 @@ namespace {
 // Drawn in light on dark by their own colours, so that the terminal's do not matter.
 constexpr const char* CodeColours = "\033[97;40m";
 constexpr const char* NormalColours = "\033[0m";
+
+// By the convention of no-color.org, and the terminal's own word.
+bool takesColours() {
+    const char* wish = std::getenv("NO_COLOR");
+    const char* kind = std::getenv("TERM");
+    return (!wish || !*wish) && kind && std::strcmp(kind, "dumb") != 0;
+}
 
 }  // namespace
 
@@ -73,6 +81,9 @@ void TerminalView::takeKey(char key) {
 }
 
 void TerminalView::inputEnded() {
+    if (!model_.isQuitting().value())
+        terminal_.console.line(bundle_.localizedString(
+            "The input has ended, so Zelvo quits. Started in a terminal, it keeps running."));
     terminal_.application.terminate();
     terminal_.alerts.inputEnded();
 }
@@ -103,9 +114,14 @@ void TerminalView::showQrCode() {
     bool drawsBlocks = std::strcmp(::nl_langinfo(CODESET), "UTF-8") == 0;
     if (!terminal_.console.outputIsTerminal() || !drawsBlocks)
         return;
-    if (auto code = makeQrCode(shownLink_))
-        for (const auto& line : linesOf(*code))
-            terminal_.console.line(CodeColours + line + NormalColours);
+    auto code = makeQrCode(shownLink_);
+    if (!code)
+        return;
+    // Broken lines are no code.
+    if (auto columns = terminal_.console.columns(); columns > 0 && columns < widthOf(*code))
+        return;
+    for (const auto& line : linesOf(*code))
+        terminal_.console.line(takesColours() ? CodeColours + line + NormalColours : line);
 }
 
 }  // namespace zelvo::platform

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <regex>
 #include <set>
@@ -85,17 +86,54 @@ TEST(StringTables, AllLanguagesHaveTheSameKeysAndObjects) {
         EXPECT_EQ(*english[row].string(), row);
 }
 
+std::string contents(const std::filesystem::path& path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// What stands in the first group of each match.
+std::set<std::string> matches(const std::string& text, const char* pattern) {
+    std::set<std::string> found;
+    const std::regex expression(pattern);
+    for (std::sregex_iterator at(text.begin(), text.end(), expression), end; at != end; ++at)
+        found.insert((*at)[1]);
+    return found;
+}
+
+// A key that the tables lack would show in English, or as a name in capitals, in every language.
+TEST(StringTables, HoldWhatTheWindowAndTheCodeShow) {
+    auto table = read("en.lproj/Localizable.strings");
+    auto shown = matches(contents(resources + "/MainWindow.ui"), "<string>([^<]+)</string>");
+    std::set<std::string> literals;
+    for (const auto* room : {"app", "platform/qt", "platform/linux"})
+        for (const auto& entry : std::filesystem::directory_iterator(resources + "/../" + room)) {
+            if (entry.path().extension() != ".cpp")
+                continue;
+            // Literals that stand side by side are one.
+            auto source = std::regex_replace(contents(entry.path()), std::regex("\"\\s+\""), "");
+            shown.merge(matches(source,
+                                "(?:localized|text|localizedString|add|addField|Texts|"
+                                "openHelpPage|showPortMapping|showConnection)"
+                                "[({](?:\\*layout,)?\\s*\"([&A-Z][^\"]+)\""));
+            shown.merge(matches(source, "\\{\"action\\w+\",\\s*\"([&A-Z][^\"]+)\""));
+            literals.merge(matches(source, "\"([^\"]+)\""));
+        }
+    EXPECT_GT(shown.size(), 50U);
+    for (const auto& key : shown)
+        EXPECT_TRUE(table.contains(key)) << key;
+    // What the toolkit shows in the context menu of a text.
+    literals.merge(std::set<std::string>{"&Copy", "Select All"});
+    literals.merge(shown);
+    for (const auto& [key, text] : table)
+        EXPECT_TRUE(literals.contains(key)) << "nothing shows \"" << key << '"';
+}
+
 std::set<std::string> reasonsOfTheTools() {
     std::set<std::string> words;
     for (const auto& entry : std::filesystem::directory_iterator(resources)) {
         if (entry.path().extension() != ".tool" && entry.path().extension() != ".sh")
             continue;
-        std::ifstream file(entry.path());
-        const std::regex word("give_up ([a-z-]+) \"");
-        for (std::string line; std::getline(file, line);) {
-            if (std::smatch found; std::regex_search(line, found, word))
-                words.insert(found[1]);
-        }
+        words.merge(matches(contents(entry.path()), "give_up ([a-z-]+) \""));
     }
     return words;
 }
