@@ -59,6 +59,13 @@ already_on() {
     return 1
 }
 
+# The application switches off at its quit what it saw come on. What comes on after its end nobody would.
+asker_is_there() {
+    [ -z "$asker" ] || { [ -n "$asker_start" ] && [ "$(process_start "$asker")" = "$asker_start" ]; }
+}
+
+asker=${ZELVO_ASKING_PROCESS-}
+asker_start=${asker:+$(process_start "$asker")}
 choose_asking_user
 open_run_folder
 settle_at_exit
@@ -72,4 +79,5 @@ if ! already_on; then
     ! display_is_wayland || refuse_wayland
 fi
 write_setting on || die "Cannot write the Screen Sharing setting below $root."
+asker_is_there || die "The application that asked has ended meanwhile."
 echo "zelvo: $server_kind shares display $server_display on port $port and asks before it lets anybody in."

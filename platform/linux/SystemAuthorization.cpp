@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <optional>
@@ -30,16 +31,22 @@ std::optional<std::string> askingUser() {
     return std::nullopt;
 }
 
+/// Ours, and whom and what the tool works for.
 std::vector<std::string> toolEnvironment() {
+    std::vector<std::string> added{"ZELVO_ASKING_PROCESS=" + std::to_string(::getpid())};
+    if (auto user = ::geteuid() == 0 ? askingUser() : std::nullopt)
+        added.push_back("ZELVO_USER=" + *user);
+    auto isReplaced = [&](std::string_view entry) {
+        return std::any_of(added.begin(), added.end(), [&](const std::string& assignment) {
+            return entry.starts_with(assignment.substr(0, assignment.find('=') + 1));
+        });
+    };
     std::vector<std::string> result;
-    auto user = ::geteuid() == 0 ? askingUser() : std::nullopt;
-    constexpr std::string_view variable = "ZELVO_USER=";
     for (char** entry = ::environ; entry && *entry; ++entry) {
-        if (!user || !std::string_view(*entry).starts_with(variable))
+        if (!isReplaced(*entry))
             result.emplace_back(*entry);
     }
-    if (user)
-        result.push_back(std::string(variable) + *user);
+    result.insert(result.end(), added.begin(), added.end());
     return result;
 }
 

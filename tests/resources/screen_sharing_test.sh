@@ -20,7 +20,8 @@ ip link set lo up
 folder=$(mktemp -d)
 chmod 755 "$folder"
 export ZELVO_ROOT=$folder/root WAYLAND_DISPLAY=wayland-0
-Xvfb -displayfd 3 -screen 0 640x480x24 -nolisten tcp -ac 3>"$folder/display" 2>/dev/null &
+# Without -noreset it would start over when its last client leaves, and a client that comes meanwhile hangs.
+Xvfb -displayfd 3 -screen 0 640x480x24 -nolisten tcp -noreset -ac 3>"$folder/display" 2>/dev/null &
 xvfb=$!
 others=()
 trap 'tool disable; kill $xvfb "${others[@]}" 2>/dev/null; wait; rm -rf "$folder"' EXIT
@@ -112,6 +113,15 @@ check "  is another reason" reason no-display
 kill $wayland
 wait $wayland 2>/dev/null
 
+sleep 0 &
+gone=$!
+wait $gone
+check "an application that has ended meanwhile" refused env ZELVO_ASKING_PROCESS=$gone \
+    sh "$tools/enable-screen-sharing-and-guess-access.tool" 2>/dev/null
+check "  leaves nothing behind" servers 0
+check "  and viewers may not ask" forbids
+
+export ZELVO_ASKING_PROCESS=$$
 tool enable &
 first=$!
 sh "$tools/enable-screen-sharing-and-guess-access.tool" >/dev/null
@@ -209,7 +219,7 @@ click() { # click X FROM_BELOW, in the window that asks
     xdotool mousemove $((X + $1)) $((Y + HEIGHT - $2)) click 1
 }
 x0vncserver_yes() { click 30 12; }
-x0vncserver_no() { click 230 12; }
+x0vncserver_no() { click "WIDTH - 30" 12; }
 
 if command -v X0tigervnc >/dev/null; then
     without x11vnc

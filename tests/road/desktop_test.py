@@ -36,7 +36,7 @@ class X0vncserver:
         window = desktop.window(X0vncserver.question)
         place = dict(line.split("=") for line in desktop.xdotool(
             "getwindowgeometry", "--shell", window).split())
-        x = int(place["X"]) + (30 if yes else 230)
+        x = int(place["X"]) + (30 if yes else int(place["WIDTH"]) - 30)
         y = int(place["Y"]) + int(place["HEIGHT"]) - 12
         desktop.xdotool("mousemove", str(x), str(y), "click", "1")
 
@@ -102,8 +102,17 @@ def share_and_quit(desktop, server):
     assert int(facts["availabilityStatus"]) == 1, facts
 
 
+def quit_too_early(desktop):
+    zelvo = desktop.start_application()
+    wait_until(lambda: processes_named("screensharingd"), 20, "the server's start")
+    zelvo.send(signal.SIGTERM)
+    assert zelvo.wait(15) == 0
+    wait_until(lambda: not processes_named("screensharingd"), 20, "the server's end")
+
+
 def sharing(desktop):
     """Screen Sharing comes up as the user, asks, disconnects, and goes, with either server."""
+    quit_too_early(desktop)
     share_and_quit(desktop, X11vnc)
     desktop.hide("x11vnc")
     share_and_quit(desktop, X0vncserver)

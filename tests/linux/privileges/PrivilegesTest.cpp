@@ -204,12 +204,15 @@ TEST_F(PrivilegesTest, GivesTheToolACheckedEnvironment) {
                  {"LC_ALL", "../../mnt/evil"},
                  {"GIO_USE_VFS", "evil"},
                  {"ZELVO_ROOT", "/mnt/evil"},
-                 {"ZELVO_USER", "root"}})
+                 {"ZELVO_USER", "root"},
+                 {"ZELVO_ASKING_PROCESS", "1"}})
             ::setenv(name, value.c_str(), 1);
         ::umask(0);
         return runTool();
     };
-    auto status = asUser(PolkitMachine::granted, environment);
+    pid_t process = 0;
+    auto status =
+        asUser(PolkitMachine::granted, environment, [&](pid_t asking) { process = asking; });
     EXPECT_EQ(status, "0 0\n");
     auto answer = machine->answer();
     auto expectLine = [&](const std::string& line) {
@@ -227,6 +230,7 @@ TEST_F(PrivilegesTest, GivesTheToolACheckedEnvironment) {
     expectLine("WAYLAND_DISPLAY=wayland-0");
     expectLine("XDG_CURRENT_DESKTOP=ubuntu:GNOME");
     expectLine("ZELVO_USER=zelvo-granted");
+    expectLine("ZELVO_ASKING_PROCESS=" + std::to_string(process));
     expectLine("PKEXEC_UID=" + std::to_string(PolkitMachine::granted));
     expectLine("PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin");
     // The shell's own.
