@@ -27,6 +27,7 @@ void showAboutDialog(QWidget& window, const std::string& versionInfo) {
     auto* icon = new QLabel;
     icon->setPixmap(
         window.windowIcon().pixmap(QSize(IconSize, IconSize), window.devicePixelRatio()));
+    icon->setAccessibleName("Zelvo");
     auto* name = new QLabel("Zelvo");
     QFont large = name->font();
     large.setPointSizeF(large.pointSizeF() * 1.5);

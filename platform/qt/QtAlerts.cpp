@@ -9,6 +9,7 @@
 #include "platform/Bundle.h"
 #include "platform/MainQueue.h"
 #include "platform/qt/Images.h"
+#include "platform/qt/Localized.h"
 #include "platform/qt/Sheets.h"
 
 namespace zelvo::platform {
@@ -75,6 +76,8 @@ QMessageBox* QtAlerts::makeBox(const Alert& alert) {
     box->setIconPixmap(renderImage(imageFolder_, QString::fromStdString(alert.icon),
                                    QSize(AlertIconSize, AlertIconSize),
                                    window_->devicePixelRatio()));
+    if (auto* icon = box->findChild<QLabel*>("qt_msgboxex_icon_label"))
+        icon->setAccessibleName(localized("Caution"));
     if (auto* message = box->findChild<QLabel*>("qt_msgbox_label")) {
         QFont bold = message->font();
         bold.setBold(true);

@@ -126,18 +126,21 @@ TEST_F(ActionsTest, EverythingHasANameForAssistiveTechnology) {
 }
 
 TEST_F(ActionsTest, TheKeyboardReachesEveryControl) {
-    launchToLink();
+    auto reached = [&] {
+        std::set<std::string> names;
+        for (int i = 0; i < 5; ++i) {
+            QKeyEvent tab(QEvent::KeyPress, Qt::Key_Tab, Qt::NoModifier);
+            QApplication::sendEvent(window.focusWidget(), &tab);
+            names.insert(window.focusWidget()->objectName().toStdString());
+        }
+        return names;
+    };
+    launch();
+    EXPECT_EQ(reached(), (std::set<std::string>{"linkText", "portMappingButton"}));
+    fake.screenSharing(true);
+    fake.loop.settle();
     connectViewer(true);
-    std::set<std::string> reached;
-    auto* first = window.focusWidget();
-    auto* control = first;
-    do {
-        reached.insert(control->objectName().toStdString());
-        QKeyEvent tab(QEvent::KeyPress, Qt::Key_Tab, Qt::NoModifier);
-        QApplication::sendEvent(control, &tab);
-        control = window.focusWidget();
-    } while (control != first && reached.size() < 20);
-    EXPECT_EQ(reached, (std::set<std::string>{"shareButton", "linkText", "disconnectButton"}));
+    EXPECT_EQ(reached(), (std::set<std::string>{"shareButton", "linkText", "disconnectButton"}));
 }
 
 TEST_F(ActionsTest, NothingIsCutOffInALargeFont) {

@@ -68,6 +68,9 @@ TEST_F(MainWindowTest, ShowsEveryStatusOnTheRoadOfALink) {
     EXPECT_EQ(property("linkText", "text"), "zelvo://AbC-d_1");
     EXPECT_TRUE(find("shareButton")->isEnabled());
     EXPECT_EQ(window.focusWidget(), find("shareButton"));
+    explanations.routing.set("A second router.");
+    EXPECT_EQ(property("statusTitle", "text"), "Your link may not work");
+    EXPECT_EQ(property("statusExplanation", "text"), "A second router.");
 
     connectViewer(true);
     EXPECT_EQ(property("statusTitle", "text"), "Somebody is viewing your screen");
@@ -168,6 +171,8 @@ TEST_F(MainWindowTest, EveryMenuEntryHasItsAction) {
     EXPECT_EQ(fake.workspace.opened.size(), 2u);
     find<QAction>("actionFeedback")->trigger();
     EXPECT_TRUE(window.findChild<QDialog*>("feedbackDialog"));
+    find<QAction>("actionAbout")->trigger();
+    EXPECT_TRUE(window.findChild<QDialog*>("aboutDialog"));
     find<QAction>("actionQuit")->trigger();
     EXPECT_TRUE(desktop.application.isTerminating());
 }

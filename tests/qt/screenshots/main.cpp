@@ -93,16 +93,28 @@ void takeStatuses(platform::Bundle& bundle, const Photographer& camera) {
         feedback->close();
     }
 
+    world.window.findChild<QAction*>("actionAbout")->trigger();
+    if (auto* about = world.window.findChild<QDialog*>("aboutDialog")) {
+        camera.takeSheet(world.window, "about", *about);
+        about->close();
+    }
+
     world.connectViewer(true);
     camera.take(world.window, "status-7");
     world.desktop.application.terminate();
     camera.takeSheet(world.window, "sheet-session", *world.sheet());
+    world.fake.peer.hold(true);
+    world.press(world.sheet(), 0);
+    camera.take(world.window, "quitting");
 }
 
 void takeFailures(platform::Bundle& bundle, const Photographer& camera) {
     {
         WindowWorld world(bundle);
         world.fake.router.refuseAll(platform::NatErrorNoRouter);
+        world.explanations.routing.set(bundle.localizedString(
+            "Your router did not answer. Switch on UPnP or NAT-PMP in its settings; Router "
+            "Help says how."));
         world.launchToLink();
         camera.take(world.window, "status-4");
         camera.takeSheet(world.window, "sheet-router", *world.sheet());
