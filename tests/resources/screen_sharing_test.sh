@@ -28,7 +28,12 @@ trap 'tool disable; kill $xvfb "${others[@]}" 2>/dev/null; wait; rm -rf "$folder
 
 failures=0
 check() { # check TEXT COMMAND...: the command must succeed
-    if "${@:2}"; then echo "ok: $1"; else echo "FAILED: $1"; failures=$((failures + 1)); fi
+    if "${@:2}"; then
+        echo "ok: $1"
+    else
+        echo "FAILED: $1; the tool last said: $(cat "$folder/out")"
+        failures=$((failures + 1))
+    fi
 }
 refused() { ! "$@"; }
 eventually() { for _ in {1..100}; do "$@" && return; sleep 0.1; done; return 1; }
