@@ -11,16 +11,14 @@ import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
 from stage import (ROOT, Stage, connect_viewer, enter_own_network,  # noqa: E402
-                   is_listening, processes_named, service_info, wait_until)
+                   is_listening, own_environment, processes_named, service_info, wait_until)
 
 VNC_PORT = 5900
 
 
 def the_whole_road(stage):
     """scripts/run alone brings the link, a viewer comes and goes, and SIGINT takes everything back."""
-    env = dict(os.environ, ZELVO_BUILD=stage.build, ZELVO_RUN=stage.path("run"), LC_ALL="C.UTF-8")
-    env.pop("DISPLAY", None)
-    env.pop("WAYLAND_DISPLAY", None)
+    env = dict(own_environment(), ZELVO_BUILD=stage.build, ZELVO_RUN=stage.path("run"))
     run = stage.start([os.path.join(ROOT, "scripts", "run")], env)
     url = run.wait_for(r"^Service: (https://\S+)$").group(1)
     run.wait_for(r"^Router: 127\.0\.0\.1:\d+$")
@@ -71,8 +69,7 @@ def the_whole_road(stage):
 
 def interruptions(stage):
     """A signal at any moment ends scripts/run in order, with nothing left behind."""
-    env = dict(os.environ, ZELVO_BUILD=stage.build, ZELVO_RUN=stage.path("run"), LC_ALL="C.UTF-8")
-    env.pop("WAYLAND_DISPLAY", None)
+    env = dict(own_environment(), ZELVO_BUILD=stage.build, ZELVO_RUN=stage.path("run"))
     # Nobody answers there, so the script brings its own.
     env["DISPLAY"] = ":4242"
     moments = [(r"^Display: ", 0), (r"^Router: ", 0), (r"^Router: ", 0.05),

@@ -29,6 +29,14 @@ def enter_own_network():
     os.execvp("unshare", ["unshare", "-n", "sh", "-c", command, "sh", sys.executable, *sys.argv])
 
 
+def own_environment():
+    """What is left of the machine's own display, proxies and message bus: no bus is there, and none is
+    to be started."""
+    env = {name: value for name, value in os.environ.items()
+           if not name.lower().endswith("_proxy") and name not in ("DISPLAY", "WAYLAND_DISPLAY")}
+    return {**env, "DBUS_SESSION_BUS_ADDRESS": "unix:path=/nonexistent", "LC_ALL": "C.UTF-8"}
+
+
 class Program:
     """A child in a session of its own, whose output is read line by line."""
 
@@ -179,9 +187,7 @@ class Stage:
         return router
 
     def environment(self, service_url, router_place=None):
-        # A proxy of the machine's own is none of these programs' business.
-        env = {name: value for name, value in os.environ.items()
-               if not name.lower().endswith("_proxy") and name != "WAYLAND_DISPLAY"}
+        env = own_environment()
         env.update({
             "DISPLAY": self.display,
             "ZELVO_SERVICE": service_url,
@@ -191,7 +197,6 @@ class Stage:
             "XDG_CONFIG_HOME": self.path("config"),
             "XDG_DATA_HOME": self.path("data"),
             "XDG_STATE_HOME": self.path("state"),
-            "LC_ALL": "C.UTF-8",
         })
         env.pop("ZELVO_ROUTER", None)
         if router_place:
