@@ -97,10 +97,13 @@ const Dictionary sampleValue{
 };
 
 std::string nestedXml(int depth) {
-    std::string text;
-    for (int level = 0; level < depth; ++level)
-        text = "<array>" + text + "</array>";
-    return xml(text);
+    std::string opened;
+    std::string closed;
+    for (int level = 0; level < depth; ++level) {
+        opened += "<array>";
+        closed += "</array>";
+    }
+    return xml(opened + closed);
 }
 
 }  // namespace
