@@ -7,6 +7,7 @@
 
 #include "tests/qt/Wait.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace zelvo::platform {
 namespace {
@@ -34,7 +35,10 @@ class Settings final : public QDBusVirtualObject {
 };
 
 TEST(SettingsServices, AreAskedToQuitByName) {
-    test::ChildProcess daemon("exec dbus-daemon --session --nofork --nopidfile --print-address");
+    test::TemporaryFolder folder;
+    test::ChildProcess daemon(
+        "exec dbus-daemon --session --nofork --nopidfile --print-address --address=unix:dir=" +
+        folder.path());
     auto address = QString::fromStdString(daemon.readLine());
     ASSERT_NE(address, "");
     auto bus = QDBusConnection::connectToBus(address, "workspace");
