@@ -77,7 +77,7 @@ void Spinner::timerEvent(QTimerEvent* event) {
 
 void Spinner::changeEvent(QEvent* event) {
     QWidget::changeEvent(event);
-    if (event->type() == QEvent::PaletteChange)
+    if (event->type() == QEvent::PaletteChange || event->type() == QEvent::EnabledChange)
         steps_.clear();
 }
 
