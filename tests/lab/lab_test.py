@@ -179,6 +179,7 @@ def routers(lab):
     lab.start([os.path.join(lab.build, "zelvo-router"), "--address", "192.168.77.1", "--port",
                "5351", "--external", "10.44.7.1"], prefix=lab.within("router")).wait_for("Router: ")
     zelvo.say("t")
+    zelvo.wait_for(r"^Port mapping: the router's own address 10\.44\.7\.1 is not a public one")
     zelvo.wait_for("^There is a second router")
     zelvo.wait_for("Port mapping: Port Mapping Successful")
     zelvo.wait_for("^Link: ")
