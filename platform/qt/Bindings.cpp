@@ -33,11 +33,11 @@ std::vector<Subscription> only(Subscription subscription) {
     return list;
 }
 
-Value of(Observable<std::string>& (Model::*text)()) {
-    return [text](const Source& source, Write write) {
-        return only(
-            (source.model.*text)().bind([write = std::move(write)](const std::string& value) {
-                write(QString::fromStdString(value));
+Value of(Observable<std::string>& (Model::*text)(), const char* whileEmpty = "") {
+    return [text, whileEmpty](const Source& source, Write write) {
+        return only((source.model.*text)().bind(
+            [whileEmpty, write = std::move(write)](const std::string& value) {
+                write(value.empty() ? QString(whileEmpty) : QString::fromStdString(value));
             }));
     };
 }
@@ -90,7 +90,7 @@ struct Binding {
 
 std::vector<Binding> table() {
     return {
-        {"appIcon", "image", of(&Model::appIcon)},
+        {"appIcon", "image", of(&Model::appIcon, "AppIcon-Disabled")},
         {"statusTitle", "text", of(&StatusTexts::title)},
         {"statusExplanation", "text", of(&StatusTexts::explanation)},
         {"linkText", "text", linkOnceReady()},

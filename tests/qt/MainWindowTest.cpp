@@ -33,6 +33,7 @@ void sendKey(QWidget* widget, Qt::Key key) {
 
 TEST_F(MainWindowTest, ShowsEveryStatusOnTheRoadOfALink) {
     EXPECT_EQ(property("statusTitle", "text"), "Getting ready");
+    EXPECT_EQ(property("appIcon", "image"), "AppIcon-Disabled");
     EXPECT_FALSE(find("shareButton")->isEnabled());
 
     launch();
