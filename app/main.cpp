@@ -8,6 +8,7 @@
 #include "platform/linux/Environment.h"
 #include "platform/linux/LinuxPlatform.h"
 #include "platform/linux/SingleInstance.h"
+#include "platform/linux/StandardDescriptors.h"
 #include "platform/linux/SystemLog.h"
 #include "platform/qt/CommandLine.h"
 #include "platform/qt/Display.h"
@@ -120,6 +121,7 @@ int runInTerminal(int& argc, char** argv) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
+    occupyStandardDescriptors();
     if (auto status = answerCommandLine(argc, argv))
         return *status;
     return displayIsThere() ? runInWindow(argc, argv) : runInTerminal(argc, argv);

@@ -7,6 +7,7 @@
 #include <QLabel>
 #include <QVBoxLayout>
 
+#include "platform/qt/Dialogs.h"
 #include "platform/qt/Localized.h"
 
 namespace zelvo::platform {
@@ -18,10 +19,11 @@ constexpr int IconSize = 64;
 }  // namespace
 
 void showAboutDialog(QWidget& window, const std::string& versionInfo) {
+    if (raiseDialog(&window, "aboutDialog"))
+        return;
     auto* dialog = new QDialog(&window);
     dialog->setObjectName("aboutDialog");
     dialog->setAttribute(Qt::WA_DeleteOnClose);
-    dialog->setWindowModality(Qt::WindowModal);
     dialog->setWindowTitle(localized("About Zelvo"));
 
     auto* icon = new QLabel;
@@ -52,7 +54,7 @@ void showAboutDialog(QWidget& window, const std::string& versionInfo) {
     layout->setSpacing(18);
     layout->addLayout(header);
     layout->addWidget(buttons);
-    dialog->open();
+    showDialog(*dialog);
 }
 
 }  // namespace zelvo::platform

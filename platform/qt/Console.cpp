@@ -4,15 +4,25 @@
 #include <unistd.h>
 
 #include <QSocketNotifier>
-#include <cctype>
 #include <cerrno>
 
 #include "platform/qt/WriteAll.h"
 
 namespace zelvo::platform {
 
+namespace {
+
+constexpr char Escape = 0x1b;
+constexpr char EndOfTransmission = 0x04;
+
+}  // namespace
+
 Console::Console(int input, int output)
-    : input_(input), output_(output), outputIsTerminal_(::isatty(output) == 1), keyMode_(input) {}
+    : input_(input),
+      output_(output),
+      outputIsTerminal_(::isatty(output) == 1),
+      inputIsTerminal_(::isatty(input) == 1),
+      keyMode_(input) {}
 
 Console::~Console() = default;
 
@@ -41,8 +51,26 @@ void Console::read() {
         return;
     }
     for (ssize_t i = 0; i < count; ++i)
-        if (std::isspace(static_cast<unsigned char>(keys[i])) == 0)
-            key_(keys[i]);
+        take(keys[i]);
+    // The Escape key alone; a sequence comes in one piece.
+    if (sequence_ == Sequence::Begun)
+        sequence_ = Sequence::None;
+}
+
+void Console::take(char byte) {
+    const bool isFinal = byte >= 0x40 && byte < 0x7f;
+    if (byte == Escape) {
+        sequence_ = Sequence::Begun;
+    } else if (sequence_ == Sequence::Begun) {
+        sequence_ = byte == '[' || byte == 'O' ? Sequence::Inside : Sequence::None;
+    } else if (sequence_ == Sequence::Inside) {
+        if (isFinal)
+            sequence_ = Sequence::None;
+    } else if (byte == EndOfTransmission && inputIsTerminal_) {
+        key_('q');
+    } else if (byte > ' ' && byte < 0x7f) {
+        key_(byte);
+    }
 }
 
 void Console::line(const std::string& text) {

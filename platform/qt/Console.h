@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -21,7 +22,8 @@ class Console {
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;
 
-    /// Begins to read: `key` for each key but blanks, `end` once at the end of input.
+    /// Begins to read: `key` for each key that is a visible ASCII character, `end` once at the end
+    /// of input. Of a terminal Ctrl-D is the key that quits.
     void listen(std::function<void(char)> key, std::function<void()> end);
 
     /// Writes the line at once. Where nobody reads any more it is dropped.
@@ -33,12 +35,18 @@ class Console {
     bool inputHasEnded() const { return inputHasEnded_; }
 
   private:
+    /// Where in the control sequence of a cursor or function key (ECMA-48, section 5.4) we are.
+    enum class Sequence : std::uint8_t { None, Begun, Inside };
+
     void read();
+    void take(char byte);
 
     int input_;
     int output_;
     bool outputIsTerminal_;
+    bool inputIsTerminal_;
     bool inputHasEnded_ = false;
+    Sequence sequence_ = Sequence::None;
     KeyMode keyMode_;
     std::function<void(char)> key_;
     std::function<void()> end_;

@@ -6,6 +6,7 @@
 #include <QPainter>
 #include <QVBoxLayout>
 
+#include "platform/qt/Dialogs.h"
 #include "platform/qt/Localized.h"
 #include "platform/qt/QrCode.h"
 
@@ -48,10 +49,11 @@ void showQrCodeDialog(QWidget* window, const std::string& link) {
     auto code = makeQrCode(link);
     if (!code)
         return;
+    if (auto* shown = window ? window->findChild<QDialog*>("qrCodeDialog") : nullptr)
+        shown->close();
     auto* dialog = new QDialog(window);
     dialog->setObjectName("qrCodeDialog");
     dialog->setAttribute(Qt::WA_DeleteOnClose);
-    dialog->setWindowModality(Qt::WindowModal);
     dialog->setWindowTitle(localized("QR Code"));
 
     auto* explanation = new QLabel(localized("Scan this code with the other device."), dialog);
@@ -76,7 +78,7 @@ void showQrCodeDialog(QWidget* window, const std::string& link) {
     layout->addWidget(text);
     layout->addWidget(buttons);
     buttons->setFocus();
-    dialog->open();
+    showDialog(*dialog);
 }
 
 }  // namespace zelvo::platform

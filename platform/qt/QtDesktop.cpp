@@ -4,6 +4,7 @@
 
 #include "platform/Bundle.h"
 #include "platform/MainWindowModel.h"
+#include "platform/qt/Dialogs.h"
 #include "platform/qt/Redaction.h"
 #include "platform/qt/SharingServices.h"
 #include "platform/qt/Sheets.h"
@@ -49,6 +50,8 @@ void QtDesktop::attach(QWidget& window, MainWindowModel& model, ApplicationDeleg
 // An answer or a choice that is still open could make a link anew behind the quit's back.
 void QtDesktop::takeNoMoreRequests() {
     alerts.end();
+    if (window_)
+        closeDialogs(*window_);
     while (auto* menu = QApplication::activePopupWidget())
         menu->close();
 }

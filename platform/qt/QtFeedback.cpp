@@ -10,6 +10,7 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
+#include "platform/qt/Dialogs.h"
 #include "platform/qt/Localized.h"
 #include "platform/qt/MailProgram.h"
 
@@ -34,10 +35,11 @@ QPlainTextEdit* addField(QVBoxLayout& layout, const char* caption, const char* n
 }  // namespace
 
 void QtFeedback::showFeedbackDialog(int) {
+    if (raiseDialog(window_, "feedbackDialog"))
+        return;
     auto* dialog = new QDialog(window_);
     dialog->setObjectName("feedbackDialog");
     dialog->setAttribute(Qt::WA_DeleteOnClose);
-    dialog->setWindowModality(Qt::WindowModal);
     dialog->setWindowTitle(localized("Feedback"));
     auto* layout = new QVBoxLayout(dialog);
     layout->setContentsMargins(24, 20, 24, 16);
@@ -72,7 +74,7 @@ void QtFeedback::showFeedbackDialog(int) {
     layout->addWidget(buttons);
     dialog->resize(560, 520);
     words->setFocus();
-    dialog->open();
+    showDialog(*dialog);
 }
 
 }  // namespace zelvo::platform

@@ -27,9 +27,12 @@ bool listsScheme(const QString& path, const QByteArray& entry) {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return false;
+    bool counts = false;
     while (!file.atEnd()) {
         auto line = file.readLine().trimmed();
-        if (line.startsWith(entry) && line.size() > entry.size())
+        if (line.startsWith('['))
+            counts = line != "[Removed Associations]";
+        if (counts && line.startsWith(entry) && line.size() > entry.size())
             return true;
     }
     return false;

@@ -39,7 +39,7 @@ constexpr std::array<Texts, 8> PerStatus{
           "again, or open Router Help in the Help menu."},
     LinkReady,
     LinkReady,
-    Texts{"Somebody is viewing your screen",
+    Texts{"Somebody is connected",
           "Press “Disconnect” to end the session. Your link stays valid until you quit Zelvo."},
 };
 

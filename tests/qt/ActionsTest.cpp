@@ -18,7 +18,8 @@ using ActionsTest = WindowTest;
 TEST(Redaction, LeavesNoLinkAndNoAddress) {
     EXPECT_EQ(platform::withoutAddresses("Error 3: -60006"), "Error 3: -60006");
     EXPECT_EQ(platform::withoutAddresses("a zelvo://AbC b https://h.example/x?y c"), "a … b … c");
-    EXPECT_EQ(platform::withoutAddresses("203.0.113.7:5900 -> 192.0.2.1"), "… -> …");
+    EXPECT_EQ(platform::withoutAddresses("203.0.113.7:5900 -> 192.0.2.1_80"), "… -> …_80");
+    EXPECT_EQ(platform::withoutAddresses("from ::ffff:192.0.2.7 x"), "from … x");
     EXPECT_EQ(platform::withoutAddresses("fe80::1%eth0, 2001:db8::7 at 00:16:3e:aa:bb:cc"),
               "…, … at …");
     EXPECT_EQ(platform::withoutAddresses("anna@example.org sent Zk3_9-abcdefghijklmno"),
@@ -117,7 +118,7 @@ TEST_F(ActionsTest, EverythingHasANameForAssistiveTechnology) {
 
     auto* status = QAccessible::queryAccessibleInterface(find("statusTitle"));
     EXPECT_EQ(status->role(), QAccessible::AlertMessage);
-    EXPECT_EQ(status->text(QAccessible::Name), "Somebody is viewing your screen");
+    EXPECT_EQ(status->text(QAccessible::Name), "Somebody is connected");
     EXPECT_EQ(QAccessible::queryAccessibleInterface(find("appIcon"))->role(), QAccessible::Graphic);
     EXPECT_FALSE(shown("connectionSpinner"));
     connectViewer(false);

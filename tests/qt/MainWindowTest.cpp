@@ -74,7 +74,7 @@ TEST_F(MainWindowTest, ShowsEveryStatusOnTheRoadOfALink) {
     EXPECT_EQ(property("statusExplanation", "text"), "A second router.");
 
     connectViewer(true);
-    EXPECT_EQ(property("statusTitle", "text"), "Somebody is viewing your screen");
+    EXPECT_EQ(property("statusTitle", "text"), "Somebody is connected");
     EXPECT_EQ(property("connectionText", "text"), "Connection established.");
     EXPECT_EQ(property("connectionIcon", "image"), "NSStatusAvailable");
     EXPECT_FALSE(spins("connectionSpinner"));

@@ -110,6 +110,9 @@ TEST_F(TerminalTest, AsksByLettersAndHelps) {
     EXPECT_EQ(output.read(), "file:///resources/help/router.html\n");
     fake.router.refuseAll(0);
     fake.router.grantAll("203.0.113.7");
+    // Cursor and function keys, Alt, Escape and what is no key.
+    type("\x1b[T\x1b[1;5T\x1bOT\x1bT\xc5\x94\x04\x1b");
+    EXPECT_EQ(controller.zelvoStatus(), ZelvoStatusMappingFailed);
     type("T");
     EXPECT_EQ(controller.zelvoStatus(), ZelvoStatusWaitingForConnection);
 }

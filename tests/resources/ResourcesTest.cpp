@@ -122,7 +122,8 @@ TEST(StringTables, HoldWhatTheWindowAndTheCodeShow) {
     for (const auto& key : shown)
         EXPECT_TRUE(table.contains(key)) << key;
     // What the toolkit shows in the context menu of a text.
-    literals.merge(std::set<std::string>{"&Copy", "Select All"});
+    literals.merge(
+        std::set<std::string>{"&Undo", "&Redo", "Cu&t", "&Copy", "&Paste", "Delete", "Select All"});
     literals.merge(shown);
     for (const auto& [key, text] : table)
         EXPECT_TRUE(literals.contains(key)) << "nothing shows \"" << key << '"';
