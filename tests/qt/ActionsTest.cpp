@@ -19,6 +19,7 @@ TEST(Redaction, LeavesNoLinkAndNoAddress) {
     EXPECT_EQ(platform::withoutAddresses("Error 3: -60006"), "Error 3: -60006");
     EXPECT_EQ(platform::withoutAddresses("a zelvo://AbC b https://h.example/x?y c"), "a … b … c");
     EXPECT_EQ(platform::withoutAddresses("203.0.113.7:5900 -> 192.0.2.1_80"), "… -> …_80");
+    EXPECT_EQ(platform::withoutAddresses("Anna's Computer -> desk.local."), "… -> …");
     EXPECT_EQ(platform::withoutAddresses("from ::ffff:192.0.2.7 x"), "from … x");
     EXPECT_EQ(platform::withoutAddresses("fe80::1%eth0, 2001:db8::7 at 00:16:3e:aa:bb:cc"),
               "…, … at …");
