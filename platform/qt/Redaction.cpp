@@ -10,8 +10,8 @@ namespace {
 
 constexpr std::size_t LogLines = 40;
 
-// The computer's name, which is often a person's; addresses of every kind; then what is as long as a
-// link's identifier.
+// The computer's name, which is often a person's; addresses of every kind; then what is as long as
+// a link's identifier.
 constexpr const char* Patterns[] = {
     R"(^.+(?= -> ))",
     R"([A-Za-z][A-Za-z0-9+.-]*://[^\s"'<>]+)",
