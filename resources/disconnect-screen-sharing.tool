@@ -44,16 +44,23 @@ end_question() {
     done
 }
 
-# One after the other may wait until the one before has been answered.
+# shellcheck disable=SC2046  # one inode a line
+cut_what_is_taken() { shut_down $(viewers) || kill_sockets; }
+
+# Where the first cannot be cut, none can. A later one may wait in line until the one before has been
+# answered, and there is nothing to cut before the server takes its connection.
 cut_connections() {
+    [ -n "$(viewers)" ] || return 0
+    cut_what_is_taken || return 1
     rounds=8
-    while [ -n "$(viewers)" ]; do
-        [ "$rounds" -gt 0 ] || return 1
-        rounds=$((rounds - 1))
-        # shellcheck disable=SC2046  # one inode a line
-        shut_down $(viewers) || kill_sockets || [ "$rounds" -lt 7 ] || return 1
+    until
         end_question
         sleep 0.2
+        [ -z "$(viewers)" ]
+    do
+        [ "$rounds" -gt 0 ] || return 1
+        rounds=$((rounds - 1))
+        cut_what_is_taken
     done
 }
 

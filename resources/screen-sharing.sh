@@ -12,6 +12,7 @@
 root=${ZELVO_ROOT:-/var/lib/zelvo}
 run=$root/run
 link=$run/screensharingd
+
 die() {
     printf 'zelvo: %s\n' "$1" >&2
     exit 1
@@ -46,8 +47,9 @@ choose_asking_user() {
     fi
 }
 
-# Becomes the command, as the chosen user on display $1 with the authority file $2, in a program of $limit
-# that has the rights of before. The environment is made anew: the server ends where it finds WAYLAND_DISPLAY, and obeys many variables of its own.
+# Becomes the command, as the chosen user on display $1 with the authority file $2. The words of $limit,
+# where there are any, are a program around it that keeps the rights of before. The environment is made
+# anew: the server ends where it finds WAYLAND_DISPLAY, and obeys many variables of its own.
 exec_as_user() {
     display=$1 authority=$2
     shift 2
