@@ -26,10 +26,8 @@ void RouterExplanation::mappingReplied(const std::optional<NatPortMappingReply>&
     else if (!first_ && reply->externalPort != 0)
         first_ = reply;
     // What the service saw was seen by way of the address before.
-    if (reply && reply->externalAddress != external_) {
-        external_ = reply->externalAddress;
+    if (!reply || !reply_ || reply->externalAddress != reply_->externalAddress)
         seen_ = 0;
-    }
     reply_ = reply;
     update();
 }

@@ -41,8 +41,6 @@ class RouterExplanation {
     std::optional<NatPortMappingReply> reply_;
     /// The first reply since the service was asked anew, where that was a mapping.
     std::optional<NatPortMappingReply> first_;
-    /// Of the latest reply that was one, in network byte order.
-    std::uint32_t external_ = 0;
     /// Host byte order; 0 for unknown.
     std::uint32_t seen_ = 0;
     Observable<std::string> text_;
