@@ -21,10 +21,7 @@ constexpr int IconSize = 64;
 void showAboutDialog(QWidget& window, const std::string& versionInfo) {
     if (raiseDialog(&window, "aboutDialog"))
         return;
-    auto* dialog = new QDialog(&window);
-    dialog->setObjectName("aboutDialog");
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    dialog->setWindowTitle(localized("About Zelvo"));
+    auto* dialog = makeDialog(&window, "aboutDialog", "About Zelvo");
 
     auto* icon = new QLabel;
     icon->setPixmap(
@@ -46,14 +43,9 @@ void showAboutDialog(QWidget& window, const std::string& versionInfo) {
     header->setSpacing(18);
     header->addWidget(icon, 0, Qt::AlignTop);
     header->addLayout(words, 1);
-    auto* buttons = new QDialogButtonBox;
-    buttons->addButton(localized("Close"), QDialogButtonBox::RejectRole);
-    QObject::connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::reject);
-    auto* layout = new QVBoxLayout(dialog);
-    layout->setContentsMargins(24, 20, 24, 16);
-    layout->setSpacing(18);
+    auto* layout = qobject_cast<QVBoxLayout*>(dialog->layout());
     layout->addLayout(header);
-    layout->addWidget(buttons);
+    layout->addWidget(makeButtons(dialog));
     showDialog(*dialog);
 }
 

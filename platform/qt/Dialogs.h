@@ -1,9 +1,17 @@
 #pragma once
 
 class QDialog;
+class QDialogButtonBox;
 class QWidget;
 
 namespace zelvo::platform {
+
+/// A dialog of the window with an empty QVBoxLayout, which is deleted when it is closed. The name
+/// is the object's, the title a key of the string table.
+QDialog* makeDialog(QWidget* window, const char* name, const char* title);
+
+/// The row of buttons, with one that closes the dialog. Not in the layout yet.
+QDialogButtonBox* makeButtons(QDialog* dialog);
 
 /// Brings the window's dialog of that object name to the front; false where there is none.
 bool raiseDialog(QWidget* window, const char* name);

@@ -51,10 +51,7 @@ void showQrCodeDialog(QWidget* window, const std::string& link) {
         return;
     if (auto* shown = window ? window->findChild<QDialog*>("qrCodeDialog") : nullptr)
         shown->close();
-    auto* dialog = new QDialog(window);
-    dialog->setObjectName("qrCodeDialog");
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    dialog->setWindowTitle(localized("QR Code"));
+    auto* dialog = makeDialog(window, "qrCodeDialog", "QR Code");
 
     auto* explanation = new QLabel(localized("Scan this code with the other device."), dialog);
     explanation->setWordWrap(true);
@@ -66,13 +63,9 @@ void showQrCodeDialog(QWidget* window, const std::string& link) {
     text->setTextFormat(Qt::PlainText);
     text->setAlignment(Qt::AlignCenter);
     text->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
-    auto* buttons = new QDialogButtonBox(dialog);
-    buttons->addButton(localized("Close"), QDialogButtonBox::RejectRole);
-    QObject::connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::reject);
+    auto* buttons = makeButtons(dialog);
 
-    auto* layout = new QVBoxLayout(dialog);
-    layout->setContentsMargins(24, 20, 24, 16);
-    layout->setSpacing(14);
+    auto* layout = qobject_cast<QVBoxLayout*>(dialog->layout());
     layout->addWidget(explanation);
     layout->addWidget(view, 1);
     layout->addWidget(text);

@@ -37,12 +37,8 @@ QPlainTextEdit* addField(QVBoxLayout& layout, const char* caption, const char* n
 void QtFeedback::showFeedbackDialog(int) {
     if (raiseDialog(window_, "feedbackDialog"))
         return;
-    auto* dialog = new QDialog(window_);
-    dialog->setObjectName("feedbackDialog");
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    dialog->setWindowTitle(localized("Feedback"));
-    auto* layout = new QVBoxLayout(dialog);
-    layout->setContentsMargins(24, 20, 24, 16);
+    auto* dialog = makeDialog(window_, "feedbackDialog", "Feedback");
+    auto* layout = qobject_cast<QVBoxLayout*>(dialog->layout());
     layout->setSpacing(10);
 
     auto* words = addField(*layout, "What would you like to tell us?", "feedbackText", 6);
@@ -58,8 +54,7 @@ void QtFeedback::showFeedbackDialog(int) {
     auto text = [words, facts] {
         return words->toPlainText().trimmed() + "\n\n" + facts->toPlainText();
     };
-    auto* buttons = new QDialogButtonBox;
-    buttons->addButton(localized("Close"), QDialogButtonBox::RejectRole);
+    auto* buttons = makeButtons(dialog);
     auto* copy = buttons->addButton(localized("Copy Text"), QDialogButtonBox::ActionRole);
     copy->setObjectName("feedbackCopy");
     QObject::connect(copy, &QPushButton::clicked, dialog,
@@ -70,7 +65,6 @@ void QtFeedback::showFeedbackDialog(int) {
         QObject::connect(mail, &QPushButton::clicked, dialog,
                          [text] { composeMail(localized("Feedback on Zelvo"), text()); });
     }
-    QObject::connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::reject);
     layout->addWidget(buttons);
     dialog->resize(560, 520);
     words->setFocus();
