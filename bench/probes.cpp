@@ -16,7 +16,7 @@
 
 #include "host/KVSystemInformation.h"
 #include "platform/Log.h"
-#include "platform/linux/NetlinkSocketTable.h"
+#include "platform/linux/machine/NetlinkSocketTable.h"
 
 namespace {
 

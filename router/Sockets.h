@@ -5,7 +5,7 @@
 #include <string>
 #include <tuple>
 
-#include "platform/FileDescriptor.h"
+#include "platform/linux/base/FileDescriptor.h"
 
 namespace zelvo::router {
 

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/FileDescriptor.h"
+#include "platform/linux/base/FileDescriptor.h"
 #include "service/Reply.h"
 #include "service/SharingEndpoints.h"
 #include "service/TlsContext.h"

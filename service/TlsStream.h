@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <memory>
 
-#include "platform/FileDescriptor.h"
+#include "platform/linux/base/FileDescriptor.h"
 
 namespace zelvo::service {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <system_error>
 
-#include "platform/FileDescriptor.h"
+#include "platform/linux/base/FileDescriptor.h"
 
 namespace zelvo::platform {
 

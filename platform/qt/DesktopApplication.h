@@ -2,7 +2,7 @@
 
 #include <QObject>
 
-#include "platform/qt/QtApplication.h"
+#include "platform/qt/core/QtApplication.h"
 
 class QSessionManager;
 class QWidget;

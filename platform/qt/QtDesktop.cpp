@@ -4,10 +4,10 @@
 
 #include "platform/Bundle.h"
 #include "platform/MainWindowModel.h"
-#include "platform/qt/Dialogs.h"
-#include "platform/qt/Redaction.h"
-#include "platform/qt/SharingServices.h"
-#include "platform/qt/Sheets.h"
+#include "platform/qt/core/Redaction.h"
+#include "platform/qt/core/Sheets.h"
+#include "platform/qt/dialogs/Dialogs.h"
+#include "platform/qt/sharing/SharingServices.h"
 
 namespace zelvo::platform {
 

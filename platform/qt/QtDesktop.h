@@ -2,16 +2,16 @@
 
 #include "platform/Observable.h"
 #include "platform/qt/BundleTranslator.h"
-#include "platform/qt/ColorScheme.h"
 #include "platform/qt/DesktopApplication.h"
-#include "platform/qt/QtAlerts.h"
-#include "platform/qt/QtFeedback.h"
-#include "platform/qt/QtMainLoop.h"
-#include "platform/qt/QtPasteboard.h"
-#include "platform/qt/QtSharingServicePicker.h"
-#include "platform/qt/QtWindowSystem.h"
-#include "platform/qt/QtWorkspace.h"
-#include "platform/qt/QuitSignals.h"
+#include "platform/qt/core/QtMainLoop.h"
+#include "platform/qt/core/QtWorkspace.h"
+#include "platform/qt/core/QuitSignals.h"
+#include "platform/qt/dialogs/QtAlerts.h"
+#include "platform/qt/dialogs/QtFeedback.h"
+#include "platform/qt/sharing/QtPasteboard.h"
+#include "platform/qt/sharing/QtSharingServicePicker.h"
+#include "platform/qt/widgets/ColorScheme.h"
+#include "platform/qt/window/QtWindowSystem.h"
 
 namespace zelvo::platform {
 

@@ -2,9 +2,9 @@
 
 #include <cstdlib>
 
-#include "platform/linux/nat/NatPmpWire.h"
-#include "platform/linux/nat/PcpWire.h"
 #include "platform/linux/nat/codec/NatPmpCodec.h"
+#include "platform/linux/nat/port_control/NatPmpWire.h"
+#include "platform/linux/nat/port_control/PcpWire.h"
 
 using namespace zelvo::platform;
 

@@ -3,7 +3,7 @@
 
 #include <cstdlib>
 
-#include "platform/linux/nat/SoapMessage.h"
+#include "platform/linux/nat/upnp/SoapMessage.h"
 
 using namespace zelvo::platform;
 

@@ -2,9 +2,9 @@
 
 #include <cstdlib>
 
-#include "platform/linux/nat/MappingRecord.h"
-#include "platform/linux/nat/SsdpMessage.h"
-#include "platform/linux/nat/UpnpUrl.h"
+#include "platform/linux/nat/base/MappingRecord.h"
+#include "platform/linux/nat/upnp/SsdpMessage.h"
+#include "platform/linux/nat/upnp/UpnpUrl.h"
 
 using namespace zelvo::platform;
 

@@ -6,11 +6,11 @@
 
 #include <cstdlib>
 
-#include "platform/FileDescriptor.h"
-#include "platform/linux/DetachedProcess.h"
-#include "platform/linux/SystemAuthorization.h"
-#include "platform/linux/SystemLog.h"
-#include "platform/linux/Users.h"
+#include "platform/linux/base/FileDescriptor.h"
+#include "platform/linux/base/SystemLog.h"
+#include "platform/linux/base/Users.h"
+#include "platform/linux/privileges/DetachedProcess.h"
+#include "platform/linux/privileges/SystemAuthorization.h"
 #include "tests/support/TemporaryFolder.h"
 
 using namespace zelvo::platform;

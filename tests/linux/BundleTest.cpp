@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/linux/InstalledBundle.h"
-#include "platform/linux/PlistReader.h"
+#include "platform/linux/property_lists/PlistReader.h"
 #include "tests/support/TemporaryFolder.h"
 
 using namespace zelvo::platform;

@@ -1,4 +1,4 @@
-#include "platform/linux/CurlUrlSession.h"
+#include "platform/linux/https/CurlUrlSession.h"
 
 #include <curl/curl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "platform/linux/DesktopInputSources.h"
+#include "platform/linux/desktop/DesktopInputSources.h"
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -7,12 +7,12 @@
 #include <chrono>
 #include <filesystem>
 
-#include "platform/linux/GnomeSettings.h"
 #include "platform/linux/InstalledBundle.h"
-#include "platform/linux/KeyCombinations.h"
-#include "platform/linux/OsReleaseProcessInfo.h"
-#include "platform/linux/PlistReader.h"
-#include "platform/linux/ProgramOutput.h"
+#include "platform/linux/base/ProgramOutput.h"
+#include "platform/linux/desktop/GnomeSettings.h"
+#include "platform/linux/desktop/KeyCombinations.h"
+#include "platform/linux/machine/OsReleaseProcessInfo.h"
+#include "platform/linux/property_lists/PlistReader.h"
 #include "snapshot/HotCorners.h"
 #include "snapshot/SymbolicHotKeys.h"
 #include "tests/support/ChildProcess.h"

@@ -1,4 +1,4 @@
-#include "platform/linux/Environment.h"
+#include "platform/linux/base/Environment.h"
 
 #include <gtest/gtest.h>
 

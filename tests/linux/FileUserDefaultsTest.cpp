@@ -1,9 +1,9 @@
-#include "platform/linux/FileUserDefaults.h"
+#include "platform/linux/property_lists/FileUserDefaults.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "platform/linux/PlistReader.h"
+#include "platform/linux/property_lists/PlistReader.h"
 #include "tests/support/ManualLoop.h"
 #include "tests/support/TemporaryFolder.h"
 

@@ -2,14 +2,14 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
-#include "platform/linux/InetAddressParser.h"
-#include "platform/linux/KeyboardFileInputSources.h"
-#include "platform/linux/NssServicesDatabase.h"
-#include "platform/linux/OpenSslMessageDigest.h"
-#include "platform/linux/OsReleaseProcessInfo.h"
-#include "platform/linux/ProcProcessTable.h"
-#include "platform/linux/SysfsHardwareRegistry.h"
-#include "platform/linux/SystemRandom.h"
+#include "platform/linux/desktop/KeyboardFileInputSources.h"
+#include "platform/linux/machine/InetAddressParser.h"
+#include "platform/linux/machine/NssServicesDatabase.h"
+#include "platform/linux/machine/OpenSslMessageDigest.h"
+#include "platform/linux/machine/OsReleaseProcessInfo.h"
+#include "platform/linux/machine/ProcProcessTable.h"
+#include "platform/linux/machine/SysfsHardwareRegistry.h"
+#include "platform/linux/machine/SystemRandom.h"
 #include "tests/support/TemporaryFolder.h"
 
 using namespace zelvo::platform;

@@ -1,4 +1,4 @@
-#include "platform/linux/HostnamedDynamicStore.h"
+#include "platform/linux/names/HostnamedDynamicStore.h"
 
 #include <gtest/gtest.h>
 #include <sched.h>

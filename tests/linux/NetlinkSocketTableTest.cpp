@@ -1,4 +1,4 @@
-#include "platform/linux/NetlinkSocketTable.h"
+#include "platform/linux/machine/NetlinkSocketTable.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "platform/linux/PlistReader.h"
+#include "platform/linux/property_lists/PlistReader.h"
 
 #include <gtest/gtest.h>
 #include <plist/plist.h>

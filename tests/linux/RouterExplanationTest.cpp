@@ -1,4 +1,4 @@
-#include "platform/linux/RouterExplanation.h"
+#include "platform/linux/nat/RouterExplanation.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>

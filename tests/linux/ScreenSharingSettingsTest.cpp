@@ -1,4 +1,4 @@
-#include "platform/linux/ScreenSharingSettings.h"
+#include "platform/linux/screen_sharing/ScreenSharingSettings.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -10,9 +10,9 @@
 #include <fstream>
 #include <sstream>
 
-#include "platform/FileDescriptor.h"
-#include "platform/linux/PlistReader.h"
-#include "platform/linux/ScreenSharingExplanation.h"
+#include "platform/linux/base/FileDescriptor.h"
+#include "platform/linux/property_lists/PlistReader.h"
+#include "platform/linux/screen_sharing/ScreenSharingExplanation.h"
 #include "tests/support/FakeHost.h"
 #include "tests/support/ManualLoop.h"
 #include "tests/support/TemporaryFolder.h"

@@ -1,4 +1,4 @@
-#include "platform/linux/SystemLog.h"
+#include "platform/linux/base/SystemLog.h"
 
 #include <gtest/gtest.h>
 

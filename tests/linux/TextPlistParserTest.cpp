@@ -1,4 +1,4 @@
-#include "platform/linux/TextPlistParser.h"
+#include "platform/linux/property_lists/TextPlistParser.h"
 
 #include <gtest/gtest.h>
 

@@ -6,8 +6,8 @@
 #include <csignal>
 
 #include "platform/linux/nat/ExternalAddress.h"
-#include "platform/linux/nat/HttpResponseReader.h"
 #include "platform/linux/nat/RouterAnnouncements.h"
+#include "platform/linux/nat/base/HttpResponseReader.h"
 #include "tests/support/RecordingLog.h"
 #include "tests/support/TemporaryFolder.h"
 

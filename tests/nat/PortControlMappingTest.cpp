@@ -1,8 +1,8 @@
-#include "platform/linux/nat/PortControlMapping.h"
+#include "platform/linux/nat/port_control/PortControlMapping.h"
 
-#include "platform/linux/nat/NatPmpWire.h"
-#include "platform/linux/nat/PcpWire.h"
 #include "platform/linux/nat/codec/NatPmpCodec.h"
+#include "platform/linux/nat/port_control/NatPmpWire.h"
+#include "platform/linux/nat/port_control/PcpWire.h"
 #include "tests/nat/VirtualNetwork.h"
 
 namespace zelvo::test {

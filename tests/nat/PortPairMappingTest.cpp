@@ -2,10 +2,10 @@
 
 #include <arpa/inet.h>
 
-#include "platform/linux/nat/NatPmpWire.h"
-#include "platform/linux/nat/PcpWire.h"
-#include "platform/linux/nat/PortControlMapping.h"
 #include "platform/linux/nat/codec/NatPmpCodec.h"
+#include "platform/linux/nat/port_control/NatPmpWire.h"
+#include "platform/linux/nat/port_control/PcpWire.h"
+#include "platform/linux/nat/port_control/PortControlMapping.h"
 #include "tests/nat/VirtualNetwork.h"
 #include "tests/support/RecordingLog.h"
 

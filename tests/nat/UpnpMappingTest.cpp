@@ -1,4 +1,4 @@
-#include "platform/linux/nat/UpnpMapping.h"
+#include "platform/linux/nat/upnp/UpnpMapping.h"
 
 #include "tests/nat/VirtualNetwork.h"
 

@@ -5,7 +5,7 @@
 #include <functional>
 #include <map>
 
-#include "platform/linux/nat/NatNetwork.h"
+#include "platform/linux/nat/base/NatNetwork.h"
 
 namespace zelvo::test {
 

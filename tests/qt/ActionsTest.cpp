@@ -6,8 +6,8 @@
 #include <QTemporaryDir>
 #include <set>
 
-#include "platform/qt/Redaction.h"
-#include "platform/qt/SharingServices.h"
+#include "platform/qt/core/Redaction.h"
+#include "platform/qt/sharing/SharingServices.h"
 #include "tests/qt/WindowFixture.h"
 
 namespace zelvo::test {

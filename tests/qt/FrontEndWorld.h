@@ -6,8 +6,8 @@
 
 #include "app/AppDelegate.h"
 #include "platform/Explanations.h"
-#include "platform/qt/QtMainLoop.h"
-#include "platform/qt/Terminal.h"
+#include "platform/qt/core/QtMainLoop.h"
+#include "platform/terminal/Terminal.h"
 #include "tests/support/FakePlatform.h"
 
 namespace zelvo::test {

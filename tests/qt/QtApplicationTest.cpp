@@ -1,4 +1,4 @@
-#include "platform/qt/QtApplication.h"
+#include "platform/qt/core/QtApplication.h"
 
 #include <gtest/gtest.h>
 
@@ -7,8 +7,8 @@
 
 #include "platform/ApplicationDelegate.h"
 #include "platform/qt/DesktopApplication.h"
-#include "platform/qt/QtMainLoop.h"
-#include "platform/qt/QuitSignals.h"
+#include "platform/qt/core/QtMainLoop.h"
+#include "platform/qt/core/QuitSignals.h"
 #include "tests/qt/Wait.h"
 
 namespace zelvo::platform {

@@ -1,4 +1,4 @@
-#include "platform/qt/QtMainLoop.h"
+#include "platform/qt/core/QtMainLoop.h"
 
 #include <gtest/gtest.h>
 

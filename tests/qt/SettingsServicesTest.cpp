@@ -1,4 +1,4 @@
-#include "platform/qt/SettingsServices.h"
+#include "platform/qt/core/SettingsServices.h"
 
 #include <gtest/gtest.h>
 

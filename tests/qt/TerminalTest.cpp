@@ -4,8 +4,8 @@
 
 #include <csignal>
 
-#include "platform/qt/QrCode.h"
-#include "platform/qt/TerminalView.h"
+#include "platform/qt/core/QrCode.h"
+#include "platform/terminal/TerminalView.h"
 #include "tests/qt/FrontEndWorld.h"
 #include "tests/qt/Wait.h"
 

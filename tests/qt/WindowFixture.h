@@ -8,8 +8,8 @@
 #include <csignal>
 
 #include "app/KVView.h"
-#include "platform/qt/MainWindow.h"
 #include "platform/qt/QtDesktop.h"
+#include "platform/qt/window/MainWindow.h"
 #include "tests/qt/FrontEndWorld.h"
 #include "tests/qt/Wait.h"
 

@@ -10,8 +10,8 @@
 #include <string>
 
 #include "platform/linux/InstalledBundle.h"
-#include "platform/linux/PlistReader.h"
-#include "platform/linux/ScreenSharingExplanation.h"
+#include "platform/linux/property_lists/PlistReader.h"
+#include "platform/linux/screen_sharing/ScreenSharingExplanation.h"
 #include "tests/support/ManualLoop.h"
 
 namespace zelvo::platform {
@@ -105,8 +105,9 @@ TEST(StringTables, HoldWhatTheWindowAndTheCodeShow) {
     auto table = read("en.lproj/Localizable.strings");
     auto shown = matches(contents(resources + "/MainWindow.ui"), "<string>([^<]+)</string>");
     std::set<std::string> literals;
-    for (const auto* room : {"app", "platform/qt", "platform/linux"})
-        for (const auto& entry : std::filesystem::directory_iterator(resources + "/../" + room)) {
+    for (const auto* room : {"app", "platform/qt", "platform/terminal", "platform/linux"})
+        for (const auto& entry :
+             std::filesystem::recursive_directory_iterator(resources + "/../" + room)) {
             if (entry.path().extension() != ".cpp")
                 continue;
             // Literals that stand side by side are one.

@@ -7,7 +7,7 @@
 #include <string>
 #include <utility>
 
-#include "platform/FileDescriptor.h"
+#include "platform/linux/base/FileDescriptor.h"
 
 namespace zelvo::test {
 

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
-#include "platform/linux/nat/NatPmpWire.h"
-#include "platform/linux/nat/PcpWire.h"
-#include "platform/linux/nat/PortControlMapping.h"
-#include "platform/linux/nat/UpnpMapping.h"
+#include "platform/linux/nat/port_control/NatPmpWire.h"
+#include "platform/linux/nat/port_control/PcpWire.h"
+#include "platform/linux/nat/port_control/PortControlMapping.h"
+#include "platform/linux/nat/upnp/UpnpMapping.h"
 
 namespace zelvo::platform {
 

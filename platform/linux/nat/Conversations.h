@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/nat/NatNetwork.h"
 #include "platform/linux/nat/RouteMonitor.h"
-#include "platform/linux/nat/RouterMapping.h"
+#include "platform/linux/nat/base/NatNetwork.h"
+#include "platform/linux/nat/base/RouterMapping.h"
 
 namespace zelvo::platform {
 

@@ -1,6 +1,6 @@
 #include "platform/linux/nat/ExternalAddress.h"
 
-#include "platform/linux/nat/NatNetwork.h"
+#include "platform/linux/nat/base/NatNetwork.h"
 
 namespace zelvo::platform {
 

@@ -3,9 +3,9 @@
 #include <map>
 #include <string>
 
-#include "platform/FileDescriptor.h"
 #include "platform/Log.h"
-#include "platform/linux/nat/MappingRecord.h"
+#include "platform/linux/base/FileDescriptor.h"
+#include "platform/linux/nat/base/MappingRecord.h"
 
 namespace zelvo::platform {
 

@@ -8,12 +8,12 @@
 
 #include "platform/Log.h"
 #include "platform/linux/nat/Leftovers.h"
-#include "platform/linux/nat/PollLoop.h"
 #include "platform/linux/nat/PortPairMapping.h"
 #include "platform/linux/nat/RouteMonitor.h"
 #include "platform/linux/nat/RouterAnnouncements.h"
 #include "platform/linux/nat/SleepWatch.h"
-#include "platform/linux/nat/SocketNetwork.h"
+#include "platform/linux/nat/base/PollLoop.h"
+#include "platform/linux/nat/base/SocketNetwork.h"
 
 namespace zelvo::platform {
 

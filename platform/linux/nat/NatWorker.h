@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/FileDescriptor.h"
+#include "platform/linux/base/FileDescriptor.h"
 #include "platform/linux/nat/NatEngine.h"
 
 namespace zelvo::platform {

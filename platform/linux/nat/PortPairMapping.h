@@ -8,8 +8,8 @@
 #include "platform/Log.h"
 #include "platform/NatPortMapping.h"
 #include "platform/linux/nat/MappingJournal.h"
-#include "platform/linux/nat/NatNetwork.h"
-#include "platform/linux/nat/RouterMapping.h"
+#include "platform/linux/nat/base/NatNetwork.h"
+#include "platform/linux/nat/base/RouterMapping.h"
 
 namespace zelvo::platform {
 

@@ -5,8 +5,8 @@
 #include <memory>
 #include <optional>
 
-#include "platform/FileDescriptor.h"
-#include "platform/linux/nat/PollLoop.h"
+#include "platform/linux/base/FileDescriptor.h"
+#include "platform/linux/nat/base/PollLoop.h"
 
 namespace zelvo::platform {
 

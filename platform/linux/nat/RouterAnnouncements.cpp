@@ -6,7 +6,7 @@
 
 #include <array>
 
-#include "platform/linux/nat/SocketExchange.h"
+#include "platform/linux/nat/base/SocketExchange.h"
 #include "platform/linux/nat/codec/PortControl.h"
 
 namespace zelvo::platform {

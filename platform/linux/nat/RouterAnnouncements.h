@@ -4,10 +4,10 @@
 #include <map>
 #include <memory>
 
-#include "platform/FileDescriptor.h"
-#include "platform/linux/nat/NatNetwork.h"
-#include "platform/linux/nat/PollLoop.h"
-#include "platform/linux/nat/SsdpMessage.h"
+#include "platform/linux/base/FileDescriptor.h"
+#include "platform/linux/nat/base/NatNetwork.h"
+#include "platform/linux/nat/base/PollLoop.h"
+#include "platform/linux/nat/upnp/SsdpMessage.h"
 
 namespace zelvo::platform {
 

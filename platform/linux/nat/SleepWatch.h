@@ -3,8 +3,8 @@
 #include <functional>
 #include <memory>
 
-#include "platform/FileDescriptor.h"
-#include "platform/linux/nat/PollLoop.h"
+#include "platform/linux/base/FileDescriptor.h"
+#include "platform/linux/nat/base/PollLoop.h"
 
 namespace zelvo::platform {
 

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "platform/Log.h"
-#include "platform/linux/SystemAuthorization.h"
+#include "platform/linux/privileges/SystemAuthorization.h"
 #include "tests/linux/privileges/PolkitAgent.h"
 #include "tests/linux/privileges/PolkitMachine.h"
 

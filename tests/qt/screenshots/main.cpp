@@ -5,7 +5,7 @@
 #include <cstdio>
 
 #include "platform/linux/InstalledBundle.h"
-#include "platform/linux/PlistReader.h"
+#include "platform/linux/property_lists/PlistReader.h"
 #include "tests/qt/WindowFixture.h"
 
 // Makes a picture of every status, sheet and menu: zelvo_screenshots FOLDER light|dark [LANGUAGE]

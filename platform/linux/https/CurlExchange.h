@@ -1,0 +1,59 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <array>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/linux/https/CurlUrlSession.h"
+
+namespace zelvo::platform {
+
+/// One request with its libcurl handle and what has come of it.
+class CurlExchange {
+  public:
+    CurlExchange(UrlRequest request, std::function<void(UrlResult)> finished);
+    CurlExchange(const CurlExchange&) = delete;
+    CurlExchange& operator=(const CurlExchange&) = delete;
+
+    /// Makes the handle; null when that fails.
+    CURL* prepare(const CurlUrlSession::Options& options);
+    /// The last value of a header of the reply; empty without one.
+    std::string replyHeader(const char* name) const;
+    /// Hands the outcome over. Once only.
+    void finish(CURLcode code);
+
+    CURL* handle() const { return handle_.get(); }
+
+  private:
+    struct FreeHandle {
+        void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+    };
+    struct FreeList {
+        void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+    };
+
+    static std::size_t receive(char* bytes, std::size_t size, std::size_t count, void* self);
+    static int setUpSocket(void* self, curl_socket_t socket, curlsocktype);
+    void setUpConnection(const CurlUrlSession::Options& options);
+    void setUpRequest();
+    void addHeader(const std::string& line);
+    bool goesToLoopback() const;
+
+    UrlRequest request_;
+    std::function<void(UrlResult)> finished_;
+    unsigned deliveryTimeout_ = 0;
+    std::size_t bodyLimit_ = 0;
+    bool bodyIsTooLarge_ = false;
+    std::vector<std::byte> body_;
+    std::array<char, CURL_ERROR_SIZE> errorText_{};
+    std::unique_ptr<curl_slist, FreeList> headers_;
+    // Last, as cleaning it up may still use what is above.
+    std::unique_ptr<CURL, FreeHandle> handle_;
+};
+
+}  // namespace zelvo::platform

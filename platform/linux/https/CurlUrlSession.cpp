@@ -1,0 +1,50 @@
+#include "platform/linux/https/CurlUrlSession.h"
+
+#include <curl/curl.h>
+
+#include <future>
+#include <utility>
+
+#include "platform/linux/base/ThreadQueue.h"
+#include "platform/linux/https/CurlWorker.h"
+
+namespace zelvo::platform {
+
+CurlUrlSession::CurlUrlSession(MainQueue& mainQueue, Options options)
+    : mainQueue_(mainQueue),
+      completions_(std::make_shared<Completions>()),
+      worker_(std::make_unique<CurlWorker>(mainQueue, std::move(options))) {}
+
+CurlUrlSession::~CurlUrlSession() = default;
+
+void CurlUrlSession::dataTask(UrlRequest request, std::function<void(UrlResult)> done) {
+    if (!mainQueue_.isOpen())
+        return;
+    auto id = next_++;
+    completions_->emplace(id, std::move(done));
+    std::weak_ptr weak = completions_;
+    auto finished = [&queue = mainQueue_, weak, id](UrlResult result) {
+        auto shared = std::make_shared<UrlResult>(std::move(result));
+        queue.async([weak, id, shared] {
+            auto completions = weak.lock();
+            if (!completions)
+                return;
+            if (auto entry = completions->extract(id))
+                entry.mapped()(std::move(*shared));
+        });
+    };
+    worker_->submit(std::move(request), std::move(finished));
+}
+
+UrlResult CurlUrlSession::sendSynchronously(const UrlRequest& request) {
+    auto answer = std::make_shared<std::promise<UrlResult>>();
+    auto result = answer->get_future();
+    worker_->submit(request, [answer](UrlResult value) { answer->set_value(std::move(value)); });
+    return result.get();
+}
+
+std::unique_ptr<SerialQueue> CurlUrlSession::makeSerialQueue() {
+    return std::make_unique<ThreadQueue>();
+}
+
+}  // namespace zelvo::platform

@@ -1,0 +1,131 @@
+#include "platform/linux/privileges/SystemAuthorization.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <optional>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "platform/linux/base/Users.h"
+#include "platform/linux/privileges/DetachedProcess.h"
+#include "platform/linux/privileges/PolkitHelper.h"
+
+namespace zelvo::platform {
+
+namespace {
+
+/// Who asked root to run us; none when root itself did.
+std::optional<std::string> askingUser() {
+    for (const char* name : {"PKEXEC_UID", "SUDO_UID"}) {
+        const char* value = std::getenv(name);
+        std::string_view text = value ? value : "";
+        uid_t user = 0;
+        auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), user);
+        if (!text.empty() && error == std::errc() && end == text.data() + text.size() && user != 0)
+            return nameOfUser(user);
+    }
+    return std::nullopt;
+}
+
+/// Ours, and whom and what the tool works for.
+std::vector<std::string> toolEnvironment() {
+    std::vector<std::string> added{"ZELVO_ASKING_PROCESS=" + std::to_string(::getpid())};
+    if (auto user = ::geteuid() == 0 ? askingUser() : std::nullopt)
+        added.push_back("ZELVO_USER=" + *user);
+    auto isReplaced = [&](std::string_view entry) {
+        return std::any_of(added.begin(), added.end(), [&](const std::string& assignment) {
+            return entry.starts_with(assignment.substr(0, assignment.find('=') + 1));
+        });
+    };
+    std::vector<std::string> result;
+    for (char** entry = ::environ; entry && *entry; ++entry) {
+        if (!isReplaced(*entry))
+            result.emplace_back(*entry);
+    }
+    result.insert(result.end(), added.begin(), added.end());
+    return result;
+}
+
+/// Starts tools as whoever we are.
+class DirectReference : public AuthorizationReference {
+  public:
+    explicit DirectReference(std::string shell) : shell_(std::move(shell)) {}
+
+    std::int32_t copyRights(const std::string&, std::uint32_t) override {
+        isGranted_ = true;
+        return AuthorizationSuccess;
+    }
+
+    std::int32_t executeWithPrivileges(const std::string& toolPath) override {
+        if (!isGranted_)
+            return AuthorizationDenied;
+        // The shell would start, and only then find nothing to run.
+        if (!toolPath.starts_with('/') || ::access(toolPath.c_str(), R_OK) != 0)
+            return AuthorizationToolExecuteFailure;
+        return startDetached({shell_, toolPath}, toolEnvironment()) == 0
+                   ? AuthorizationSuccess
+                   : AuthorizationToolExecuteFailure;
+    }
+
+    void free(std::uint32_t) override { isGranted_ = false; }
+
+  private:
+    const std::string shell_;
+    bool isGranted_ = false;
+};
+
+/// The right is a helper that runs as root and waits.
+class PolkitReference : public AuthorizationReference {
+  public:
+    PolkitReference(Log& log, const SystemAuthorization::Options& options)
+        : log_(log), options_(options) {}
+
+    std::int32_t copyRights(const std::string&, std::uint32_t flags) override {
+        if (!(flags & AuthorizationFlagInteractionAllowed))
+            return AuthorizationInteractionNotAllowed;
+        helper_ = std::make_unique<PolkitHelper>(log_, options_.pkexec, options_.helper);
+        auto status = helper_->start();
+        if (status != AuthorizationSuccess)
+            helper_.reset();
+        return status;
+    }
+
+    std::int32_t executeWithPrivileges(const std::string& toolPath) override {
+        // The helper serves one request.
+        auto helper = std::move(helper_);
+        if (!helper)
+            return AuthorizationDenied;
+        return helper->startTool(toolPath.substr(toolPath.rfind('/') + 1))
+                   ? AuthorizationSuccess
+                   : AuthorizationToolExecuteFailure;
+    }
+
+    void free(std::uint32_t) override { helper_.reset(); }
+
+  private:
+    Log& log_;
+    const SystemAuthorization::Options& options_;
+    std::unique_ptr<PolkitHelper> helper_;
+};
+
+}  // namespace
+
+SystemAuthorization::SystemAuthorization(Log& log, Options options)
+    : log_(log), options_(std::move(options)) {
+    if (options_.helper.empty())
+        options_.helper = ZELVO_SCREEN_SHARING_HELPER;
+}
+
+std::int32_t SystemAuthorization::create(std::unique_ptr<AuthorizationReference>& reference) {
+    if (options_.asSelf || ::geteuid() == 0)
+        reference = std::make_unique<DirectReference>(options_.shell);
+    else
+        reference = std::make_unique<PolkitReference>(log_, options_);
+    return AuthorizationSuccess;
+}
+
+}  // namespace zelvo::platform

@@ -1,0 +1,84 @@
+#include "platform/linux/screen_sharing/ScreenSharingExplanation.h"
+
+#include <sys/stat.h>
+
+#include <array>
+#include <string_view>
+#include <utility>
+
+#include "platform/Bundle.h"
+#include "platform/MainQueue.h"
+#include "platform/linux/base/FileReading.h"
+
+namespace zelvo::platform {
+
+namespace {
+
+struct ToolReason {
+    std::string_view word;
+    const char* key;
+};
+
+/// The words are those of the enable tool.
+constexpr std::array toolReasons{
+    ToolReason{"no-display", "There is no screen to share here. Start Zelvo in a desktop session."},
+    ToolReason{
+        "wayland-no-server",
+        "In this kind of session (Wayland) no program can show your screen and ask you first. "
+        "Log out, choose an “Xorg” session, and start Zelvo again."},
+    ToolReason{
+        "not-installed",
+        "No program that can show your screen is installed. Install “x11vnc”, then press “Start "
+        "Over”."},
+    ToolReason{
+        "port-taken",
+        "Another program shares your screen already, and may let people in without asking you. "
+        "Zelvo leaves it alone. End it, then press “Start Over”."},
+    ToolReason{
+        "other-session",
+        "Screen Sharing is on for another session on this computer. End it there, then press "
+        "“Start Over”."},
+    ToolReason{"display-refused",
+               "The program that shows your screen was not let in by the display."},
+};
+constexpr const char* otherReason =
+    "The program that shows your screen did not start. Press “Start Over” to try again.";
+
+}  // namespace
+
+ScreenSharingExplanation::ScreenSharingExplanation(MainQueue& mainQueue, const Bundle& bundle,
+                                                   std::string reasonFile)
+    : mainQueue_(mainQueue),
+      bundle_(bundle),
+      reasonFile_(std::move(reasonFile)),
+      seen_(identity()) {}
+
+void ScreenSharingExplanation::update() {
+    auto found = identity();
+    if (found == seen_)
+        return;
+    seen_ = found;
+    mainQueue_.async([this, alive = std::weak_ptr(alive_)] {
+        if (alive.lock())
+            text_.set(seen_ ? reason() : "");
+    });
+}
+
+ScreenSharingExplanation::Identity ScreenSharingExplanation::identity() const {
+    struct stat status {};
+    if (::stat(reasonFile_.c_str(), &status) != 0)
+        return std::nullopt;
+    return std::tuple(status.st_dev, status.st_ino,
+                      std::int64_t{status.st_ctim.tv_sec} * 1'000'000'000 + status.st_ctim.tv_nsec);
+}
+
+std::string ScreenSharingExplanation::reason() const {
+    auto word = trimmed(readTextFile(reasonFile_, 256).value_or(""));
+    for (const auto& reason : toolReasons) {
+        if (reason.word == word)
+            return bundle_.localizedString(reason.key);
+    }
+    return bundle_.localizedString(otherReason);
+}
+
+}  // namespace zelvo::platform

@@ -1,0 +1,55 @@
+#include "platform/qt/core/QrCode.h"
+
+#ifdef ZELVO_QRENCODE
+#include <qrencode.h>
+
+#include <memory>
+#endif
+
+namespace zelvo::platform {
+
+namespace {
+
+constexpr int QuietZone = 2;
+
+}  // namespace
+
+std::optional<QrCode> makeQrCode(const std::string& text) {
+#ifdef ZELVO_QRENCODE
+    struct Free {
+        void operator()(QRcode* code) const { QRcode_free(code); }
+    };
+    if (text.empty())
+        return std::nullopt;
+    std::unique_ptr<QRcode, Free> encoded(QRcode_encodeString8bit(text.c_str(), 0, QR_ECLEVEL_M));
+    if (!encoded)
+        return std::nullopt;
+    QrCode code{encoded->width, {}};
+    code.modules.reserve(static_cast<std::size_t>(code.size) * code.size);
+    for (int i = 0; i < code.size * code.size; ++i)
+        code.modules.push_back((encoded->data[i] & 1) != 0);
+    return code;
+#else
+    (void)text;
+    return std::nullopt;
+#endif
+}
+
+int widthOf(const QrCode& code) {
+    return code.size + 2 * QuietZone;
+}
+
+std::vector<std::string> linesOf(const QrCode& code) {
+    // By "upper half is dark" and "lower half is dark".
+    constexpr const char* blocks[2][2] = {{"█", "▀"}, {"▄", " "}};
+    std::vector<std::string> lines;
+    for (int y = -QuietZone; y < code.size + QuietZone; y += 2) {
+        std::string line;
+        for (int x = -QuietZone; x < code.size + QuietZone; ++x)
+            line += blocks[code.isDark(x, y)][code.isDark(x, y + 1)];
+        lines.push_back(std::move(line));
+    }
+    return lines;
+}
+
+}  // namespace zelvo::platform

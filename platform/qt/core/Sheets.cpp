@@ -1,0 +1,13 @@
+#include "platform/qt/core/Sheets.h"
+
+#include "platform/Alerts.h"
+#include "platform/Explanations.h"
+
+namespace zelvo::platform {
+
+std::string reasonFor(const Alert& alert, Explanations& explanations) {
+    return alert.identifier == RouterSheetIdentifier ? explanations.router().value()
+                                                     : std::string();
+}
+
+}  // namespace zelvo::platform

@@ -1,0 +1,76 @@
+#include "platform/qt/sharing/SharingServices.h"
+
+#include <QFile>
+#include <QPointer>
+#include <QStandardPaths>
+#include <QUrl>
+#include <QWidget>
+
+#include "platform/Workspace.h"
+#include "platform/qt/core/Localized.h"
+#include "platform/qt/core/MailProgram.h"
+#include "platform/qt/core/QrCode.h"
+#include "platform/qt/sharing/QrCodeDialog.h"
+
+namespace zelvo::platform {
+
+namespace {
+
+QString joined(const std::vector<std::string>& items) {
+    QStringList paragraphs;
+    for (const auto& item : items)
+        paragraphs.append(QString::fromStdString(item));
+    return paragraphs.join("\n\n");
+}
+
+bool listsScheme(const QString& path, const QByteArray& entry) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    bool counts = false;
+    while (!file.atEnd()) {
+        auto line = file.readLine().trimmed();
+        if (line.startsWith('['))
+            counts = line != "[Removed Associations]";
+        if (counts && line.startsWith(entry) && line.size() > entry.size())
+            return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+bool hasSchemeHandler(const std::string& scheme) {
+    auto entry = "x-scheme-handler/" + QByteArray::fromStdString(scheme) + "=";
+    using Paths = QStandardPaths;
+    for (const auto& folder : Paths::standardLocations(Paths::GenericConfigLocation))
+        if (listsScheme(folder + "/mimeapps.list", entry))
+            return true;
+    for (const auto& folder : Paths::standardLocations(Paths::ApplicationsLocation))
+        for (const auto* name : {"/mimeapps.list", "/mimeinfo.cache"})
+            if (listsScheme(folder + name, entry))
+                return true;
+    return false;
+}
+
+std::vector<SharingService> desktopSharingServices(const std::vector<std::string>& items,
+                                                   Workspace& workspace, QWidget* window) {
+    std::vector<SharingService> services;
+    auto add = [&](const char* title, const char* image, std::function<void()> handler) {
+        services.push_back({localized(title).toStdString(), image, image, std::move(handler)});
+    };
+    if (hasMailProgram())
+        add("E-mail…", "share-mail",
+            [text = joined(items)] { composeMail(localized("A look at my screen"), text); });
+    if (hasSchemeHandler("sms"))
+        add("Text Message…", "share-message", [text = joined(items), &workspace] {
+            workspace.openUrl("sms:?body=" + QUrl::toPercentEncoding(text).toStdString());
+        });
+    const std::string link = items.size() > 1 ? items[1] : std::string();
+    if (makeQrCode(link))
+        add("QR Code…", "share-qr-code",
+            [link, window = QPointer<QWidget>(window)] { showQrCodeDialog(window, link); });
+    return services;
+}
+
+}  // namespace zelvo::platform

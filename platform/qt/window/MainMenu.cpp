@@ -1,0 +1,94 @@
+#include "platform/qt/window/MainMenu.h"
+
+#include <QMainWindow>
+#include <QMenu>
+#include <QMenuBar>
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include "platform/Application.h"
+#include "platform/MainWindowModel.h"
+#include "platform/qt/core/Localized.h"
+#include "platform/qt/core/QtMainLoop.h"
+#include "platform/qt/dialogs/AboutDialog.h"
+#include "platform/qt/widgets/ShareButton.h"
+
+namespace zelvo::platform {
+
+namespace {
+
+struct Entry {
+    /// None for a separator.
+    const char* name;
+    const char* caption;
+    QList<QKeySequence> shortcuts;
+    std::function<void()> action;
+};
+
+const Entry Separator{nullptr, nullptr, {}, {}};
+
+void addMenu(QMainWindow& window, QtMainLoop& loop, const char* title,
+             const std::vector<Entry>& entries) {
+    auto* menu = window.menuBar()->addMenu(localized(title));
+    auto tracking = std::make_shared<std::optional<QtMainLoop::Tracking>>();
+    QObject::connect(menu, &QMenu::aboutToShow, menu,
+                     [tracking, &loop] { tracking->emplace(loop); });
+    QObject::connect(menu, &QMenu::aboutToHide, menu, [tracking] { tracking->reset(); });
+    for (const auto& entry : entries) {
+        if (!entry.name) {
+            menu->addSeparator();
+            continue;
+        }
+        auto* action = menu->addAction(localized(entry.caption));
+        action->setObjectName(entry.name);
+        action->setShortcuts(entry.shortcuts);
+        QObject::connect(action, &QAction::triggered, action, entry.action);
+    }
+}
+
+}  // namespace
+
+void makeMainMenu(QMainWindow& window, MainWindowModel& model, Application& application,
+                  QtMainLoop& loop) {
+    auto* share = window.findChild<QPushButton*>("shareButton");
+    addMenu(window, loop, "&Link",
+            {
+                {"actionShare",
+                 "&Share Link…",
+                 {QKeySequence(Qt::CTRL | Qt::Key_S)},
+                 [&model, share] { model.shareLink(dynamic_cast<Button*>(share)); }},
+                {"actionCopyLink",
+                 "&Copy Link",
+                 {QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_C)},
+                 [&model] { model.copyLink(); }},
+                {"actionDisconnect",
+                 "&Disconnect Viewer",
+                 {QKeySequence(Qt::CTRL | Qt::Key_D)},
+                 [&model] { model.closeConnection(); }},
+                Separator,
+                {"actionQuit",
+                 "&Quit",
+                 {QKeySequence(Qt::CTRL | Qt::Key_Q), QKeySequence(Qt::CTRL | Qt::Key_W)},
+                 [&application] { application.terminate(); }},
+            });
+    addMenu(window, loop, "&Help",
+            {
+                {"actionHelp",
+                 "Zelvo &Help",
+                 {QKeySequence(Qt::Key_F1)},
+                 [&model] { model.showHelp(); }},
+                {"actionRouterHelp",
+                 "&Router Help",
+                 {QKeySequence(Qt::SHIFT | Qt::Key_F1)},
+                 [&model] { model.showRouterHelp(); }},
+                {"actionFeedback", "Send &Feedback…", {}, [&model] { model.showFeedbackDialog(); }},
+                Separator,
+                {"actionAbout",
+                 "&About Zelvo",
+                 {},
+                 [&window, &model] { showAboutDialog(window, model.versionInfo().value()); }},
+            });
+}
+
+}  // namespace zelvo::platform

@@ -1,0 +1,81 @@
+#include "platform/terminal/Console.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <QSocketNotifier>
+#include <cerrno>
+
+#include "platform/qt/core/WriteAll.h"
+
+namespace zelvo::platform {
+
+namespace {
+
+constexpr char Escape = 0x1b;
+constexpr char EndOfTransmission = 0x04;
+
+}  // namespace
+
+Console::Console(int input, int output)
+    : input_(input),
+      output_(output),
+      outputIsTerminal_(::isatty(output) == 1),
+      inputIsTerminal_(::isatty(input) == 1),
+      keyMode_(input) {}
+
+Console::~Console() = default;
+
+int Console::columns() const {
+    winsize size{};
+    return ::ioctl(output_, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
+void Console::listen(std::function<void(char)> key, std::function<void()> end) {
+    key_ = std::move(key);
+    end_ = std::move(end);
+    notifier_ = std::make_unique<QSocketNotifier>(input_, QSocketNotifier::Read);
+    QObject::connect(notifier_.get(), &QSocketNotifier::activated, notifier_.get(),
+                     [this] { read(); });
+}
+
+void Console::read() {
+    char keys[256];
+    auto count = ::read(input_, keys, sizeof keys);
+    if (count < 0 && (errno == EINTR || errno == EAGAIN))
+        return;
+    if (count <= 0) {
+        notifier_->setEnabled(false);
+        inputHasEnded_ = true;
+        end_();
+        return;
+    }
+    for (ssize_t i = 0; i < count; ++i)
+        take(keys[i]);
+    // The Escape key alone; a sequence comes in one piece.
+    if (sequence_ == Sequence::Begun)
+        sequence_ = Sequence::None;
+}
+
+void Console::take(char byte) {
+    const bool isFinal = byte >= 0x40 && byte < 0x7f;
+    if (byte == Escape) {
+        sequence_ = Sequence::Begun;
+    } else if (sequence_ == Sequence::Begun) {
+        sequence_ = byte == '[' || byte == 'O' ? Sequence::Inside : Sequence::None;
+    } else if (sequence_ == Sequence::Inside) {
+        if (isFinal)
+            sequence_ = Sequence::None;
+    } else if (byte == EndOfTransmission && inputIsTerminal_) {
+        key_('q');
+    } else if (byte > ' ' && byte < 0x7f) {
+        key_(byte);
+    }
+}
+
+void Console::line(const std::string& text) {
+    if (output_ >= 0 && !writeAll(output_, text + "\n"))
+        output_ = -1;
+}
+
+}  // namespace zelvo::platform

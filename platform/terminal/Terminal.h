@@ -1,0 +1,36 @@
+#pragma once
+
+#include "platform/qt/core/QtApplication.h"
+#include "platform/qt/core/QuitSignals.h"
+#include "platform/terminal/Console.h"
+#include "platform/terminal/TerminalAlerts.h"
+#include "platform/terminal/TerminalServices.h"
+
+namespace zelvo::platform {
+
+class Bundle;
+class Explanations;
+class MainQueue;
+
+/// The desktop's services where there is none but a terminal, named as the members of Platform.
+/// Needs a QCoreApplication that outlives it. Main thread only.
+class Terminal {
+  public:
+    /// All outlive this object.
+    Terminal(MainQueue& mainQueue, const Bundle& bundle, Explanations& explanations, int input = 0,
+             int output = 1);
+
+    Console console;
+    QtApplication application;
+    TerminalAlerts alerts;
+    TerminalWindowSystem windowSystem;
+    TerminalSharingServicePicker sharingServicePicker;
+    TerminalPasteboard pasteboard;
+    TerminalWorkspace workspace;
+    TerminalFeedback feedback;
+
+  private:
+    QuitSignals signals_;
+};
+
+}  // namespace zelvo::platform

@@ -1,0 +1,127 @@
+#include "platform/terminal/TerminalView.h"
+
+#include <langinfo.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/ApplicationDelegate.h"
+#include "platform/Bundle.h"
+#include "platform/Explanations.h"
+#include "platform/MainWindowModel.h"
+#include "platform/qt/core/QrCode.h"
+#include "platform/qt/core/StatusTexts.h"
+#include "platform/terminal/Terminal.h"
+
+namespace zelvo::platform {
+
+namespace {
+
+// Drawn in light on dark by their own colours, so that the terminal's do not matter.
+constexpr const char* CodeColours = "\033[97;40m";
+constexpr const char* NormalColours = "\033[0m";
+
+// By the convention of no-color.org, and the terminal's own word.
+bool takesColours() {
+    const char* wish = std::getenv("NO_COLOR");
+    const char* kind = std::getenv("TERM");
+    return (!wish || !*wish) && kind && std::strcmp(kind, "dumb") != 0;
+}
+
+}  // namespace
+
+TerminalView::TerminalView(Terminal& terminal, MainWindowModel& model,
+                           ApplicationDelegate& delegate, Explanations& explanations,
+                           const Bundle& bundle, int output)
+    : terminal_(terminal),
+      model_(model),
+      explanations_(explanations),
+      bundle_(bundle),
+      rows_(model, output) {
+    terminal_.application.setDelegate(&delegate);
+    subscriptions_.push_back(model.sharedLink().subscribe([this](const auto&) { linkChanged(); }));
+    subscriptions_.push_back(model.readyToShare().subscribe([this](bool) { linkChanged(); }));
+    subscriptions_.push_back(model.zelvoStatusProperty().subscribe([this](auto) { explain(); }));
+    subscriptions_.push_back(model.isQuitting().subscribe([this](bool quits) {
+        if (quits)
+            takeNoMoreRequests();
+    }));
+    subscriptions_.push_back(explanations.screenSharing().subscribe([this](auto&) { explain(); }));
+    subscriptions_.push_back(explanations.router().subscribe([this](auto&) { explain(); }));
+    terminal_.console.listen([this](char key) { takeKey(key); }, [this] { inputEnded(); });
+    if (terminal_.console.outputIsTerminal())
+        terminal_.console.line(bundle_.localizedString(
+            "Keys: q quit, d disconnect the viewer, c show the link again"));
+}
+
+TerminalView::~TerminalView() {
+    terminal_.application.setDelegate(nullptr);
+    terminal_.console.listen([](char) {}, [] {});
+}
+
+void TerminalView::takeKey(char key) {
+    if (model_.isQuitting().value() || terminal_.alerts.takeKey(key))
+        return;
+    switch (key) {
+        case 'q':
+            terminal_.application.terminate();
+            break;
+        case 'd':
+            model_.closeConnection();
+            break;
+        case 'c':
+            if (!shownLink_.empty()) {
+                terminal_.console.line("Link: " + shownLink_);
+                showQrCode();
+            }
+            break;
+        default:
+            break;
+    }
+}
+
+void TerminalView::inputEnded() {
+    if (!model_.isQuitting().value())
+        terminal_.console.line(bundle_.localizedString(
+            "The input has ended, so Zelvo quits. Started in a terminal, it keeps running."));
+    terminal_.application.terminate();
+    terminal_.alerts.inputEnded();
+}
+
+void TerminalView::takeNoMoreRequests() {
+    terminal_.alerts.end();
+    if (terminal_.console.outputIsTerminal())
+        terminal_.console.line(statusTexts(model_, explanations_, bundle_).explanation);
+}
+
+void TerminalView::explain() {
+    auto reason = reasonFor(model_, explanations_);
+    if (reason == shownReason_)
+        return;
+    shownReason_ = reason;
+    if (!reason.empty())
+        terminal_.console.line(reason);
+}
+
+void TerminalView::linkChanged() {
+    if (!model_.readyToShare().value() || model_.sharedLink().value() == shownLink_)
+        return;
+    shownLink_ = model_.sharedLink().value();
+    showQrCode();
+}
+
+void TerminalView::showQrCode() {
+    bool drawsBlocks = std::strcmp(::nl_langinfo(CODESET), "UTF-8") == 0;
+    if (!terminal_.console.outputIsTerminal() || !drawsBlocks)
+        return;
+    auto code = makeQrCode(shownLink_);
+    if (!code)
+        return;
+    // Broken lines are no code.
+    if (auto columns = terminal_.console.columns(); columns > 0 && columns < widthOf(*code))
+        return;
+    for (const auto& line : linesOf(*code))
+        terminal_.console.line(takesColours() ? CodeColours + line + NormalColours : line);
+}
+
+}  // namespace zelvo::platform
