@@ -25,19 +25,26 @@ std::optional<Options> Options::parse(std::span<char* const> arguments, std::str
     Options options;
     for (std::size_t index = 0; index < arguments.size(); index += 2) {
         const std::string name = arguments[index];
-        if (name == "--help") {
-            options.help = true;
+        if (name == "-h" || name == "--help") {
+            options.answer = helpText();
+        } else if (name == "--version") {
+            options.answer = "zelvo-router " ZELVO_VERSION "\n";
+        }
+        if (options.answer) {
             return options;
         }
+        if (name != "--address" && name != "--port" && name != "--external") {
+            error = "unknown option: " + name;
+            return std::nullopt;
+        }
         if (index + 1 == arguments.size()) {
-            error = name + ": unknown, or without a value";
+            error = "option without a value: " + name;
             return std::nullopt;
         }
         const std::string value = arguments[index + 1];
-        const bool good = name == "--address"    ? parseAddressInto(value, options.address.address)
-                          : name == "--port"     ? parsePort(value, options.address.port)
-                          : name == "--external" ? parseAddressInto(value, options.external)
-                                                 : false;
+        const bool good = name == "--address" ? parseAddressInto(value, options.address.address)
+                          : name == "--port"  ? parsePort(value, options.address.port)
+                                              : parseAddressInto(value, options.external);
         if (!good) {
             error = name + " " + value + ": not understood";
             return std::nullopt;
@@ -48,6 +55,7 @@ std::optional<Options> Options::parse(std::span<char* const> arguments, std::str
 
 const char* Options::helpText() {
     return "Usage: zelvo-router [--address 127.0.0.1] [--port 0] [--external 127.0.0.1]\n"
+           "       zelvo-router -h | --help | --version\n"
            "\n"
            "A router on one machine that forwards ports by NAT-PMP (RFC 6886).\n"
            "\n"

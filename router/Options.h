@@ -11,7 +11,8 @@ namespace zelvo::router {
 struct Options {
     Endpoint address{0x7f000001, 0};
     std::uint32_t external = 0x7f000001;
-    bool help = false;
+    /// What is printed on standard output instead of routing; null: nothing, it routes.
+    const char* answer = nullptr;
 
     /// Nothing, and the reason in `error`, for arguments that it does not know.
     static std::optional<Options> parse(std::span<char* const> arguments, std::string& error);

@@ -90,9 +90,9 @@ int main(int argc, char** argv) {
         std::cerr << "zelvo-router: " << error << "\n" << Options::helpText();
         return 2;
     }
-    if (options->help) {
-        std::cout << Options::helpText();
-        return 0;
+    if (options->answer) {
+        std::cout << options->answer << std::flush;
+        return std::cout ? 0 : 1;
     }
     return run(*options);
 }

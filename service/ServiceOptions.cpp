@@ -28,6 +28,12 @@ std::optional<ServiceOptions> ServiceOptions::parse(std::span<char*> arguments,
         {"--host", &options.host},         {"--port", &port}};
     for (std::size_t i = 0; i < arguments.size(); i += 2) {
         std::string name = arguments[i];
+        if (name == "-h" || name == "--help")
+            options.answer = Usage;
+        else if (name == "--version")
+            options.answer = "zelvo-service " ZELVO_VERSION "\n";
+        if (options.answer)
+            return options;
         auto place = places.find(name);
         if (place == places.end())
             error = "unknown or repeated option: " + name;

@@ -34,6 +34,9 @@ int main(int argc, char** argv) {
         std::fputs(ServiceOptions::Usage, stderr);
         return badUsage;
     }
+    if (options->answer)
+        return std::fputs(options->answer, stdout) >= 0 && std::fflush(stdout) == 0 ? EXIT_SUCCESS
+                                                                                    : EXIT_FAILURE;
 
     std::signal(SIGPIPE, SIG_IGN);  // a client that is gone is that connection's failure alone
     umask(S_IRWXG | S_IRWXO);       // the database tells where people's machines are

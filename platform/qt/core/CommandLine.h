@@ -4,8 +4,8 @@
 
 namespace zelvo::platform {
 
-/// Answers --version and --help, and refuses everything else. The exit status, or none when the
-/// application is to run.
+/// Answers -h, --help and --version, and refuses everything else by its name. The exit status, or
+/// none when the application is to run.
 std::optional<int> answerCommandLine(int argc, char* argv[]);
 
 }  // namespace zelvo::platform
