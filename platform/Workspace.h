@@ -20,8 +20,9 @@ class Workspace {
   public:
     virtual ~Workspace() = default;
 
-    /// Opens the address in the user's browser; false when nothing could be started for it.
-    virtual bool openUrl(const std::string& url) = 0;
+    /// Has the user's browser, or whatever takes such addresses, open this one, and returns at
+    /// once. Where nothing does, the front end says so.
+    virtual void openUrl(const std::string& url) = 0;
     /// In the order in which the system lists them. The system's settings window is
     /// "com.apple.systempreferences".
     virtual std::vector<std::unique_ptr<RunningApplication>> runningApplications() = 0;

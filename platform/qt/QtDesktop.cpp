@@ -1,13 +1,17 @@
 #include "platform/qt/QtDesktop.h"
 
 #include <QApplication>
+#include <QUrl>
 
 #include "platform/Bundle.h"
 #include "platform/MainWindowModel.h"
 #include "platform/qt/core/Redaction.h"
 #include "platform/qt/core/Sheets.h"
 #include "platform/qt/dialogs/Dialogs.h"
+#include "platform/qt/dialogs/HelpDialog.h"
 #include "platform/qt/sharing/SharingServices.h"
+#include "platform/qt/widgets/NoticeLine.h"
+#include "platform/qt/window/MainWindow.h"
 
 namespace zelvo::platform {
 
@@ -15,9 +19,13 @@ QtDesktop::QtDesktop(QtMainLoop& loop, const Bundle& bundle, Explanations& expla
                      std::function<std::vector<std::string>()> logLines)
     : translator_(bundle),
       alerts(loop, bundle, explanations),
-      sharingServicePicker(
-          loop, bundle,
-          [this](const auto& items) { return desktopSharingServices(items, workspace, window_); }),
+      sharingServicePicker(loop, bundle,
+                           [this](const auto& items) {
+                               return desktopSharingServices(items, workspace, window_,
+                                                             [this] { say(LinkNotOpened); });
+                           }),
+      pasteboard([this] { say(Copied); }),
+      workspace([this](const std::string& url) { couldNotOpen(url); }),
       feedback([&bundle, logLines = std::move(logLines)] {
           return describeSystem(bundle.shortVersionString(), logLines());
       }),
@@ -33,7 +41,7 @@ void QtDesktop::prepareProcess() {
     QCoreApplication::setApplicationName("zelvo");
 }
 
-void QtDesktop::attach(QWidget& window, MainWindowModel& model, ApplicationDelegate& delegate) {
+void QtDesktop::attach(MainWindow& window, MainWindowModel& model, ApplicationDelegate& delegate) {
     application.setDelegate(&delegate);
     quitting_ = model.isQuitting().subscribe([this](bool quits) {
         if (quits)
@@ -50,13 +58,28 @@ void QtDesktop::attach(QWidget& window, MainWindowModel& model, ApplicationDeleg
 // An answer or a choice that is still open could make a link anew behind the quit's back.
 void QtDesktop::takeNoMoreRequests() {
     alerts.end();
-    if (window_)
-        closeDialogs(*window_);
+    takesRequests_ = false;
+    closeDialogs();
     while (auto* menu = QApplication::activePopupWidget())
         menu->close();
 }
 
-void QtDesktop::setWindow(QWidget* window) {
+void QtDesktop::say(const Notice& notice) {
+    if (window_)
+        window_->say(notice);
+}
+
+// Of files it is the help pages alone that are opened.
+void QtDesktop::couldNotOpen(const std::string& url) {
+    if (!window_ || !takesRequests_)
+        return;
+    QUrl address(QString::fromStdString(url));
+    say(address.isLocalFile() ? HelpInWindow : LinkNotOpened);
+    if (address.isLocalFile())
+        showHelpDialog(*window_, address);
+}
+
+void QtDesktop::setWindow(MainWindow* window) {
     window_ = window;
     application.setWindow(window);
     alerts.setWindow(window);

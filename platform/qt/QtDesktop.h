@@ -2,21 +2,23 @@
 
 #include "platform/Observable.h"
 #include "platform/qt/BundleTranslator.h"
+#include "platform/qt/ColorScheme.h"
 #include "platform/qt/DesktopApplication.h"
 #include "platform/qt/core/QtMainLoop.h"
-#include "platform/qt/core/QtWorkspace.h"
 #include "platform/qt/core/QuitSignals.h"
 #include "platform/qt/dialogs/QtAlerts.h"
 #include "platform/qt/dialogs/QtFeedback.h"
+#include "platform/qt/programs/QtWorkspace.h"
 #include "platform/qt/sharing/QtPasteboard.h"
 #include "platform/qt/sharing/QtSharingServicePicker.h"
-#include "platform/qt/widgets/ColorScheme.h"
 #include "platform/qt/window/QtWindowSystem.h"
 
 namespace zelvo::platform {
 
 class Explanations;
+class MainWindow;
 class MainWindowModel;
+struct Notice;
 
 /// The services of the desktop, one of each, named as the members of Platform. Needs a QApplication
 /// that outlives it. Main thread only.
@@ -30,7 +32,7 @@ class QtDesktop {
     static void prepareProcess();
 
     /// Puts the services on the window, with the delegate behind it, until the window is destroyed.
-    void attach(QWidget& window, MainWindowModel& model, ApplicationDelegate& delegate);
+    void attach(MainWindow& window, MainWindowModel& model, ApplicationDelegate& delegate);
 
   private:
     BundleTranslator translator_;
@@ -46,10 +48,13 @@ class QtDesktop {
     QtFeedback feedback;
 
   private:
-    void setWindow(QWidget* window);
+    void setWindow(MainWindow* window);
+    void say(const Notice& notice);
+    void couldNotOpen(const std::string& url);
     void takeNoMoreRequests();
 
-    QWidget* window_ = nullptr;
+    MainWindow* window_ = nullptr;
+    bool takesRequests_ = true;
     Subscription quitting_;
     QuitSignals signals_;
 };

@@ -4,9 +4,8 @@
 
 namespace zelvo::platform {
 
-bool TerminalWorkspace::openUrl(const std::string& url) {
+void TerminalWorkspace::openUrl(const std::string& url) {
     console_.line(url);
-    return true;
 }
 
 Terminal::Terminal(MainQueue& mainQueue, const Bundle& bundle, Explanations& explanations,

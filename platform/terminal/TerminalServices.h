@@ -4,7 +4,7 @@
 #include "platform/Pasteboard.h"
 #include "platform/SharingServicePicker.h"
 #include "platform/Window.h"
-#include "platform/qt/core/QtWorkspace.h"
+#include "platform/qt/programs/QtWorkspace.h"
 
 namespace zelvo::platform {
 
@@ -41,7 +41,7 @@ class TerminalWorkspace final : public Workspace {
     /// The console outlives this object.
     explicit TerminalWorkspace(Console& console) : console_(console) {}
 
-    bool openUrl(const std::string& url) override;
+    void openUrl(const std::string& url) override;
     std::vector<std::unique_ptr<RunningApplication>> runningApplications() override {
         return desktop_.runningApplications();
     }

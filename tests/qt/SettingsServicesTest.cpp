@@ -1,4 +1,4 @@
-#include "platform/qt/core/SettingsServices.h"
+#include "platform/qt/programs/SettingsServices.h"
 
 #include <gtest/gtest.h>
 

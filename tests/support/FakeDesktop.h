@@ -123,10 +123,7 @@ class FakePasteboard : public platform::Pasteboard {
 
 class FakeWorkspace : public platform::Workspace {
   public:
-    bool openUrl(const std::string& url) override {
-        opened.push_back(url);
-        return true;
-    }
+    void openUrl(const std::string& url) override { opened.push_back(url); }
     std::vector<std::unique_ptr<platform::RunningApplication>> runningApplications() override;
 
     std::vector<std::string> opened;

@@ -19,7 +19,7 @@ constexpr int IconSize = 64;
 }  // namespace
 
 void showAboutDialog(QWidget& window, const std::string& versionInfo) {
-    if (raiseDialog(&window, "aboutDialog"))
+    if (raiseDialog("aboutDialog"))
         return;
     auto* dialog = makeDialog(&window, "aboutDialog", "About Zelvo");
 

@@ -1,5 +1,6 @@
 #include "platform/qt/dialogs/Dialogs.h"
 
+#include <QApplication>
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QVBoxLayout>
@@ -26,12 +27,18 @@ QDialogButtonBox* makeButtons(QDialog* dialog) {
     return buttons;
 }
 
-bool raiseDialog(QWidget* window, const char* name) {
-    auto* dialog = window ? window->findChild<QDialog*>(name) : nullptr;
-    if (!dialog || !dialog->isVisible())
-        return false;
-    showDialog(*dialog);
-    return true;
+QDialog* findDialog(const char* name) {
+    for (auto* widget : QApplication::topLevelWidgets())
+        if (widget->isVisible() && widget->objectName() == name)
+            return qobject_cast<QDialog*>(widget);
+    return nullptr;
+}
+
+bool raiseDialog(const char* name) {
+    auto* dialog = findDialog(name);
+    if (dialog)
+        showDialog(*dialog);
+    return dialog;
 }
 
 void showDialog(QDialog& dialog) {
@@ -40,9 +47,10 @@ void showDialog(QDialog& dialog) {
     dialog.activateWindow();
 }
 
-void closeDialogs(QWidget& window) {
-    for (auto* dialog : window.findChildren<QDialog*>())
-        dialog->close();
+void closeDialogs() {
+    for (auto* widget : QApplication::topLevelWidgets())
+        if (auto* dialog = qobject_cast<QDialog*>(widget))
+            dialog->close();
 }
 
 }  // namespace zelvo::platform

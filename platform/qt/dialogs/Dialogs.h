@@ -13,13 +13,15 @@ QDialog* makeDialog(QWidget* window, const char* name, const char* title);
 /// The row of buttons, with one that closes the dialog. Not in the layout yet.
 QDialogButtonBox* makeButtons(QDialog* dialog);
 
-/// Brings the window's dialog of that object name to the front; false where there is none.
-bool raiseDialog(QWidget* window, const char* name);
+/// The dialog of that object name which is on the screen; null where there is none.
+QDialog* findDialog(const char* name);
+/// Brings it to the front; false where there is none.
+bool raiseDialog(const char* name);
 
 /// Shows a dialog that leaves the window's own controls free, above all the one that closes it.
 void showDialog(QDialog& dialog);
 
-/// Closes every dialog of the window.
-void closeDialogs(QWidget& window);
+/// Closes every dialog.
+void closeDialogs();
 
 }  // namespace zelvo::platform

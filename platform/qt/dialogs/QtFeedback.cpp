@@ -11,8 +11,9 @@
 #include <QVBoxLayout>
 
 #include "platform/qt/core/Localized.h"
-#include "platform/qt/core/MailProgram.h"
 #include "platform/qt/dialogs/Dialogs.h"
+#include "platform/qt/programs/MailProgram.h"
+#include "platform/qt/widgets/NoticeLine.h"
 
 namespace zelvo::platform {
 
@@ -35,7 +36,7 @@ QPlainTextEdit* addField(QVBoxLayout& layout, const char* caption, const char* n
 }  // namespace
 
 void QtFeedback::showFeedbackDialog(int) {
-    if (raiseDialog(window_, "feedbackDialog"))
+    if (raiseDialog("feedbackDialog"))
         return;
     auto* dialog = makeDialog(window_, "feedbackDialog", "Feedback");
     auto* layout = qobject_cast<QVBoxLayout*>(dialog->layout());
@@ -49,7 +50,9 @@ void QtFeedback::showFeedbackDialog(int) {
     facts->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
     auto* promise = new QLabel(localized("Nothing is sent unless you send it."));
     promise->setWordWrap(true);
-    layout->addWidget(promise);
+    auto* notices = new NoticeLine;
+    notices->addWidget(promise);
+    layout->addWidget(notices);
 
     auto text = [words, facts] {
         return words->toPlainText().trimmed() + "\n\n" + facts->toPlainText();
@@ -57,13 +60,17 @@ void QtFeedback::showFeedbackDialog(int) {
     auto* buttons = makeButtons(dialog);
     auto* copy = buttons->addButton(localized("Copy Text"), QDialogButtonBox::ActionRole);
     copy->setObjectName("feedbackCopy");
-    QObject::connect(copy, &QPushButton::clicked, dialog,
-                     [text] { QGuiApplication::clipboard()->setText(text()); });
+    QObject::connect(copy, &QPushButton::clicked, dialog, [text, notices] {
+        QGuiApplication::clipboard()->setText(text());
+        notices->say(Copied);
+    });
     if (hasMailProgram()) {
         auto* mail = buttons->addButton(localized("E-mail…"), QDialogButtonBox::ActionRole);
         mail->setObjectName("feedbackMail");
-        QObject::connect(mail, &QPushButton::clicked, dialog,
-                         [text] { composeMail(localized("Feedback on Zelvo"), text()); });
+        QObject::connect(mail, &QPushButton::clicked, dialog, [text, notices] {
+            composeMail(localized("Feedback on Zelvo"), text(), notices,
+                        [notices] { notices->say(TextNotOpened); });
+        });
     }
     layout->addWidget(buttons);
     dialog->resize(560, 520);

@@ -54,6 +54,7 @@ void QtPasteboard::clearContents() {
 void QtPasteboard::writeObjects(const std::vector<PasteboardObject>& objects) {
     objects_.insert(objects_.end(), objects.begin(), objects.end());
     QGuiApplication::clipboard()->setMimeData(new ExactContent(objects_));
+    copied_();
 }
 
 }  // namespace zelvo::platform

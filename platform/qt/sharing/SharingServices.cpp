@@ -1,15 +1,14 @@
 #include "platform/qt/sharing/SharingServices.h"
 
 #include <QFile>
-#include <QPointer>
 #include <QStandardPaths>
 #include <QUrl>
 #include <QWidget>
 
 #include "platform/Workspace.h"
 #include "platform/qt/core/Localized.h"
-#include "platform/qt/core/MailProgram.h"
 #include "platform/qt/core/QrCode.h"
+#include "platform/qt/programs/MailProgram.h"
 #include "platform/qt/sharing/QrCodeDialog.h"
 
 namespace zelvo::platform {
@@ -54,22 +53,24 @@ bool hasSchemeHandler(const std::string& scheme) {
 }
 
 std::vector<SharingService> desktopSharingServices(const std::vector<std::string>& items,
-                                                   Workspace& workspace, QWidget* window) {
+                                                   Workspace& workspace, QWidget* window,
+                                                   std::function<void()> mailRefused) {
     std::vector<SharingService> services;
     auto add = [&](const char* title, const char* image, std::function<void()> handler) {
         services.push_back({localized(title).toStdString(), image, image, std::move(handler)});
     };
     if (hasMailProgram())
         add("E-mail…", "share-mail",
-            [text = joined(items)] { composeMail(localized("A look at my screen"), text); });
+            [text = joined(items), window, mailRefused = std::move(mailRefused)] {
+                composeMail(localized("A look at my screen"), text, window, mailRefused);
+            });
     if (hasSchemeHandler("sms"))
         add("Text Message…", "share-message", [text = joined(items), &workspace] {
             workspace.openUrl("sms:?body=" + QUrl::toPercentEncoding(text).toStdString());
         });
     const std::string link = items.size() > 1 ? items[1] : std::string();
     if (makeQrCode(link))
-        add("QR Code…", "share-qr-code",
-            [link, window = QPointer<QWidget>(window)] { showQrCodeDialog(window, link); });
+        add("QR Code…", "share-qr-code", [link, window] { showQrCodeDialog(window, link); });
     return services;
 }
 

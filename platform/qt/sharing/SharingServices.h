@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -12,10 +13,12 @@ namespace zelvo::platform {
 class Workspace;
 
 /// What this desktop can do with the share items (a text, the link, a text), in the menu's order:
-/// an e-mail, a text message, a QR code; each only where something is there that takes it. The
-/// window and the workspace outlive what is returned.
+/// an e-mail, a text message, a QR code; each only where something is there that takes it, though
+/// it may still refuse, which `mailRefused` is told of an e-mail and the workspace knows of a
+/// message. The window and the workspace outlive what is returned.
 std::vector<SharingService> desktopSharingServices(const std::vector<std::string>& items,
-                                                   Workspace& workspace, QWidget* window);
+                                                   Workspace& workspace, QWidget* window,
+                                                   std::function<void()> mailRefused);
 
 /// Whether a program is registered for the URL scheme (the MIME applications of freedesktop.org).
 bool hasSchemeHandler(const std::string& scheme);

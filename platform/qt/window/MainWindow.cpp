@@ -78,6 +78,10 @@ Button& MainWindow::shareButton() {
     return *ui_->shareButton;
 }
 
+void MainWindow::say(const Notice& notice) {
+    ui_->noticeLine->say(notice);
+}
+
 void MainWindow::closeEvent(QCloseEvent* event) {
     event->setAccepted(delegate_.windowShouldClose());
 }
@@ -150,6 +154,8 @@ void MainWindow::reserveSpace() {
         most = std::max(most, height(ui_->statusTitle, texts.title) +
                                   height(ui_->statusExplanation, texts.explanation));
     ui_->statusArea->setMinimumHeight(most + ui_->statusLayout->spacing());
+
+    ui_->noticeLine->reserveSpace(width - margins.left() - margins.right());
 
     int rowHeight = ui_->portMappingButton->sizeHint().height() + 4;
     for (auto* text : {ui_->portMappingText, ui_->connectionText})

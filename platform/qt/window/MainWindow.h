@@ -20,6 +20,7 @@ class Explanations;
 class MainWindowModel;
 class QtMainLoop;
 class ShareButton;
+struct Notice;
 
 /// The application's window: a view of the model. Main thread only.
 class MainWindow final : public QMainWindow, public Window {
@@ -41,6 +42,9 @@ class MainWindow final : public QMainWindow, public Window {
     void makeFirstResponder(Button& button) override;
 
     Button& shareButton();
+
+    /// Shows the sentence in the window's last line.
+    void say(const Notice& notice);
 
   protected:
     void closeEvent(QCloseEvent* event) override;

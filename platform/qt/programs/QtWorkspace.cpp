@@ -1,15 +1,15 @@
-#include "platform/qt/core/QtWorkspace.h"
+#include "platform/qt/programs/QtWorkspace.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <QDir>
 #include <QFile>
-#include <QProcess>
 #include <QString>
 #include <csignal>
 
-#include "platform/qt/core/SettingsServices.h"
+#include "platform/qt/programs/HandOver.h"
+#include "platform/qt/programs/SettingsServices.h"
 
 namespace zelvo::platform {
 
@@ -51,10 +51,12 @@ bool isOurs(const QString& processFolder) {
 
 }  // namespace
 
-bool QtWorkspace::openUrl(const std::string& url) {
+void QtWorkspace::openUrl(const std::string& url) {
     auto address = QString::fromStdString(url);
-    return QProcess::startDetached("xdg-open", {address}) ||
-           QProcess::startDetached("gio", {"open", address});
+    handOver({{"xdg-open", address}, {"gio", "open", address}}, &receiver_, [this, url] {
+        if (refused_)
+            refused_(url);
+    });
 }
 
 std::vector<std::unique_ptr<RunningApplication>> QtWorkspace::runningApplications() {

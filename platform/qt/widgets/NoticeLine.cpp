@@ -1,0 +1,42 @@
+#include "platform/qt/widgets/NoticeLine.h"
+
+#include <algorithm>
+
+#include "platform/qt/core/Localized.h"
+#include "platform/qt/widgets/StatusLabel.h"
+
+namespace zelvo::platform {
+
+NoticeLine::NoticeLine(QWidget* parent) : QStackedWidget(parent), sentence_(new StatusLabel(this)) {
+    sentence_->setObjectName("notice");
+    sentence_->setTextFormat(Qt::PlainText);
+    sentence_->setAlignment(Qt::AlignCenter);
+    sentence_->setWordWrap(true);
+    sentence_->hide();
+    end_.setSingleShot(true);
+    connect(&end_, &QTimer::timeout, this, [this] { setCurrentIndex(0); });
+}
+
+void NoticeLine::say(const Notice& notice) {
+    // Behind the page that is there at rest.
+    if (indexOf(sentence_) < 0)
+        addWidget(sentence_);
+    sentence_->setText(localized(notice.key));
+    // What is shown anew is announced by the toolkit.
+    if (currentWidget() == sentence_)
+        sentence_->announce();
+    setCurrentWidget(sentence_);
+    end_.start(notice.time);
+}
+
+void NoticeLine::reserveSpace(int width) {
+    int height = 0;
+    for (const auto& notice : {Copied, LinkNotOpened, TextNotOpened, HelpInWindow})
+        height = std::max(height, fontMetrics()
+                                      .boundingRect(QRect(0, 0, width, 0), Qt::TextWordWrap,
+                                                    localized(notice.key))
+                                      .height());
+    setMinimumHeight(height);
+}
+
+}  // namespace zelvo::platform
