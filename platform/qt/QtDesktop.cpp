@@ -5,8 +5,8 @@
 
 #include "platform/Bundle.h"
 #include "platform/MainWindowModel.h"
-#include "platform/qt/core/Redaction.h"
-#include "platform/qt/core/Sheets.h"
+#include "platform/qt/content/Redaction.h"
+#include "platform/qt/content/Sheets.h"
 #include "platform/qt/dialogs/Dialogs.h"
 #include "platform/qt/dialogs/HelpDialog.h"
 #include "platform/qt/sharing/SharingServices.h"
@@ -66,7 +66,7 @@ void QtDesktop::takeNoMoreRequests() {
 }
 
 void QtDesktop::say(const Notice& notice) {
-    if (window_)
+    if (window_ && takesRequests_)
         window_->say(notice);
 }
 

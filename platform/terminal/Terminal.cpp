@@ -1,6 +1,6 @@
 #include "platform/terminal/Terminal.h"
 
-#include "platform/qt/core/Sheets.h"
+#include "platform/qt/content/Sheets.h"
 
 namespace zelvo::platform {
 

@@ -6,7 +6,7 @@
 
 #include "platform/Bundle.h"
 #include "platform/MainQueue.h"
-#include "platform/qt/core/Sheets.h"
+#include "platform/qt/content/Sheets.h"
 #include "platform/terminal/Console.h"
 
 namespace zelvo::platform {

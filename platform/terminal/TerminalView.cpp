@@ -9,8 +9,8 @@
 #include "platform/Bundle.h"
 #include "platform/Explanations.h"
 #include "platform/MainWindowModel.h"
-#include "platform/qt/core/QrCode.h"
-#include "platform/qt/core/StatusTexts.h"
+#include "platform/qt/content/QrCode.h"
+#include "platform/qt/content/StatusTexts.h"
 #include "platform/terminal/Terminal.h"
 
 namespace zelvo::platform {

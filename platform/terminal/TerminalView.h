@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "platform/Observable.h"
-#include "platform/qt/core/RowPrinter.h"
+#include "platform/qt/content/RowPrinter.h"
 
 namespace zelvo::platform {
 

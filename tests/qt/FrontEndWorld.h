@@ -7,8 +7,11 @@
 #include "app/AppDelegate.h"
 #include "platform/Explanations.h"
 #include "platform/qt/core/QtMainLoop.h"
-#include "platform/terminal/Terminal.h"
 #include "tests/support/FakePlatform.h"
+
+namespace zelvo::platform {
+class Terminal;
+}
 
 namespace zelvo::test {
 
@@ -53,33 +56,7 @@ struct FrontEndWorld {
     GivenExplanations explanations;
     platform::QtMainLoop loop;
     FrontEnd frontEnd;
-    AppDelegate controller{{fake.loop,
-                            fake.loop,
-                            fake.log,
-                            fake.dynamicStore,
-                            fake.hardware,
-                            fake.services,
-                            fake.sockets,
-                            fake.processes,
-                            fake.processInfo,
-                            fake.inputSources,
-                            fake.random,
-                            fake.digest,
-                            fake.addresses,
-                            fake.propertyLists,
-                            fake.userDefaults,
-                            bundle,
-                            fake.peer,
-                            "https://share.example",
-                            fake.router,
-                            frontEnd.application,
-                            frontEnd.alerts,
-                            frontEnd.windowSystem,
-                            frontEnd.sharingServicePicker,
-                            frontEnd.pasteboard,
-                            workspace(),
-                            fake.authorization,
-                            frontEnd.feedback}};
+    AppDelegate controller{fake.below(frontEnd, bundle, workspace())};
 
   private:
     // The desktop's would start a browser.

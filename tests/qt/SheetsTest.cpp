@@ -22,9 +22,9 @@ TEST_F(SheetsTest, RouterErrorHelpsTriesAgainAndQuits) {
     launchToLink();
     auto* box = sheet();
     ASSERT_TRUE(box);
-    EXPECT_EQ(property("portMappingText", "text"), "Port Mapping Error:");
-    EXPECT_EQ(property("portMappingIcon", "image"), "NSStatusUnavailable");
-    EXPECT_TRUE(shown("portMappingButton"));
+    expect({{"portMappingText", "text", "Port Mapping Error:"},
+            {"portMappingIcon", "image", "NSStatusUnavailable"},
+            {"portMappingButton", "visible", "true"}});
     EXPECT_EQ(box->text(), "Router Error");
     EXPECT_EQ(box->informativeText(), "It does not answer.\n\nRouter Error Description");
     EXPECT_EQ(box->windowModality(), Qt::WindowModal);

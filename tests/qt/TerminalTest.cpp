@@ -4,7 +4,8 @@
 
 #include <csignal>
 
-#include "platform/qt/core/QrCode.h"
+#include "platform/qt/content/QrCode.h"
+#include "platform/terminal/Terminal.h"
 #include "platform/terminal/TerminalView.h"
 #include "tests/qt/FrontEndWorld.h"
 #include "tests/qt/Wait.h"

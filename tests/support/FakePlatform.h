@@ -51,33 +51,40 @@ struct FakePlatform {
     FakeAuthorization authorization;
     FakeFeedback feedback;
 
-    platform::Platform platform{loop,
-                                loop,
-                                log,
-                                dynamicStore,
-                                hardware,
-                                services,
-                                sockets,
-                                processes,
-                                processInfo,
-                                inputSources,
-                                random,
-                                digest,
-                                addresses,
-                                propertyLists,
-                                userDefaults,
-                                bundle,
-                                peer,
-                                "https://share.example",
-                                router,
-                                application,
-                                alerts,
-                                windowSystem,
-                                sharingServicePicker,
-                                pasteboard,
-                                workspace,
-                                authorization,
-                                feedback};
+    /// This system below another desktop, whose services are named as these.
+    template <typename Desktop>
+    platform::Platform below(Desktop& desktop, platform::Bundle& texts,
+                             platform::Workspace& itsWorkspace) {
+        return {loop,
+                loop,
+                log,
+                dynamicStore,
+                hardware,
+                services,
+                sockets,
+                processes,
+                processInfo,
+                inputSources,
+                random,
+                digest,
+                addresses,
+                propertyLists,
+                userDefaults,
+                texts,
+                peer,
+                "https://share.example",
+                router,
+                desktop.application,
+                desktop.alerts,
+                desktop.windowSystem,
+                desktop.sharingServicePicker,
+                desktop.pasteboard,
+                itsWorkspace,
+                authorization,
+                desktop.feedback};
+    }
+
+    platform::Platform platform = below(*this, bundle, workspace);
 };
 
 }  // namespace zelvo::test

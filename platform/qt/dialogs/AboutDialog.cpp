@@ -7,7 +7,7 @@
 #include <QLabel>
 #include <QVBoxLayout>
 
-#include "platform/qt/core/Localized.h"
+#include "platform/qt/content/Localized.h"
 #include "platform/qt/dialogs/Dialogs.h"
 
 namespace zelvo::platform {

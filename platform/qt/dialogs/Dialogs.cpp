@@ -5,7 +5,7 @@
 #include <QDialogButtonBox>
 #include <QVBoxLayout>
 
-#include "platform/qt/core/Localized.h"
+#include "platform/qt/content/Localized.h"
 
 namespace zelvo::platform {
 

@@ -17,12 +17,13 @@ namespace {
 
 constexpr const char* Name = "helpDialog";
 constexpr int IconSize = 48;
+constexpr int Margin = 14;
 constexpr QSize Size{660, 640};
 
 // What the pages' own sheet says in words that only a browser knows.
 constexpr const char* Style =
     "h1 { font-size: x-large; } h2 { font-size: large; margin-top: 22px; }"
-    "li { margin-bottom: 6px; } .note { margin-left: 24px; margin-right: 24px; }";
+    ".note { margin-left: 24px; margin-right: 24px; }";
 
 class HelpBrowser final : public QTextBrowser {
   public:
@@ -49,6 +50,7 @@ QDialog* makeHelpDialog(QWidget& window) {
 
     auto* browser = new HelpBrowser;
     browser->setFrameShape(QFrame::NoFrame);
+    browser->document()->setDocumentMargin(Margin);
     QObject::connect(browser, &QTextBrowser::sourceChanged, dialog, [dialog, browser] {
         dialog->setWindowTitle(browser->documentTitle());
         browser->setAccessibleName(browser->documentTitle());

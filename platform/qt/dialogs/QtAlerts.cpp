@@ -8,8 +8,8 @@
 
 #include "platform/Bundle.h"
 #include "platform/MainQueue.h"
-#include "platform/qt/core/Localized.h"
-#include "platform/qt/core/Sheets.h"
+#include "platform/qt/content/Localized.h"
+#include "platform/qt/content/Sheets.h"
 #include "platform/qt/widgets/Images.h"
 
 namespace zelvo::platform {

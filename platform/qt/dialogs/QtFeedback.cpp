@@ -10,7 +10,7 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
-#include "platform/qt/core/Localized.h"
+#include "platform/qt/content/Localized.h"
 #include "platform/qt/dialogs/Dialogs.h"
 #include "platform/qt/programs/MailProgram.h"
 #include "platform/qt/widgets/NoticeLine.h"

@@ -6,8 +6,8 @@
 #include <QPainter>
 #include <QVBoxLayout>
 
-#include "platform/qt/core/Localized.h"
-#include "platform/qt/core/QrCode.h"
+#include "platform/qt/content/Localized.h"
+#include "platform/qt/content/QrCode.h"
 #include "platform/qt/dialogs/Dialogs.h"
 
 namespace zelvo::platform {

@@ -6,8 +6,8 @@
 #include <QWidget>
 
 #include "platform/Workspace.h"
-#include "platform/qt/core/Localized.h"
-#include "platform/qt/core/QrCode.h"
+#include "platform/qt/content/Localized.h"
+#include "platform/qt/content/QrCode.h"
 #include "platform/qt/programs/MailProgram.h"
 #include "platform/qt/sharing/QrCodeDialog.h"
 

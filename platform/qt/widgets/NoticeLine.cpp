@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/qt/core/Localized.h"
+#include "platform/qt/content/Localized.h"
 #include "platform/qt/widgets/StatusLabel.h"
 
 namespace zelvo::platform {
@@ -12,9 +12,11 @@ NoticeLine::NoticeLine(QWidget* parent) : QStackedWidget(parent), sentence_(new 
     sentence_->setTextFormat(Qt::PlainText);
     sentence_->setAlignment(Qt::AlignCenter);
     sentence_->setWordWrap(true);
+    // By its own wish it would be a narrow column of many lines, and nothing may move for it.
+    sentence_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Ignored);
     sentence_->hide();
     end_.setSingleShot(true);
-    connect(&end_, &QTimer::timeout, this, [this] { setCurrentIndex(0); });
+    connect(&end_, &QTimer::timeout, this, [this] { clear(); });
 }
 
 void NoticeLine::say(const Notice& notice) {

@@ -33,6 +33,8 @@ class NoticeLine final : public QStackedWidget {
 
     /// In the place of the notice before.
     void say(const Notice& notice);
+    /// Ends the notice early, since it holds no longer.
+    void clear() { setCurrentIndex(0); }
     /// Keeps room for the longest notice, so that nothing moves when it comes.
     void reserveSpace(int width);
 

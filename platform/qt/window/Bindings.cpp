@@ -8,7 +8,7 @@
 #include "platform/Bundle.h"
 #include "platform/Explanations.h"
 #include "platform/MainWindowModel.h"
-#include "platform/qt/core/StatusTexts.h"
+#include "platform/qt/content/StatusTexts.h"
 #include "platform/qt/widgets/StatusLabel.h"
 
 namespace zelvo::platform {

@@ -9,7 +9,7 @@
 
 #include "platform/Application.h"
 #include "platform/MainWindowModel.h"
-#include "platform/qt/core/Localized.h"
+#include "platform/qt/content/Localized.h"
 #include "platform/qt/core/QtMainLoop.h"
 #include "platform/qt/dialogs/AboutDialog.h"
 #include "platform/qt/widgets/ShareButton.h"

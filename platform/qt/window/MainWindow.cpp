@@ -9,7 +9,7 @@
 #include "platform/ApplicationDelegate.h"
 #include "platform/Bundle.h"
 #include "platform/MainWindowModel.h"
-#include "platform/qt/core/StatusTexts.h"
+#include "platform/qt/content/StatusTexts.h"
 #include "platform/qt/widgets/AccessibleRoles.h"
 #include "platform/qt/widgets/Images.h"
 #include "platform/qt/window/Bindings.h"
@@ -21,7 +21,7 @@ namespace zelvo::platform {
 namespace {
 
 constexpr int IconSize = 64;
-constexpr int WidthInCharacters = 86;
+constexpr int WidthInDigits = 68;
 
 }  // namespace
 
@@ -46,8 +46,11 @@ MainWindow::MainWindow(QWidget* content, const Surroundings& surroundings)
     connectControls();
     applyLook();
     subscriptions_ = bindControls(*this, model_, surroundings.explanations, bundle_);
-    subscriptions_.push_back(
-        model_.isQuitting().subscribe([this](bool quits) { setControlsEnabled(!quits); }));
+    subscriptions_.push_back(model_.isQuitting().subscribe([this](bool quits) {
+        setControlsEnabled(!quits);
+        if (quits)
+            ui_->noticeLine->clear();
+    }));
     reserveSpace();
     resize(minimumWidth(), centralWidget()->minimumHeight());
     content->installEventFilter(this);
@@ -139,7 +142,8 @@ void MainWindow::setControlsEnabled(bool enabled) {
 // Room for the longest headline and explanation, so that nothing moves when the status changes, and
 // for every line that wraps at this width.
 void MainWindow::reserveSpace() {
-    setMinimumWidth(fontMetrics().averageCharWidth() * WidthInCharacters);
+    // Digits are alike in every script; an average character of a Chinese font is twice as wide.
+    setMinimumWidth(fontMetrics().horizontalAdvance("0123456789") * WidthInDigits / 10);
     int width = std::max(this->width(), minimumWidth());
     auto margins = ui_->content->contentsMargins();
     int textWidth =

@@ -4,9 +4,8 @@
 #include <QPainter>
 #include <cstdio>
 
-#include "platform/linux/InstalledBundle.h"
-#include "platform/linux/property_lists/PlistReader.h"
-#include "tests/qt/WindowFixture.h"
+#include "platform/qt/dialogs/Dialogs.h"
+#include "tests/qt/WindowWorld.h"
 
 // Makes a picture of every status, sheet and menu: zelvo_screenshots FOLDER light|dark [LANGUAGE]
 
@@ -74,6 +73,17 @@ void takeStatuses(platform::Bundle& bundle, const Photographer& camera) {
     world.fake.peer.hold(false);
     world.fake.loop.settle();
     camera.take(world.window, "status-6");
+    world.controller.copyLink();
+    camera.take(world.window, "copied");
+    // No program that opens anything is found there.
+    qputenv("PATH", "/");
+    world.desktop.workspace.openUrl("file://" + bundle.resourcePath() + "/" +
+                                    bundle.localizedString("HELP_PAGE_ROUTER"));
+    if (waitFor([] { return platform::findDialog("helpDialog"); })) {
+        camera.take(world.window, "no-browser");
+        camera.take(*platform::findDialog("helpDialog"), "help");
+        platform::closeDialogs();
+    }
 
     world.controller.shareLink(&world.window.shareButton());
     if (auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget())) {
@@ -141,14 +151,10 @@ int main(int argc, char* argv[]) {
     if (dark)
         QApplication::setPalette(platform::darkPalette());
 
-    platform::PlistReader reader("/");
-    platform::InstalledBundle bundle({.executableFolder = ZELVO_BUILD_FOLDER,
-                                      .languages = {argc > 3 ? argv[3] : "en"},
-                                      .dataHome = ""},
-                                     reader);
+    test::BuiltBundle bundle(argc > 3 ? argv[3] : "en");
     QDir().mkpath(argv[1]);
     test::Photographer camera(argv[1], dark ? "dark" : "light");
-    test::takeStatuses(bundle, camera);
-    test::takeFailures(bundle, camera);
+    test::takeStatuses(bundle.texts, camera);
+    test::takeFailures(bundle.texts, camera);
     return 0;
 }

@@ -1,4 +1,4 @@
-#include "platform/qt/core/StatusTexts.h"
+#include "platform/qt/content/StatusTexts.h"
 
 #include "platform/Bundle.h"
 #include "platform/Explanations.h"

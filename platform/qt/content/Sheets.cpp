@@ -1,4 +1,4 @@
-#include "platform/qt/core/Sheets.h"
+#include "platform/qt/content/Sheets.h"
 
 #include "platform/Alerts.h"
 #include "platform/Explanations.h"

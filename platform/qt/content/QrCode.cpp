@@ -1,4 +1,4 @@
-#include "platform/qt/core/QrCode.h"
+#include "platform/qt/content/QrCode.h"
 
 #ifdef ZELVO_QRENCODE
 #include <qrencode.h>

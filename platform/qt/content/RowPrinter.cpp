@@ -1,4 +1,4 @@
-#include "platform/qt/core/RowPrinter.h"
+#include "platform/qt/content/RowPrinter.h"
 
 #include "platform/MainWindowModel.h"
 #include "platform/qt/core/WriteAll.h"

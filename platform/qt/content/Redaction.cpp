@@ -1,4 +1,4 @@
-#include "platform/qt/core/Redaction.h"
+#include "platform/qt/content/Redaction.h"
 
 #include <QRegularExpression>
 #include <QString>
