@@ -26,6 +26,7 @@ std::optional<ServiceOptions> ServiceOptions::parse(std::span<char*> arguments,
         {"--database", &options.database}, {"--certificate", &options.certificate},
         {"--key", &options.key},           {"--address", &options.address},
         {"--host", &options.host},         {"--port", &port}};
+    const auto known = places;
     for (std::size_t i = 0; i < arguments.size(); i += 2) {
         std::string name = arguments[i];
         if (name == "-h" || name == "--help")
@@ -36,7 +37,7 @@ std::optional<ServiceOptions> ServiceOptions::parse(std::span<char*> arguments,
             return options;
         auto place = places.find(name);
         if (place == places.end())
-            error = "unknown or repeated option: " + name;
+            error = (known.contains(name) ? "repeated option: " : "unknown option: ") + name;
         else if (i + 1 == arguments.size() || *arguments[i + 1] == '\0')
             error = "option without a value: " + name;
         else

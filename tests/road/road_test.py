@@ -6,6 +6,7 @@ usage: road_test.py BUILD_FOLDER [SCENARIO]
 
 import os
 import signal
+import subprocess
 import sys
 import time
 
@@ -84,8 +85,22 @@ def interruptions(stage):
             assert not processes_named(name), (pattern, delay, name)
 
 
+def command_lines(stage):
+    """Every program answers the usual options, and names what it does not know."""
+    for program in ("zelvo", "zelvo-service", "zelvo-router"):
+        for option, status, output, error in [("-h", 0, "sage: " + program, ""),
+                                              ("--help", 0, "sage: " + program, ""),
+                                              ("--version", 0, program + " 1.", ""),
+                                              ("--prot", 2, "", "unknown option: --prot\n")]:
+            said = subprocess.run([os.path.join(stage.build, program), option],
+                                  capture_output=True, text=True, timeout=10, check=False)
+            assert said.returncode == status and output in said.stdout and error in said.stderr, said
+            assert bool(said.stdout) == bool(output) and bool(said.stderr) == bool(error), said
+
+
 def failures(stage):
     """Service or router missing asks the user; trying again and quitting work all the same."""
+    command_lines(stage)
     stage.start_display()
     stage.make_certificate()
     service = stage.start_service()

@@ -20,18 +20,16 @@ constexpr int IconSize = 48;
 constexpr int Margin = 14;
 constexpr QSize Size{660, 640};
 
-// What the pages' own sheet says in words that only a browser knows.
+// The pages' own sheet is for browsers.
 constexpr const char* Style =
-    "h1 { font-size: x-large; } h2 { font-size: large; margin-top: 22px; }"
-    ".note { margin-left: 24px; margin-right: 24px; }";
+    "h2 { margin-top: 20px; } li { margin-bottom: 5px; }"
+    ".note { margin-left: 22px; margin-right: 22px; }";
 
 class HelpBrowser final : public QTextBrowser {
   public:
     using QTextBrowser::QTextBrowser;
 
     QVariant loadResource(int type, const QUrl& name) override {
-        if (type == QTextDocument::StyleSheetResource)
-            return QByteArray(Style);
         if (type == QTextDocument::ImageResource) {
             QFileInfo file(source().resolved(name).toLocalFile());
             return renderImage(file.path(), file.completeBaseName(), QSize(IconSize, IconSize),
@@ -51,6 +49,7 @@ QDialog* makeHelpDialog(QWidget& window) {
     auto* browser = new HelpBrowser;
     browser->setFrameShape(QFrame::NoFrame);
     browser->document()->setDocumentMargin(Margin);
+    browser->document()->setDefaultStyleSheet(Style);
     QObject::connect(browser, &QTextBrowser::sourceChanged, dialog, [dialog, browser] {
         dialog->setWindowTitle(browser->documentTitle());
         browser->setAccessibleName(browser->documentTitle());

@@ -7,6 +7,16 @@
 
 namespace zelvo::platform {
 
+using namespace std::chrono_literals;
+
+const Notice Copied{"Copied", 4s};
+const Notice LinkNotOpened{
+    "No program could be opened for this. Copy the link and send it another way.", 15s};
+const Notice TextNotOpened{
+    "No program could be opened for this. Copy the text and send it another way.", 15s};
+const Notice HelpInWindow{
+    "No browser could be opened, so the help is shown in a window of its own.", 15s};
+
 NoticeLine::NoticeLine(QWidget* parent) : QStackedWidget(parent), sentence_(new StatusLabel(this)) {
     sentence_->setObjectName("notice");
     sentence_->setTextFormat(Qt::PlainText);

@@ -15,16 +15,11 @@ struct Notice {
     std::chrono::milliseconds time;
 };
 
-inline constexpr Notice Copied{"Copied", std::chrono::seconds(4)};
-inline constexpr Notice LinkNotOpened{
-    "No program could be opened for this. Copy the link and send it another way.",
-    std::chrono::seconds(15)};
-inline constexpr Notice TextNotOpened{
-    "No program could be opened for this. Copy the text and send it another way.",
-    std::chrono::seconds(15)};
-inline constexpr Notice HelpInWindow{
-    "No browser could be opened, so the help is shown in a window of its own.",
-    std::chrono::seconds(15)};
+extern const Notice Copied;
+/// The link could not be handed over, or the text of a dialog.
+extern const Notice LinkNotOpened;
+extern const Notice TextNotOpened;
+extern const Notice HelpInWindow;
 
 /// Shows its one page, and for a while a notice in its place, which screen readers speak.
 class NoticeLine final : public QStackedWidget {
