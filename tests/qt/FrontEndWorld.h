@@ -7,6 +7,7 @@
 #include "app/AppDelegate.h"
 #include "platform/Explanations.h"
 #include "platform/qt/core/QtMainLoop.h"
+#include "tests/qt/Wait.h"
 #include "tests/support/FakePlatform.h"
 
 namespace zelvo::platform {
@@ -21,6 +22,13 @@ struct GivenExplanations final : platform::Explanations {
     platform::Observable<std::string> sharing;
     platform::Observable<std::string> routing;
 };
+
+/// Runs the jobs that wait.
+inline void turn(platform::QtMainLoop& loop) {
+    bool turned = false;
+    loop.async([&] { turned = true; });
+    waitFor([&] { return turned; });
+}
 
 /// The real controller in a real front end: the system below is the fake one, whose service and
 /// router say yes.

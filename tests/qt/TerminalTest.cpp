@@ -53,11 +53,8 @@ struct TerminalTest : testing::Test, Pipes, FrontEndWorld<platform::Terminal> {
         turn();
     }
     void turn() {
-        for (int i = 0; i < 3; ++i) {
-            bool turned = false;
-            loop.async([&] { turned = true; });
-            waitFor([&] { return turned; });
-        }
+        for (int i = 0; i < 3; ++i)
+            test::turn(loop);
         fake.loop.settle();
     }
 

@@ -43,13 +43,8 @@ class WindowTest : public ::testing::Test, protected ResourceBundled, protected 
     }
 
     bool noSheet() {
-        bool turned = false;
-        loop.async([&] { turned = true; });
-        waitFor([&] { return turned; });
-        for (auto* box : window.findChildren<QMessageBox*>())
-            if (box->isVisible())
-                return false;
-        return true;
+        turn(loop);
+        return !presentSheet();
     }
 };
 

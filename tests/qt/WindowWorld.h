@@ -41,16 +41,17 @@ struct WindowWorld : FrontEndWorld<platform::QtDesktop> {
         window.activateWindow();
     }
 
+    /// The sheet that is up now.
+    QMessageBox* presentSheet() {
+        for (auto* box : window.findChildren<QMessageBox*>())
+            if (box->isVisible())
+                return box;
+        return nullptr;
+    }
     /// The sheet that is up, once there is one.
     QMessageBox* sheet() {
-        QMessageBox* found = nullptr;
-        waitFor([&] {
-            for (auto* box : window.findChildren<QMessageBox*>())
-                if (box->isVisible())
-                    found = box;
-            return found != nullptr;
-        });
-        return found;
+        waitFor([&] { return presentSheet(); });
+        return presentSheet();
     }
     static void press(QMessageBox* box, int button) {
         box->findChild<QPushButton*>(QString("alertButton%1").arg(button))->click();
