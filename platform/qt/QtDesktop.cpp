@@ -22,6 +22,10 @@ QtDesktop::QtDesktop(QtMainLoop& loop, const Bundle& bundle, const Explanations&
           return describeSystem(bundle.shortVersionString(), logLines());
       }),
       signals_([this] { application.terminateFromOutside(); }) {
+    application.setBeforeQuit([this, &loop] {
+        loop.takeTurnNow();
+        alerts.dismiss();
+    });
     application.setSessionAnswer(
         [this] { alerts.answer(AlertKind::SessionUnderWay, AlertFirstButtonReturn); });
 }

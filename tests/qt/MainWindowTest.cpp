@@ -31,59 +31,34 @@ void sendKey(QWidget* widget, Qt::Key key) {
     }
 }
 
-TEST_F(MainWindowTest, ShowsEveryStatusOnTheRoadOfALink) {
+TEST_F(MainWindowTest, ShowsTheModelAndWhatTheSystemKnows) {
     EXPECT_EQ(property("statusTitle", "text"), "Getting ready");
-    EXPECT_EQ(property("appIcon", "image"), "AppIcon-Disabled");
-    EXPECT_FALSE(find("shareButton")->isEnabled());
-
     launch();
-    EXPECT_EQ(property("statusTitle", "text"), "Screen Sharing is off");
-    EXPECT_EQ(property("versionInfo", "text"), "Version 1.0");
     EXPECT_EQ(property("appIcon", "image"), "AppIcon-Disabled");
-    EXPECT_EQ(property("portMappingText", "text"), "Applying Port Mapping...");
-    EXPECT_EQ(property("portMappingIcon", "image"), "NSStatusNone");
+    EXPECT_EQ(property("versionInfo", "text"), "Version 1.0");
     EXPECT_TRUE(spins("portMappingSpinner"));
     EXPECT_TRUE(shown("portMappingButton"));
-    EXPECT_FALSE(shown("disconnectButton"));
-
     explanations.sharing.set("No server here.");
     EXPECT_EQ(property("statusExplanation", "text"), "No server here.");
 
     fake.screenSharing(true);
-    fake.peer.hold(true);
-    fake.loop.settle();
-    EXPECT_EQ(property("statusTitle", "text"), "Making your link");
-    EXPECT_FALSE(shown("portMappingButton"));
-    EXPECT_EQ(property("linkText", "text"), "");
-
-    fake.peer.release();
-    fake.peer.hold(false);
     fake.loop.settle();
     EXPECT_EQ(property("statusTitle", "text"), "Your link is ready");
-    EXPECT_EQ(property("appIcon", "image"), "AppIcon-Enabled");
     EXPECT_EQ(property("portMappingText", "text"), "Port Mapping Successful.");
     EXPECT_EQ(property("portMappingIcon", "image"), "NSStatusAvailable");
-    EXPECT_FALSE(spins("portMappingSpinner"));
-    EXPECT_EQ(property("connectionText", "text"), "Waiting for connection...");
-    EXPECT_TRUE(spins("connectionSpinner"));
     EXPECT_EQ(property("linkText", "text"), "zelvo://AbC-d_1");
-    EXPECT_TRUE(find("shareButton")->isEnabled());
     EXPECT_EQ(window.focusWidget(), find("shareButton"));
     explanations.routing.set("A second router.");
     EXPECT_EQ(property("statusTitle", "text"), "Your link may not work");
-    EXPECT_EQ(property("statusExplanation", "text"), "A second router.");
 
     connectViewer(true);
     EXPECT_EQ(property("statusTitle", "text"), "Somebody is connected");
-    EXPECT_EQ(property("connectionText", "text"), "Connection established.");
     EXPECT_EQ(property("connectionIcon", "image"), "NSStatusAvailable");
     EXPECT_FALSE(spins("connectionSpinner"));
     find<QPushButton>("disconnectButton")->click();
     EXPECT_EQ(fake.authorization.tools, std::vector<std::string>{"disconnect-screen-sharing.tool"});
-
     connectViewer(false);
     EXPECT_FALSE(shown("disconnectButton"));
-    EXPECT_TRUE(shown("linkText"));
 }
 
 TEST_F(MainWindowTest, TheShareButtonActsOnThePressAndOnTheKeyboard) {
