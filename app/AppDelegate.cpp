@@ -112,10 +112,16 @@ void AppDelegate::askAboutSession() {
 
 void AppDelegate::cleanUpAndTerminate() {
     isQuitting_.set(true);
-    if (!screenSharingRunningFormerState_ && zelvoStatus() >= ZelvoStatusServiceEnabled)
+    const bool isOn = zelvoStatus() >= ZelvoStatusServiceEnabled;
+    if (!screenSharingRunningFormerState_ && isOn)
         runToolWithPrivileges(DisableScreenSharingTool, [](bool) {});
-    auto finish =
-        whileAlive([this] { platform_.application.replyToApplicationShouldTerminate(true); });
+    auto finish = whileAlive([this, isOn] {
+        // What came on while the link was being withdrawn is taken back, too.
+        if (!isOn && zelvoStatus() >= ZelvoStatusServiceEnabled)
+            cleanUpAndTerminate();
+        else
+            platform_.application.replyToApplicationShouldTerminate(true);
+    });
     if (linkManager_)
         linkManager_->invalidateLink(std::move(finish));
     else

@@ -56,11 +56,12 @@ Platform assemble(QtMainLoop& loop, LinuxPlatform& system, FrontEnd& frontEnd) {
 }
 
 // A quit ends the server itself, and has its own way down.
-void watchTheServer(LinuxPlatform& system, AppDelegate& controller) {
+Subscription watchTheServer(LinuxPlatform& system, QtMainLoop& loop, AppDelegate& controller) {
     system.whenScreenSharingEnds([&controller] {
         if (!controller.isQuitting().value())
             controller.applicationDidBecomeActive();
     });
+    return system.enableToolWorks().subscribe([&loop](bool works) { loop.hurry(works); });
 }
 
 /// None, after saying so, while another Zelvo of this user runs.
@@ -96,7 +97,7 @@ int runInWindow(int& argc, char** argv) {
     controller.setContainerView(content);
     desktop.attach(window, controller, controller);
 
-    watchTheServer(system, controller);
+    auto watch = watchTheServer(system, loop, controller);
     window.show();
     loop.async([&] { controller.applicationDidFinishLaunching(); });
     return loop.run();
@@ -113,7 +114,7 @@ int runInTerminal(int& argc, char** argv) {
     AppDelegate controller(assemble(loop, system, terminal));
     TerminalView view(terminal, controller, controller, system.explanations(), system.bundle());
 
-    watchTheServer(system, controller);
+    auto watch = watchTheServer(system, loop, controller);
     loop.async([&] { controller.applicationDidFinishLaunching(); });
     return loop.run();
 }

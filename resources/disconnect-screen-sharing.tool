@@ -70,7 +70,7 @@ start_anew() {
     server_started=yes
     stop_server || die "$server_kind (process $server_pid) cannot be ended."
     bring_server_up
-    write_setting on || die "Cannot write the Screen Sharing setting below $root."
+    write_setting on || cannot_write
 }
 
 open_run_folder

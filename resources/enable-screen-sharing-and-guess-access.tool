@@ -71,13 +71,17 @@ open_run_folder
 settle_at_exit
 find_session
 if ! already_on; then
-    write_setting off || die "Cannot write the Screen Sharing setting below $root."
+    write_setting off || cannot_write
     find_program x11vnc || find_program x0vncserver ||
         give_up not-installed "Neither x11vnc nor x0vncserver is installed."
     bring_server_up
     # Some desktops start Xwayland only when the first program asks for it.
     ! display_is_wayland || refuse_wayland
 fi
-write_setting on || die "Cannot write the Screen Sharing setting below $root."
-asker_is_there || die "The application that asked has ended meanwhile."
+write_setting on || cannot_write
+# It may be ending without having seen the setting.
+for pause in 0 1; do
+    [ -z "$asker" ] || sleep "$pause"
+    asker_is_there || die "The application that asked has ended meanwhile."
+done
 echo "zelvo: $server_kind shares display $server_display on port $port and asks before it lets anybody in."

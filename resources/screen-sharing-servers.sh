@@ -84,7 +84,8 @@ settle() {
         rm -f "$run/server"
         write_setting off
     fi
-    echo "${reason:-server-failed}" | replace_file "$run/reason"
+    # A full disk still has a place for an empty file.
+    echo "${reason:-server-failed}" | replace_file "$run/reason" || : >"$run/reason"
     exit "$status"
 }
 

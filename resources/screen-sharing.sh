@@ -5,13 +5,15 @@
 #   Library/Preferences/com.apple.RemoteManagement.plist  the setting that the application reads
 #   run/screensharingd  link to the server: the kernel names a process after the path it was started by
 #   run/server          the server that was started, one value per line
-#   run/reason          one word: why the enable tool could not switch on; only after it failed
+#   run/reason          one word: why the enable tool could not switch on; only after it failed; empty
+#                       where not even the word could be written
 #   run/log, run/lock
 # shellcheck shell=sh disable=SC2034  # sets variables for the tools
 
 root=${ZELVO_ROOT:-/var/lib/zelvo}
 run=$root/run
 link=$run/screensharingd
+setting=$root/Library/Preferences/com.apple.RemoteManagement.plist
 
 die() {
     printf 'zelvo: %s\n' "$1" >&2
@@ -160,10 +162,11 @@ replace_file() {
     return 1
 }
 
+cannot_write() { give_up cannot-write "Cannot write the Screen Sharing setting below $root."; }
+
 # "on" names the server: the application believes the setting only while that one listens.
 write_setting() { # write_setting on|off
-    folder=$root/Library/Preferences
-    (umask 022 && mkdir -p "$folder") || return 1
+    (umask 022 && mkdir -p "${setting%/*}") || return 1
     {
         printf '%s\n' '<?xml version="1.0" encoding="UTF-8"?>' \
             '<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">' \
@@ -176,7 +179,7 @@ write_setting() { # write_setting on|off
             echo '	<false/>'
         fi
         printf '%s\n' '</dict>' '</plist>'
-    } | replace_file "$folder/com.apple.RemoteManagement.plist"
+    } | replace_file "$setting"
 }
 
 port=$(vnc_port)

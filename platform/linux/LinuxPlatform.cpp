@@ -30,6 +30,8 @@ namespace zelvo::platform {
 
 namespace {
 
+constexpr std::string_view enableTool = "enable-screen-sharing-and-guess-access.tool";
+
 std::string ownFolder(const std::string& base) {
     return base.empty() ? base : base + "/zelvo";
 }
@@ -72,7 +74,11 @@ struct LinuxPlatform::Services {
     ScreenSharingSettings settings{propertyLists,
                                    services,
                                    {.asked = [this] { screenSharing.update(); },
-                                    .listens = [this](pid_t server) { serverEnd.watch(server); }}};
+                                    .listens =
+                                        [this](pid_t server) {
+                                            serverEnd.watch(server);
+                                            screenSharing.serverListens();
+                                        }}};
     RouterExplanation router{bundle, log};
     LinuxExplanations explanations{screenSharing.text(), router.text()};
 
@@ -87,7 +93,11 @@ struct LinuxPlatform::Services {
          .stateFolder = ownFolder(environment.stateHome),
          .heard = [this](const auto& reply) { router.mappingReplied(reply); }}};
 
-    SystemAuthorization authorization{log, {.asSelf = environment.authorizesItself}};
+    SystemAuthorization authorization{
+        log, {.asSelf = environment.authorizesItself, .started = [this](std::string_view tool) {
+                  if (tool == enableTool)
+                      screenSharing.toolStarted();
+              }}};
 };
 
 LinuxPlatform::LinuxPlatform(MainQueue& mainQueue) {
@@ -162,7 +172,14 @@ Authorization& LinuxPlatform::authorization() {
 }
 
 void LinuxPlatform::whenScreenSharingEnds(std::function<void()> callback) {
-    services_->serverEnd.ended = std::move(callback);
+    services_->serverEnd.ended = [this, callback = std::move(callback)] {
+        services_->screenSharing.serverEnded();
+        callback();
+    };
+}
+
+const Observable<bool>& LinuxPlatform::enableToolWorks() const {
+    return services_->screenSharing.toolWorks();
 }
 
 const Explanations& LinuxPlatform::explanations() {

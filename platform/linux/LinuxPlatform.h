@@ -26,6 +26,8 @@ class TextInputSources;
 class UrlSession;
 class UserDefaults;
 struct Environment;
+template <typename T>
+class Observable;
 
 /// The system services of Linux, one of each, in an order in which each may use those before it.
 /// The accessors are named as the members of Platform. Main thread only.
@@ -72,6 +74,9 @@ class LinuxPlatform {
     /// `callback` is called soon after the server that Screen Sharing was found on by has ended, be
     /// it that nothing follows it, that it was started anew, or that another takes its place.
     void whenScreenSharingEnds(std::function<void()> callback);
+
+    /// Whether the enable tool was started from here and has neither succeeded nor failed yet.
+    const Observable<bool>& enableToolWorks() const;
 
   private:
     struct Services;

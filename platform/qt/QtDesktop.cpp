@@ -30,6 +30,10 @@ QtDesktop::QtDesktop(QtMainLoop& loop, const Bundle& bundle, const Explanations&
           return describeSystem(bundle.shortVersionString(), logLines());
       }),
       signals_([this] { application.terminateFromOutside(); }) {
+    application.setBeforeQuit([this, &loop] {
+        loop.takeTurnNow();
+        alerts.dismiss();
+    });
     application.setSessionAnswer(
         [this] { alerts.answer(AlertKind::SessionUnderWay, AlertFirstButtonReturn); });
 }
@@ -60,7 +64,8 @@ void QtDesktop::attach(MainWindow& window, const MainWindowModel& model,
 void QtDesktop::takeNoMoreRequests() {
     alerts.end();
     takesRequests_ = false;
-    closeDialogs();
+    if (window_)
+        closeDialogs(*window_);
     while (auto* menu = QApplication::activePopupWidget())
         menu->close();
 }

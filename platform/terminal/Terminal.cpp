@@ -1,6 +1,7 @@
 #include "platform/terminal/Terminal.h"
 
 #include "platform/qt/content/Sheets.h"
+#include "platform/qt/core/QtMainLoop.h"
 
 namespace zelvo::platform {
 
@@ -8,12 +9,16 @@ void TerminalWorkspace::openUrl(const std::string& url) {
     console_.line(url);
 }
 
-Terminal::Terminal(MainQueue& mainQueue, const Bundle& bundle, const Explanations& explanations,
+Terminal::Terminal(QtMainLoop& loop, const Bundle& bundle, const Explanations& explanations,
                    int input, int output)
     : console(input, output),
-      alerts(mainQueue, console, bundle, explanations),
+      alerts(loop, console, bundle, explanations),
       workspace(console),
       signals_([this] { application.terminateFromOutside(); }) {
+    application.setBeforeQuit([this, &loop] {
+        loop.takeTurnNow();
+        alerts.dismiss();
+    });
     application.setSessionAnswer(
         [this] { alerts.answer(AlertKind::SessionUnderWay, AlertFirstButtonReturn); });
 }

@@ -10,14 +10,14 @@ namespace zelvo::platform {
 
 class Bundle;
 class Explanations;
-class MainQueue;
+class QtMainLoop;
 
 /// The desktop's services where there is none but a terminal, named as the members of Platform.
 /// Needs a QCoreApplication that outlives it. Main thread only.
 class Terminal {
   public:
     /// All outlive this object.
-    Terminal(MainQueue& mainQueue, const Bundle& bundle, const Explanations& explanations,
+    Terminal(QtMainLoop& loop, const Bundle& bundle, const Explanations& explanations,
              int input = 0, int output = 1);
 
     Console console;

@@ -100,7 +100,7 @@ bool TerminalAlerts::answer(AlertKind kind, int response) {
 
 void TerminalAlerts::end() {
     hasEnded_ = true;
-    questions_.clear();
+    dismiss();
 }
 
 // Quitting must not wait for an answer that can never come.

@@ -28,6 +28,8 @@ class TerminalAlerts final : public Alerts {
     /// Gives the response of an alert, asked or still waiting, on the user's behalf. False when
     /// there is no such alert.
     bool answer(AlertKind kind, int response);
+    /// Drops every question unanswered: what they asked is over.
+    void dismiss() { questions_.clear(); }
     /// Drops every question unanswered and asks none any more: the application ends.
     void end();
     /// Nobody can answer any more: a question about a session is answered with its first button.

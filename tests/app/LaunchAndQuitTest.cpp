@@ -60,6 +60,28 @@ TEST_F(LaunchAndQuitTest, NothingIsSwitchedOffThatNeverCameUpOrWasUpBefore) {
     EXPECT_TRUE(fake.peer.requests.empty());
 }
 
+TEST_F(LaunchAndQuitTest, WhatComesOnDuringTheQuitIsTakenBackToo) {
+    fake.authorization.onTool = [this](const std::string& tool) {
+        fake.screenSharing(tool == Enable);
+    };
+    launch();
+    fake.loop.advance(500ms);
+    fake.loop.settle();
+    fake.screenSharing(false);
+    controller.applicationDidBecomeActive();
+    fake.loop.settle();
+    fake.peer.hold(true);
+    controller.applicationShouldTerminate();
+    EXPECT_EQ(fake.authorization.tools, Tools{Enable});
+    fake.screenSharing(true);
+    fake.loop.turn();
+    fake.peer.release();
+    fake.peer.hold(false);
+    fake.loop.settle(10);
+    EXPECT_EQ(fake.authorization.tools, (Tools{Enable, Disable}));
+    EXPECT_EQ(fake.application.replies, Replies{true});
+}
+
 TEST_F(LaunchAndQuitTest, AListenerThatDidNotAskIsSetUpButLeftOn) {
     fake.sockets.listen(true);
     fake.authorization.onTool = [this](const std::string&) { fake.screenSharing(true); };

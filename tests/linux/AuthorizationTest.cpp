@@ -54,8 +54,11 @@ class AuthorizationTest : public testing::Test {
 
 TEST_F(AuthorizationTest, StartsATool) {
     auto path = tool("$0|$(id -u)|$(readlink /proc/self/fd/0)|$#");
-    EXPECT_EQ(run({.asSelf = true}, path), AuthorizationSuccess);
+    std::string started;
+    EXPECT_EQ(run({.asSelf = true, .started = [&](auto name) { started = name; }}, path),
+              AuthorizationSuccess);
     EXPECT_EQ(answer(), path + "|" + std::to_string(::getuid()) + "|/dev/null|0\n");
+    EXPECT_EQ(started, "the tool.tool");
 }
 
 TEST_F(AuthorizationTest, TellsRootsToolsWhoAsked) {

@@ -99,8 +99,9 @@ class ScreenSharingExplanationTest : public testing::Test {
         loop.settle();
         return explanation->text().value();
     }
-    void makeExplanation() {
-        explanation = std::make_unique<ScreenSharingExplanation>(loop, bundle, folder / "reason");
+    void makeExplanation(std::chrono::seconds patience = std::chrono::seconds(60)) {
+        explanation =
+            std::make_unique<ScreenSharingExplanation>(loop, bundle, folder / "reason", patience);
         subscription = explanation->text().subscribe([this](const auto&) { ++writes; });
     }
 
@@ -180,4 +181,29 @@ TEST_F(ScreenSharingExplanationTest, SaysEachNewReasonOnce) {
     explanation->update();
     explanation.reset();
     loop.settle();
+}
+
+TEST_F(ScreenSharingExplanationTest, FollowsTheToolAndTheServer) {
+    makeExplanation();
+    const auto& works = explanation->toolWorks();
+    auto says = [this](const char* words) { return said().find(words) != std::string::npos; };
+    explanation->toolStarted();
+    EXPECT_EQ(said(), "");
+    EXPECT_TRUE(works.value());
+    folder.write("reason", "");
+    EXPECT_TRUE(says("cannot be written")) << "a full disk leaves no room for a word";
+    EXPECT_FALSE(works.value());
+    explanation->toolStarted();
+    EXPECT_EQ(said(), "") << "it is tried again";
+    explanation->serverListens();
+    EXPECT_FALSE(works.value());
+    explanation->serverEnded();
+    EXPECT_TRUE(says("has ended"));
+    explanation->serverListens();
+    EXPECT_EQ(said(), "") << "it was started anew";
+
+    makeExplanation(std::chrono::seconds(0));
+    explanation->toolStarted();
+    EXPECT_TRUE(says("did not start")) << "the tool left nothing behind";
+    EXPECT_FALSE(explanation->toolWorks().value());
 }

@@ -39,7 +39,10 @@ TEST_F(QtApplicationTest, AsksOnceWhileAnAnswerIsPending) {
     application.replyToApplicationShouldTerminate(true);
     EXPECT_FALSE(application.hasTerminated());
 
+    int found = -1;
+    application.setBeforeQuit([&] { found = delegate.asked; });
     application.terminate();
+    EXPECT_EQ(found, 0);
     application.terminate();
     EXPECT_EQ(delegate.asked, 1);
     application.replyToApplicationShouldTerminate(false);

@@ -82,7 +82,7 @@ void takeStatuses(platform::Bundle& bundle, const Photographer& camera) {
     if (waitFor([] { return platform::findDialog("helpDialog"); })) {
         camera.take(world.window, "no-browser");
         camera.take(*platform::findDialog("helpDialog"), "help");
-        platform::closeDialogs();
+        platform::closeDialogs(world.window);
     }
 
     world.controller.shareLink(&world.window.shareButton());

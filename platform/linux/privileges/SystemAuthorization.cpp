@@ -50,10 +50,14 @@ std::vector<std::string> toolEnvironment() {
     return result;
 }
 
+std::string_view fileName(std::string_view path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
 /// Starts tools as whoever we are.
 class DirectReference : public AuthorizationReference {
   public:
-    explicit DirectReference(std::string shell) : shell_(std::move(shell)) {}
+    explicit DirectReference(const SystemAuthorization::Options& options) : options_(options) {}
 
     std::int32_t copyRights(const std::string&, std::uint32_t) override {
         isGranted_ = true;
@@ -66,15 +70,16 @@ class DirectReference : public AuthorizationReference {
         // The shell would start, and only then find nothing to run.
         if (!toolPath.starts_with('/') || ::access(toolPath.c_str(), R_OK) != 0)
             return AuthorizationToolExecuteFailure;
-        return startDetached({shell_, toolPath}, toolEnvironment()) == 0
-                   ? AuthorizationSuccess
-                   : AuthorizationToolExecuteFailure;
+        if (startDetached({options_.shell, toolPath}, toolEnvironment()) != 0)
+            return AuthorizationToolExecuteFailure;
+        options_.started(fileName(toolPath));
+        return AuthorizationSuccess;
     }
 
     void free(std::uint32_t) override { isGranted_ = false; }
 
   private:
-    const std::string shell_;
+    const SystemAuthorization::Options& options_;
     bool isGranted_ = false;
 };
 
@@ -99,9 +104,10 @@ class PolkitReference : public AuthorizationReference {
         auto helper = std::move(helper_);
         if (!helper)
             return AuthorizationDenied;
-        return helper->startTool(toolPath.substr(toolPath.rfind('/') + 1))
-                   ? AuthorizationSuccess
-                   : AuthorizationToolExecuteFailure;
+        if (!helper->startTool(fileName(toolPath)))
+            return AuthorizationToolExecuteFailure;
+        options_.started(fileName(toolPath));
+        return AuthorizationSuccess;
     }
 
     void free(std::uint32_t) override { helper_.reset(); }
@@ -122,7 +128,7 @@ SystemAuthorization::SystemAuthorization(Log& log, Options options)
 
 std::int32_t SystemAuthorization::create(std::unique_ptr<AuthorizationReference>& reference) {
     if (options_.asSelf || ::geteuid() == 0)
-        reference = std::make_unique<DirectReference>(options_.shell);
+        reference = std::make_unique<DirectReference>(options_);
     else
         reference = std::make_unique<PolkitReference>(log_, options_);
     return AuthorizationSuccess;

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <functional>
 #include <string>
+#include <string_view>
 
 #include "platform/Authorization.h"
 
@@ -24,6 +26,8 @@ class SystemAuthorization : public Authorization {
         std::string pkexec = "/usr/bin/pkexec";
         /// The installed helper; empty for where this build installs it.
         std::string helper = "";
+        /// Called with the file name of each tool that was started.
+        std::function<void(std::string_view tool)> started = [](std::string_view) {};
     };
 
     /// The log, which outlives this object, gets polkit's and the helper's reasons for a failure.

@@ -19,6 +19,10 @@ struct ToolReason {
     const char* key;
 };
 
+constexpr const char* cannotWrite =
+    "The settings of Screen Sharing cannot be written, probably because the disk is full. Make "
+    "room, then press “Start Over”.";
+
 /// The words are those of the enable tool.
 constexpr std::array toolReasons{
     ToolReason{"no-display", "There is no screen to share here. Start Zelvo in a desktop session."},
@@ -40,27 +44,66 @@ constexpr std::array toolReasons{
         "“Start Over”."},
     ToolReason{"display-refused",
                "The program that shows your screen was not let in by the display."},
+    ToolReason{"cannot-write", cannotWrite},
+    // On a full disk not even the word could be written.
+    ToolReason{"", cannotWrite},
 };
 constexpr const char* otherReason =
     "The program that shows your screen did not start. Press “Start Over” to try again.";
+constexpr const char* hasEnded =
+    "Screen Sharing has ended, since the program that showed your screen is gone. Press “Start "
+    "Over” to switch it on again.";
 
 }  // namespace
 
 ScreenSharingExplanation::ScreenSharingExplanation(MainQueue& mainQueue, const Bundle& bundle,
-                                                   std::string reasonFile)
+                                                   std::string reasonFile,
+                                                   std::chrono::seconds patience)
     : mainQueue_(mainQueue),
       bundle_(bundle),
       reasonFile_(std::move(reasonFile)),
+      patience_(patience),
       seen_(identity()) {}
 
 void ScreenSharingExplanation::update() {
     auto found = identity();
-    if (found == seen_)
+    if (found != seen_) {
+        seen_ = found;
+        toolEnded();
+        say(seen_ ? reason() : "");
+    } else if (toolWorks_.value() && std::chrono::steady_clock::now() >= patienceEnds_) {
+        toolEnded();
+        say(bundle_.localizedString(otherReason));
+    }
+}
+
+void ScreenSharingExplanation::toolStarted() {
+    patienceEnds_ = std::chrono::steady_clock::now() + patience_;
+    toolWorks_.set(true);
+    say("");
+}
+
+void ScreenSharingExplanation::serverListens() {
+    toolEnded();
+    say("");
+}
+
+void ScreenSharingExplanation::serverEnded() {
+    say(bundle_.localizedString(hasEnded));
+}
+
+void ScreenSharingExplanation::toolEnded() {
+    if (toolWorks_.value())
+        toolWorks_.set(false);
+}
+
+void ScreenSharingExplanation::say(std::string sentence) {
+    if (sentence == sentence_)
         return;
-    seen_ = found;
+    sentence_ = std::move(sentence);
     mainQueue_.async([this, alive = std::weak_ptr(alive_)] {
         if (alive.lock())
-            text_.set(seen_ ? reason() : "");
+            text_.set(sentence_);
     });
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -14,18 +15,29 @@ class Bundle;
 class MainQueue;
 
 /// Why Screen Sharing is not on, as a sentence in the user's language: the enable tool leaves its
-/// reason behind in a file when it fails, and takes it away when it does not. Main thread only.
+/// reason behind in a file when it fails, and takes it away when it does not. What is said anew is
+/// said in a later turn. Main thread only.
 class ScreenSharingExplanation {
   public:
-    /// A reason that lies in the file already is an earlier run's and is passed over.
-    ScreenSharingExplanation(MainQueue& mainQueue, const Bundle& bundle, std::string reasonFile);
+    /// A reason that lies in the file already is an earlier run's and is passed over. A tool that
+    /// has come to no end after `patience` is taken to have failed.
+    ScreenSharingExplanation(MainQueue& mainQueue, const Bundle& bundle, std::string reasonFile,
+                             std::chrono::seconds patience = std::chrono::seconds(60));
     ScreenSharingExplanation(const ScreenSharingExplanation&) = delete;
     ScreenSharingExplanation& operator=(const ScreenSharingExplanation&) = delete;
 
-    /// Looks for a change, which is told in a later turn. Costs one look at the file's identity.
+    /// Looks for a change. Costs one look at the file's identity.
     void update();
+    /// The enable tool has been started.
+    void toolStarted();
+    /// The server was found to listen.
+    void serverListens();
+    /// The server that listened has ended.
+    void serverEnded();
 
     const Observable<std::string>& text() const { return text_; }
+    /// Whether the enable tool has been started and has come to no end yet, good or bad.
+    const Observable<bool>& toolWorks() const { return toolWorks_; }
 
   private:
     /// Device, inode and time of change; none without a file.
@@ -33,12 +45,19 @@ class ScreenSharingExplanation {
 
     Identity identity() const;
     std::string reason() const;
+    void say(std::string sentence);
+    void toolEnded();
 
     MainQueue& mainQueue_;
     const Bundle& bundle_;
     const std::string reasonFile_;
+    const std::chrono::seconds patience_;
     Identity seen_;
+    std::chrono::steady_clock::time_point patienceEnds_;
+    /// What is said, or will be in a later turn.
+    std::string sentence_;
     Observable<std::string> text_;
+    Observable<bool> toolWorks_;
     std::shared_ptr<void> alive_ = std::make_shared<int>();
 };
 

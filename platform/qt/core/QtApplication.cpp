@@ -13,6 +13,8 @@ void QtApplication::terminate() {
         end();
         return;
     }
+    if (beforeQuit_)
+        beforeQuit_();
     // The delegate may give its answer before it returns.
     state_ = State::Asking;
     switch (delegate_->applicationShouldTerminate()) {

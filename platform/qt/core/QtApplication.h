@@ -28,6 +28,8 @@ class QtApplication : public Application {
 
     /// Without a delegate a quit request ends the loop at once. Outlives the loop's run.
     void setDelegate(ApplicationDelegate* delegate) { delegate_ = delegate; }
+    /// Called before the delegate is asked, for what must not wait until after the quit.
+    void setBeforeQuit(std::function<void()> call) { beforeQuit_ = std::move(call); }
     /// Answers the open question about a session under way, if there is one.
     void setSessionAnswer(std::function<void()> answer) { answerSession_ = std::move(answer); }
 
@@ -42,6 +44,7 @@ class QtApplication : public Application {
     void end();
 
     ApplicationDelegate* delegate_ = nullptr;
+    std::function<void()> beforeQuit_;
     std::function<void()> answerSession_;
     State state_ = State::Running;
     bool askedFromOutside_ = false;

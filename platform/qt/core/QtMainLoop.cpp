@@ -11,11 +11,11 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-// A turn rests this many times as long as its calls took, so that calls which queue themselves anew
-// use a quarter of a percent of a core whatever they cost; about as much goes into waking up.
-constexpr int RestPerWork = 400;
-constexpr Clock::duration ShortestRest = 200ms;
-constexpr Clock::duration LongestRest = 500ms;
+// From the begin of one turn to that of the next where nothing else asks for one. What a turn finds
+// is known no later than this, plus the millisecond that timers are rounded by.
+constexpr Clock::duration CalmPace = 90ms;
+constexpr Clock::duration HastyPace = 18ms;
+constexpr Clock::duration HasteAfterwards = 5s;
 
 std::chrono::milliseconds roundedUp(Clock::duration duration) {
     return std::chrono::ceil<std::chrono::milliseconds>(
@@ -172,6 +172,22 @@ void QtMainLoop::scheduleTurn() {
         turnTimer_.start(roundedUp(nextTurn_ - Clock::now()));
 }
 
+void QtMainLoop::hurry(bool hurries) {
+    auto now = Clock::now();
+    hurries_ = hurries;
+    hastyUntil_ = now + HasteAfterwards;
+    nextTurn_ = std::min(nextTurn_, now + HastyPace);
+    if (turnTimer_.isActive())
+        turnTimer_.start(roundedUp(nextTurn_ - now));
+}
+
+void QtMainLoop::takeTurnNow() {
+    if (inTurn_ || turnCalls_.empty())
+        return;
+    turnTimer_.stop();
+    runTurn();
+}
+
 void QtMainLoop::runTurn() {
     auto begin = Clock::now();
     inTurn_ = true;
@@ -181,7 +197,9 @@ void QtMainLoop::runTurn() {
     inTurn_ = false;
 
     auto end = Clock::now();
-    nextTurn_ = end + std::clamp((end - begin) * RestPerWork, ShortestRest, LongestRest);
+    auto pace = hurries_ || end < hastyUntil_ ? HastyPace : CalmPace;
+    // Calls that take long leave as much time to everybody else.
+    nextTurn_ = std::max(begin + pace, end + (end - begin));
     if (!turnCalls_.empty())
         scheduleTurn();
 }

@@ -37,6 +37,13 @@ class QtMainLoop final : public MainQueue, public RunLoop {
                                                std::function<void()> call) override;
     std::unique_ptr<Perform> performOnNextTurn(std::function<void()> call) override;
 
+    /// While something is expected any moment, and for 5 s after, turns come at most 20 ms apart,
+    /// else 100 ms. Main thread only.
+    void hurry(bool hurries);
+    /// Takes the turn that calls wait for, if any do, at once: who decides something now decides it
+    /// by what they find. Nothing inside a turn. Main thread only.
+    void takeTurnNow();
+
     /// While one of these lives a menu is open: what belongs to the default mode waits. Main thread
     /// only.
     class Tracking {
@@ -74,6 +81,8 @@ class QtMainLoop final : public MainQueue, public RunLoop {
 
     QTimer turnTimer_;
     bool inTurn_ = false;
+    bool hurries_ = false;
+    std::chrono::steady_clock::time_point hastyUntil_{};
     std::chrono::steady_clock::time_point nextTurn_{};
     std::vector<std::weak_ptr<Call>> turnCalls_;
 };

@@ -47,10 +47,9 @@ void showDialog(QDialog& dialog) {
     dialog.activateWindow();
 }
 
-void closeDialogs() {
-    for (auto* widget : QApplication::topLevelWidgets())
-        if (auto* dialog = qobject_cast<QDialog*>(widget))
-            dialog->close();
+void closeDialogs(QWidget& window) {
+    for (auto* dialog : window.findChildren<QDialog*>())
+        dialog->close();
 }
 
 }  // namespace zelvo::platform

@@ -21,7 +21,7 @@ bool raiseDialog(const char* name);
 /// Shows a dialog that leaves the window's own controls free, above all the one that closes it.
 void showDialog(QDialog& dialog);
 
-/// Closes every dialog.
-void closeDialogs();
+/// Closes every dialog of the window.
+void closeDialogs(QWidget& window);
 
 }  // namespace zelvo::platform

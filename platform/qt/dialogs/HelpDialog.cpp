@@ -1,6 +1,5 @@
 #include "platform/qt/dialogs/HelpDialog.h"
 
-#include <QApplication>
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QFileInfo>
@@ -39,13 +38,8 @@ class HelpBrowser final : public QTextBrowser {
     }
 };
 
-// The window's own dialogs are shut off while a sheet is up, and one that hangs on the sheet goes
-// with it.
 QDialog* makeHelpDialog(QWidget& window) {
-    auto* dialog = makeDialog(nullptr, Name, "Help");
-    dialog->setWindowIcon(window.windowIcon());
-    QObject::connect(&window, &QObject::destroyed, dialog, [dialog] { delete dialog; });
-
+    auto* dialog = makeDialog(&window, Name, "Help");
     auto* browser = new HelpBrowser;
     browser->setFrameShape(QFrame::NoFrame);
     browser->document()->setDocumentMargin(Margin);

@@ -5,8 +5,8 @@ class QWidget;
 
 namespace zelvo::platform {
 
-/// Shows the help page, a file, in a window of its own beside `window`, with whatever it links to,
-/// and returns at once. Usable also while a sheet is up.
+/// Shows the help page, a file, and whatever pages it links to, in a window of their own, and
+/// returns at once.
 void showHelpDialog(QWidget& window, const QUrl& page);
 
 }  // namespace zelvo::platform

@@ -1,7 +1,9 @@
 #include "platform/qt/dialogs/QtAlerts.h"
 
+#include <QAction>
 #include <QApplication>
 #include <QLabel>
+#include <QMainWindow>
 #include <QMessageBox>
 #include <QPushButton>
 #include <algorithm>
@@ -57,13 +59,17 @@ void QtAlerts::showNext() {
     });
     if (window_->isMinimized())
         window_->showNormal();
-    box_->open();
+    setContentEnabled(false);
+    box_->show();
     QApplication::alert(window_);
 }
 
 QMessageBox* QtAlerts::makeBox(const Alert& alert) {
     auto* box = new QMessageBox(window_);
-    box->setWindowModality(Qt::WindowModal);
+    // Not modal: of a window below a modal one Qt drops the request to close it.
+    box->setWindowModality(Qt::NonModal);
+    if (auto* quit = window_->findChild<QAction*>("actionQuit"))
+        box->addAction(quit);
     box->setWindowTitle(window_->windowTitle());
     box->setTextFormat(Qt::PlainText);
     box->setText(QString::fromStdString(alert.messageText));
@@ -132,10 +138,20 @@ void QtAlerts::takeDown() {
     box_->hide();
     box_->deleteLater();
     box_ = nullptr;
+    setContentEnabled(true);
+}
+
+void QtAlerts::setContentEnabled(bool enabled) {
+    if (auto* main = qobject_cast<QMainWindow*>(window_))
+        main->centralWidget()->setEnabled(enabled);
 }
 
 void QtAlerts::end() {
     hasEnded_ = true;
+    dismiss();
+}
+
+void QtAlerts::dismiss() {
     takeDown();
     sheets_.clear();
 }

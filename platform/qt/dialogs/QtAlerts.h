@@ -17,7 +17,8 @@ class Bundle;
 class Explanations;
 class MainQueue;
 
-/// Message boxes as sheets on the main window. Needs a QApplication.
+/// Message boxes as sheets on the main window, whose content rests meanwhile. Its close button and
+/// its menu do not: Quit is possible at any time. Needs a QApplication.
 class QtAlerts final : public Alerts {
   public:
     /// All outlive this object.
@@ -32,6 +33,8 @@ class QtAlerts final : public Alerts {
     /// when there is no such alert.
     bool answer(AlertKind kind, int response);
 
+    /// Takes every sheet down unanswered: what they asked is over.
+    void dismiss();
     /// Takes every sheet down unanswered and shows none any more: the application ends.
     void end();
 
@@ -48,6 +51,7 @@ class QtAlerts final : public Alerts {
     QMessageBox* makeBox(const Alert& alert);
     void finish(int response);
     void takeDown();
+    void setContentEnabled(bool enabled);
 
     MainQueue& mainQueue_;
     const Explanations& explanations_;

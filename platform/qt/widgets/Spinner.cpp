@@ -11,6 +11,8 @@ namespace zelvo::platform {
 namespace {
 
 constexpr int Dots = 8;
+// Each step takes a conversation with the display.
+constexpr int SlowerInBackground = 4;
 
 }  // namespace
 
@@ -42,10 +44,14 @@ bool Spinner::canBeSeen() const {
     return isVisible() && !window()->isMinimized() && handle && handle->isExposed();
 }
 
+int Spinner::interval() const {
+    return isActiveWindow() ? stepInterval_ : stepInterval_ * SlowerInBackground;
+}
+
 void Spinner::startOrStop() {
     bool turns = spinning_ && canBeSeen();
     if (turns && !timer_.isActive())
-        timer_.start(stepInterval_, Qt::CoarseTimer, this);
+        timer_.start(interval(), Qt::CoarseTimer, this);
     else if (!turns)
         timer_.stop();
 }
@@ -79,6 +85,8 @@ void Spinner::changeEvent(QEvent* event) {
     QWidget::changeEvent(event);
     if (event->type() == QEvent::PaletteChange || event->type() == QEvent::EnabledChange)
         steps_.clear();
+    if (event->type() == QEvent::ActivationChange && timer_.isActive())
+        timer_.start(interval(), Qt::CoarseTimer, this);
 }
 
 void Spinner::paintEvent(QPaintEvent*) {

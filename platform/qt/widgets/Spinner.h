@@ -7,9 +7,9 @@
 
 namespace zelvo::platform {
 
-/// A ring of dots that turns in steps, slowly enough to cost next to nothing, and only while it can
-/// be seen. Hidden, but keeping its place, while it does not turn. Lies on the palette's base
-/// colour.
+/// A ring of dots that turns in steps, slowly enough to cost next to nothing, only while it can be
+/// seen, and four times slower while nobody works with its window. Hidden, but keeping its place,
+/// while it does not turn. Lies on the palette's base colour.
 class Spinner final : public QWidget {
     Q_OBJECT
     Q_PROPERTY(bool spinning READ isSpinning WRITE setSpinning)
@@ -34,6 +34,7 @@ class Spinner final : public QWidget {
   private:
     QPixmap drawStep(int step) const;
     bool canBeSeen() const;
+    int interval() const;
     void startOrStop();
 
     QBasicTimer timer_;
