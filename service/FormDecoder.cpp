@@ -4,7 +4,7 @@
 #include <optional>
 #include <utility>
 
-#include "service/Utf8.h"
+#include "platform/linux/base/TextEncoding.h"
 
 namespace zelvo::service {
 namespace {
@@ -36,7 +36,7 @@ std::optional<std::string> unescape(std::string_view raw) {
         text.push_back(static_cast<char>(*high << 4 | *low));
         at += 2;
     }
-    if (text.find('\0') != std::string::npos || !isUtf8(text))
+    if (text.find('\0') != std::string::npos || !platform::isUtf8(text))
         return std::nullopt;
     return text;
 }
