@@ -20,6 +20,7 @@ zelvo_pkg(MINIUPNPC miniupnpc)
 zelvo_pkg(QRENCODE libqrencode)
 zelvo_pkg(XKBCOMMON xkbcommon)
 zelvo_pkg(HTTPLIB cpp-httplib)
+zelvo_pkg(JSON nlohmann_json)
 zelvo_pkg(XCB xcb)
 zelvo_pkg(XCB_XKB xcb-xkb)
 
