@@ -17,6 +17,8 @@ class Explanations {
     virtual Observable<std::string>& screenSharing() = 0;
     /// What is known of the router: a second one above it, no answer, a protocol switched off.
     virtual Observable<std::string>& router() = 0;
+    /// Why the next start will have another link, such as a full disk.
+    virtual Observable<std::string>& keptLink() = 0;
 };
 
 }  // namespace zelvo::platform

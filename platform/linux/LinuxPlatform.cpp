@@ -2,6 +2,7 @@
 
 #include <csignal>
 
+#include "platform/Observable.h"
 #include "platform/linux/InstalledBundle.h"
 #include "platform/linux/LinuxExplanations.h"
 #include "platform/linux/base/Environment.h"
@@ -54,7 +55,8 @@ struct LinuxPlatform::Services {
     InetAddressParser addresses;
 
     PlistReader propertyLists{environment.systemRoot};
-    FileUserDefaults userDefaults{ownFolder(environment.configHome), log};
+    FileUserDefaults userDefaults{ownFolder(environment.configHome), log,
+                                  [this](bool kept) { explainKeptLink(kept); }};
     InstalledBundle bundle{{.executableFolder = "",
                             .languages = environment.languages,
                             .dataHome = environment.dataHome},
@@ -74,7 +76,8 @@ struct LinuxPlatform::Services {
                                    {.asked = [this] { screenSharing.update(); },
                                     .listens = [this](pid_t server) { serverEnd.watch(server); }}};
     RouterExplanation router{bundle, log};
-    LinuxExplanations explanations{screenSharing.text(), router.text()};
+    Observable<std::string> keptLink;
+    LinuxExplanations explanations{screenSharing.text(), router.text(), keptLink};
 
     CurlUrlSession urlSession{
         mainQueue,
@@ -88,6 +91,14 @@ struct LinuxPlatform::Services {
          .heard = [this](const auto& reply) { router.mappingReplied(reply); }}};
 
     SystemAuthorization authorization{log, {.asSelf = environment.authorizesItself}};
+
+    // The link is the one string that the application stores.
+    void explainKeptLink(bool kept) {
+        keptLink.set(kept ? ""
+                          : bundle.localizedString(
+                                "Your link works, but it could not be kept on this computer, "
+                                "so the next start makes a new one. Is the disk full?"));
+    }
 };
 
 LinuxPlatform::LinuxPlatform(MainQueue& mainQueue) {

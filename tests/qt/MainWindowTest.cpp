@@ -72,6 +72,10 @@ TEST_F(MainWindowTest, ShowsEveryStatusOnTheRoadOfALink) {
     explanations.routing.set("A second router.");
     EXPECT_EQ(property("statusTitle", "text"), "Your link may not work");
     EXPECT_EQ(property("statusExplanation", "text"), "A second router.");
+    explanations.routing.set("");
+    explanations.kept.set("Not kept.");
+    EXPECT_EQ(property("statusTitle", "text"), "Your link is ready");
+    EXPECT_EQ(property("statusExplanation", "text"), "Not kept.");
 
     connectViewer(true);
     EXPECT_EQ(property("statusTitle", "text"), "Somebody is connected");
@@ -84,6 +88,17 @@ TEST_F(MainWindowTest, ShowsEveryStatusOnTheRoadOfALink) {
     connectViewer(false);
     EXPECT_FALSE(shown("disconnectButton"));
     EXPECT_TRUE(shown("linkText"));
+}
+
+TEST_F(MainWindowTest, AnOddLinkIsShownEscapedAndCopiedAsItIs) {
+    const std::string odd = "\x1B\n\"" + std::string(600'000, 'x');
+    const auto size = window.size();
+    answerWith(odd);
+    launchToLink();
+    EXPECT_EQ(property("linkText", "text"), "zelvo://%1B%0A\"" + std::string(1009, 'x') + "…");
+    EXPECT_EQ(window.size(), size);
+    controller.copyLink();
+    EXPECT_EQ(QApplication::clipboard()->text().toStdString(), "zelvo://" + odd);
 }
 
 TEST_F(MainWindowTest, TheShareButtonActsOnThePressAndOnTheKeyboard) {

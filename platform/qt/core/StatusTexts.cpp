@@ -60,7 +60,7 @@ StatusTexts localized(const Texts& keys, const Bundle& bundle) {
 
 StatusTexts statusTexts(MainWindowModel& model, Explanations& explanations, const Bundle& bundle) {
     auto reason = reasonFor(model, explanations);
-    auto texts = localized(keysOf(model, !reason.empty()), bundle);
+    auto texts = localized(keysOf(model, !explanations.router().value().empty()), bundle);
     if (!reason.empty())
         texts.explanation = std::move(reason);
     return texts;
@@ -77,7 +77,11 @@ std::string reasonFor(MainWindowModel& model, Explanations& explanations) {
     auto status = model.zelvoStatusProperty().value();
     if (model.isQuitting().value() || status > 6)
         return {};
-    return status <= 1 ? explanations.screenSharing().value() : explanations.router().value();
+    if (status <= 1)
+        return explanations.screenSharing().value();
+    if (const auto& router = explanations.router().value(); !router.empty() || status < 5)
+        return router;
+    return explanations.keptLink().value();
 }
 
 }  // namespace zelvo::platform
