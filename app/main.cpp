@@ -64,13 +64,24 @@ Subscription watchTheServer(LinuxPlatform& system, QtMainLoop& loop, AppDelegate
     return system.enableToolWorks().subscribe([&loop](bool works) { loop.hurry(works); });
 }
 
-/// None, after saying so, while another Zelvo of this user runs.
+/// None, after saying so, while another Zelvo of this user runs or may run.
 std::optional<SingleInstance> onlyInstance() {
-    auto stateHome = Environment::ofProcess().stateHome;
-    SingleInstance instance(stateHome.empty() ? stateHome : stateHome + "/zelvo");
-    if (instance.isFirst())
-        return instance;
-    std::fputs("zelvo: Zelvo is running already.\n", stderr);
+    auto environment = Environment::ofProcess();
+    const auto& stateHome = environment.stateHome;
+    SingleInstance instance(stateHome.empty() ? stateHome : stateHome + "/zelvo",
+                            environment.runtimeFolder);
+    switch (instance.outcome()) {
+        case SingleInstance::Outcome::First:
+            return instance;
+        case SingleInstance::Outcome::Second:
+            std::fputs("zelvo: Zelvo is running already.\n", stderr);
+            break;
+        case SingleInstance::Outcome::Unsure:
+            std::fprintf(stderr,
+                         "zelvo: Zelvo cannot make sure that it runs only once: neither \"%s\" nor "
+                         "\"%s\" can be written.\n",
+                         stateHome.c_str(), environment.runtimeFolder.c_str());
+    }
     return std::nullopt;
 }
 

@@ -17,6 +17,8 @@ class Explanations {
     virtual const Observable<std::string>& screenSharing() const = 0;
     /// What is known of the router: a second one above it, no answer, a protocol switched off.
     virtual const Observable<std::string>& router() const = 0;
+    /// Why the next start will have another link, such as a full disk.
+    virtual const Observable<std::string>& keptLink() const = 0;
 };
 
 }  // namespace zelvo::platform

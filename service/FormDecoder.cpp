@@ -4,7 +4,8 @@
 #include <optional>
 #include <utility>
 
-#include "service/Utf8.h"
+#include "platform/linux/base/TextEncoding.h"
+#include "service/SharingFields.h"
 
 namespace zelvo::service {
 namespace {
@@ -36,7 +37,7 @@ std::optional<std::string> unescape(std::string_view raw) {
         text.push_back(static_cast<char>(*high << 4 | *low));
         at += 2;
     }
-    if (text.find('\0') != std::string::npos || !isUtf8(text))
+    if (text.find('\0') != std::string::npos || !platform::isUtf8(text))
         return std::nullopt;
     return text;
 }
@@ -53,6 +54,8 @@ FormDecoder::Result FormDecoder::decode(std::string_view body) const {
         if (raw == values.end())
             return {StatusCode::MissingField, name, {}};
         auto text = unescape(raw->second);
+        if (name == KeptLinkName && (!text || text->size() > LongestValue))
+            text = "";
         if (!text)
             return {StatusCode::MalformedField, name, {}};
         if (text->size() > LongestValue)
@@ -76,9 +79,21 @@ FormDecoder::Result FormDecoder::split(std::string_view body, RawValues& values)
         auto end = std::min(body.find('&', begin), body.size());
         auto segment = body.substr(begin, end - begin);
         if (auto name = nameOf(segment); !name.empty()) {
-            auto [field, isNew] = values.emplace(name, segment.substr(name.size() + 1));
-            if (!isNew)
-                return {StatusCode::DuplicateField, name, {}};
+            auto value = segment.substr(name.size() + 1);
+            auto [field, isNew] = values.emplace(name, value);
+            if (!isNew) {
+                auto kept = values.find(KeptLinkName);
+                if (kept == values.end())
+                    return {StatusCode::DuplicateField, name, {}};
+                // One of the two is part of the kept link: this one where the client's own came
+                // before the link, else the one before.
+                if (field->second.data() > kept->second.data()) {
+                    field->second = value;
+                } else {
+                    field = kept;
+                    kept->second = {kept->second.data(), body.data() + end};
+                }
+            }
             current = &field->second;
         } else if (current) {
             *current = {current->data(), body.data() + end};

@@ -17,6 +17,9 @@ using Fields = std::map<std::string, std::string, std::less<>>;
 /// URL is percent-escaped as UTF-8, but "&", "=" and "+" stand in a value as they are. So "+" is a
 /// plus, only the first "=" splits, and what follows an "&" begins a field only where it is one of
 /// the endpoint's names followed by "="; everything else belongs to the value before it.
+///
+/// A kept link is another service's word and may hold anything, also what looks like other fields.
+/// One that cannot be read becomes empty, and what it seems to say of other fields stays in it.
 class FormDecoder {
   public:
     /// Longest decoded value, in bytes.

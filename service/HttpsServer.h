@@ -23,7 +23,9 @@ class HttpsServer : private httplib::Server {
         std::size_t workers = 64;                         ///< connections served side by side
         std::size_t queue = 256;                          ///< connections that wait for a worker
         std::chrono::milliseconds connectionTime{30000};  ///< handshake to end of reply
-        std::size_t bodyLength = 1024 * 1024;             ///< bytes
+        /// Bytes. A client may have kept a link as long as its replies may be, 1 MiB, and escapes
+        /// each byte of it.
+        std::size_t bodyLength = 4 * 1024 * 1024;
     };
 
     HttpsServer(const TlsContext& tls, SharingEndpoints& endpoints, Limits limits);

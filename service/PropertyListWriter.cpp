@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "service/Utf8.h"
+#include "platform/linux/base/TextEncoding.h"
 
 namespace zelvo::service {
 namespace {
@@ -12,10 +12,6 @@ constexpr std::string_view Prolog =
     "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
     "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
     "<plist version=\"1.0\">\n<dict>\n";
-
-bool xmlCarries(char32_t c) {
-    return c >= 0x20 ? c != 0xFFFE && c != 0xFFFF : c == '\t' || c == '\n' || c == '\r';
-}
 
 void appendCharacter(std::string& xml, char32_t value, std::string_view bytes) {
     switch (value) {
@@ -32,14 +28,14 @@ void appendCharacter(std::string& xml, char32_t value, std::string_view bytes) {
             xml += "&#13;";  // as itself it would be read as a line feed
             break;
         default:
-            if (xmlCarries(value))
+            if (platform::isXmlCharacter(value))
                 xml += bytes;
     }
 }
 
 void appendText(std::string& xml, std::string_view text) {
     while (!text.empty()) {
-        auto character = firstCodePoint(text);
+        auto character = platform::firstCodePoint(text);
         auto length = character ? character->length : 1;
         if (character)
             appendCharacter(xml, character->value, text.substr(0, length));

@@ -10,9 +10,13 @@ inline constexpr std::array<std::string_view, 9> FactNames = {
     "ComputerName", "LocalHostname",      "vncPort",       "IPAddress", "Port",
     "MacAddress",   "LastKeyboardLocale", "MappedService", "HotKeys"};
 
+/// What a host kept from an earlier launch. It may be any text, and whatever it is the host needs a
+/// link: one that cannot be ours counts as none.
+inline constexpr std::string_view KeptLinkName = "permanentSharedLink";
+
 inline constexpr std::array<std::string_view, 10> CreateNames = {
     "ComputerName", "LocalHostname",      "vncPort",       "IPAddress", "Port",
-    "MacAddress",   "LastKeyboardLocale", "MappedService", "HotKeys",   "permanentSharedLink"};
+    "MacAddress",   "LastKeyboardLocale", "MappedService", "HotKeys",   KeptLinkName};
 
 inline constexpr std::array<std::string_view, 11> UpdateNames = {
     "ComputerName",      "LocalHostname",      "vncPort",       "IPAddress", "Port",

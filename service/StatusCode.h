@@ -13,7 +13,7 @@ enum class StatusCode : int {
     StoreUnavailable = 6,  ///< The database could not be read or written; nothing has changed.
     MethodNotAllowed = 7,  ///< Not a POST.
     UnknownPath = 8,       ///< No endpoint of this name.
-    BodyTooLong = 9,       ///< The body has more than 1 MiB.
+    BodyTooLong = 9,       ///< The body has more than 4 MiB.
     NotAForm = 10,         ///< The body is not declared as application/x-www-form-urlencoded.
     BadRequest = 11,       ///< Not a readable HTTP request, or its body broke off.
     InternalError = 12,    ///< The service itself failed.

@@ -26,7 +26,7 @@ using std::chrono::steady_clock;
 
 /// What a client may go on sending after its reply, and for how long, before it is cut off.
 constexpr milliseconds LingerTime{1000};
-constexpr std::size_t LingerBytes = 4 * 1024 * 1024;
+constexpr std::size_t LingerBytes = 8 * 1024 * 1024;
 
 }  // namespace
 

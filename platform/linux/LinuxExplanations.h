@@ -10,15 +10,18 @@ namespace zelvo::platform {
 class LinuxExplanations : public Explanations {
   public:
     LinuxExplanations(const Observable<std::string>& screenSharing,
-                      const Observable<std::string>& router)
-        : screenSharing_(screenSharing), router_(router) {}
+                      const Observable<std::string>& router,
+                      const Observable<std::string>& keptLink)
+        : screenSharing_(screenSharing), router_(router), keptLink_(keptLink) {}
 
     const Observable<std::string>& screenSharing() const override { return screenSharing_; }
     const Observable<std::string>& router() const override { return router_; }
+    const Observable<std::string>& keptLink() const override { return keptLink_; }
 
   private:
     const Observable<std::string>& screenSharing_;
     const Observable<std::string>& router_;
+    const Observable<std::string>& keptLink_;
 };
 
 }  // namespace zelvo::platform

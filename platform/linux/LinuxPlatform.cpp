@@ -2,6 +2,7 @@
 
 #include <csignal>
 
+#include "platform/Observable.h"
 #include "platform/linux/InstalledBundle.h"
 #include "platform/linux/LinuxExplanations.h"
 #include "platform/linux/base/Environment.h"
@@ -56,7 +57,8 @@ struct LinuxPlatform::Services {
     InetAddressParser addresses;
 
     PlistReader propertyLists{environment.systemRoot};
-    FileUserDefaults userDefaults{ownFolder(environment.configHome), log};
+    FileUserDefaults userDefaults{ownFolder(environment.configHome), log,
+                                  [this](bool kept) { explainKeptLink(kept); }};
     InstalledBundle bundle{{.executableFolder = "",
                             .languages = environment.languages,
                             .dataHome = environment.dataHome},
@@ -80,7 +82,8 @@ struct LinuxPlatform::Services {
                                             screenSharing.serverListens();
                                         }}};
     RouterExplanation router{bundle, log};
-    LinuxExplanations explanations{screenSharing.text(), router.text()};
+    Observable<std::string> keptLink;
+    LinuxExplanations explanations{screenSharing.text(), router.text(), keptLink};
 
     CurlUrlSession urlSession{
         mainQueue,
@@ -98,6 +101,14 @@ struct LinuxPlatform::Services {
                   if (tool == enableTool)
                       screenSharing.toolStarted();
               }}};
+
+    // The link is the one string that the application stores.
+    void explainKeptLink(bool kept) {
+        keptLink.set(kept ? ""
+                          : bundle.localizedString(
+                                "Your link works, but it could not be kept on this computer, "
+                                "so the next start makes a new one. Is the disk full?"));
+    }
 };
 
 LinuxPlatform::LinuxPlatform(MainQueue& mainQueue) {

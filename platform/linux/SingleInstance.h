@@ -1,39 +1,33 @@
 #pragma once
 
-#include <fcntl.h>
-#include <sys/file.h>
-
-#include <cerrno>
-#include <filesystem>
 #include <string>
-#include <system_error>
+#include <vector>
 
 #include "platform/linux/base/FileDescriptor.h"
 
 namespace zelvo::platform {
 
-/// One Zelvo for each user: two would share the kept link, and the first to quit would take it back
-/// under the other. Holds a lock that ends with the process, however it ends.
+/// One Zelvo for each user: two would share the kept link and the mappings' journal, and the first
+/// to quit would take both back under the other. Holds locks that end with the process, however it
+/// ends.
 class SingleInstance {
   public:
-    /// `stateFolder` is made where it is missing; empty for a user without one.
-    explicit SingleInstance(const std::string& stateFolder) {
-        if (stateFolder.empty())
-            return;
-        std::error_code failed;
-        std::filesystem::create_directories(stateFolder, failed);
-        auto path = stateFolder + "/running";
-        lock_.reset(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-        // A folder that cannot be written keeps nobody from being helped.
-        first_ = !lock_ || ::flock(lock_.get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
-    }
+    enum class Outcome {
+        First,
+        Second,  ///< another process of this user holds a lock
+        Unsure,  ///< no lock can be had, so that nobody knows
+    };
 
-    /// False while another process of this user holds the lock.
-    bool isFirst() const { return first_; }
+    /// `stateFolder` is made where it is missing. `runtimeFolder` is the user's for this login; it
+    /// holds a lock of its own for each state folder, which may be one that cannot be written.
+    /// Either is empty for a user without one.
+    SingleInstance(const std::string& stateFolder, const std::string& runtimeFolder);
+
+    Outcome outcome() const { return outcome_; }
 
   private:
-    FileDescriptor lock_;
-    bool first_ = true;
+    std::vector<FileDescriptor> locks_;
+    Outcome outcome_ = Outcome::Unsure;
 };
 
 }  // namespace zelvo::platform

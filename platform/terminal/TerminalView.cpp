@@ -10,6 +10,7 @@
 #include "platform/Explanations.h"
 #include "platform/MainWindowModel.h"
 #include "platform/qt/content/QrCode.h"
+#include "platform/qt/content/ShownText.h"
 #include "platform/qt/content/StatusTexts.h"
 #include "platform/terminal/Terminal.h"
 
@@ -48,6 +49,7 @@ TerminalView::TerminalView(Terminal& terminal, MainWindowModel& model,
     }));
     subscriptions_.push_back(explanations.screenSharing().subscribe([this](auto&) { explain(); }));
     subscriptions_.push_back(explanations.router().subscribe([this](auto&) { explain(); }));
+    subscriptions_.push_back(explanations.keptLink().subscribe([this](auto&) { explain(); }));
     terminal_.console.listen([this](char key) { takeKey(key); }, [this] { inputEnded(); });
     if (terminal_.console.outputIsTerminal())
         terminal_.console.line(bundle_.localizedString(
@@ -71,7 +73,7 @@ void TerminalView::takeKey(char key) {
             break;
         case 'c':
             if (!shownLink_.empty()) {
-                terminal_.console.line("Link: " + shownLink_);
+                terminal_.console.line("Link: " + shownText(shownLink_).toStdString());
                 showQrCode();
             }
             break;

@@ -1,6 +1,7 @@
 #include "platform/linux/base/Environment.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 using zelvo::platform::Environment;
 
@@ -36,6 +37,7 @@ TEST(Environment, FindsTheUsersFolders) {
     EXPECT_EQ(plain.dataHome, "/home/ann/.local/share");
     auto own = with({{"HOME", "/home/ann"}, {"XDG_CONFIG_HOME", "/c"}, {"XDG_DATA_HOME", "rel"}});
     EXPECT_EQ(own.configHome, "/c");
+    EXPECT_EQ(own.runtimeFolder, "/run/user/" + std::to_string(::getuid()));
     EXPECT_EQ(own.dataHome, "/home/ann/.local/share") << "a relative path does not count";
     EXPECT_TRUE(with({}).home.starts_with('/')) << "from the user database";
 

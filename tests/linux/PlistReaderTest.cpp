@@ -1,8 +1,9 @@
 #include "platform/linux/property_lists/PlistReader.h"
 
 #include <gtest/gtest.h>
-#include <plist/plist.h>
 #include <sys/stat.h>
+
+#include <QByteArray>
 
 #include "tests/support/Mutations.h"
 #include "tests/support/TemporaryFolder.h"
@@ -20,18 +21,6 @@ std::string xml(const std::string& value) {
            "PLIST 1.0//EN\" \"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n<plist "
            "version=\"1.0\">\n" +
            value + "\n</plist>\n";
-}
-
-std::string binary(const std::string& xmlText) {
-    plist_t node = nullptr;
-    plist_from_xml(xmlText.data(), static_cast<std::uint32_t>(xmlText.size()), &node);
-    char* data = nullptr;
-    std::uint32_t length = 0;
-    plist_to_bin(node, &data, &length);
-    std::string result(data, length);
-    plist_to_bin_free(data);
-    plist_free(node);
-    return result;
 }
 
 /// A binary property list of objects given as bytes, the first one the root.
@@ -83,6 +72,15 @@ const std::string sample = xml(
     "<key>data</key><data>aGk=</data><!-- note --><key>list</key><array><dict/><string/></array>"
     "</dict>");
 
+/// The same, written by another program.
+const std::string binarySample =
+    QByteArray::fromBase64(
+        "YnBsaXN0MDDaAQIDBAUGBwgJCgsMDQ4PEhMUFRZUZGF0YVRkYXRlU2ZhclVsYXJnZVRsaXN0Um5vVm51bWJlclRy"
+        "ZWFsVHRleHRiAOkgrEJoaTNBxchYOoAAADNCLWPDfwAAABQAAAAAAAAAAP//////////ohAR0FAIE//////////W"
+        "I0AEAAAAAAAAaQBhACAAJgAgAOkAIAA8AGIAPgkIHSInKzE2OUBFSk9SW2R1eHl6e4SNoAAAAAAAAAEBAAAAAAAA"
+        "ABcAAAAAAAAAAAAAAAAAAACh")
+        .toStdString();
+
 const Dictionary sampleValue{
     {"text", "a & \u00e9 <b>"},
     {"number", -42},
@@ -110,12 +108,27 @@ std::string nestedXml(int depth) {
 
 TEST(PlistReader, ReadsAllThreeForms) {
     EXPECT_EQ(parsed(sample), PropertyList(sampleValue));
-    EXPECT_EQ(parsed(binary(sample)), PropertyList(sampleValue));
+    EXPECT_EQ(parsed(binarySample), PropertyList(sampleValue));
     EXPECT_EQ(parsed("{ StatusCode = 0; }"), PropertyList(Dictionary{{"StatusCode", "0"}}));
     EXPECT_EQ(parsed("<68 69>"), PropertyList(sampleValue.at("data")));
     EXPECT_EQ(parsed("\xEF\xBB\xBF<plist><string>x</string></plist>"), PropertyList("x"));
-    EXPECT_EQ(parsed("<dict><key>bare</key><integer>0x1f</integer></dict>"),
-              PropertyList(Dictionary{{"bare", 31}}));
+    EXPECT_EQ(parsed("<!-- <a --><dict><key>a</key><true/></dict>"),
+              PropertyList(Dictionary{{"a", true}}));
+}
+
+TEST(PlistReader, ReadsNumbersInEveryNotation) {
+    const std::pair<const char*, PropertyList> integers[] = {
+        {"08", 8},
+        {"-010", -10},
+        {" +0x1F\n", 31},
+        {"-0x10", -16},
+        {"9223372036854775807", std::numeric_limits<std::int64_t>::max()},
+        {"-9223372036854775808", std::numeric_limits<std::int64_t>::min()},
+        {"9223372036854775808", 9223372036854775808.0}};
+    for (const auto& [text, value] : integers)
+        EXPECT_EQ(parsed(xml("<integer>" + std::string(text) + "</integer>")), value) << text;
+    for (const auto& [text, value] : {std::pair("+1e3", 1000.0), {"-.5", -0.5}, {"007", 7.0}})
+        EXPECT_EQ(parsed(xml("<real>" + std::string(text) + "</real>")), PropertyList(value));
 }
 
 TEST(PlistReader, RefusesWhatIsNoPropertyList) {
@@ -126,11 +139,14 @@ TEST(PlistReader, RefusesWhatIsNoPropertyList) {
         expectCorrupt(text);
     const std::pair<std::string, std::vector<const char*>> wrongInside[] = {
         {"dict", {"<string>a</string>", "<key>a</key>", "<key>a</key><key>b</key><true/>"}},
-        {"integer", {"abc", "", "18446744073709551616", "-9223372036854775809"}},
-        {"real", {"one"}},
-        {"date", {"2024-13-01T00:00:00Z", "soon"}},
+        {"integer",
+         {"abc", "", "18446744073709551616", "-9223372036854775809", "--1", "+-1", "0x", "8.0",
+          "1 2"}},
+        {"real", {"one", "", "+-1", "1e999"}},
+        {"date", {"2024-13-01T00:00:00Z", "2023-02-29T00:00:00Z", "soon"}},
         {"data", {"a!", "abcde"}},
-        {"string", {"&foo;", "&#0;", "a<b/>", "\xC3("}},
+        {"true", {"1"}},
+        {"string", {"&foo;", "&#0;", "a<b/>", "\xC3(", "\x1B"}},
         {"array", {"text", "</dict>"}},
         {"key", {"a"}}};
     for (const auto& [element, contents] : wrongInside)
@@ -139,6 +155,12 @@ TEST(PlistReader, RefusesWhatIsNoPropertyList) {
     expectCorrupt(xml("<string>a</string><string>b</string>"));
     expectCorrupt(xml("<string a=\"<\">x</string>"));
     expectCorrupt(xml("<true/>") + "junk");
+
+    // Each attribute of a tag is compared with every other.
+    std::string attributes;
+    for (int number = 0; number < 100'000; ++number)
+        attributes += " a" + std::to_string(number) + "=''";
+    expectCorrupt("<plist a='>'" + attributes + "><true/></plist>");
 
     parsed(nestedXml(64));
     expectCorrupt(nestedXml(65));
@@ -164,7 +186,19 @@ TEST(PlistReader, RefusesHostileBinaries) {
     expectCorrupt(binaryOf({"\x33\x7F\xEF\xFF\xFF\xFF\xFF\xFF\xFF"s}));      // a date without year
     expectCorrupt(binaryOf({"\x51\xFF"s}));  // a string that is not UTF-8
 
-    expectCorrupt(binaryOf({"\xD1\x01\x02"s, "\x52x\0"s, "\x51x"s}));  // NUL in a key
+    expectCorrupt(binaryOf({"\x61\xD8\x3D"s}));  // half a character in UTF-16
+
+    // Nothing that a string of XML could not hold is lost.
+    EXPECT_EQ(parsed(binaryOf({"\xD1\x01\x02"s, "\x52x\0"s, "\x62\xFF\xFE\0\x1B"s})),
+              PropertyList(Dictionary{{"x\0"s, "\uFFFE\x1B"}}));
+    std::vector<std::string> chain;
+    for (char level = 1; level <= 64; ++level)
+        chain.push_back("\xA1"s + level);
+    auto deepest = chain;
+    deepest.push_back("\x09");
+    parsed(binaryOf(deepest));
+    chain.insert(chain.end(), {"\xA1\x41"s, "\x09"s});
+    expectCorrupt(binaryOf(chain));
 
     // Each level holds the next one many times: few bytes that stand for 15^20 values.
     std::vector<std::string> levels;
@@ -183,7 +217,7 @@ TEST(PlistReader, SurvivesCutAndChangedBytes) {
         EXPECT_NE(result.value.has_value(), result.error.has_value());
     };
     mutate(sample, 3000, call);
-    mutate(binary(sample), 10000, call);
+    mutate(binarySample, 10000, call);
 }
 
 TEST(PlistReader, ReadsFilesBelowTheSystemRoot) {
@@ -206,14 +240,15 @@ TEST(PlistReader, ReadsFilesBelowTheSystemRoot) {
     EXPECT_FALSE(reader.dictionaryWithContentsOfFile("/Library/fifo.plist"));
     EXPECT_FALSE(reader.dictionaryWithContentsOfFile("/Library"));
 
-    // Every change is seen, though of one size each and in quick succession.
-    for (int round = 0; round < 9; ++round) {
-        root.write("Library/n.plist", xml("<dict><key>n</key><integer>" + std::to_string(round) +
+    // Every change is seen, also of what is kept.
+    PlistReader keen(root.path(), std::chrono::nanoseconds(-1));
+    for (int number : {7, 42, 123}) {
+        root.write("Library/n.plist", xml("<dict><key>n</key><integer>" + std::to_string(number) +
                                           "</integer></dict>"));
         for (int reading = 0; reading < 2; ++reading)
-            EXPECT_EQ(reader.dictionaryWithContentsOfFile("/Library/n.plist"),
-                      Dictionary({{"n", round}}));
+            EXPECT_EQ(keen.dictionaryWithContentsOfFile("/Library/n.plist"),
+                      Dictionary({{"n", number}}));
     }
     std::filesystem::remove(root / "Library/n.plist");
-    EXPECT_FALSE(reader.dictionaryWithContentsOfFile("/Library/n.plist"));
+    EXPECT_FALSE(keen.dictionaryWithContentsOfFile("/Library/n.plist"));
 }

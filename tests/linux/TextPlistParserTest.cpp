@@ -1,4 +1,4 @@
-#include "platform/linux/property_lists/TextPlistParser.h"
+#include "platform/linux/property_lists/PlistParsing.h"
 
 #include <gtest/gtest.h>
 
@@ -14,13 +14,13 @@ using Dictionary = PropertyList::Dictionary;
 using Array = PropertyList::Array;
 
 PropertyList parsed(std::string_view text) {
-    auto result = TextPlistParser::parse(bytes(text));
+    auto result = parsePlist(bytes(text));
     EXPECT_TRUE(result.value) << text << ": " << result.error;
     return result.value.value_or(PropertyList("(none)"));
 }
 
 std::string refused(std::string_view text) {
-    auto result = TextPlistParser::parse(bytes(text));
+    auto result = parsePlist(bytes(text));
     EXPECT_FALSE(result.value) << text;
     EXPECT_NE(result.error, "") << text;
     return result.error;
@@ -72,7 +72,7 @@ TEST(TextPlistParser, RefusesWhatIsNoPropertyList) {
     for (const auto* foreign :
          {"{\"a\": 1}", "[1]", "}", "\xC3(", "\xFF\xFE\x41", "<html>x</html>"})
         refused(foreign);
-    EXPECT_EQ(refused("{\n\na = 1\n}"), "; expected in line 4");
+    EXPECT_EQ(refused("{\n\na = 1\n}"), "text form: ; expected in line 4");
 
     auto nested = [](int depth) {
         const auto size = static_cast<std::size_t>(depth);
@@ -87,7 +87,7 @@ TEST(TextPlistParser, RefusesWhatIsNoPropertyList) {
 
 TEST(TextPlistParser, SurvivesCutAndChangedText) {
     zelvo::test::mutate(sample, 5000, [](const std::string& text) {
-        auto result = TextPlistParser::parse(bytes(text));
+        auto result = parsePlist(bytes(text));
         EXPECT_NE(result.value.has_value(), !result.error.empty()) << text;
     });
 }

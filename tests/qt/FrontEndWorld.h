@@ -19,8 +19,10 @@ namespace zelvo::test {
 struct GivenExplanations final : platform::Explanations {
     const platform::Observable<std::string>& screenSharing() const override { return sharing; }
     const platform::Observable<std::string>& router() const override { return routing; }
+    const platform::Observable<std::string>& keptLink() const override { return kept; }
     platform::Observable<std::string> sharing;
     platform::Observable<std::string> routing;
+    platform::Observable<std::string> kept;
 };
 
 /// Runs the jobs that wait.
@@ -38,13 +40,16 @@ struct FrontEndWorld {
     template <typename Make>
     FrontEndWorld(platform::Bundle* texts, const std::string& link, Make make)
         : bundle(texts ? *texts : fake.bundle), frontEnd(make(*this)) {
-        fake.peer.answer("create.php", fake.propertyLists.encode(PropertyList::Dictionary{
-                                           {"StatusCode", 0}, {"link", link}}));
+        answerWith(link);
         fake.peer.answer("get.php", fake.propertyLists.encode(PropertyList::Dictionary{}));
         fake.peer.answer("update.php", fake.propertyLists.encode(PropertyList::Dictionary{}));
         fake.router.grantAll("203.0.113.7");
     }
 
+    void answerWith(const std::string& link) {
+        fake.peer.answer("create.php", fake.propertyLists.encode(PropertyList::Dictionary{
+                                           {"StatusCode", 0}, {"link", link}}));
+    }
     void launch() { controller.applicationDidFinishLaunching(); }
     void launchToLink() {
         fake.screenSharing(true);

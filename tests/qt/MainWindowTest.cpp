@@ -51,7 +51,12 @@ TEST_F(MainWindowTest, ShowsTheModelAndWhatTheSystemKnows) {
             {"linkText", "text", "zelvo://AbC-d_1"}});
     EXPECT_EQ(window.focusWidget(), find("shareButton"));
     explanations.routing.set("A second router.");
-    expect({{"statusTitle", "text", "Your link may not work"}});
+    expect({{"statusTitle", "text", "Your link may not work"},
+            {"statusExplanation", "text", "A second router."}});
+    explanations.routing.set("");
+    explanations.kept.set("Not kept.");
+    expect({{"statusTitle", "text", "Your link is ready"},
+            {"statusExplanation", "text", "Not kept."}});
 
     connectViewer(true);
     expect({{"statusTitle", "text", "Somebody is connected"},
@@ -61,6 +66,17 @@ TEST_F(MainWindowTest, ShowsTheModelAndWhatTheSystemKnows) {
     EXPECT_EQ(fake.authorization.tools, std::vector<std::string>{"disconnect-screen-sharing.tool"});
     connectViewer(false);
     expect({{"disconnectButton", "visible", "false"}});
+}
+
+TEST_F(MainWindowTest, AnOddLinkIsShownEscapedAndCopiedAsItIs) {
+    const std::string odd = "\x1B\n\"" + std::string(600'000, 'x');
+    const auto size = window.size();
+    answerWith(odd);
+    launchToLink();
+    EXPECT_EQ(property("linkText", "text"), "zelvo://%1B%0A\"" + std::string(1009, 'x') + "…");
+    EXPECT_EQ(window.size(), size);
+    controller.copyLink();
+    EXPECT_EQ(QApplication::clipboard()->text().toStdString(), "zelvo://" + odd);
 }
 
 TEST_F(MainWindowTest, TheShareButtonActsOnThePressAndOnTheKeyboard) {

@@ -120,7 +120,21 @@ TEST_F(TerminalTest, SaysWhyAStageDoesNotComeOn) {
     explanations.sharing.set("No server here.");
     explanations.sharing.set("No server here.");
     explanations.routing.set("No router.");
+    explanations.kept.set("Not kept.");
     EXPECT_EQ(output.read(), "Port mapping: Applying Port Mapping...\nNo server here.\n");
+    explanations.routing.set("");
+    launchToLink();
+    EXPECT_NE(output.read().find("Not kept.\n"), std::string::npos);
+}
+
+TEST_F(TerminalTest, PrintsAnOddLinkEscaped) {
+    const std::string link = "a\x1B[31m\nb\u202E\u00e9" + std::string(3000, 'x');
+    answerWith(link);
+    launchToLink();
+    type("c");
+    const auto line = "Link: zelvo://a%1B[31m%0Ab%E2%80%AE\u00e9" + std::string(3000, 'x') + "\n";
+    const auto printed = output.read();
+    EXPECT_TRUE(printed.ends_with(line + line)) << printed;
 }
 
 TEST_F(TerminalTest, KeepsASessionOnNoAndEndsItOnTheSecondSignal) {

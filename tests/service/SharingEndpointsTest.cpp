@@ -1,6 +1,7 @@
 #include "service/SharingEndpoints.h"
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include "service/JsonObject.h"
 #include "service/PropertyListWriter.h"
@@ -68,6 +69,46 @@ TEST_F(SharingEndpointsTest, ALinkLivesFromCreateToDelete) {
     EXPECT_EQ(answer("get.php", "link=" + other)["ComputerName"], Reply::mapped_type("Other"));
 }
 
+TEST_F(SharingEndpointsTest, AnswersEveryKeptLinkWithOneThatWorks) {
+    for (const auto& kept :
+         std::vector<std::string>{"unknown", "%1B%5B31m%0A", "%00", "%FF", "%", "a&Port=1&b",
+                                  "a&vncPort=1&b&vncPort=", "a&permanentSharedLink=b",
+                                  "&HotKeys=", std::string(600'000, 'x')}) {
+        auto form = facts("A") + "&permanentSharedLink=" + kept;
+        // The order of the fields is the client's.
+        auto port = form.find("&vncPort=5900");
+        form = form.erase(port, 13) + "&vncPort=5900";
+        auto reply = answer("create.php", form);
+        ASSERT_TRUE(reply.contains("link")) << kept.substr(0, 40);
+        auto told = answer("get.php", "link=" + std::get<std::string>(reply["link"]));
+        EXPECT_EQ(told["Port"], Reply::mapped_type("12345")) << kept.substr(0, 40);
+        EXPECT_EQ(told["vncPort"], Reply::mapped_type("5900")) << kept.substr(0, 40);
+    }
+}
+
+TEST_F(SharingEndpointsTest, SaysThatTheStoreFailed) {
+    auto link = create("A");
+    auto intrude = [&](const char* sql) {
+        sqlite3* database = nullptr;
+        sqlite3_open((folder / "links.db").c_str(), &database);
+        EXPECT_EQ(sqlite3_exec(database, sql, nullptr, nullptr, nullptr), SQLITE_OK) << sql;
+        sqlite3_close(database);
+    };
+    // The kept link must not be given up for a new one, which the helper has not got.
+    intrude("CREATE TRIGGER t BEFORE UPDATE ON links BEGIN SELECT RAISE(ABORT, 'no'); END");
+    const auto failed = refusal(StatusCode::StoreUnavailable);
+    EXPECT_EQ(answer("create.php", facts("B") + "&permanentSharedLink=" + link), failed);
+    intrude("DROP TRIGGER t; ALTER TABLE links RENAME TO gone");
+    for (const auto& [endpoint, body] : std::map<std::string, std::string>{
+             {"create.php", facts("B") + "&permanentSharedLink="},
+             {"update.php", facts("B") + "&sharedLink=" + link + "&availabilityStatus=0"},
+             {"get.php", "link=" + link},
+             {"delete.php", "link=" + link}})
+        EXPECT_EQ(answer(endpoint, body), failed) << endpoint;
+    intrude("ALTER TABLE gone RENAME TO links");
+    EXPECT_EQ(create("B", link), link);
+}
+
 TEST_F(SharingEndpointsTest, RefusesValuesThatTheFieldCannotHave) {
     auto good = std::string("&").append(facts("A")).append("&permanentSharedLink=");
     auto with = [&](const std::string& field, const std::string& value) {
@@ -119,15 +160,12 @@ TEST(JsonObject, IsOneWholeObject) {
     auto nested = [](int depth) {
         return "{\"a\":" + std::string(depth, '[') + std::string(depth, ']') + "}";
     };
-    for (std::string good : {"{}", R"( { "a" : [ -1.5e+3 , 0 , true , null , "\u00e9\n" ] } )",
-                             R"({"a":{"b":[]},"c":""})"})
+    for (std::string good : {"{}", R"( { "a" : [ -1.5e+3 , 0 , true , null , "\u00e9\n" ] } )"})
         EXPECT_TRUE(isJsonObject(good)) << good;
-    for (std::string bad : {"", "{", "}", "{}{}", "[{}]", R"({"a"})", R"({"a":})", R"({"a":1,})",
-                            R"({a:1})", R"({"a":01})", R"({"a":1.})", R"({"a":-})", R"({"a":"\x"})",
-                            R"({"a":"\u12g4"})", "{\"a\":\"\n\"}", R"({"a":"})", R"({"a":[1})"})
+    for (std::string bad : {"", "{", "{}{}", "[{}]", "1", "null", R"({"a":1,})", "\xEF\xBB\xBF{}"})
         EXPECT_FALSE(isJsonObject(bad)) << bad;
     EXPECT_TRUE(isJsonObject(nested(63)));
-    EXPECT_FALSE(isJsonObject(nested(100000)));
+    EXPECT_FALSE(isJsonObject(nested(64)));
 }
 
 }  // namespace

@@ -125,6 +125,7 @@ Environment Environment::from(const Lookup& lookup) {
     result.configHome = folder("XDG_CONFIG_HOME", below("/.config"));
     result.dataHome = folder("XDG_DATA_HOME", below("/.local/share"));
     result.stateHome = folder("XDG_STATE_HOME", below("/.local/state"));
+    result.runtimeFolder = folder("XDG_RUNTIME_DIR", "/run/user/" + std::to_string(::getuid()));
 
     result.desktop = value("XDG_CURRENT_DESKTOP");
     if (value("WAYLAND_DISPLAY").empty() && value("XDG_SESSION_TYPE") != "wayland")

@@ -27,6 +27,8 @@ struct Environment {
     std::string configHome;
     std::string dataHome;
     std::string stateHome;
+    /// Of this login; also where nothing in the environment names it.
+    std::string runtimeFolder;
     /// XDG_CURRENT_DESKTOP.
     std::string desktop;
     /// DISPLAY of an X session; empty in a Wayland one.

@@ -48,12 +48,16 @@ std::optional<std::string> readTextFile(const std::string& path, std::size_t lim
     return std::string(reinterpret_cast<const char*>(bytes->data()), bytes->size());
 }
 
-std::string trimmed(const std::string& text) {
+std::string_view trimmed(std::string_view text) {
     constexpr const char* blanks = " \t\r\n";
     auto first = text.find_first_not_of(blanks);
     if (first == text.npos)
         return {};
     return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+std::string trimmed(const std::string& text) {
+    return std::string(trimmed(std::string_view(text)));
 }
 
 }  // namespace zelvo::platform

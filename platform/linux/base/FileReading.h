@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace zelvo::platform {
@@ -16,6 +17,7 @@ std::optional<std::string> readTextFile(const std::string& path,
                                         std::size_t limit = std::size_t{1} << 20);
 
 /// The text without blanks at both ends.
+std::string_view trimmed(std::string_view text);
 std::string trimmed(const std::string& text);
 
 }  // namespace zelvo::platform

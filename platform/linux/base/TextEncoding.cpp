@@ -10,6 +10,8 @@ bool isSurrogate(char32_t unit) {
     return unit >= 0xD800 && unit <= 0xDFFF;
 }
 
+}  // namespace
+
 std::optional<std::string> decodeUtf16(std::span<const std::byte> bytes, bool bigEndian) {
     if (bytes.size() % 2 != 0)
         return std::nullopt;
@@ -35,8 +37,6 @@ std::optional<std::string> decodeUtf16(std::span<const std::byte> bytes, bool bi
     }
     return text;
 }
-
-}  // namespace
 
 void appendUtf8(std::string& text, char32_t codePoint) {
     if (isSurrogate(codePoint) || codePoint > 0x10FFFF)
@@ -82,6 +82,33 @@ std::size_t utf8SequenceLength(std::string_view text) {
     return length;
 }
 
+bool isUtf8(std::string_view text) {
+    while (!text.empty()) {
+        auto length = utf8SequenceLength(text);
+        if (length == 0)
+            return false;
+        text.remove_prefix(length);
+    }
+    return true;
+}
+
+std::optional<CodePoint> firstCodePoint(std::string_view text) {
+    auto length = utf8SequenceLength(text);
+    if (length == 0)
+        return std::nullopt;
+    auto lead = static_cast<unsigned char>(text[0]);
+    char32_t value = length == 1 ? lead : lead & (0x7FU >> length);
+    for (std::size_t at = 1; at < length; ++at)
+        value = value << 6 | (static_cast<unsigned char>(text[at]) & 0x3FU);
+    return CodePoint{value, length};
+}
+
+bool isXmlCharacter(char32_t codePoint) {
+    if (codePoint < 0x20)
+        return codePoint == '\t' || codePoint == '\n' || codePoint == '\r';
+    return !isSurrogate(codePoint) && codePoint != 0xFFFE && codePoint != 0xFFFF;
+}
+
 std::optional<std::string> decodeText(std::span<const std::byte> bytes) {
     auto begins = [&](std::uint8_t first, std::uint8_t second) {
         return bytes.size() >= 2 && bytes[0] == std::byte{first} && bytes[1] == std::byte{second};
@@ -94,12 +121,8 @@ std::optional<std::string> decodeText(std::span<const std::byte> bytes) {
     std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     if (text.starts_with("\xEF\xBB\xBF"))
         text.remove_prefix(3);
-    for (std::size_t at = 0; at < text.size();) {
-        auto length = utf8SequenceLength(text.substr(at));
-        if (length == 0)
-            return std::nullopt;
-        at += length;
-    }
+    if (!isUtf8(text))
+        return std::nullopt;
     return std::string(text);
 }
 

@@ -2,27 +2,27 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
+#include <QSaveFile>
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
-#include <cstdio>
-#include <cstdlib>
 #include <system_error>
 #include <utility>
 
 #include "platform/Log.h"
-#include "platform/linux/base/FileDescriptor.h"
 #include "platform/linux/base/FileReading.h"
-#include "platform/linux/base/TextEncoding.h"
-#include "platform/linux/property_lists/PlistDocument.h"
+#include "platform/linux/property_lists/PlistParsing.h"
+#include "platform/linux/property_lists/XmlPlistWriter.h"
 
 namespace zelvo::platform {
 
 namespace {
 
 constexpr int damagedLimit = 1000;
+/// Room for a string as long as a property list may be, each character escaped.
+constexpr std::size_t sizeLimit = 8 * PlistLimits::bytes;
 
 std::string reason(int error) {
     return std::error_code(error, std::generic_category()).message();
@@ -38,27 +38,13 @@ int makeFolders(const std::string& folder) {
     }
 }
 
-int writeAll(int file, std::span<const char> content) {
-    while (!content.empty()) {
-        auto written = ::write(file, content.data(), content.size());
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written < 0)
-            return errno;
-        content = content.subspan(static_cast<std::size_t>(written));
-    }
-    return 0;
-}
-
-bool isText(std::string_view text) {
-    auto bytes = std::as_bytes(std::span(text));
-    return text.find('\0') == text.npos && decodeText(bytes) == std::optional<std::string>(text);
-}
-
 }  // namespace
 
-FileUserDefaults::FileUserDefaults(std::string folder, Log& log)
-    : folder_(std::move(folder)), file_(folder_ + "/defaults.plist"), log_(log) {}
+FileUserDefaults::FileUserDefaults(std::string folder, Log& log, std::function<void(bool)> kept)
+    : folder_(std::move(folder)),
+      file_(folder_ + "/defaults.plist"),
+      log_(log),
+      kept_(std::move(kept)) {}
 
 bool FileUserDefaults::boolForKey(std::string_view key) const {
     auto found = value(key);
@@ -71,6 +57,10 @@ std::optional<std::string> FileUserDefaults::stringForKey(std::string_view key) 
         return std::nullopt;
     if (const auto* text = found->string())
         return *text;
+    if (const auto* bytes = found->data()) {
+        std::string text(reinterpret_cast<const char*>(bytes->data()), bytes->size());
+        return isXmlText(text) ? std::nullopt : std::optional(std::move(text));
+    }
     if (const auto* number = found->integer())
         return std::to_string(*number);
     if (const auto* number = found->real()) {
@@ -82,55 +72,55 @@ std::optional<std::string> FileUserDefaults::stringForKey(std::string_view key) 
 }
 
 void FileUserDefaults::setString(std::string_view key, std::string_view value) {
-    if (!isText(key) || !isText(value))
-        return complain("Defaults: not stored, as it is no UTF-8 text: " + std::string(key));
-    auto document = read();
-    if (!document)
-        return;
-    document->setString(key, value);
-    write(*document);
+    bool isKept = store(key, value);
+    if (kept_)
+        kept_(isKept);
+}
+
+bool FileUserDefaults::store(std::string_view key, std::string_view value) {
+    auto dictionary = read();
+    if (!dictionary)
+        return false;
+    dictionary->insert_or_assign(std::string(key), std::string(value));
+    return write(*dictionary);
 }
 
 void FileUserDefaults::removeObject(std::string_view key) {
-    if (!value(key))
-        return;
-    if (auto document = read()) {
-        document->removeMember(key);
-        write(*document);
-    }
+    if (auto dictionary = read(); dictionary && dictionary->erase(std::string(key)) > 0)
+        write(*dictionary);
 }
 
 std::optional<PropertyList> FileUserDefaults::value(std::string_view key) const {
-    auto document = read();
-    auto root = document ? document->toPropertyList() : std::nullopt;
-    const auto* found = root ? root->find(key) : nullptr;
-    return found ? std::optional(*found) : std::nullopt;
+    auto dictionary = read();
+    if (!dictionary)
+        return std::nullopt;
+    auto found = dictionary->find(std::string(key));
+    return found == dictionary->end() ? std::nullopt : std::optional(std::move(found->second));
 }
 
-std::optional<PlistDocument> FileUserDefaults::read() const {
+std::optional<PropertyList::Dictionary> FileUserDefaults::read() const {
     struct stat status {};
     if (folder_.empty())
-        return PlistDocument::emptyDictionary();
+        return PropertyList::Dictionary();
     if (::stat(file_.c_str(), &status) != 0) {
         if (errno == ENOENT || errno == ENOTDIR)
-            return PlistDocument::emptyDictionary();
+            return PropertyList::Dictionary();
         // There may be one all the same, which must not be written over.
         complain("Defaults: cannot read " + file_);
         return std::nullopt;
     }
-    auto bytes = readRegularFile(file_, PlistDocument::sizeLimit);
-    if (!bytes && status.st_size <= static_cast<off_t>(PlistDocument::sizeLimit)) {
+    auto bytes = readRegularFile(file_, sizeLimit);
+    if (!bytes && status.st_size <= static_cast<off_t>(sizeLimit)) {
         complain("Defaults: cannot read " + file_);
         return std::nullopt;
     }
-    auto parsed = bytes ? PlistDocument::parse(*bytes)
-                        : PlistDocument::ParseResult{std::nullopt, "larger than 1 MiB"};
-    // Not only a dictionary, but one that can be read.
-    if (parsed.document && parsed.document->isDictionary() && parsed.document->toPropertyList())
-        return std::move(parsed.document);
-    if (!setAside(parsed.document ? "no dictionary" : parsed.error))
+    auto parsed =
+        bytes ? parsePlist(*bytes, sizeLimit) : ParsedPlist{std::nullopt, "larger than 8 MiB"};
+    if (parsed.value && parsed.value->dictionary())
+        return std::move(*parsed.value->dictionary());
+    if (!setAside(parsed.value ? "no dictionary" : parsed.error))
         return std::nullopt;
-    return PlistDocument::emptyDictionary();
+    return PropertyList::Dictionary();
 }
 
 bool FileUserDefaults::setAside(const std::string& why) const {
@@ -148,38 +138,26 @@ bool FileUserDefaults::setAside(const std::string& why) const {
     return false;
 }
 
-void FileUserDefaults::write(const PlistDocument& document) {
+bool FileUserDefaults::write(const PropertyList::Dictionary& dictionary) {
+    auto refuse = [this](const std::string& why) {
+        complain("Defaults: " + why);
+        return false;
+    };
     if (folder_.empty())
-        return complain("Defaults: not stored, as there is no home folder");
-    auto xml = document.toXml();
-    if (!xml || xml->size() > PlistDocument::sizeLimit)
-        return complain("Defaults: not stored, as they would exceed 1 MiB");
+        return refuse("not stored, as there is no home folder");
+    auto xml = writeXmlPlist(dictionary);
+    if (!xml || static_cast<std::size_t>(xml->size()) > sizeLimit)
+        return refuse(xml ? "not stored, as they would exceed 8 MiB"
+                          : "not stored, as XML cannot hold one of the keys");
     if (int error = makeFolders(folder_); error != 0)
-        return complain("Defaults: cannot make " + folder_ + ": " + reason(error));
-    if (int error = replaceFile(*xml); error != 0)
-        return complain("Defaults: cannot write " + file_ + ": " + reason(error));
+        return refuse("cannot make " + folder_ + ": " + reason(error));
+    QSaveFile file(QString::fromStdString(file_));
+    bool isOpen = file.open(QIODevice::WriteOnly) &&
+                  file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    if (!isOpen || file.write(*xml) != xml->size() || !file.commit())
+        return refuse("cannot write " + file_ + ": " + file.errorString().toStdString());
     lastComplaint_.clear();
-}
-
-int FileUserDefaults::replaceFile(std::span<const char> content) const {
-    auto name = file_ + ".XXXXXX";
-    FileDescriptor file(::mkostemp(name.data(), O_CLOEXEC));
-    if (!file)
-        return errno;
-    int error = writeAll(file.get(), content);
-    // Without this a power failure may leave the new name with nothing in it.
-    if (error == 0 && ::fsync(file.get()) != 0)
-        error = errno;
-    if (error == 0 && ::rename(name.c_str(), file_.c_str()) != 0)
-        error = errno;
-    if (error != 0) {
-        ::unlink(name.c_str());
-        return error;
-    }
-    FileDescriptor folder(::open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (folder)
-        ::fsync(folder.get());
-    return 0;
+    return true;
 }
 
 void FileUserDefaults::complain(const std::string& text) const {

@@ -1,8 +1,7 @@
 #pragma once
 
-#include <cstddef>
+#include <functional>
 #include <optional>
-#include <span>
 #include <string>
 
 #include "platform/PropertyList.h"
@@ -11,17 +10,18 @@
 namespace zelvo::platform {
 
 class Log;
-class PlistDocument;
 
 /// The property list "defaults.plist" in a folder of the user's, readable by the user alone. It is
 /// read at every call and replaced as a whole, so that a reader sees the old or the new state and
-/// other keys keep their values. A file that is no property list is renamed to
-/// "defaults.plist.damaged-1" (or the next number that is free) and logged.
+/// other keys keep their values (a date its whole seconds, an integer beyond 64 signed bits the
+/// nearest real). Strings that XML cannot hold are kept as data, and read as strings again. A file
+/// that is no property list is renamed to "defaults.plist.damaged-1" (or the next number that is
+/// free) and logged.
 class FileUserDefaults : public UserDefaults {
   public:
-    /// The folder is made when something is stored first; empty where the user has none. The log
-    /// outlives this object.
-    FileUserDefaults(std::string folder, Log& log);
+    /// The folder is made when something is stored first; empty where the user has none. `kept` is
+    /// told of each string to store whether it was. The log outlives this object.
+    FileUserDefaults(std::string folder, Log& log, std::function<void(bool)> kept = {});
 
     bool boolForKey(std::string_view key) const override;
     std::optional<std::string> stringForKey(std::string_view key) const override;
@@ -30,17 +30,17 @@ class FileUserDefaults : public UserDefaults {
 
   private:
     /// None when there is a file that cannot be read and has to stay.
-    std::optional<PlistDocument> read() const;
+    std::optional<PropertyList::Dictionary> read() const;
     std::optional<PropertyList> value(std::string_view key) const;
     bool setAside(const std::string& why) const;
-    void write(const PlistDocument& document);
-    /// An errno value.
-    int replaceFile(std::span<const char> content) const;
+    bool store(std::string_view key, std::string_view value);
+    bool write(const PropertyList::Dictionary& dictionary);
     void complain(const std::string& text) const;
 
     const std::string folder_;
     const std::string file_;
     Log& log_;
+    const std::function<void(bool)> kept_;
     mutable std::string lastComplaint_;
 };
 

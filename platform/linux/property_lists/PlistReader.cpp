@@ -2,18 +2,15 @@
 
 #include <sys/stat.h>
 
-#include <chrono>
 #include <utility>
 
 #include "platform/linux/base/FileReading.h"
-#include "platform/linux/property_lists/PlistDocument.h"
+#include "platform/linux/property_lists/PlistParsing.h"
 
 namespace zelvo::platform {
 
 namespace {
 
-/// Times of files move in steps of up to 10 ms: two writes within one step leave the same identity.
-constexpr std::int64_t settledAfter = 50'000'000;
 constexpr std::size_t entryLimit = 64;
 
 std::int64_t nanoseconds(const timespec& time) {
@@ -28,7 +25,8 @@ std::int64_t nowNanoseconds() {
 
 }  // namespace
 
-PlistReader::PlistReader(std::string systemRoot) : systemRoot_(std::move(systemRoot)) {}
+PlistReader::PlistReader(std::string systemRoot, std::chrono::nanoseconds settledAfter)
+    : systemRoot_(std::move(systemRoot)), settledAfter_(settledAfter) {}
 
 std::string PlistReader::located(const std::string& path) const {
     bool isSystem = path.starts_with("/Library/") || path.starts_with("/System/");
@@ -36,12 +34,9 @@ std::string PlistReader::located(const std::string& path) const {
 }
 
 PropertyListResult PlistReader::parse(std::span<const std::byte> bytes) const {
-    auto parsed = PlistDocument::parse(bytes);
-    if (parsed.document) {
-        if (auto value = parsed.document->toPropertyList())
-            return {std::move(value), std::nullopt};
-        parsed.error = "a string that is not UTF-8";
-    }
+    auto parsed = parsePlist(bytes);
+    if (parsed.value)
+        return {std::move(parsed.value), std::nullopt};
     return {std::nullopt, Error{CocoaErrorDomain, PropertyListReadCorruptError,
                                 "Not a property list: " + parsed.error}};
 }
@@ -62,11 +57,11 @@ std::optional<PropertyList::Dictionary> PlistReader::dictionaryWithContentsOfFil
     entries_.erase(place);
 
     std::optional<PropertyList::Dictionary> dictionary;
-    if (auto bytes = readRegularFile(place, PlistDocument::sizeLimit)) {
+    if (auto bytes = readRegularFile(place, PlistLimits::bytes)) {
         if (auto result = parse(*bytes); result.value && result.value->dictionary())
             dictionary = std::move(*result.value->dictionary());
     }
-    if (nowNanoseconds() - identity.changed > settledAfter) {
+    if (nowNanoseconds() - identity.changed > settledAfter_.count()) {
         if (entries_.size() >= entryLimit)
             entries_.clear();
         entries_[place] = {identity, dictionary};

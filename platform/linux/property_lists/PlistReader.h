@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <mutex>
@@ -9,14 +10,15 @@
 
 namespace zelvo::platform {
 
-/// Property lists by libplist and TextPlistParser.
-///
 /// Dictionaries of files are kept until the file changes, as they are asked for many times a
 /// second; each question costs one look at the file's identity, size and times.
 class PlistReader : public PropertyListReader {
   public:
-    /// `systemRoot` is the folder that holds "/Library/..." and "/System/...".
-    explicit PlistReader(std::string systemRoot);
+    /// `systemRoot` is the folder that holds "/Library/..." and "/System/...". Times of files move
+    /// in steps of up to 10 ms, and two writes within one step leave the same identity: a file is
+    /// kept once its last change is older than `settledAfter`.
+    explicit PlistReader(std::string systemRoot,
+                         std::chrono::nanoseconds settledAfter = std::chrono::milliseconds(50));
 
     PropertyListResult parse(std::span<const std::byte> bytes) const override;
     std::optional<PropertyList::Dictionary> dictionaryWithContentsOfFile(
@@ -40,6 +42,7 @@ class PlistReader : public PropertyListReader {
     std::string located(const std::string& path) const;
 
     const std::string systemRoot_;
+    const std::chrono::nanoseconds settledAfter_;
     mutable std::mutex mutex_;
     mutable std::map<std::string, Entry> entries_;
 };

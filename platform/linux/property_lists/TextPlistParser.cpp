@@ -1,11 +1,10 @@
-#include "platform/linux/property_lists/TextPlistParser.h"
-
 #include <algorithm>
 #include <array>
 #include <string_view>
 #include <utility>
 
 #include "platform/linux/base/TextEncoding.h"
+#include "platform/linux/property_lists/PlistParsing.h"
 
 namespace zelvo::platform {
 
@@ -44,11 +43,14 @@ bool isBareCharacter(char c) {
            std::string_view("_$/:.-").find(c) != std::string_view::npos;
 }
 
+/// Dictionaries `{ key = value; }`, arrays `( a, b )`, data `<0a 1b>`, strings quoted with escapes
+/// or bare, comments of both kinds. A string table is the inside of a dictionary without its
+/// braces; an entry `key;` stands for `key = key;`.
 class Parser {
   public:
     explicit Parser(std::string_view text) : text_(text) {}
 
-    TextPlistParser::Result run() {
+    ParsedPlist run() {
         PropertyList root;
         if (!skipBlanks())
             return failure();
@@ -98,7 +100,7 @@ class Parser {
         }
         return false;
     }
-    TextPlistParser::Result failure() { return {std::nullopt, error_}; }
+    ParsedPlist failure() { return {std::nullopt, error_}; }
 
     bool skipBlanks() {
         for (;;) {
@@ -125,7 +127,7 @@ class Parser {
             return false;
         char first = peek();
         if (first == '{' || first == '(') {
-            if (depth >= TextPlistParser::nestingLimit)
+            if (depth >= PlistLimits::nesting)
                 return fail("nested too deep");
             ++at_;
             return first == '{' ? parseDictionary(value, depth + 1) : parseArray(value, depth + 1);
@@ -292,13 +294,8 @@ class Parser {
 
 }  // namespace
 
-TextPlistParser::Result TextPlistParser::parse(std::span<const std::byte> bytes) {
-    if (bytes.size() > sizeLimit)
-        return {std::nullopt, "larger than 1 MiB"};
-    auto text = decodeText(bytes);
-    if (!text)
-        return {std::nullopt, "neither UTF-8 nor UTF-16 text"};
-    return Parser(*text).run();
+ParsedPlist parseTextPlist(std::string_view text) {
+    return Parser(text).run();
 }
 
 }  // namespace zelvo::platform

@@ -11,6 +11,8 @@ namespace zelvo::platform {
 namespace {
 
 constexpr int QuietZone = 2;
+/// Bytes in the largest code with medium error correction.
+constexpr std::size_t LongestText = 2331;
 
 }  // namespace
 
@@ -19,9 +21,11 @@ std::optional<QrCode> makeQrCode(const std::string& text) {
     struct Free {
         void operator()(QRcode* code) const { QRcode_free(code); }
     };
-    if (text.empty())
+    if (text.empty() || text.size() > LongestText)
         return std::nullopt;
-    std::unique_ptr<QRcode, Free> encoded(QRcode_encodeString8bit(text.c_str(), 0, QR_ECLEVEL_M));
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+    std::unique_ptr<QRcode, Free> encoded(
+        QRcode_encodeData(static_cast<int>(text.size()), bytes, 0, QR_ECLEVEL_M));
     if (!encoded)
         return std::nullopt;
     QrCode code{encoded->width, {}};

@@ -1,6 +1,7 @@
 #include "platform/qt/content/RowPrinter.h"
 
 #include "platform/MainWindowModel.h"
+#include "platform/qt/content/ShownText.h"
 #include "platform/qt/core/WriteAll.h"
 
 namespace zelvo::platform {
@@ -20,7 +21,8 @@ void RowPrinter::show(Row& row, const std::string& text) {
         return;
     row.text = text;
     // A reader that has gone must not end the application.
-    if (descriptor_ >= 0 && !writeAll(descriptor_, row.label + text + "\n"))
+    if (descriptor_ >= 0 &&
+        !writeAll(descriptor_, row.label + shownText(text).toStdString() + "\n"))
         descriptor_ = -1;
 }
 

@@ -10,7 +10,8 @@ namespace zelvo::platform {
 class MainWindowModel;
 
 /// Writes the rows as plain lines, one for each change of a text: "Port mapping: TEXT",
-/// "Connection: TEXT" and, for each new link that is ready, "Link: zelvo://...". Main thread only.
+/// "Connection: TEXT" and, for each new link that is ready, "Link: zelvo://...". What a terminal
+/// would not show is escaped (shownText). Main thread only.
 class RowPrinter {
   public:
     /// The descriptor stays the caller's. A write that fails ends the writing.

@@ -65,7 +65,7 @@ StatusTexts localized(const Texts& keys, const Bundle& bundle) {
 StatusTexts statusTexts(const MainWindowModel& model, const Explanations& explanations,
                         const Bundle& bundle) {
     auto reason = reasonFor(model, explanations);
-    auto texts = localized(keysOf(model, !reason.empty()), bundle);
+    auto texts = localized(keysOf(model, !explanations.router().value().empty()), bundle);
     if (!reason.empty())
         texts.explanation = std::move(reason);
     return texts;
@@ -83,8 +83,12 @@ std::string reasonFor(const MainWindowModel& model, const Explanations& explanat
     auto status = model.zelvoStatusProperty().value();
     if (model.isQuitting().value() || status > ZelvoStatusWaitingForConnection)
         return {};
-    return status < ZelvoStatusServiceEnabled ? explanations.screenSharing().value()
-                                              : explanations.router().value();
+    if (status < ZelvoStatusServiceEnabled)
+        return explanations.screenSharing().value();
+    if (const auto& router = explanations.router().value();
+        !router.empty() || status < ZelvoStatusMappingSucceeded)
+        return router;
+    return explanations.keptLink().value();
 }
 
 }  // namespace zelvo::platform

@@ -8,6 +8,7 @@
 
 #include "platform/qt/content/Localized.h"
 #include "platform/qt/content/QrCode.h"
+#include "platform/qt/content/ShownText.h"
 #include "platform/qt/dialogs/Dialogs.h"
 
 namespace zelvo::platform {
@@ -59,7 +60,9 @@ void showQrCodeDialog(QWidget* window, const std::string& link) {
     auto* view = new CodeView(std::move(*code), dialog);
     view->setObjectName("qrCode");
     view->setAccessibleName(localized("QR code of your link"));
-    auto* text = new QLabel(QString::fromStdString(link), dialog);
+    auto* text = new QLabel(dialog);
+    // A label as wide as a long link would be wider than the screen.
+    text->setText(text->fontMetrics().elidedText(shownLine(link), Qt::ElideMiddle, 2 * Side));
     text->setTextFormat(Qt::PlainText);
     text->setAlignment(Qt::AlignCenter);
     text->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);

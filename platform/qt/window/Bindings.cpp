@@ -8,6 +8,7 @@
 #include "platform/Bundle.h"
 #include "platform/Explanations.h"
 #include "platform/MainWindowModel.h"
+#include "platform/qt/content/ShownText.h"
 #include "platform/qt/content/StatusTexts.h"
 #include "platform/qt/widgets/StatusLabel.h"
 
@@ -68,6 +69,7 @@ Value of(std::string StatusTexts::*part) {
         list.push_back(source.model.isQuitting().subscribe(show));
         list.push_back(source.explanations.screenSharing().subscribe(show));
         list.push_back(source.explanations.router().subscribe(show));
+        list.push_back(source.explanations.keptLink().subscribe(show));
         return list;
     };
 }
@@ -75,8 +77,7 @@ Value of(std::string StatusTexts::*part) {
 Value linkOnceReady() {
     return [](const Source& source, Write write) {
         auto show = [write = std::move(write), &model = source.model](const auto&) {
-            write(model.readyToShare().value() ? QString::fromStdString(model.sharedLink().value())
-                                               : QString());
+            write(model.readyToShare().value() ? shownLine(model.sharedLink().value()) : QString());
         };
         auto list = only(source.model.sharedLink().bind(show));
         list.push_back(source.model.readyToShare().subscribe(show));

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/linux/base/FileReading.h"
+
 namespace zelvo::platform {
 
 namespace {
@@ -25,17 +27,6 @@ bool isNamed(std::string_view name, std::string_view upperCase) {
                       [](char c, char expected) {
                           return (c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c) == expected;
                       });
-}
-
-std::string_view trimmed(std::string_view text) {
-    const auto isBlank = [](char c) { return c == ' ' || c == '\t'; };
-    while (!text.empty() && isBlank(text.front())) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && isBlank(text.back())) {
-        text.remove_suffix(1);
-    }
-    return text;
 }
 
 }  // namespace

@@ -1,0 +1,61 @@
+#include "platform/qt/content/ShownText.h"
+
+#include <limits>
+
+namespace zelvo::platform {
+
+namespace {
+
+constexpr qsizetype longestLine = 1024;
+
+bool isSeen(char32_t character) {
+    switch (QChar::category(character)) {
+        case QChar::Other_Control:
+        case QChar::Other_Format:
+        case QChar::Other_Surrogate:
+        case QChar::Other_PrivateUse:
+        case QChar::Other_NotAssigned:
+        case QChar::Separator_Line:
+        case QChar::Separator_Paragraph:
+            return false;
+        case QChar::Separator_Space:
+            return character == U' ';
+        default:
+            return true;
+    }
+}
+
+QString escaped(const QString& text, qsizetype limit) {
+    QString shown;
+    for (qsizetype at = 0; at < text.size();) {
+        if (shown.size() >= limit)
+            return shown + u'…';
+        bool isPair =
+            at + 1 < text.size() && text[at].isHighSurrogate() && text[at + 1].isLowSurrogate();
+        auto length = isPair ? 2 : 1;
+        auto character =
+            isPair ? QChar::surrogateToUcs4(text[at], text[at + 1]) : char32_t{text[at].unicode()};
+        auto part = QStringView(text).mid(at, length);
+        if (isSeen(character)) {
+            shown += part;
+        } else {
+            for (auto byte : part.toUtf8())
+                shown += QString("%%1").arg(static_cast<uchar>(byte), 2, 16, QChar('0')).toUpper();
+        }
+        at += length;
+    }
+    return shown;
+}
+
+}  // namespace
+
+QString shownText(const std::string& text) {
+    return escaped(QString::fromStdString(text), std::numeric_limits<qsizetype>::max());
+}
+
+QString shownLine(const std::string& text) {
+    // No character takes more than four bytes.
+    return escaped(QString::fromStdString(text.substr(0, 4 * longestLine + 4)), longestLine);
+}
+
+}  // namespace zelvo::platform
