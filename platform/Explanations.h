@@ -17,6 +17,9 @@ class Explanations {
     virtual Observable<std::string>& screenSharing() = 0;
     /// What is known of the router: a second one above it, no answer, a protocol switched off.
     virtual Observable<std::string>& router() = 0;
+    /// The same where it has come about since the link was made, which is worth saying while a
+    /// viewer is connected, too. Changes with `router`.
+    virtual std::string routerNews() const = 0;
 };
 
 }  // namespace zelvo::platform

@@ -3,21 +3,23 @@
 #include <string>
 
 #include "platform/Explanations.h"
+#include "platform/linux/nat/RouterExplanation.h"
 
 namespace zelvo::platform {
 
 /// What Linux can say about the stages. Main thread only.
 class LinuxExplanations : public Explanations {
   public:
-    LinuxExplanations(Observable<std::string>& screenSharing, Observable<std::string>& router)
+    LinuxExplanations(Observable<std::string>& screenSharing, RouterExplanation& router)
         : screenSharing_(screenSharing), router_(router) {}
 
     Observable<std::string>& screenSharing() override { return screenSharing_; }
-    Observable<std::string>& router() override { return router_; }
+    Observable<std::string>& router() override { return router_.text(); }
+    std::string routerNews() const override { return router_.news(); }
 
   private:
     Observable<std::string>& screenSharing_;
-    Observable<std::string>& router_;
+    RouterExplanation& router_;
 };
 
 }  // namespace zelvo::platform

@@ -74,7 +74,7 @@ struct LinuxPlatform::Services {
                                    {.asked = [this] { screenSharing.update(); },
                                     .listens = [this](pid_t server) { serverEnd.watch(server); }}};
     RouterExplanation router{bundle, log};
-    LinuxExplanations explanations{screenSharing.text(), router.text()};
+    LinuxExplanations explanations{screenSharing.text(), router};
 
     CurlUrlSession urlSession{
         mainQueue,

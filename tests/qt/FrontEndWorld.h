@@ -15,6 +15,8 @@ namespace zelvo::test {
 struct GivenExplanations final : platform::Explanations {
     platform::Observable<std::string>& screenSharing() override { return sharing; }
     platform::Observable<std::string>& router() override { return routing; }
+    std::string routerNews() const override { return news; }
+    std::string news;
     platform::Observable<std::string> sharing;
     platform::Observable<std::string> routing;
 };

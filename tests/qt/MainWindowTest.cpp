@@ -75,6 +75,11 @@ TEST_F(MainWindowTest, ShowsEveryStatusOnTheRoadOfALink) {
 
     connectViewer(true);
     EXPECT_EQ(property("statusTitle", "text"), "Somebody is connected");
+    EXPECT_EQ(property("statusExplanation", "text").substr(0, 5), "Press")
+        << "not what a viewer disproves";
+    explanations.news = "It leads nowhere now.";
+    explanations.routing.set(explanations.news);
+    EXPECT_EQ(property("statusExplanation", "text"), "It leads nowhere now.");
     EXPECT_EQ(property("connectionText", "text"), "Connection established.");
     EXPECT_EQ(property("connectionIcon", "image"), "NSStatusAvailable");
     EXPECT_FALSE(spins("connectionSpinner"));

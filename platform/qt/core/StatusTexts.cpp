@@ -75,8 +75,11 @@ std::vector<StatusTexts> allStatusTexts(const Bundle& bundle) {
 
 std::string reasonFor(MainWindowModel& model, Explanations& explanations) {
     auto status = model.zelvoStatusProperty().value();
-    if (model.isQuitting().value() || status > 6)
+    if (model.isQuitting().value())
         return {};
+    // A viewer who is there disproves most doubts about the way in.
+    if (status > 6)
+        return explanations.routerNews();
     return status <= 1 ? explanations.screenSharing().value() : explanations.router().value();
 }
 

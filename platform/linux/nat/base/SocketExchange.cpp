@@ -17,14 +17,16 @@ sockaddr_in socketAddress(const Ipv4Endpoint& endpoint) {
     return address;
 }
 
-SocketExchange::SocketExchange(PollLoop& loop, const Ipv4Endpoint& server, std::string request,
-                               Done done)
+SocketExchange::SocketExchange(PollLoop& loop, const Ipv4Endpoint& server,
+                               std::uint32_t localAddress, std::string request, Done done)
     : request_(std::move(request)),
       done_(std::move(done)),
       socket_(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
+    const sockaddr_in local = socketAddress({localAddress, 0});
     const sockaddr_in address = socketAddress(server);
-    if (connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 &&
-        errno != EINPROGRESS) {
+    if (bind(socket_.get(), reinterpret_cast<const sockaddr*>(&local), sizeof local) != 0 ||
+        (connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 &&
+         errno != EINPROGRESS)) {
         // Something that is ready at once, so that the failure comes from the loop as well.
         socket_ = FileDescriptor(eventfd(1, EFD_NONBLOCK | EFD_CLOEXEC));
     }
