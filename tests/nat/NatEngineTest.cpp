@@ -80,6 +80,9 @@ class NatEngineTest : public testing::Test {
                 response.result = PcpResult::NotAuthorized;
             }
             note("pcp", request.lifetime, request.map.externalPort);
+            if (request.lifetime == 0 && ignoresWithdrawals) {
+                return;
+            }
             if (response.result == PcpResult::Success) {
                 response.map.externalPort =
                     change(request.lifetime, request.map.externalPort, request.map.nonce);
@@ -140,6 +143,7 @@ class NatEngineTest : public testing::Test {
     TemporaryFolder folder;
     NatEngine::Options options;
     std::set<std::uint32_t> cut;
+    bool ignoresWithdrawals = false;
     bool pcp = true;
     bool natPmp = true;
     PcpResult pcpResult = PcpResult::Success;
@@ -167,12 +171,12 @@ TEST_F(NatEngineTest, FirstToAnswerMapsAndNobodyElseAsks) {
     EXPECT_EQ(takeAsked(), (Asked{"pcp maps 23456"}));
 
     // The next one waits until the withdrawal is over, which would take the new mapping with it.
-    cut = {Cable};
+    ignoresWithdrawals = true;
     engine->close(1);
     open(2);
     run(900ms);
-    EXPECT_TRUE(asked.empty());
-    cut.clear();
+    EXPECT_EQ(takeAsked(), (Asked{"pcp withdraws", "pcp withdraws"}));
+    ignoresWithdrawals = false;
     run(2s);
     EXPECT_EQ(takeAsked(), (Asked{"pcp maps 23456"}));
     engine->close(2);
