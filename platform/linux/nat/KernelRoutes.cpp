@@ -9,7 +9,7 @@
 #include <limits>
 
 #include "platform/linux/base/FileDescriptor.h"
-#include "platform/linux/nat/base/SocketExchange.h"
+#include "platform/linux/nat/base/LocalBinding.h"
 
 namespace zelvo::platform {
 

@@ -44,12 +44,11 @@ bool Leftovers::advance(NatTime now) {
         const std::string protocol(mapping->protocol());
         if (mapping->withdrawn()) {
             journal_.remove(id);
-            log_.line("Port mapping: " + protocol +
-                      " has withdrawn what an earlier run left for port " + port);
+            log_.line("Port mapping: " + protocol + " has withdrawn what was left for port " +
+                      port);
         } else {
             log_.line("Port mapping: " + protocol +
-                      ": the router has not confirmed the withdrawal of what an earlier run left "
-                      "for port " +
+                      ": the router has not confirmed the withdrawal of what was left for port " +
                       port);
         }
         return true;

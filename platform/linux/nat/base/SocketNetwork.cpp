@@ -8,6 +8,7 @@
 #include <cerrno>
 
 #include "platform/linux/base/FileDescriptor.h"
+#include "platform/linux/nat/base/LocalBinding.h"
 #include "platform/linux/nat/base/SocketExchange.h"
 
 namespace zelvo::platform {
@@ -116,7 +117,7 @@ std::unique_ptr<DatagramPort> SocketNetwork::connect(const Ipv4Endpoint& peer,
                                                      DatagramReceiver& receiver) {
     FileDescriptor socket = openDatagrams();
     const sockaddr_in address = socketAddress(peer);
-    if (!socket || !bindTo(socket, {localAddress, 0}) ||
+    if (!socket || !bindLocally(socket, localAddress, peer) ||
         ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         return nullptr;
     }
