@@ -19,6 +19,9 @@ class Explanations {
     virtual const Observable<std::string>& router() const = 0;
     /// Why the next start will have another link, such as a full disk.
     virtual const Observable<std::string>& keptLink() const = 0;
+    /// The same where it has come about since the link was made, which is worth saying while a
+    /// viewer is connected, too. Changes with `router`.
+    virtual std::string routerNews() const = 0;
 };
 
 }  // namespace zelvo::platform

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "platform/Explanations.h"
+#include "platform/linux/nat/RouterExplanation.h"
 
 namespace zelvo::platform {
 
@@ -10,17 +11,17 @@ namespace zelvo::platform {
 class LinuxExplanations : public Explanations {
   public:
     LinuxExplanations(const Observable<std::string>& screenSharing,
-                      const Observable<std::string>& router,
-                      const Observable<std::string>& keptLink)
+                      const RouterExplanation& router, const Observable<std::string>& keptLink)
         : screenSharing_(screenSharing), router_(router), keptLink_(keptLink) {}
 
     const Observable<std::string>& screenSharing() const override { return screenSharing_; }
-    const Observable<std::string>& router() const override { return router_; }
+    const Observable<std::string>& router() const override { return router_.text(); }
+    std::string routerNews() const override { return router_.news(); }
     const Observable<std::string>& keptLink() const override { return keptLink_; }
 
   private:
     const Observable<std::string>& screenSharing_;
-    const Observable<std::string>& router_;
+    const RouterExplanation& router_;
     const Observable<std::string>& keptLink_;
 };
 

@@ -83,7 +83,7 @@ struct LinuxPlatform::Services {
                                         }}};
     RouterExplanation router{bundle, log};
     Observable<std::string> keptLink;
-    LinuxExplanations explanations{screenSharing.text(), router.text(), keptLink};
+    LinuxExplanations explanations{screenSharing.text(), router, keptLink};
 
     CurlUrlSession urlSession{
         mainQueue,

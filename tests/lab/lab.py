@@ -14,6 +14,7 @@ sys.path.insert(0, os.path.join(HERE, "..", "support"))
 from stage import SKIPPED, Stage, service_info, wait_until  # noqa: E402
 
 HOST = "192.168.77.20"
+WIRELESS = "192.168.77.21"
 OUTSIDE = "44.128.7.1"
 SERVICE = "44.128.7.2"
 NEEDED = ("ip", "nft", "miniupnpd", "ss", "Xvfb", "x11vnc", "xdotool", "gvnccapture", "curl",
@@ -67,14 +68,10 @@ class Lab(Stage):
                               text=True).stdout
 
     def _go_far(self, delay, loss):
-        try:
-            self.namespaces("far", str(delay), str(loss))
-        except subprocess.CalledProcessError:
-            # This kernel has no netem.
-            self.namespaces("wire")
-            wire = self.start([sys.executable, os.path.join(HERE, "wire.py"), "left", "right",
-                               str(delay), str(loss)], prefix=self.within("wire"))
-            wire.wait_for(r"^Wire: ready$")
+        self.namespaces("wire")
+        wire = self.start([sys.executable, os.path.join(HERE, "wire.py"), "left", "right",
+                           str(delay), str(loss)], prefix=self.within("wire"))
+        wire.wait_for(r"^Wire: ready$")
 
     # The router
 
@@ -94,8 +91,25 @@ class Lab(Stage):
                            self.namespaces("rules"))
         return {int(port) for port in ports if ports.count(port) == 2}
 
+    def wait_until_mapped(self, *ports, host=HOST):
+        wait_until(lambda: self.mapped(host) == set(ports), 10, f"{ports} lead to {host}")
+
+    def plug(self, is_in):
+        """The host's cable, as its network manager answers to it."""
+        if is_in:
+            self.run("host", "ip", "addr", "add", f"{HOST}/24", "dev", "eth0")
+            self.run("host", "ip", "link", "set", "eth0", "up")
+            self.run("host", "ip", "route", "add", "default", "via", "192.168.77.1", "dev", "eth0")
+        else:
+            self.run("host", "ip", "addr", "flush", "dev", "eth0")
+            self.run("host", "ip", "link", "set", "eth0", "down")
+
     def table_is_empty(self):
         return not self.namespaces("rules").strip()
+
+    def journals(self):
+        """What the next start is to take back."""
+        return [name for name in os.listdir(self.path("state/zelvo")) if "port-mappings" in name]
 
     # The internet
 
@@ -147,6 +161,14 @@ class Lab(Stage):
         assert int(facts["availabilityStatus"]) == 0, facts
         wait_until(lambda: self.mapped() == {port}, 5, f"port {port} alone in the router's table")
         return link, port
+
+    def hold_connection(self, zelvo, port):
+        """A viewer who stays."""
+        viewer = self.start(["bash", "-c", f"exec 3<>/dev/tcp/{OUTSIDE}/{port} && exec sleep 60"],
+                            prefix=self.within("internet"))
+        zelvo.wait_for(r"^Connection: Connection established\.$", 10)
+        self.answer_question("y")
+        return viewer
 
     def view(self, zelvo, link):
         """A viewer comes the way that the service tells, is let in, gets the screen and leaves."""

@@ -61,9 +61,13 @@ TEST(RouterExplanation, ComparesWithTheAddressThatTheServiceSaw) {
     explanation.seenFrom("44.0.0.2");
     explanation.seenFrom("44.0.0.2");
     EXPECT_EQ(explanation.text().value().substr(0, 16), "You seem to be b");
+    EXPECT_EQ(explanation.news(), "") << "a viewer may be there all the same";
     EXPECT_EQ(fake.log.lines.size(), 1U);
     explanation.mappingReplied(mapped("44.0.0.3"));
     EXPECT_EQ(explanation.text().value().substr(0, 12), "The way to t");
+    EXPECT_EQ(explanation.news(), explanation.text().value());
+    explanation.mappingReplied(mapped("44.0.0.1"));
+    EXPECT_EQ(explanation.news() + explanation.text().value(), "") << "it leads here again";
     explanation.mappingReplied(std::nullopt);
     explanation.mappingReplied(mapped("44.0.0.3"));
     EXPECT_EQ(explanation.text().value(), "") << "nothing was seen of the new address yet";

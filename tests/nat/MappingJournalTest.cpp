@@ -46,7 +46,9 @@ TEST_F(MappingJournalTest, NextStartTakesOverWhatTheDeadHaveLeftAndNothingElse) 
     crashed->remove(crashed->add(record("NAT-PMP")));
     EXPECT_EQ(files(), 0u) << "nothing mapped, nothing kept";
     crashed->add(record("PCP"));
+    crashed->abandon(crashed->add(record("UPnP")));
     crashed->add(record("UPnP"));
+    EXPECT_EQ(crashed->records().size(), 2u) << "the same again, which nobody held";
     {
         const MappingJournal meanwhile(folder.path(), log);
         EXPECT_TRUE(meanwhile.records().empty()) << "its owner lives";

@@ -36,14 +36,14 @@ class PortControlMappingTest : public testing::Test {
         }
         epoch -= epochLeap;
         const bool tcp = asked.opcode == NatPmpOpcode::MapTcp;
-        const std::uint16_t instead = tcp ? tcpPort : udpPort;
+        const auto instead = tcp ? tcpPort : udpPort;
         const auto now = epoch + static_cast<std::uint32_t>(network.elapsed() / 1s);
         NatPmpResponse response{asked.opcode, NatPmpSuccess, now, address};
         if (asked.opcode != NatPmpOpcode::ExternalAddress) {
             response.result = asked.lifetime == 0 ? NatPmpSuccess : tcp ? tcpResult : udpResult;
             response.internalPort = asked.internalPort;
-            response.externalPort = instead && asked.lifetime ? instead : asked.externalPort;
-            response.lifetime = asked.lifetime;
+            response.externalPort = asked.lifetime ? instead.value_or(asked.externalPort) : 0;
+            response.lifetime = asked.lifetime ? lifetime.value_or(asked.lifetime) : 0;
         }
         network.answer(encode(response));
     }
@@ -54,7 +54,7 @@ class PortControlMappingTest : public testing::Test {
             return std::make_unique<NatPmpWire>(5900);
         }) {
         mapping = std::make_unique<PortControlMapping>(network, Ipv4Endpoint{0xc0a80101, 5351},
-                                                       wish, makeWire);
+                                                       0xc0a80114, wish, makeWire);
         run(10ms);
     }
     void run(milliseconds duration) {
@@ -84,10 +84,11 @@ class PortControlMappingTest : public testing::Test {
     std::uint32_t epoch = 1000;
     std::uint32_t address = External;
     /// What is granted instead of the wish.
-    std::uint16_t tcpPort = 0;
-    std::uint16_t udpPort = 0;
+    std::optional<std::uint16_t> tcpPort;
+    std::optional<std::uint16_t> udpPort;
     std::uint16_t tcpResult = NatPmpSuccess;
     std::uint16_t udpResult = NatPmpSuccess;
+    std::optional<std::uint32_t> lifetime;
     std::uint32_t epochLeap = 0;
     std::vector<Bytes> extra;
 };
@@ -214,6 +215,27 @@ TEST_F(PortControlMappingTest, RouterWhoseEpochLeapsOrThatAnnouncesWithoutEndIsA
     }
     EXPECT_GT(network.sent.size(), 3u);
     EXPECT_LT(network.sent.size(), 45u);
+}
+
+TEST_F(PortControlMappingTest, GrantIsTakenWithinReason) {
+    lifetime = 100000;
+    open();
+    map();
+    EXPECT_EQ(mapping->grant().lifetime, 3600s) << "no longer than was asked for";
+    lifetime = 6;
+    open();
+    map();
+    network.sent.clear();
+    run(60s);
+    EXPECT_EQ(mapping->phase(), Phase::Mapped);
+    EXPECT_LE(network.sent.size(), 45u) << "three packets every four seconds";
+
+    tcpPort = 0;
+    open();
+    mapping->ask();
+    run(10ms);
+    EXPECT_EQ(mapping->phase(), Phase::Over);
+    EXPECT_EQ(mapping->failure(), NatFailure::Refused);
 }
 
 TEST_F(PortControlMappingTest, ForeignLateAndDamagedPacketsChangeNothing) {

@@ -134,9 +134,12 @@ TEST_F(UpnpMappingTest, FindsTheGatewayMapsRenewsAndWithdraws) {
     run(2s);
     EXPECT_EQ(orders, (std::vector<std::string>{"AddPortMapping TCP 23456 3600",
                                                 "AddPortMapping UDP 23456 3600"}));
-    address = "203.0.113.6";
+    // Some forget their table with their address, and some write it with blanks.
+    address = " 203.0.113.6\r\n";
+    table.clear();
     run(301s);
     EXPECT_EQ(mapping->grant().externalAddress, 0xcb007106);
+    EXPECT_EQ(table.size(), 2u);
     mapping->release();
     run(10ms);
     EXPECT_TRUE(mapping->withdrawn());
@@ -268,7 +271,9 @@ TEST_F(UpnpMappingTest, GatewayThatHangsIsLeftAndLookedForAnewWhenMapped) {
     run(60s);
     EXPECT_EQ(table.size(), 2u) << "found at its new port";
     down = true;
+    searches.clear();
     run(2h);
+    EXPECT_LT(searches.size(), 400u) << "ever more seldom";
     EXPECT_EQ(mapping->phase(), Phase::Over) << "the lease has run out";
 }
 

@@ -28,8 +28,9 @@ class VirtualNetwork : public platform::NatNetwork {
     milliseconds elapsed() const { return now_ - Start; }
 
     std::unique_ptr<platform::DatagramPort> connect(const platform::Ipv4Endpoint&,
+                                                    std::uint32_t localAddress,
                                                     platform::DatagramReceiver& receiver) override {
-        return reachable ? std::make_unique<Port>(*this, receiver) : nullptr;
+        return reachable ? std::make_unique<Port>(*this, localAddress, receiver) : nullptr;
     }
     std::unique_ptr<platform::SearchPort> search(std::uint32_t,
                                                  platform::SearchReceiver& receiver) override {
@@ -37,11 +38,19 @@ class VirtualNetwork : public platform::NatNetwork {
         searchers_.push_back(searcher->receiver);
         return searcher;
     }
+    std::unique_ptr<platform::SearchPort> join(const platform::Ipv4Endpoint& group, std::uint32_t,
+                                               platform::SearchReceiver& receiver) override {
+        auto member = std::make_unique<Searcher>(*this, receiver);
+        members_[group.port] = member->receiver;
+        return member;
+    }
     std::unique_ptr<platform::HttpExchange> exchange(const platform::Ipv4Endpoint& server,
+                                                     std::uint32_t localAddress,
                                                      std::string request,
                                                      platform::HttpExchange::Done done) override {
         auto exchange = std::make_unique<Exchange>(std::move(done));
         fetching_ = exchange->done;
+        asker = localAddress;
         web(server, request);
         return exchange;
     }
@@ -67,6 +76,13 @@ class VirtualNetwork : public platform::NatNetwork {
             later(wait, searcher, [from, bytes = Bytes(text.begin(), text.end())](auto& receiver) {
                 receiver->found(from, bytes);
             });
+        }
+    }
+
+    /// A datagram for the group that listens on this port, if somebody does.
+    void announce(std::uint16_t group, std::uint32_t from, const Bytes& bytes) {
+        if (const auto member = members_[group].lock()) {
+            (*member)->found({from, 0}, bytes);
         }
     }
 
@@ -96,23 +112,28 @@ class VirtualNetwork : public platform::NatNetwork {
     std::function<void(const platform::Ipv4Endpoint& to, const std::string& text)> searched;
     std::function<void(const platform::Ipv4Endpoint& server, const std::string& request)> web;
     bool reachable = true;
+    /// The address that has asked last.
+    std::uint32_t asker = 0;
     milliseconds delay = 1ms;
     std::vector<Sent> sent;
 
   private:
     // What is shared goes with the port, and late answers with it.
     struct Port : platform::DatagramPort {
-        Port(VirtualNetwork& network, platform::DatagramReceiver& receiver)
+        Port(VirtualNetwork& network, std::uint32_t address, platform::DatagramReceiver& receiver)
             : network(network),
+              address(address),
               receiver(std::make_shared<platform::DatagramReceiver*>(&receiver)) {}
         void send(ByteView datagram) override {
             network.sent.push_back({network.elapsed(), {datagram.begin(), datagram.end()}});
             network.asking_ = receiver;
+            network.asker = address;
             network.router({datagram.begin(), datagram.end()});
         }
-        std::uint32_t localAddress() const override { return 0xc0a80114; }
+        std::uint32_t localAddress() const override { return address; }
 
         VirtualNetwork& network;
+        std::uint32_t address;
         std::shared_ptr<platform::DatagramReceiver*> receiver;
     };
     struct Searcher : platform::SearchPort {
@@ -146,6 +167,7 @@ class VirtualNetwork : public platform::NatNetwork {
     std::weak_ptr<platform::DatagramReceiver*> asking_;
     std::weak_ptr<platform::HttpExchange::Done> fetching_;
     std::vector<std::weak_ptr<platform::SearchReceiver*>> searchers_;
+    std::map<std::uint16_t, std::weak_ptr<platform::SearchReceiver*>> members_;
 };
 
 }  // namespace zelvo::test

@@ -62,6 +62,11 @@ TEST_F(MainWindowTest, ShowsTheModelAndWhatTheSystemKnows) {
     expect({{"statusTitle", "text", "Somebody is connected"},
             {"connectionIcon", "image", "NSStatusAvailable"},
             {"connectionSpinner", "spinning", "false"}});
+    EXPECT_EQ(property("statusExplanation", "text").substr(0, 5), "Press")
+        << "not what a viewer disproves";
+    explanations.news = "It leads nowhere now.";
+    explanations.routing.set(explanations.news);
+    expect({{"statusExplanation", "text", "It leads nowhere now."}});
     find<QPushButton>("disconnectButton")->click();
     EXPECT_EQ(fake.authorization.tools, std::vector<std::string>{"disconnect-screen-sharing.tool"});
     connectViewer(false);

@@ -1,11 +1,9 @@
 #include "router/NatPmpServer.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include "platform/linux/nat/codec/NatPmpCodec.h"
-#include "platform/linux/nat/codec/PcpCodec.h"
 #include "tests/support/Socket.h"
 
 namespace zelvo::test {
@@ -48,8 +46,7 @@ class NatPmpServerTest : public testing::Test {
     }
 
     EventLoop loop;
-    std::vector<std::string> lines;
-    MappingTable table{loop, Loopback, [this](const auto& line) { lines.push_back(line); }};
+    MappingTable table{loop, Loopback, [](const auto&) {}};
     Clock::time_point now = Clock::now();
     NatPmpServer natPmp{table, now};
     FileDescriptor server = openListener({Loopback, 0});
@@ -66,12 +63,8 @@ TEST_F(NatPmpServerTest, RelaysBothWaysUntilBothHaveEnded) {
     // A slow receiver stops the sender, and loses nothing.
     const std::string block(65536, 'x');
     std::size_t sent = 0;
-    for (ssize_t size = 0; sent < 2000 * block.size() && size >= 0;) {
-        size = send(viewer.get(), block.data(), block.size(), 0);
-        if (size < 0) {
-            settle();
-            size = send(viewer.get(), block.data(), 1, 0);
-        }
+    for (int round = 0; round < 2000; ++round) {
+        const ssize_t size = send(viewer.get(), block.data(), block.size(), 0);
         sent += size > 0 ? static_cast<std::size_t>(size) : 0;
         loop.turn(Clock::now());
     }
@@ -111,54 +104,6 @@ TEST_F(NatPmpServerTest, DeletionAndExpiryEndPortAndConnections) {
     EXPECT_TRUE(test::Socket().connect(external));
     table.expire(now + 60s);
     EXPECT_FALSE(test::Socket().connect(external));
-    EXPECT_EQ(table.text(now), "Mappings: 0");
-
-    const std::string way =
-        "TCP 127.0.0.1:" + std::to_string(external) + " -> 127.0.0.1:" + std::to_string(internal);
-    EXPECT_EQ(lines, (std::vector<std::string>{"Mapped " + way + " for 60 s", "Deleted " + way,
-                                               "Mapped " + way + " for 60 s",
-                                               "Renewed " + way + " for 60 s", "Expired " + way}));
-}
-
-TEST_F(NatPmpServerTest, GrantsAnotherPortForOneThatCannotBeHad) {
-    const auto udp = ask(NatPmpOpcode::MapUdp, internal, 80, 60);
-    EXPECT_GE(udp.externalPort, 1024) << "privileged";
-    const auto taken = ask(NatPmpOpcode::MapTcp, internal, internal, 60);
-    EXPECT_NE(taken.externalPort, internal) << "somebody listens there";
-    EXPECT_NE(taken.externalPort, 0);
-    EXPECT_EQ(ask(NatPmpOpcode::MapTcp, taken.externalPort, 0, 60).result, NatPmpOutOfResources)
-        << "it would forward to itself";
-    std::uint16_t port = 20000;
-    while (ask(NatPmpOpcode::MapUdp, port, 0, 60).result == NatPmpSuccess && port < 21000) {
-        ++port;
-    }
-    EXPECT_NE(table.text(now).find("Mappings: 100\n"), std::string::npos) << "the table is full";
-    EXPECT_EQ(ask(NatPmpOpcode::MapUdp, internal, 0, 60).externalPort, udp.externalPort);
-}
-
-TEST_F(NatPmpServerTest, RefusesConnectionsThatThereIsNoDescriptorFor) {
-    const auto granted = ask(NatPmpOpcode::MapTcp, internal, 0, 60);
-    const auto viewer = openConnection({Loopback, granted.externalPort});
-    rlimit before{};
-    getrlimit(RLIMIT_NOFILE, &before);
-    const rlimit none{static_cast<rlim_t>(viewer.get()) + 1, before.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &none);
-    settle();
-    setrlimit(RLIMIT_NOFILE, &before);
-    EXPECT_EQ(receive(viewer), "") << "and does not leave it waiting, which would turn the loop";
-
-    const auto second = openConnection({Loopback, granted.externalPort});
-    settle();
-    EXPECT_EQ(receive(second), "nothing");
-    EXPECT_NE(table.text(now).find("connections: 1"), std::string::npos);
-}
-
-TEST_F(NatPmpServerTest, AnswersOnlyWhatIsARequest) {
-    EXPECT_TRUE(natPmp.answer(Bytes{}, Loopback, now).empty());
-    EXPECT_TRUE(natPmp.answer(Bytes{0, 130, 0, 0}, Loopback, now).empty()) << "a response";
-    EXPECT_TRUE(natPmp.answer(Bytes{0, 1, 0, 0}, Loopback, now).empty()) << "cut";
-    EXPECT_TRUE(isVersionRefusal(natPmp.answer(Bytes(60, 2), Loopback, now), PcpVersion));
-    EXPECT_EQ(ask(NatPmpOpcode::ExternalAddress, 0, 0, 0).externalAddress, Loopback);
     EXPECT_EQ(table.text(now), "Mappings: 0");
 }
 

@@ -29,12 +29,12 @@ std::vector<std::unique_ptr<RouterMapping>> Conversations::make(
     std::vector<std::unique_ptr<RouterMapping>> made;
     if (options_.pcp) {
         made.push_back(std::make_unique<PortControlMapping>(
-            network_, server(route), wish,
+            network_, server(route), route.localAddress, wish,
             makePcp(wish.internalPort, pcpNonces(route, wish, known))));
     }
     if (options_.natPmp) {
-        made.push_back(std::make_unique<PortControlMapping>(network_, server(route), wish,
-                                                            makeNatPmp(wish.internalPort)));
+        made.push_back(std::make_unique<PortControlMapping>(
+            network_, server(route), route.localAddress, wish, makeNatPmp(wish.internalPort)));
     }
     if (speaksUpnp()) {
         const GatewayPlace place{route.router, route.localAddress, isOnNetwork()};
@@ -43,9 +43,9 @@ std::vector<std::unique_ptr<RouterMapping>> Conversations::make(
     return made;
 }
 
-std::unique_ptr<RouterMapping> Conversations::makeWithdrawal(const RouterRoute& route,
-                                                             const MappingRecord& record) const {
-    if (record.router.address != route.router) {
+std::unique_ptr<RouterMapping> Conversations::makeWithdrawal(const MappingRecord& record) const {
+    const auto route = wayTo(record);
+    if (!route) {
         return nullptr;
     }
     PortWish wish;
@@ -54,18 +54,22 @@ std::unique_ptr<RouterMapping> Conversations::makeWithdrawal(const RouterRoute& 
     wish.tcp = record.tcp;
     wish.udp = record.udp;
     if (record.protocol == "UPnP" && speaksUpnp() && !record.externalPorts.empty()) {
-        // Those mappings lead to the address that this host had then.
-        const GatewayPlace place{route.router, route.localAddress, isOnNetwork()};
+        // Many gateways take orders about an entry from the address alone that it leads to.
+        const bool asBefore = routes_.isOwnAddress(record.localAddress);
+        const GatewayPlace place{
+            route->router, asBefore ? record.localAddress : route->localAddress, isOnNetwork()};
         auto mapping = std::make_unique<UpnpMapping>(network_, place, wish);
         mapping->recover(record.localAddress, record.externalPorts);
         return mapping;
     }
-    if ((record.protocol != "PCP" || !options_.pcp) &&
-        (record.protocol != "NAT-PMP" || !options_.natPmp)) {
+    // The others know an owner by the address that it asks from.
+    if (!routes_.isOwnAddress(record.localAddress) ||
+        ((record.protocol != "PCP" || !options_.pcp) &&
+         (record.protocol != "NAT-PMP" || !options_.natPmp))) {
         return nullptr;
     }
     auto mapping = std::make_unique<PortControlMapping>(
-        network_, record.router, wish,
+        network_, record.router, record.localAddress, wish,
         record.protocol == "PCP" ? makePcp(record.internalPort, record.nonces)
                                  : makeNatPmp(record.internalPort));
     mapping->recover();
@@ -73,7 +77,17 @@ std::unique_ptr<RouterMapping> Conversations::makeWithdrawal(const RouterRoute& 
 }
 
 std::optional<RouterRoute> Conversations::readRoute() const {
-    return options_.router ? readRouteTo(options_.router->address) : readDefaultRoute();
+    return options_.router ? routes_.to(options_.router->address) : routes_.defaultRoute();
+}
+
+std::optional<RouterRoute> Conversations::wayTo(const MappingRecord& record) const {
+    const auto route = readRoute();
+    if (route && record.router.address == route->router) {
+        return route;
+    }
+    // Packets for a router's private address must not end up in the network behind another one, and
+    // where one router is named nobody else is spoken to.
+    return options_.router ? std::nullopt : routes_.toNeighbour(record.router.address);
 }
 
 /// A mapping that the router still holds obeys the nonces that made it, and stands in the way of

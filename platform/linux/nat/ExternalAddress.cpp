@@ -12,6 +12,13 @@ bool isBehindAnotherRouter(std::uint32_t address) {
            isIn(0x64400000, 10);
 }
 
+bool isNoExternalAddress(std::uint32_t address, std::uint32_t router) {
+    constexpr std::uint32_t Loopback = 127;
+    constexpr std::uint32_t FirstGroup = 224;
+    const std::uint32_t first = address >> 24;
+    return first == 0 || first >= FirstGroup || (first == Loopback && router >> 24 != Loopback);
+}
+
 std::string explainExternalAddress(std::uint32_t address) {
     if (address == 0) {
         return "the router is not connected to the internet";

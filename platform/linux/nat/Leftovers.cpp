@@ -5,17 +5,30 @@
 namespace zelvo::platform {
 
 Leftovers::Leftovers(const Conversations& conversations, MappingJournal& journal, Log& log)
-    : conversations_(conversations), journal_(journal), log_(log), waiting_(journal.records()) {}
+    : conversations_(conversations), journal_(journal), log_(log), waiting_(journal.abandoned()) {}
 
-void Leftovers::begin(const RouterRoute& route) {
-    std::erase_if(waiting_, [this, &route](const auto& entry) {
-        auto mapping = conversations_.makeWithdrawal(route, entry.second);
+void Leftovers::begin() {
+    std::erase_if(waiting_, [this](int id) {
+        const auto record = journal_.records().find(id);
+        if (record == journal_.records().end()) {
+            return true;
+        }
+        auto mapping = conversations_.makeWithdrawal(record->second);
         if (!mapping) {
             return false;
         }
-        leaving_[entry.first] = std::move(mapping);
+        leaving_[id] = std::move(mapping);
         return true;
     });
+}
+
+void Leftovers::beginAll() {
+    for (const int id : journal_.abandoned()) {
+        if (!leaving_.contains(id)) {
+            waiting_.insert(id);
+        }
+    }
+    begin();
 }
 
 bool Leftovers::advance(NatTime now) {
@@ -31,12 +44,11 @@ bool Leftovers::advance(NatTime now) {
         const std::string protocol(mapping->protocol());
         if (mapping->withdrawn()) {
             journal_.remove(id);
-            log_.line("Port mapping: " + protocol +
-                      " has withdrawn what an earlier run left for port " + port);
+            log_.line("Port mapping: " + protocol + " has withdrawn what was left for port " +
+                      port);
         } else {
             log_.line("Port mapping: " + protocol +
-                      ": the router has not confirmed the withdrawal of what an earlier run left "
-                      "for port " +
+                      ": the router has not confirmed the withdrawal of what was left for port " +
                       port);
         }
         return true;

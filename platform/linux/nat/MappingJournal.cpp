@@ -63,12 +63,17 @@ MappingJournal::MappingJournal(const std::string& folder, Log& log) : folder_(fo
 
 int MappingJournal::add(MappingRecord record) {
     record.writtenAt = secondsNow();
+    // A cable that comes and goes leaves the same behind again and again.
+    std::erase_if(abandoned_, [this, &record](int id) {
+        return record.covers(records_.at(id)) && records_.erase(id) > 0;
+    });
     records_[nextId_] = std::move(record);
     write();
     return nextId_++;
 }
 
 void MappingJournal::remove(int id) {
+    abandoned_.erase(id);
     if (records_.erase(id) > 0) {
         write();
     }
@@ -111,6 +116,7 @@ FileDescriptor MappingJournal::takeOverFile(const std::string& path) {
     for (std::string line; std::getline(lines, line) && records_.size() < MostRecords;) {
         const auto record = MappingRecord::parse(line);
         if (record && record->writtenAt > oldest) {
+            abandoned_.insert(nextId_);
             records_[nextId_++] = *record;
         }
     }

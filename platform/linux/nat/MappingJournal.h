@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <string>
 
 #include "platform/Log.h"
@@ -20,8 +21,13 @@ class MappingJournal {
     /// Is on disk when this returns, unless the disk refuses, which is logged.
     int add(MappingRecord record);
     void remove(int id);
+    /// Nobody holds it any more, and it may be there still.
+    void abandon(int id) { abandoned_.insert(id); }
 
-    /// Everything that is recorded; right after the construction, what others have left.
+    /// Right after the construction, all that others have left.
+    const std::set<int>& abandoned() const { return abandoned_; }
+
+    /// Everything that is recorded.
     const std::map<int, MappingRecord>& records() const { return records_; }
 
   private:
@@ -38,6 +44,7 @@ class MappingJournal {
     std::string path_;
     FileDescriptor file_;
     std::map<int, MappingRecord> records_;
+    std::set<int> abandoned_;
     int nextId_ = 0;
 };
 

@@ -13,15 +13,12 @@ constexpr auto RestartPause = 1s;
 
 }  // namespace
 
-NatEngine::NatEngine(PollLoop& loop, Log& log, const Options& options)
-    : loop_(loop),
+NatEngine::NatEngine(NatNetwork& network, const Routes& routes, Log& log, const Options& options)
+    : network_(network),
       log_(log),
-      network_(loop),
-      conversations_(network_, options.conversations),
+      conversations_(network, routes, options.conversations),
       journal_(options.stateFolder, log),
-      leftovers_(conversations_, journal_, log),
-      monitor_(loop, [this] { routesChanged(); }),
-      sleepWatch_(loop, [this] { checkAll(); }) {
+      leftovers_(conversations_, journal_, log) {
     takeRoute(conversations_.readRoute());
 }
 
@@ -44,6 +41,11 @@ void NatEngine::closeAll() {
     while (!pairs_.empty()) {
         close(pairs_.begin()->first);
     }
+    leftovers_.beginAll();
+}
+
+bool NatEngine::isIdle() const {
+    return pairs_.empty() && closing_.empty() && waiting_.empty() && leftovers_.isIdle();
 }
 
 void NatEngine::advance() {
@@ -82,7 +84,7 @@ void NatEngine::takeRoute(const std::optional<RouterRoute>& route) {
     route_ = route;
     announcements_.reset();
     if (route_) {
-        leftovers_.begin(*route_);
+        leftovers_.begin();
     }
 }
 
@@ -92,7 +94,7 @@ void NatEngine::listen() {
         announcements_.reset();
     } else if (!announcements_ && route_ && conversations_.isOnNetwork()) {
         announcements_ = std::make_unique<RouterAnnouncements>(
-            loop_, route_->router, route_->localAddress,
+            network_, route_->router, route_->localAddress,
             [this](ByteView datagram) {
                 for (const auto& [id, pair] : pairs_) {
                     pair->announced(datagram);

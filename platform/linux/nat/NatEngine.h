@@ -9,11 +9,7 @@
 #include "platform/Log.h"
 #include "platform/linux/nat/Leftovers.h"
 #include "platform/linux/nat/PortPairMapping.h"
-#include "platform/linux/nat/RouteMonitor.h"
 #include "platform/linux/nat/RouterAnnouncements.h"
-#include "platform/linux/nat/SleepWatch.h"
-#include "platform/linux/nat/base/PollLoop.h"
-#include "platform/linux/nat/base/SocketNetwork.h"
 
 namespace zelvo::platform {
 
@@ -26,17 +22,24 @@ class NatEngine {
         std::string stateFolder;
     };
 
-    NatEngine(PollLoop& loop, Log& log, const Options& options);
+    /// All outlive this object.
+    NatEngine(NatNetwork& network, const Routes& routes, Log& log, const Options& options);
 
     void open(int id, const PortWish& wish, PortPairMapping::Reply reply);
     void close(int id);
+    /// The end: withdraws whatever may still be mapped, on other routers, too. Nothing is opened
+    /// any more.
     void closeAll();
 
+    /// To be called when the kernel's routes, this host's addresses or its links have changed.
+    void routesChanged();
+    /// To be called when the router may have forgotten meanwhile, as after a sleep.
+    void checkAll();
     /// Does what is due. To be called after each turn of the loop.
     void advance();
     NatTime nextWake() const;
-    /// No request is open or being withdrawn.
-    bool isIdle() const { return pairs_.empty() && closing_.empty() && waiting_.empty(); }
+    /// Nothing is open or being withdrawn.
+    bool isIdle() const;
 
   private:
     struct Waiting {
@@ -48,19 +51,14 @@ class NatEngine {
 
     void takeRoute(const std::optional<RouterRoute>& route);
     void listen();
-    void routesChanged();
-    void checkAll();
     void startWaiting();
     bool mustWait(const PortWish& wish) const;
 
-    PollLoop& loop_;
+    NatNetwork& network_;
     Log& log_;
-    SocketNetwork network_;
     Conversations conversations_;
     MappingJournal journal_;
     Leftovers leftovers_;
-    RouteMonitor monitor_;
-    SleepWatch sleepWatch_;
     std::optional<RouterRoute> route_;
     bool routeLost_ = false;
     std::unique_ptr<RouterAnnouncements> announcements_;

@@ -5,6 +5,11 @@
 
 #include <system_error>
 
+#include "platform/linux/nat/KernelRoutes.h"
+#include "platform/linux/nat/RouteMonitor.h"
+#include "platform/linux/nat/SleepWatch.h"
+#include "platform/linux/nat/base/SocketNetwork.h"
+
 namespace zelvo::platform {
 
 namespace {
@@ -58,7 +63,11 @@ void NatWorker::post(Job job) {
 
 void NatWorker::run(const NatEngine::Options& options) {
     PollLoop loop;
-    NatEngine engine(loop, log_, options);
+    SocketNetwork network(loop);
+    const KernelRoutes routes;
+    NatEngine engine(network, routes, log_, options);
+    const RouteMonitor monitor(loop, [&engine] { engine.routesChanged(); });
+    const SleepWatch sleepWatch(loop, [&engine] { engine.checkAll(); });
     const auto wake = loop.watch(wake_.get(), POLLIN, [this](short) {
         eventfd_t count = 0;
         eventfd_read(wake_.get(), &count);

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "platform/linux/nat/ExternalAddress.h"
 
@@ -46,6 +47,12 @@ bool isEnding(const RouterMapping& mapping) {
     return mapping.phase() == Phase::Releasing || mapping.phase() == Phase::Over;
 }
 
+/// 0 for an address at which nobody can come in.
+std::uint32_t externalAddress(const RouterMapping& mapping) {
+    const std::uint32_t address = mapping.grant().externalAddress;
+    return isNoExternalAddress(address, mapping.record().router.address) ? 0 : address;
+}
+
 }  // namespace
 
 PortPairMapping::PortPairMapping(const NatNetwork& network, Log& log, MappingJournal& journal,
@@ -74,7 +81,7 @@ void PortPairMapping::advance() {
     if (state_ == State::Mapped) {
         reviewWinner();
     }
-    if (state_ == State::Waiting && retryAt_ <= now) {
+    if (state_ == State::Waiting && retryAt_ <= now && leaving_.empty()) {
         seek();
     }
     if (state_ == State::Seeking) {
@@ -86,14 +93,14 @@ void PortPairMapping::routerChanged() {
     if (state_ == State::Closing) {
         return;
     }
-    dismissAll();
     retryPause_ = FirstRetryPause;
-    state_ = State::Waiting;
-    retryAt_ = network_.now();
+    beginAnew(network_.now());
 }
 
 void PortPairMapping::check() {
-    if (state_ == State::Mapped) {
+    if (isAstray()) {
+        beginAnew(network_.now());
+    } else if (state_ == State::Mapped) {
         winner_.mapping->check();
     } else if (state_ == State::Seeking) {
         checkWhenMapped_ = true;
@@ -103,11 +110,24 @@ void PortPairMapping::check() {
 }
 
 void PortPairMapping::announced(ByteView datagram) {
-    if (state_ == State::Mapped) {
+    const NatTime soon = std::max(network_.now(), soughtAt_ + AnnouncedPause);
+    if (isAstray()) {
+        beginAnew(soon);
+    } else if (state_ == State::Mapped) {
         winner_.mapping->announced(datagram);
     } else if (state_ == State::Waiting) {
-        retryAt_ = std::min(retryAt_, std::max(network_.now(), soughtAt_ + AnnouncedPause));
+        retryAt_ = std::min(retryAt_, soon);
     }
+}
+
+bool PortPairMapping::isAstray() const {
+    return state_ == State::Mapped && winner_.mapping->grant().externalPort != wish_.externalPort;
+}
+
+void PortPairMapping::beginAnew(NatTime when) {
+    dismissAll();
+    state_ = State::Waiting;
+    retryAt_ = when;
 }
 
 void PortPairMapping::close() {
@@ -116,7 +136,7 @@ void PortPairMapping::close() {
 }
 
 NatTime PortPairMapping::nextWake() const {
-    NatTime next = state_ == State::Waiting ? retryAt_ : Never;
+    NatTime next = state_ == State::Waiting && leaving_.empty() ? retryAt_ : Never;
     const auto consider = [&next](const Candidate& candidate) {
         if (candidate.mapping) {
             next = std::min(next, candidate.mapping->nextWake());
@@ -159,11 +179,12 @@ void PortPairMapping::seek() {
 void PortPairMapping::reviewCandidates() {
     for (std::size_t index = 0; index < candidates_.size();) {
         RouterMapping& mapping = *candidates_[index].mapping;
-        if (mapping.phase() == Phase::Mapped) {
+        const bool mapped = mapping.phase() == Phase::Mapped;
+        if (mapped && externalAddress(mapping) != 0) {
             win(index);
             return;
         }
-        if (isEnding(mapping)) {
+        if (mapped || isEnding(mapping)) {
             noteFailure(mapping);
             lose(std::move(candidates_[index]));
             candidates_.erase(candidates_.begin() + static_cast<std::ptrdiff_t>(index));
@@ -208,13 +229,11 @@ void PortPairMapping::reviewWinner() {
     if (isEnding(*winner_.mapping)) {
         say(std::string(winner_.mapping->protocol()) +
             " lost the mapping: " + winner_.mapping->lastWord());
-        lose(std::move(winner_));
-        seek();
+        beginAnew(network_.now());
         return;
     }
-    const PortGrant& grant = winner_.mapping->grant();
-    if (grant.externalAddress != reported_.externalAddress ||
-        grant.externalPort != reported_.externalPort) {
+    if (externalAddress(*winner_.mapping) != reported_.externalAddress ||
+        winner_.mapping->grant().externalPort != reported_.externalPort) {
         report();
     }
 }
@@ -235,12 +254,16 @@ void PortPairMapping::reviewLeaving() {
         }
         if (candidate.mapping->withdrawn()) {
             journal_.remove(candidate.recordId);
+        } else {
+            journal_.abandon(candidate.recordId);
         }
         // Two protocols of one router share one table.
-        const bool mayHaveTakenOurs = candidate.withdraws && state_ != State::Waiting;
+        const bool mayHaveTakenOurs = candidate.withdraws;
         leaving_.erase(leaving_.begin() + static_cast<std::ptrdiff_t>(index));
-        if (mayHaveTakenOurs) {
-            check();
+        if (mayHaveTakenOurs && state_ == State::Mapped) {
+            winner_.mapping->check();
+        } else if (mayHaveTakenOurs && state_ == State::Seeking) {
+            checkWhenMapped_ = true;
         }
     }
 }
@@ -269,10 +292,17 @@ void PortPairMapping::lose(Candidate candidate) {
 }
 
 void PortPairMapping::noteFailure(const RouterMapping& mapping) {
-    const bool spoke = isEnding(mapping);
-    failureCode_ = moreTelling(failureCode_, spoke ? mapping.failure() : NatFailure::Silent);
-    say(std::string(mapping.protocol()) + ": " +
-        (spoke ? mapping.lastWord() : "the router does not answer"));
+    NatFailure failure = NatFailure::Silent;
+    std::string word = "the router does not answer";
+    if (isEnding(mapping)) {
+        failure = mapping.failure();
+        word = mapping.lastWord();
+    } else if (mapping.phase() == Phase::Mapped) {
+        failure = NatFailure::Disconnected;
+        word = "the router has no address but " + addressText(mapping.grant().externalAddress);
+    }
+    failureCode_ = moreTelling(failureCode_, failure);
+    say(std::string(mapping.protocol()) + ": " + word);
 }
 
 void PortPairMapping::conclude() {
@@ -299,10 +329,13 @@ void PortPairMapping::dismissAll() {
 }
 
 void PortPairMapping::report() {
-    const PortGrant& grant = winner_.mapping->grant();
+    PortGrant grant = winner_.mapping->grant();
+    grant.externalAddress = externalAddress(*winner_.mapping);
     reported_ = grant;
-    // What is asked for later is what others have been told.
-    wish_.externalPort = grant.externalPort;
+    if (!std::exchange(published_, true)) {
+        // What others are told, so that it is asked for whenever there is a chance to have it back.
+        wish_.externalPort = grant.externalPort;
+    }
     say(std::string(winner_.mapping->protocol()) + " maps " + transportText(grant) + " port " +
         std::to_string(grant.externalPort) + " of " + addressText(grant.externalAddress) +
         " to port " + std::to_string(wish_.internalPort) +

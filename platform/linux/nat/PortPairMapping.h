@@ -53,6 +53,9 @@ class PortPairMapping {
         int recordId = -1;
     };
 
+    void beginAnew(NatTime when);
+    /// Mapped, and not where others have been told.
+    bool isAstray() const;
     void seek();
     void reviewCandidates();
     void reviewWinner();
@@ -69,7 +72,9 @@ class PortPairMapping {
     const NatNetwork& network_;
     Log& log_;
     MappingJournal& journal_;
+    /// Its external port is the published one once there is one.
     PortWish wish_;
+    bool published_ = false;
     Make make_;
     Reply reply_;
     State state_ = State::Waiting;

@@ -4,9 +4,7 @@
 #include <map>
 #include <memory>
 
-#include "platform/linux/base/FileDescriptor.h"
 #include "platform/linux/nat/base/NatNetwork.h"
-#include "platform/linux/nat/base/PollLoop.h"
 #include "platform/linux/nat/upnp/SsdpMessage.h"
 
 namespace zelvo::platform {
@@ -28,21 +26,24 @@ class RouterAnnouncements {
   public:
     using PortControl = std::function<void(ByteView datagram)>;
 
-    RouterAnnouncements(PollLoop& loop, std::uint32_t router, std::uint32_t localAddress,
+    RouterAnnouncements(NatNetwork& network, std::uint32_t router, std::uint32_t localAddress,
                         PortControl portControl, std::function<void()> restarted);
 
   private:
-    void readPortControl();
-    void readNotices();
+    /// One group, of which only the router is heard.
+    struct Group final : SearchReceiver {
+        Group(NatNetwork& network, const Ipv4Endpoint& group, std::uint32_t router,
+              std::uint32_t localAddress, std::function<void(ByteView)> take);
+        void found(const Ipv4Endpoint& from, ByteView datagram) override;
 
-    std::uint32_t router_;
-    PortControl portControl_;
-    std::function<void()> restarted_;
+        std::uint32_t router;
+        std::function<void(ByteView)> take;
+        std::unique_ptr<SearchPort> port;
+    };
+
     RestartDetector detector_;
-    FileDescriptor portControlSocket_;
-    FileDescriptor noticeSocket_;
-    std::unique_ptr<PollLoop::Watch> portControlWatch_;
-    std::unique_ptr<PollLoop::Watch> noticeWatch_;
+    Group portControl_;
+    Group notices_;
 };
 
 }  // namespace zelvo::platform

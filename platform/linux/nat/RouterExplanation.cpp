@@ -59,6 +59,11 @@ bool RouterExplanation::hasMoved() const {
                       reply_->externalPort != first_->externalPort);
 }
 
+std::string RouterExplanation::news() const {
+    const bool stands = first_ && reply_->externalPort != 0 && reply_->externalAddress != 0;
+    return !first_ || (stands && !hasMoved()) ? std::string() : text_.value();
+}
+
 const char* RouterExplanation::reason() const {
     if (!reply_)
         return nullptr;
@@ -67,12 +72,12 @@ const char* RouterExplanation::reason() const {
         if (external == 0)
             return "Your router is not connected to the internet. Nobody can reach you before it "
                    "is.";
-        if (isBehindAnotherRouter(external))
-            return "There is a second router between yours and the internet, so nobody can reach "
-                   "you. Router Help says what you can do.";
         if (hasMoved())
             return "The way to this computer has changed, and your link leads nowhere now. Quit "
                    "Zelvo and start it again to renew the link.";
+        if (isBehindAnotherRouter(external))
+            return "There is a second router between yours and the internet, so nobody can reach "
+                   "you. Router Help says what you can do.";
         if (seenElsewhere())
             return "You seem to be behind a second router or a VPN, so nobody may be able to reach "
                    "you. Router Help says what you can do.";

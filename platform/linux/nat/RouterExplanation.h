@@ -28,6 +28,8 @@ class RouterExplanation {
 
     /// A sentence in the user's language, written when it changes; empty where all is well.
     const Observable<std::string>& text() const { return text_; }
+    /// The text where it tells of what has happened since the link was made; changes with it.
+    std::string news() const;
 
   private:
     const char* reason() const;

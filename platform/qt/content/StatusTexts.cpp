@@ -81,8 +81,11 @@ std::vector<StatusTexts> allStatusTexts(const Bundle& bundle) {
 
 std::string reasonFor(const MainWindowModel& model, const Explanations& explanations) {
     auto status = model.zelvoStatusProperty().value();
-    if (model.isQuitting().value() || status > ZelvoStatusWaitingForConnection)
+    if (model.isQuitting().value())
         return {};
+    // A viewer who is there disproves most doubts about the way in.
+    if (status > ZelvoStatusWaitingForConnection)
+        return explanations.routerNews();
     if (status < ZelvoStatusServiceEnabled)
         return explanations.screenSharing().value();
     if (const auto& router = explanations.router().value();

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <sstream>
 
 namespace zelvo::platform {
@@ -43,6 +44,18 @@ bool parseAddress(const std::string& text, std::uint32_t& address) {
 }
 
 }  // namespace
+
+bool MappingRecord::covers(const MappingRecord& other) const {
+    const auto isMine = [this](std::uint16_t port) {
+        return std::find(externalPorts.begin(), externalPorts.end(), port) != externalPorts.end();
+    };
+    // UPnP names a mapping by its external port, the others by its internal one.
+    return protocol == other.protocol && router == other.router &&
+           localAddress == other.localAddress && internalPort == other.internalPort &&
+           nonces == other.nonces && tcp >= other.tcp && udp >= other.udp &&
+           (protocol != "UPnP" ||
+            std::all_of(other.externalPorts.begin(), other.externalPorts.end(), isMine));
+}
 
 std::string MappingRecord::text() const {
     std::ostringstream out;

@@ -24,6 +24,9 @@ struct MappingRecord {
     /// Seconds since 1970.
     std::int64_t writtenAt = 0;
 
+    /// Withdrawing this one withdraws the other, too.
+    bool covers(const MappingRecord& other) const;
+
     /// One line of text, without its end; nothing for what is none.
     std::string text() const;
     static std::optional<MappingRecord> parse(const std::string& line);

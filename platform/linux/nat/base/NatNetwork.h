@@ -51,7 +51,7 @@ class SearchReceiver {
     virtual void found(const Ipv4Endpoint& from, ByteView datagram) = 0;
 };
 
-/// A UDP socket that may ask anybody, and hears anybody.
+/// A UDP socket that may ask anybody, and hears anybody, or whoever speaks to its group.
 class SearchPort {
   public:
     virtual ~SearchPort() = default;
@@ -70,7 +70,8 @@ class HttpExchange {
 };
 
 /// The clock and the sockets that the conversations with a router need. All calls, and all calls
-/// back, on one thread.
+/// back, on one thread. A local address is that from which the router is to see us, since routers
+/// know a mapping's owner by it.
 class NatNetwork {
   public:
     virtual ~NatNetwork() = default;
@@ -78,13 +79,19 @@ class NatNetwork {
     virtual NatTime now() const = 0;
     /// Nothing when there is no way to the peer. The receiver outlives the port.
     virtual std::unique_ptr<DatagramPort> connect(const Ipv4Endpoint& peer,
+                                                  std::uint32_t localAddress,
                                                   DatagramReceiver& receiver) = 0;
     /// Nothing when that is no address of this host. The receiver outlives the port.
     virtual std::unique_ptr<SearchPort> search(std::uint32_t localAddress,
                                                SearchReceiver& receiver) = 0;
+    /// Hears what is said to the group. Nothing when it cannot be heard. The receiver outlives the
+    /// port.
+    virtual std::unique_ptr<SearchPort> join(const Ipv4Endpoint& group, std::uint32_t localAddress,
+                                             SearchReceiver& receiver) = 0;
     /// Sends a whole request and calls `done` once, later, unless it is destroyed before. It sets
     /// itself no time limit.
-    virtual std::unique_ptr<HttpExchange> exchange(const Ipv4Endpoint& server, std::string request,
+    virtual std::unique_ptr<HttpExchange> exchange(const Ipv4Endpoint& server,
+                                                   std::uint32_t localAddress, std::string request,
                                                    HttpExchange::Done done) = 0;
 };
 

@@ -1,5 +1,6 @@
 #include "platform/linux/nat/base/SocketExchange.h"
 
+#include <netinet/in.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -7,24 +8,19 @@
 #include <array>
 #include <cerrno>
 
+#include "platform/linux/nat/base/LocalBinding.h"
+
 namespace zelvo::platform {
 
-sockaddr_in socketAddress(const Ipv4Endpoint& endpoint) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(endpoint.port);
-    address.sin_addr.s_addr = htonl(endpoint.address);
-    return address;
-}
-
-SocketExchange::SocketExchange(PollLoop& loop, const Ipv4Endpoint& server, std::string request,
-                               Done done)
+SocketExchange::SocketExchange(PollLoop& loop, const Ipv4Endpoint& server,
+                               std::uint32_t localAddress, std::string request, Done done)
     : request_(std::move(request)),
       done_(std::move(done)),
       socket_(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
     const sockaddr_in address = socketAddress(server);
-    if (connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 &&
-        errno != EINPROGRESS) {
+    if (!bindLocally(socket_, localAddress, server) ||
+        (connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 &&
+         errno != EINPROGRESS)) {
         // Something that is ready at once, so that the failure comes from the loop as well.
         socket_ = FileDescriptor(eventfd(1, EFD_NONBLOCK | EFD_CLOEXEC));
     }

@@ -1,19 +1,16 @@
 #pragma once
 
-#include <netinet/in.h>
-
 #include "platform/linux/base/FileDescriptor.h"
 #include "platform/linux/nat/base/NatNetwork.h"
 #include "platform/linux/nat/base/PollLoop.h"
 
 namespace zelvo::platform {
 
-sockaddr_in socketAddress(const Ipv4Endpoint& endpoint);
-
 /// An HTTP request over a connection of its own.
 class SocketExchange final : public HttpExchange {
   public:
-    SocketExchange(PollLoop& loop, const Ipv4Endpoint& server, std::string request, Done done);
+    SocketExchange(PollLoop& loop, const Ipv4Endpoint& server, std::uint32_t localAddress,
+                   std::string request, Done done);
 
   private:
     void ready();

@@ -8,6 +8,7 @@
 #include <cerrno>
 
 #include "platform/linux/base/FileDescriptor.h"
+#include "platform/linux/nat/base/LocalBinding.h"
 #include "platform/linux/nat/base/SocketExchange.h"
 
 namespace zelvo::platform {
@@ -95,13 +96,28 @@ class GroupPort final : public SearchPort {
     std::unique_ptr<PollLoop::Watch> watch_;
 };
 
+FileDescriptor openDatagrams() {
+    return FileDescriptor(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+}
+
+bool bindTo(const FileDescriptor& socket, const Ipv4Endpoint& endpoint) {
+    const sockaddr_in address = socketAddress(endpoint);
+    return bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+}
+
+template <typename Value>
+bool setOption(const FileDescriptor& socket, int level, int option, const Value& value) {
+    return setsockopt(socket.get(), level, option, &value, sizeof value) == 0;
+}
+
 }  // namespace
 
 std::unique_ptr<DatagramPort> SocketNetwork::connect(const Ipv4Endpoint& peer,
+                                                     std::uint32_t localAddress,
                                                      DatagramReceiver& receiver) {
-    FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    FileDescriptor socket = openDatagrams();
     const sockaddr_in address = socketAddress(peer);
-    if (!socket ||
+    if (!socket || !bindLocally(socket, localAddress, peer) ||
         ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         return nullptr;
     }
@@ -110,24 +126,39 @@ std::unique_ptr<DatagramPort> SocketNetwork::connect(const Ipv4Endpoint& peer,
 
 std::unique_ptr<SearchPort> SocketNetwork::search(std::uint32_t localAddress,
                                                   SearchReceiver& receiver) {
-    FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    const sockaddr_in address = socketAddress({localAddress, 0});
+    FileDescriptor socket = openDatagrams();
+    const in_addr local{htonl(localAddress)};
     // UPnP 1.0 asks for so many hops.
     const int hops = 4;
-    if (!socket ||
-        bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        setsockopt(socket.get(), IPPROTO_IP, IP_MULTICAST_IF, &address.sin_addr,
-                   sizeof address.sin_addr) != 0 ||
-        setsockopt(socket.get(), IPPROTO_IP, IP_MULTICAST_TTL, &hops, sizeof hops) != 0) {
+    if (!socket || !bindTo(socket, {localAddress, 0}) ||
+        !setOption(socket, IPPROTO_IP, IP_MULTICAST_IF, local) ||
+        !setOption(socket, IPPROTO_IP, IP_MULTICAST_TTL, hops)) {
         return nullptr;
     }
     return std::make_unique<GroupPort>(loop_, std::move(socket), receiver);
 }
 
+std::unique_ptr<SearchPort> SocketNetwork::join(const Ipv4Endpoint& group,
+                                                std::uint32_t localAddress,
+                                                SearchReceiver& receiver) {
+    FileDescriptor socket = openDatagrams();
+    if (!socket || !setOption(socket, SOL_SOCKET, SO_REUSEADDR, 1) || !bindTo(socket, group)) {
+        return nullptr;
+    }
+    ip_mreq membership{};
+    membership.imr_multiaddr.s_addr = htonl(group.address);
+    membership.imr_interface.s_addr = htonl(localAddress);
+    // Of the group of all hosts every host is a member already.
+    setOption(socket, IPPROTO_IP, IP_ADD_MEMBERSHIP, membership);
+    return std::make_unique<GroupPort>(loop_, std::move(socket), receiver);
+}
+
 std::unique_ptr<HttpExchange> SocketNetwork::exchange(const Ipv4Endpoint& server,
+                                                      std::uint32_t localAddress,
                                                       std::string request,
                                                       HttpExchange::Done done) {
-    return std::make_unique<SocketExchange>(loop_, server, std::move(request), std::move(done));
+    return std::make_unique<SocketExchange>(loop_, server, localAddress, std::move(request),
+                                            std::move(done));
 }
 
 }  // namespace zelvo::platform

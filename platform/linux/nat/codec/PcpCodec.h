@@ -35,6 +35,8 @@ using PcpNonce = std::array<std::uint8_t, 12>;
 struct PcpNonces {
     PcpNonce tcp{};
     PcpNonce udp{};
+
+    friend bool operator==(const PcpNonces&, const PcpNonces&) = default;
 };
 
 /// The fields of the MAP opcode (RFC 6887 11.1); ports and addresses in host byte order.

@@ -8,6 +8,7 @@
 #include "platform/linux/nat/base/NatNetwork.h"
 #include "platform/linux/nat/base/RouterMapping.h"
 #include "platform/linux/nat/port_control/PortControlWire.h"
+#include "platform/linux/nat/port_control/PortLane.h"
 
 namespace zelvo::platform {
 
@@ -17,9 +18,9 @@ class PortControlMapping final : public RouterMapping, private DatagramReceiver 
   public:
     using MakeWire = std::function<std::unique_ptr<PortControlWire>(std::uint32_t localAddress)>;
 
-    /// Sends the first probe.
-    PortControlMapping(NatNetwork& network, const Ipv4Endpoint& router, const PortWish& wish,
-                       const MakeWire& makeWire);
+    /// Sends the first probe, from the local address.
+    PortControlMapping(NatNetwork& network, const Ipv4Endpoint& router, std::uint32_t localAddress,
+                       const PortWish& wish, const MakeWire& makeWire);
 
     /// Withdraws right away what was mapped by somebody who is no more: for mappings that a crash
     /// left behind.
@@ -38,53 +39,31 @@ class PortControlMapping final : public RouterMapping, private DatagramReceiver 
     NatFailure failure() const override { return failure_; }
     const std::string& lastWord() const override { return lastWord_; }
     MappingRecord record() const override;
-    bool withdrawn() const override { return phase_ == Phase::Over && withdrawn_; }
+    bool withdrawn() const override;
     /// Datagrams from the router that answered nothing.
     int ignored() const { return ignored_; }
 
   private:
-    struct Lane {
-        enum class State : std::uint8_t { Idle, Asking, Held, Deleting, Out };
-
-        Transport transport;
-        State state = State::Idle;
-        /// The wish until it is granted, then what was granted.
-        std::uint16_t port = 0;
-        Retry retry{};
-        NatTime renewAt = Never;
-        NatTime expiresAt = Never;
-        std::chrono::seconds lifetime{0};
-        /// The port that a UDP lane has already been asked for a second time.
-        std::uint16_t movedTo = 0;
-        bool askAgain = false;
-
-        bool isOpen() const { return state != State::Idle && state != State::Out; }
-        NatTime nextWake() const;
-    };
-
     void received(ByteView datagram) override;
     void refused() override;
 
     void handle(const PortControlAnswer& answer);
     void handleProbe(const PortControlAnswer& answer);
-    void handleMap(Lane& lane, const PortControlAnswer& answer);
-    void refuseLane(Lane& lane, NatFailure failure, const std::string& why);
+    void handleMap(PortLane& lane, const PortControlAnswer& answer);
     void checkSoon();
     void noticeEpoch(std::uint32_t epoch);
 
     void stepProbe(NatTime now);
-    void stepLane(Lane& lane, NatTime now);
-    void sendAsk(Lane& lane, NatTime now);
-    void beginDelete(Lane& lane, NatTime now);
-    void endDelete(Lane& lane);
+    void stepLane(PortLane& lane, NatTime now);
+    void laneLost(const PortLane& lane);
 
     void settle();
     void alignSecond();
     void fail(NatFailure failure, std::string why);
     void releaseLanes();
 
-    Lane* lane(Transport transport);
-    Lane& primary() { return lanes_.front(); }
+    PortLane* lane(Transport transport);
+    PortLane& primary() { return lanes_.front(); }
 
     NatNetwork& network_;
     Ipv4Endpoint router_;
@@ -94,7 +73,7 @@ class PortControlMapping final : public RouterMapping, private DatagramReceiver 
     std::string name_;
     Phase phase_ = Phase::Probing;
     Retry probe_;
-    std::vector<Lane> lanes_;
+    std::vector<PortLane> lanes_;
     std::optional<PortControlEpoch> epoch_;
     NatTime lastCheck_ = NatTime::min();
     NatTime checkAt_ = Never;
@@ -104,7 +83,8 @@ class PortControlMapping final : public RouterMapping, private DatagramReceiver 
     PortGrant grant_;
     NatFailure failure_ = NatFailure::Silent;
     std::string lastWord_;
-    bool withdrawn_ = true;
+    /// Something is left, and there was no way to say so to the router.
+    bool cutOff_ = false;
     int ignored_ = 0;
 };
 

@@ -1,8 +1,10 @@
 #include "platform/linux/nat/upnp/SoapMessage.h"
 
+#include <arpa/inet.h>
 #include <miniupnpc/upnpreplyparse.h>
 
 #include <charconv>
+#include <sstream>
 
 namespace zelvo::platform {
 
@@ -30,6 +32,17 @@ std::string soapRequest(const UpnpService& service, std::string_view action,
            "Content-Type: text/xml; charset=\"utf-8\"\r\nSOAPAction: \"" + service.type + "#" +
            std::string(action) + "\"\r\nContent-Length: " + std::to_string(body.size()) +
            "\r\n\r\n" + body;
+}
+
+SoapArguments soapEntryName(std::uint16_t externalPort, bool tcp) {
+    return {{"NewRemoteHost", ""},
+            {"NewExternalPort", std::to_string(externalPort)},
+            {"NewProtocol", tcp ? "TCP" : "UDP"}};
+}
+
+bool isAbsent(int errorCode) {
+    // Of WANIPConnection:1 and :2: no such index, no such entry.
+    return errorCode == 713 || errorCode == 714;
 }
 
 std::string httpGet(const UpnpUrl& url) {
@@ -60,6 +73,14 @@ std::string SoapAnswer::value(std::string_view name) const {
         }
     }
     return {};
+}
+
+std::uint32_t SoapAnswer::address(std::string_view name) const {
+    std::istringstream words(value(name));
+    std::string text;
+    in_addr address{};
+    words >> text;
+    return inet_pton(AF_INET, text.c_str(), &address) == 1 ? ntohl(address.s_addr) : 0;
 }
 
 }  // namespace zelvo::platform

@@ -1,7 +1,5 @@
 #include "platform/linux/nat/upnp/UpnpMapping.h"
 
-#include <arpa/inet.h>
-
 #include <random>
 #include <utility>
 
@@ -15,9 +13,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr RetrySchedule RemovalSchedule{500ms, 2, 500ms};
-constexpr auto CallLimit = 3s;
-constexpr int CallTries = 2;
 /// The UDP half may hold up the first answer for so long: what counts is TCP.
 constexpr auto UdpGrace = 10ms;
 constexpr std::chrono::milliseconds FirstRenewPause = 4s;
@@ -31,8 +26,6 @@ constexpr int OtherPorts = 3;
 // Error codes of WANIPConnection:1 and :2.
 constexpr int InvalidArguments = 402;
 constexpr int ActionFailed = 501;
-constexpr int NoSuchIndex = 713;
-constexpr int NoSuchEntry = 714;
 constexpr int ConflictInMapping = 718;
 constexpr int SamePortsRequired = 724;
 constexpr int OnlyPermanentLeases = 725;
@@ -41,21 +34,6 @@ constexpr int ConflictWithOther = 729;
 bool isTaken(int errorCode) {
     return errorCode == ConflictInMapping || errorCode == ConflictWithOther ||
            errorCode == ActionFailed;
-}
-
-bool isAbsent(int errorCode) {
-    return errorCode == NoSuchEntry || errorCode == NoSuchIndex;
-}
-
-std::uint32_t parseAddress(const std::string& text) {
-    in_addr address{};
-    return inet_pton(AF_INET, text.c_str(), &address) == 1 ? ntohl(address.s_addr) : 0;
-}
-
-SoapArguments entryName(std::uint16_t externalPort, bool tcp) {
-    return {{"NewRemoteHost", ""},
-            {"NewExternalPort", std::to_string(externalPort)},
-            {"NewProtocol", tcp ? "TCP" : "UDP"}};
 }
 
 std::vector<std::uint16_t> portsToTry(const PortWish& wish) {
@@ -78,11 +56,13 @@ UpnpMapping::UpnpMapping(NatNetwork& network, const GatewayPlace& place, const P
       wish_(wish),
       search_(network, place,
               [this] {
-                  if (!call_.exchange) {
+                  if (!calls_.isOpen()) {
                       tryNextLocation();
                   }
               }),
-      externalPorts_(portsToTry(wish)) {
+      calls_(network, place.localAddress),
+      externalPorts_(portsToTry(wish)),
+      removals_(network, place.localAddress) {
     search_.begin();
 }
 
@@ -104,7 +84,7 @@ void UpnpMapping::release() {
 }
 
 void UpnpMapping::check() {
-    if (call_.exchange || search_.isOpen()) {
+    if (calls_.isOpen() || search_.isOpen()) {
         checkAgain_ = true;
     } else if (phase_ == Phase::Mapped) {
         renewAt_ = halfLife_ = network_.now();
@@ -122,13 +102,10 @@ void UpnpMapping::announced(ByteView datagram) {
 
 void UpnpMapping::wake() {
     const NatTime now = network_.now();
-    if (call_.deadline <= now) {
-        orderCut_ = true;
-        answered(std::nullopt);
-    }
+    calls_.wake();
     if (search_.nextWake() <= now) {
         search_.wake();
-        if (!search_.isOpen() && !search_.hasLocation() && !call_.exchange) {
+        if (!search_.isOpen() && !search_.hasLocation() && !calls_.isOpen()) {
             stumble(phase_ == Phase::Mapped ? NatFailure::Silent : failure_, lastWord_);
         }
     }
@@ -142,19 +119,12 @@ void UpnpMapping::wake() {
             search_.begin();
         }
     }
-    if (removal_.next() <= now) {
-        if (removal_.step(now, RemovalSchedule)) {
-            sendRemovals();
-        } else {
-            withdrawn_ = false;
-            endRemovals();
-        }
-    }
+    removals_.wake();
     settle();
 }
 
 NatTime UpnpMapping::nextWake() const {
-    NatTime next = std::min({call_.deadline, search_.nextWake(), removal_.next()});
+    NatTime next = std::min({calls_.nextWake(), search_.nextWake(), removals_.nextWake()});
     if (phase_ == Phase::Mapped) {
         next = std::min({next, renewAt_, expiresAt_});
     }
@@ -182,8 +152,8 @@ void UpnpMapping::tryNextLocation() {
         return;
     }
     location_ = *location;
-    start(location_.server, httpGet(location_),
-          [this](const auto& response) { onDescription(response); });
+    calls_.start(location_.server, httpGet(location_),
+                 [this](const auto& response) { onDescription(response); });
 }
 
 void UpnpMapping::onDescription(const std::optional<HttpResponse>& response) {
@@ -217,7 +187,7 @@ void UpnpMapping::onAddress(const SoapAnswer& answer) {
     search_.end();
     const std::uint32_t before = externalAddress_;
     if (answer.isSuccess()) {
-        externalAddress_ = parseAddress(answer.value("NewExternalIPAddress"));
+        externalAddress_ = answer.address("NewExternalIPAddress");
     }
     const NatTime now = network_.now();
     if (phase_ == Phase::Probing) {
@@ -230,7 +200,7 @@ void UpnpMapping::onAddress(const SoapAnswer& answer) {
 }
 
 void UpnpMapping::add(bool tcp) {
-    SoapArguments arguments = entryName(externalPort(), tcp);
+    SoapArguments arguments = soapEntryName(externalPort(), tcp);
     arguments.emplace_back("NewInternalPort", std::to_string(wish_.internalPort));
     arguments.emplace_back("NewInternalClient", addressText(place_.localAddress));
     arguments.emplace_back("NewEnabled", "1");
@@ -246,7 +216,7 @@ void UpnpMapping::onAdded(const SoapAnswer& answer) {
     refusal_ = answer.errorCode();
     if (isTaken(refusal_) && wasHeld_) {
         // Perhaps by ourselves: some gateways do not grant anew what they hold.
-        order("GetSpecificPortMappingEntry", entryName(externalPort(), addingTcp_),
+        order("GetSpecificPortMappingEntry", soapEntryName(externalPort(), addingTcp_),
               &UpnpMapping::onEntry);
         return;
     }
@@ -342,13 +312,12 @@ bool UpnpMapping::leadsTo(const SoapAnswer& answer, std::uint32_t internalAddres
 
 void UpnpMapping::checkNextLeftover() {
     if (leftover_ == 2 * externalPorts_.size()) {
-        phase_ = Phase::Releasing;
-        removal_.begin(network_.now());
-        wake();
+        beginRemovals();
         return;
     }
     order("GetSpecificPortMappingEntry",
-          entryName(externalPorts_[leftover_ / 2], leftover_ % 2 == 0), &UpnpMapping::onLeftover);
+          soapEntryName(externalPorts_[leftover_ / 2], leftover_ % 2 == 0),
+          &UpnpMapping::onLeftover);
 }
 
 void UpnpMapping::onLeftover(const SoapAnswer& answer) {
@@ -358,7 +327,7 @@ void UpnpMapping::onLeftover(const SoapAnswer& answer) {
     }
     // Somebody else may have the port by now.
     if (leadsTo(answer, recoveredAddress_)) {
-        removals_.push_back({leftover_ % 2 == 0, externalPorts_[leftover_ / 2]});
+        removals_.add(leftover_ % 2 == 0, externalPorts_[leftover_ / 2]);
     } else if (!answer.isSuccess() && !isAbsent(answer.errorCode())) {
         withdrawn_ = false;
     }
@@ -366,35 +335,12 @@ void UpnpMapping::onLeftover(const SoapAnswer& answer) {
     checkNextLeftover();
 }
 
-void UpnpMapping::start(const Ipv4Endpoint& server, std::string request, HttpExchange::Done done) {
-    call_ = {server, std::move(request), std::move(done)};
-    sendCall();
-}
-
-void UpnpMapping::sendCall() {
-    ++call_.tries;
-    call_.deadline = network_.now() + CallLimit;
-    call_.exchange = network_.exchange(call_.server, call_.request,
-                                       [this](const auto& response) { answered(response); });
-}
-
 void UpnpMapping::order(std::string_view action, const SoapArguments& arguments,
                         OnAnswer onAnswer) {
-    start(service_->control.server, soapRequest(*service_, action, arguments),
-          [this, onAnswer](const auto& response) {
-              (this->*onAnswer)(SoapAnswer(response.value_or(HttpResponse{})));
-          });
-}
-
-void UpnpMapping::answered(const std::optional<HttpResponse>& response) {
-    // Every order may be given twice without harm.
-    if (!response && call_.tries < CallTries) {
-        sendCall();
-        return;
-    }
-    const Call call = std::move(call_);
-    call_ = {};
-    call.done(response);
+    calls_.start(service_->control.server, soapRequest(*service_, action, arguments),
+                 [this, onAnswer](const auto& response) {
+                     (this->*onAnswer)(SoapAnswer(response.value_or(HttpResponse{})));
+                 });
 }
 
 void UpnpMapping::stumble(NatFailure failure, const std::string& why) {
@@ -428,54 +374,18 @@ void UpnpMapping::fail(NatFailure failure, const std::string& why) {
 void UpnpMapping::renounceHeld() {
     for (const bool tcp : {true, false}) {
         if (std::exchange(held(tcp), false)) {
-            removals_.push_back({tcp, externalPort()});
+            removals_.add(tcp, externalPort());
         }
     }
 }
 
 void UpnpMapping::beginRemovals() {
-    orderCut_ = orderCut_ || (call_.exchange && (tcpHeld_ || udpHeld_));
-    call_ = {};
+    const bool cutOff = calls_.hasCutOff() || (calls_.isOpen() && (tcpHeld_ || udpHeld_));
+    calls_.drop();
     search_.end();
     phase_ = Phase::Releasing;
     renounceHeld();
-    removal_.begin(network_.now());
-    wake();
-}
-
-void UpnpMapping::sendRemovals() {
-    for (std::size_t index = 0; index < removals_.size(); ++index) {
-        Removal& removal = removals_[index];
-        if (removal.open) {
-            removal.exchange = network_.exchange(
-                service_->control.server,
-                soapRequest(*service_, "DeletePortMapping",
-                            entryName(removal.externalPort, removal.tcp)),
-                [this, index](const auto& response) { removalAnswered(index, response); });
-        }
-    }
-    if (removals_.empty()) {
-        endRemovals();
-    }
-}
-
-void UpnpMapping::removalAnswered(std::size_t index, const std::optional<HttpResponse>& response) {
-    const SoapAnswer answer(response.value_or(HttpResponse{}));
-    // What was ordered last may take effect only now; the second attempt finds it. That the first
-    // has removed something is no proof: in a renewal it was the entry before.
-    const bool tooEarly = orderCut_ && removal_.sent() == 1;
-    if ((answer.isSuccess() || isAbsent(answer.errorCode())) && !tooEarly) {
-        removals_[index].open = false;
-    }
-    if (std::none_of(removals_.begin(), removals_.end(), [](const auto& r) { return r.open; })) {
-        endRemovals();
-    }
-}
-
-void UpnpMapping::endRemovals() {
-    removal_.end();
-    // The exchanges go with this object: one of them may be what calls.
-    phase_ = Phase::Over;
+    removals_.begin(service_, cutOff);
 }
 
 }  // namespace zelvo::platform

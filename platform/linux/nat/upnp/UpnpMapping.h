@@ -4,8 +4,9 @@
 #include <vector>
 
 #include "platform/linux/nat/base/NatNetwork.h"
-#include "platform/linux/nat/base/RetrySchedule.h"
 #include "platform/linux/nat/base/RouterMapping.h"
+#include "platform/linux/nat/upnp/GatewayCalls.h"
+#include "platform/linux/nat/upnp/GatewayRemovals.h"
 #include "platform/linux/nat/upnp/GatewaySearch.h"
 #include "platform/linux/nat/upnp/UpnpDescription.h"
 
@@ -29,32 +30,20 @@ class UpnpMapping final : public RouterMapping {
     void announced(ByteView datagram) override;
 
     std::string_view protocol() const override { return "UPnP"; }
-    Phase phase() const override { return phase_; }
+    Phase phase() const override {
+        return phase_ == Phase::Releasing && removals_.isOver() ? Phase::Over : phase_;
+    }
     NatTime nextWake() const override;
     const PortGrant& grant() const override { return grant_; }
     NatFailure failure() const override { return failure_; }
     const std::string& lastWord() const override { return lastWord_; }
     MappingRecord record() const override;
-    bool withdrawn() const override { return phase_ == Phase::Over && withdrawn_; }
+    bool withdrawn() const override {
+        return phase() == Phase::Over && withdrawn_ && removals_.isConfirmed();
+    }
 
   private:
     using OnAnswer = void (UpnpMapping::*)(const SoapAnswer&);
-
-    /// The request that is under way; one at a time.
-    struct Call {
-        Ipv4Endpoint server;
-        std::string request;
-        HttpExchange::Done done;
-        int tries = 0;
-        NatTime deadline = Never;
-        std::unique_ptr<HttpExchange> exchange{};
-    };
-    struct Removal {
-        bool tcp;
-        std::uint16_t externalPort;
-        bool open = true;
-        std::unique_ptr<HttpExchange> exchange{};
-    };
 
     void tryNextLocation();
     void onDescription(const std::optional<HttpResponse>& response);
@@ -76,21 +65,15 @@ class UpnpMapping final : public RouterMapping {
     void checkNextLeftover();
     void onLeftover(const SoapAnswer& answer);
 
-    void start(const Ipv4Endpoint& server, std::string request, HttpExchange::Done done);
-    void sendCall();
     void order(std::string_view action,
                const std::vector<std::pair<std::string_view, std::string>>& arguments,
                OnAnswer onAnswer);
-    void answered(const std::optional<HttpResponse>& response);
     /// What was tried has come to nothing; whether there is something else to try depends.
     void stumble(NatFailure failure, const std::string& why);
     void fail(NatFailure failure, const std::string& why);
 
     void renounceHeld();
     void beginRemovals();
-    void sendRemovals();
-    void removalAnswered(std::size_t index, const std::optional<HttpResponse>& response);
-    void endRemovals();
 
     std::uint16_t externalPort() const { return externalPorts_[portIndex_]; }
     bool& held(bool tcp) { return tcp ? tcpHeld_ : udpHeld_; }
@@ -103,7 +86,7 @@ class UpnpMapping final : public RouterMapping {
     GatewaySearch search_;
     UpnpUrl location_;
     std::optional<UpnpService> service_;
-    Call call_;
+    GatewayCalls calls_;
 
     std::vector<std::uint16_t> externalPorts_;
     std::size_t portIndex_ = 0;
@@ -116,8 +99,6 @@ class UpnpMapping final : public RouterMapping {
     bool addingTcp_ = false;
     bool wasHeld_ = false;
     int refusal_ = 0;
-    /// An order went out and nobody waited for its answer: it may take effect yet.
-    bool orderCut_ = false;
     std::uint32_t externalAddress_ = 0;
     NatTime settleAt_ = Never;
     /// When the gateway is spoken to again; before half life about its address alone.
@@ -132,12 +113,12 @@ class UpnpMapping final : public RouterMapping {
     bool recovering_ = false;
     std::uint32_t recoveredAddress_ = 0;
     std::size_t leftover_ = 0;
-    std::vector<Removal> removals_;
-    Retry removal_;
+    GatewayRemovals removals_;
 
     PortGrant grant_;
     NatFailure failure_ = NatFailure::Silent;
     std::string lastWord_ = "no gateway answers the search";
+    /// Of what was left behind: there was an answer for all of it.
     bool withdrawn_ = true;
 };
 
