@@ -27,18 +27,15 @@ TEST(ScreenSharingRequest, NamesOneOfTheToolsAndNothingElse) {
         {tool + nul + nul, "\"\" is no variable."},
         {tool + nul + tool + nul, "\"" + tool + "\" is no variable."},
         {tool + std::string(4096, 'x') + nul, "The request is too long."}};
-    for (const auto& [name, shown] : std::initializer_list<std::pair<std::string, std::string>>{
-             {"", ""},
-             {"/bin/sh", "/bin/sh"},
-             {"-c", "-c"},
-             {"screen-sharing.sh", "screen-sharing.sh"},
-             {"DISCONNECT-screen-sharing.tool", "DISCONNECT-screen-sharing.tool"},
-             {"../resources/" + tool, "../resources/" + tool},
-             {tool + "; id", tool + "; id"},
-             {tool + "\n", tool + "\\x0a"},
-             {"\"$(id)\"", "\\x22$(id)\\x22"},
-             {"\x1b[2J\xff", "\\x1b[2J\\xff"},
-             {std::string(4000, '.'), std::string(60, '.') + "..."}})
+    std::vector<std::pair<std::string, std::string>> names{
+        {tool + "\n", tool + "\\x0a"},
+        {"\"$(id)\"", "\\x22$(id)\\x22"},
+        {"\x1b[2J\xff", "\\x1b[2J\\xff"},
+        {std::string(4000, '.'), std::string(60, '.') + "..."}};
+    for (const auto& name : {""s, "/bin/sh"s, "-c"s, "screen-sharing.sh"s, "../resources/" + tool,
+                             "DISCONNECT-screen-sharing.tool"s, tool + "; id"})
+        names.emplace_back(name, name);
+    for (const auto& [name, shown] : names)
         attacks.emplace_back(name + nul, "\"" + shown + "\" is none of the Screen Sharing tools.");
     for (const auto& [bytes, complaint] : attacks) {
         auto result = ScreenSharingRequest::parse(bytes);
