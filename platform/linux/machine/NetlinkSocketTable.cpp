@@ -2,8 +2,6 @@
 
 #include <arpa/inet.h>
 #include <linux/inet_diag.h>
-#include <linux/netlink.h>
-#include <linux/rtnetlink.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 
@@ -22,12 +20,6 @@ namespace zelvo::platform {
 
 namespace {
 
-inet_diag_msg messageAt(const std::byte* at) {
-    inet_diag_msg message;
-    std::memcpy(&message, at, sizeof message);
-    return message;
-}
-
 bool isMapped(const __be32 (&address)[4]) {
     return address[0] == 0 && address[1] == 0 && address[2] == htonl(0xFFFF);
 }
@@ -42,10 +34,11 @@ class Listing {
         text_.reserve(1024);
     }
 
-    void add(const std::byte* message, std::size_t size) {
-        if (size < sizeof(inet_diag_msg))
+    void add(std::span<const std::byte> message) {
+        inet_diag_msg socket;
+        if (message.size() < sizeof socket)
             return;
-        auto socket = messageAt(message);
+        std::memcpy(&socket, message.data(), sizeof socket);
         if (socket.idiag_family == AF_INET)
             return line("tcp4", socket, false);
         if (socket.idiag_family != AF_INET6)
@@ -53,7 +46,9 @@ class Listing {
         const auto& address = socket.id;
         if (isMapped(address.idiag_src))
             return line("tcp4", socket, true);
-        bool isOnlyV6 = onlyV6(message, size);
+        // A socket that does not tell is taken as restricted.
+        auto onlyV6 = netlinkAttribute(message.subspan(sizeof socket), INET_DIAG_SKV6ONLY);
+        bool isOnlyV6 = !onlyV6 || onlyV6->empty() || onlyV6->front() != std::byte{0};
         bool takesV4 =
             socket.idiag_state == TCP_LISTEN && isWildcard(address.idiag_src) && !isOnlyV6;
         if (takesV4)
@@ -66,21 +61,6 @@ class Listing {
     std::string take() { return std::move(text_); }
 
   private:
-    /// The IPV6_V6ONLY attribute; a socket without it is taken as restricted.
-    static bool onlyV6(const std::byte* message, std::size_t size) {
-        auto at = NLMSG_ALIGN(sizeof(inet_diag_msg));
-        while (at + sizeof(rtattr) <= size) {
-            rtattr attribute;
-            std::memcpy(&attribute, message + at, sizeof attribute);
-            if (attribute.rta_len < sizeof attribute || attribute.rta_len > size - at)
-                break;
-            if (attribute.rta_type == INET_DIAG_SKV6ONLY && attribute.rta_len > sizeof attribute)
-                return message[at + sizeof attribute] != std::byte{0};
-            at += RTA_ALIGN(attribute.rta_len);
-        }
-        return true;
-    }
-
     void line(std::string_view protocol, const inet_diag_msg& socket, bool mapped) {
         text_ += protocol;
         text_ += " 0 0 ";
@@ -140,8 +120,7 @@ SocketListing NetlinkSocketTable::tcpSockets(SocketFamily family, SocketState st
     Listing listing(family, state);
     auto error = listTcpSockets(
         state == SocketState::Listen ? TCP_LISTEN : TCP_ESTABLISHED, [&] { listing.clear(); },
-        [&](std::span<const std::byte> message) { listing.add(message.data(), message.size()); },
-        open_);
+        [&](std::span<const std::byte> message) { listing.add(message); }, open_);
     if (error)
         return {std::nullopt, *error};
     return {listing.take(), {}};

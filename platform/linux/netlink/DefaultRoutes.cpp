@@ -8,46 +8,38 @@
 #include <algorithm>
 #include <cstring>
 #include <optional>
+#include <span>
+
+#include "platform/linux/netlink/NetlinkQuestion.h"
 
 namespace zelvo::platform {
 
 namespace {
 
-/// Calls `use` with the type and the value of each attribute.
-template <typename Use>
-void forEachAttribute(std::span<const std::byte> bytes, Use use) {
-    while (bytes.size() >= sizeof(rtattr)) {
-        rtattr attribute;
-        std::memcpy(&attribute, bytes.data(), sizeof attribute);
-        if (attribute.rta_len < sizeof attribute || attribute.rta_len > bytes.size())
-            return;
-        use(attribute.rta_type, bytes.first(attribute.rta_len).subspan(RTA_LENGTH(0)));
-        bytes = bytes.subspan(std::min<std::size_t>(RTA_ALIGN(attribute.rta_len), bytes.size()));
-    }
+template <typename Value>
+std::optional<Value> valueOf(std::span<const std::byte> attributes, std::uint16_t type) {
+    auto bytes = netlinkAttribute(attributes, type);
+    if (!bytes || bytes->size() < sizeof(Value))
+        return std::nullopt;
+    Value value;
+    std::memcpy(&value, bytes->data(), sizeof value);
+    return value;
 }
 
-void readHop(std::span<const std::byte> attributes, std::uint8_t family, DefaultRoute& route) {
-    forEachAttribute(attributes, [&](std::uint16_t type, std::span<const std::byte> value) {
-        std::uint32_t number = 0;
-        if (value.size() < sizeof number)
-            return;
-        std::memcpy(&number, value.data(), sizeof number);
-        if (type == RTA_GATEWAY && family == AF_INET)
-            route.gateway = ntohl(number);
-        else if (type == RTA_PRIORITY)
-            route.metric = number;
-        else if (type == RTA_OIF)
-            route.interfaceIndex = static_cast<int>(number);
-        else if (type == RTA_MULTIPATH && value.size() >= sizeof(rtnexthop)) {
-            // The first of several ways stands for all.
-            rtnexthop hop;
-            std::memcpy(&hop, value.data(), sizeof hop);
-            route.interfaceIndex = hop.rtnh_ifindex;
-            auto length = std::min<std::size_t>(hop.rtnh_len, value.size());
-            if (length >= sizeof hop)
-                readHop(value.first(length).subspan(sizeof hop), family, route);
-        }
-    });
+DefaultRoute routeOf(std::span<const std::byte> attributes, std::uint8_t family) {
+    DefaultRoute route;
+    route.metric = valueOf<std::uint32_t>(attributes, RTA_PRIORITY).value_or(0);
+    route.interfaceIndex = valueOf<int>(attributes, RTA_OIF).value_or(0);
+    if (auto hop = valueOf<rtnexthop>(attributes, RTA_MULTIPATH)) {
+        // The first of several ways stands for all.
+        auto hops = *netlinkAttribute(attributes, RTA_MULTIPATH);
+        route.interfaceIndex = hop->rtnh_ifindex;
+        attributes = hops.first(std::clamp<std::size_t>(hop->rtnh_len, sizeof *hop, hops.size()))
+                         .subspan(sizeof *hop);
+    }
+    if (family == AF_INET)
+        route.gateway = ntohl(valueOf<std::uint32_t>(attributes, RTA_GATEWAY).value_or(0));
+    return route;
 }
 
 std::optional<DefaultRoute> usableDefault(std::span<const std::byte> message, std::uint8_t family) {
@@ -60,14 +52,12 @@ std::optional<DefaultRoute> usableDefault(std::span<const std::byte> message, st
         route.rtm_table != RT_TABLE_MAIN || route.rtm_type != RTN_UNICAST ||
         (route.rtm_flags & unusable) != 0)
         return std::nullopt;
-    DefaultRoute found;
-    readHop(message.subspan(NLMSG_ALIGN(sizeof route)), family, found);
-    return found;
+    return routeOf(message.subspan(sizeof route), family);
 }
 
 }  // namespace
 
-std::vector<DefaultRoute> defaultRoutes(std::uint8_t family, const NetlinkOpener& open) {
+std::vector<DefaultRoute> defaultRoutes(std::uint8_t family) {
     rtmsg request{};
     request.rtm_family = family;
     std::vector<DefaultRoute> routes;
@@ -80,8 +70,7 @@ std::vector<DefaultRoute> defaultRoutes(std::uint8_t family, const NetlinkOpener
                    [&](std::span<const std::byte> message) {
                        if (auto route = usableDefault(message, family))
                            routes.push_back(*route);
-                   }},
-              open);
+                   }});
     std::stable_sort(routes.begin(), routes.end(),
                      [](const auto& a, const auto& b) { return a.metric < b.metric; });
     return routes;

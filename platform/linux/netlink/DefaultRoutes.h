@@ -3,8 +3,6 @@
 #include <cstdint>
 #include <vector>
 
-#include "platform/linux/netlink/NetlinkQuestion.h"
-
 namespace zelvo::platform {
 
 /// A default route of the kernel's main table that traffic can take.
@@ -18,7 +16,6 @@ struct DefaultRoute {
 
 /// Those of an address family, AF_INET or AF_INET6, in the order in which the kernel prefers them;
 /// none, too, when the kernel does not answer. Any thread.
-std::vector<DefaultRoute> defaultRoutes(std::uint8_t family,
-                                        const NetlinkOpener& open = openNetlink);
+std::vector<DefaultRoute> defaultRoutes(std::uint8_t family);
 
 }  // namespace zelvo::platform

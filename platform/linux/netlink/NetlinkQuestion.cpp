@@ -143,4 +143,19 @@ std::optional<std::string> askKernel(const NetlinkQuestion& question, const Netl
     return error;
 }
 
+std::optional<std::span<const std::byte>> netlinkAttribute(std::span<const std::byte> attributes,
+                                                           std::uint16_t type) {
+    while (attributes.size() >= sizeof(nlattr)) {
+        nlattr attribute;
+        std::memcpy(&attribute, attributes.data(), sizeof attribute);
+        if (attribute.nla_len < NLA_HDRLEN || attribute.nla_len > attributes.size())
+            break;
+        if ((attribute.nla_type & NLA_TYPE_MASK) == type)
+            return attributes.first(attribute.nla_len).subspan(NLA_HDRLEN);
+        attributes = attributes.subspan(
+            std::min<std::size_t>(NLA_ALIGN(attribute.nla_len), attributes.size()));
+    }
+    return std::nullopt;
+}
+
 }  // namespace zelvo::platform

@@ -38,4 +38,9 @@ struct NetlinkQuestion {
 std::optional<std::string> askKernel(const NetlinkQuestion& question,
                                      const NetlinkOpener& open = openNetlink);
 
+/// The value of the first attribute of a type among those that follow a message's fixed part; none
+/// without one.
+std::optional<std::span<const std::byte>> netlinkAttribute(std::span<const std::byte> attributes,
+                                                           std::uint16_t type);
+
 }  // namespace zelvo::platform
