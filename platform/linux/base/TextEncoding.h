@@ -18,6 +18,7 @@ std::optional<std::string> decodeUtf16(std::span<const std::byte> bytes, bool bi
 /// Length of the UTF-8 sequence that the text begins with, from 1 to 4; 0 when it begins with none.
 std::size_t utf8SequenceLength(std::string_view text);
 
+/// Whether all of it is UTF-8 (RFC 3629).
 bool isUtf8(std::string_view text);
 
 struct CodePoint {
