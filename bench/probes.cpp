@@ -137,6 +137,8 @@ int main() {
     bool reached = compare("listening, few sockets", 100);
     auto server = listener(INADDR_LOOPBACK, 0);
     std::vector<Socket> held;
+    establish(held, server, 1000);
+    reached = compare("listening, 1,000 established sockets", 50) && reached;
     establish(held, server, 5000);
     reached = compare("listening, 5,000 established sockets", 20) && reached;
     return reached ? 0 : 1;

@@ -52,13 +52,16 @@ class AuthorizationTest : public testing::Test {
 
 }  // namespace
 
-TEST_F(AuthorizationTest, StartsATool) {
+TEST_F(AuthorizationTest, StartsAToolOrTellsThatItCannot) {
     auto path = tool("$0|$(id -u)|$(readlink /proc/self/fd/0)|$#");
     std::string started;
     EXPECT_EQ(run({.asSelf = true, .started = [&](auto name) { started = name; }}, path),
               AuthorizationSuccess);
     EXPECT_EQ(answer(), path + "|" + std::to_string(::getuid()) + "|/dev/null|0\n");
     EXPECT_EQ(started, "the tool.tool");
+    for (const auto& missing : {folder / "missing.tool", std::string("relative.tool")})
+        EXPECT_EQ(run({.asSelf = true}, missing), AuthorizationToolExecuteFailure);
+    EXPECT_EQ(run({.asSelf = true, .shell = "/nowhere/sh"}, path), AuthorizationToolExecuteFailure);
 }
 
 TEST_F(AuthorizationTest, TellsRootsToolsWhoAsked) {
@@ -76,13 +79,6 @@ TEST_F(AuthorizationTest, TellsRootsToolsWhoAsked) {
         EXPECT_EQ(run({}, path), AuthorizationSuccess);
         EXPECT_EQ(answer(), "somebody\n");
     }
-}
-
-TEST_F(AuthorizationTest, TellsWhatFailed) {
-    EXPECT_EQ(run({.asSelf = true}, folder / "missing.tool"), AuthorizationToolExecuteFailure);
-    EXPECT_EQ(run({.asSelf = true}, "relative.tool"), AuthorizationToolExecuteFailure);
-    auto path = tool("x");
-    EXPECT_EQ(run({.asSelf = true, .shell = "/nowhere/sh"}, path), AuthorizationToolExecuteFailure);
 }
 
 TEST_F(AuthorizationTest, LeavesNothingOfItsOwnBehind) {

@@ -1,6 +1,10 @@
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/prctl.h>
 #include <unistd.h>
+
+#include <cstdlib>
+#include <thread>
 
 #include "platform/linux/desktop/KeyboardFileInputSources.h"
 #include "platform/linux/machine/InetAddressParser.h"
@@ -10,6 +14,7 @@
 #include "platform/linux/machine/ProcProcessTable.h"
 #include "platform/linux/machine/SysfsHardwareRegistry.h"
 #include "platform/linux/machine/SystemRandom.h"
+#include "platform/linux/nat/RouteMonitor.h"
 #include "tests/support/TemporaryFolder.h"
 
 using namespace zelvo::platform;
@@ -22,42 +27,70 @@ std::string text(const std::optional<std::vector<std::byte>>& data) {
     return data ? std::string(reinterpret_cast<const char*>(data->data()), data->size()) : "(none)";
 }
 
-const std::string routeHead =
-    "Iface\tDestination\tGateway\tFlags\tRefCnt\tUse\tMetric\tMask\tMTU\tWindow\tIRTT\n";
-
 }  // namespace
 
-TEST(SysfsHardwareRegistry, FindsTheInterfaceOfTheDefaultRoute) {
+TEST(SysfsHardwareRegistry, FindsTheAddressOfTheBestInterface) {
     TemporaryFolder root;
-    SysfsHardwareRegistry hardware(root.path());
-    EXPECT_TRUE(hardware.matchInterface("en0").services.empty()) << "no route";
-
-    root.write("sys/class/net/eth0/address", "00:16:cb:8a:3f:21\n");
-    root.write("sys/class/net/wlan0/address", "02:00:00:00:00:01\n");
-    root.write("sys/class/net/tun0/address", "\n");
-    auto route = [](const char* interface, const char* flags, const char* metric) {
-        return std::string(interface) + "\t00000000\t010200C0\t" + flags + "\t0\t0\t" + metric +
-               "\t00000000\t0\t0\t0\n";
+    std::vector<std::string> routed;
+    SysfsHardwareRegistry hardware(root.path(), [&] { return routed; });
+    auto address = [&](const char* interface = "en0") {
+        auto match = hardware.matchInterface(interface);
+        return match.services.size() != 1 ? "(no service)" : text(match.services[0].macAddress);
     };
-    auto address = [&] {
-        auto match = hardware.matchInterface("en0");
-        EXPECT_EQ(match.services.size(), 1U);
-        return match.services.empty() ? "(no service)" : text(match.services[0].macAddress);
-    };
-    root.write("proc/net/route", routeHead + "eth0\t000200C0\t00000000\t0001\t0\t0\t0\t00FFFFFF\n" +
-                                     route("eth0", "0003", "600") + route("tun0", "0000", "0") +
-                                     route("wlan0", "0003", "100"));
-    EXPECT_EQ(address(), std::string("\x02\0\0\0\0\x01", 6));
-    root.write("proc/net/route", routeHead + route("tun0", "0001", "0"));
-    EXPECT_EQ(address(), "(none)") << "an interface without a hardware address";
+    EXPECT_EQ(address(), "(no service)");
 
-    const std::string zeros(32, '0');
-    root.write("proc/net/route", routeHead);
-    root.write("proc/net/ipv6_route", zeros + " 00 " + zeros + " 00 " + zeros +
-                                          " ffffffff 00000001 00000000 00200200 lo\n" + zeros +
-                                          " 00 " + zeros + " 00 fe80" + std::string(28, '0') +
-                                          " 00000400 00000003 00000000 00000003 eth0\n");
-    EXPECT_EQ(address(), std::string("\x00\x16\xcb\x8a\x3f\x21", 6));
+    auto add = [&](const std::string& name, const char* content, const char* index) {
+        root.write("sys/class/net/" + name + "/address", content);
+        root.write("sys/class/net/" + name + "/ifindex", index);
+        return "sys/class/net/" + name + "/device/vendor";
+    };
+    add("tun0", "\n", "9\n");
+    add("gre0", "c0:00:02:01\n", "8\n");
+    add("lo", "00:00:00:00:00:00\n", "1\n");
+    add("br0", "02:00:00:00:00:03\n", "2\n");
+    EXPECT_EQ(address(), "(no service)") << "offline, without a physical interface";
+    root.write(add("wlan0", "02:00:00:00:00:01\n", "10\n"), "");
+    root.write(add("eth0", "00:16:cb:8a:3f:21\n", "3\n"), "");
+    EXPECT_EQ(address(), std::string("\x00\x16\xcb\x8a\x3f\x21", 6)) << "offline";
+    routed = {"tun0"};
+    EXPECT_EQ(address(), std::string("\x00\x16\xcb\x8a\x3f\x21", 6)) << "a tunnel alone";
+    routed = {"gone", "tun0", "gre0", "lo", "wlan0", "eth0"};
+    EXPECT_EQ(address(), std::string("\x02\0\0\0\0\x01", 6)) << "the next route";
+    EXPECT_EQ(address("tun0"), "(none)");
+    EXPECT_EQ(address("../net/eth0"), "(no service)");
+}
+
+TEST(DefaultRoutes, TheLowestMetricCounts) {
+    bool isAlone = false;
+    std::vector<std::string> interfaces;
+    std::optional<RouterRoute> router;
+    // The namespace is that of the thread, and goes with it.
+    std::thread([&] {
+        isAlone = ::unshare(CLONE_NEWNET) == 0 &&
+                  std::system(
+                      "for name in far near off; do ip link add $name type veth peer "
+                      "name ${name}-peer && ip link set $name up || exit; done\n"
+                      "ip link set far-peer up; ip link set near-peer up\n"
+                      "ip address add 192.0.2.2/24 dev far\n"
+                      "ip address add 198.51.100.2/24 dev near\n"
+                      "ip address add 203.0.113.2/24 dev off\n"
+                      "ip route add default via 192.0.2.1 metric 600\n"
+                      "ip route add default via 198.51.100.1 metric 100\n"
+                      "ip route add default via 203.0.113.1 metric 5\n"
+                      "ip route add unreachable default metric 1\n"
+                      "ip route add 0.0.0.0/1 dev far\n"
+                      "ip route add default dev far\n"
+                      "ip -6 address add 2001:db8::2/64 dev near nodad\n"
+                      "ip -6 route add default via 2001:db8::1") == 0;
+        interfaces = interfacesOfDefaultRoutes();
+        router = readDefaultRoute();
+    }).join();
+    if (!isAlone)
+        GTEST_SKIP() << "needs the right to have a network of its own";
+    EXPECT_EQ(interfaces, (std::vector<std::string>{"far", "near", "far", "near"}));
+    ASSERT_TRUE(router);
+    EXPECT_EQ(router->router, 0xC6336401U) << "the best one that has a gateway";
+    EXPECT_EQ(router->localAddress, 0xC6336402U);
 }
 
 TEST(SysfsHardwareRegistry, ReadsTheFirmware) {
@@ -95,9 +128,15 @@ TEST(OsReleaseProcessInfo, ReadsTheVersion) {
     EXPECT_EQ(version("ID=debian\nVERSION_ID=\"12\"\n"), "12.0.0");
     EXPECT_EQ(version("VERSION_ID='22.04'"), "22.4.0");
     EXPECT_EQ(version("#VERSION_ID=1\nVERSION_ID=9.2.7\nXVERSION_ID=3\n"), "9.2.7");
-    for (const auto* none :
-         {"ID=arch\n", "VERSION_ID=\n", "VERSION_ID=rolling\n", "VERSION_ID=12a\n",
-          "VERSION_ID=-1\n", "VERSION_ID=1.\n", "VERSION_ID=99999999999999999999\n"})
+    for (const auto& [id, leading] :
+         std::initializer_list<std::pair<const char*, const char*>>{{"3.21.0_alpha2024", "3.21.0"},
+                                                                    {"15.6 SP1", "15.6.0"},
+                                                                    {"12-1", "12.0.0"},
+                                                                    {"12.-1", "12.0.0"},
+                                                                    {"1.", "1.0.0"}})
+        EXPECT_EQ(version("VERSION_ID=\"" + std::string(id) + "\"\n"), leading);
+    for (const auto* none : {"ID=arch\n", "VERSION_ID=\n", "VERSION_ID=rolling\n",
+                             "VERSION_ID=-1\n", "VERSION_ID=99999999999999999999\n"})
         EXPECT_EQ(version(none), "none") << none;
     std::filesystem::remove(root / "etc/os-release");
     root.write("usr/lib/os-release", "VERSION_ID=40");

@@ -1,6 +1,9 @@
 #include "platform/linux/machine/NetlinkSocketTable.h"
 
 #include <gtest/gtest.h>
+#include <linux/inet_diag.h>
+#include <linux/netlink.h>
+#include <linux/sock_diag.h>
 
 #include <sstream>
 
@@ -99,6 +102,42 @@ TEST_F(NetlinkSocketTableTest, ListsEstablishedConnections) {
     // One end closed: CLOSE_WAIT and FIN_WAIT2 are no connections any more.
     client.close();
     EXPECT_EQ(linesOf(std::atoi(peer.c_str()), SocketFamily::Any, SocketState::Established), "");
+}
+
+TEST_F(NetlinkSocketTableTest, AsksAnewWhatWasInterrupted) {
+    struct {
+        nlmsghdr socketHeader;
+        inet_diag_msg socket;
+        nlmsghdr doneHeader;
+    } answer{};
+    answer.socketHeader.nlmsg_len = sizeof answer.socketHeader + sizeof answer.socket;
+    answer.socketHeader.nlmsg_type = SOCK_DIAG_BY_FAMILY;
+    answer.socket.idiag_family = AF_INET;
+    answer.doneHeader.nlmsg_len = sizeof answer.doneHeader;
+    answer.doneHeader.nlmsg_type = NLMSG_DONE;
+    std::vector<FileDescriptor> kernels;
+    int interruptions = 0;
+    // A kernel that has answered both of the questions to come, the second with other sockets.
+    auto open = [&](int) {
+        int ends[2];
+        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
+        kernels.emplace_back(ends[1]);
+        for (bool isLast : {false, true}) {
+            bool isInterrupted = isLast && static_cast<int>(kernels.size()) <= interruptions;
+            answer.socket.id.idiag_sport = htons(static_cast<std::uint16_t>(kernels.size()));
+            answer.doneHeader.nlmsg_flags = isInterrupted ? NLM_F_DUMP_INTR : 0;
+            EXPECT_EQ(::send(ends[1], &answer, sizeof answer, 0), sizeof answer);
+        }
+        return FileDescriptor(ends[0]);
+    };
+    interruptions = 2;
+    EXPECT_EQ(NetlinkSocketTable(open).tcpSockets(SocketFamily::Any, SocketState::Listen).text,
+              "tcp4 0 0 *.3 *.* LISTEN\ntcp4 0 0 *.3 *.* LISTEN\n");
+    interruptions = 100;
+    kernels.clear();
+    EXPECT_EQ(NetlinkSocketTable(open).tcpSockets(SocketFamily::Any, SocketState::Listen).text,
+              std::nullopt);
+    EXPECT_EQ(kernels.size(), 5U);
 }
 
 TEST_F(NetlinkSocketTableTest, ListsMoreThanOneDatagramHolds) {

@@ -53,33 +53,7 @@ struct FrontEndWorld {
     GivenExplanations explanations;
     platform::QtMainLoop loop;
     FrontEnd frontEnd;
-    AppDelegate controller{{fake.loop,
-                            fake.loop,
-                            fake.log,
-                            fake.dynamicStore,
-                            fake.hardware,
-                            fake.services,
-                            fake.sockets,
-                            fake.processes,
-                            fake.processInfo,
-                            fake.inputSources,
-                            fake.random,
-                            fake.digest,
-                            fake.addresses,
-                            fake.propertyLists,
-                            fake.userDefaults,
-                            bundle,
-                            fake.peer,
-                            "https://share.example",
-                            fake.router,
-                            frontEnd.application,
-                            frontEnd.alerts,
-                            frontEnd.windowSystem,
-                            frontEnd.sharingServicePicker,
-                            frontEnd.pasteboard,
-                            workspace(),
-                            fake.authorization,
-                            frontEnd.feedback}};
+    AppDelegate controller{fake.with(frontEnd, bundle, workspace())};
 
   private:
     // The desktop's would start a browser.

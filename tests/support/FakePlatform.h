@@ -51,33 +51,39 @@ struct FakePlatform {
     FakeAuthorization authorization;
     FakeFeedback feedback;
 
-    platform::Platform platform{loop,
-                                loop,
-                                log,
-                                dynamicStore,
-                                hardware,
-                                services,
-                                sockets,
-                                processes,
-                                processInfo,
-                                inputSources,
-                                random,
-                                digest,
-                                addresses,
-                                propertyLists,
-                                userDefaults,
-                                bundle,
-                                peer,
-                                "https://share.example",
-                                router,
-                                application,
-                                alerts,
-                                windowSystem,
-                                sharingServicePicker,
-                                pasteboard,
-                                workspace,
-                                authorization,
-                                feedback};
+    /// The whole system with these, and a desktop from elsewhere.
+    template <typename Desktop>
+    platform::Platform with(Desktop& desktop, platform::Bundle& texts,
+                            platform::Workspace& openers) {
+        return {loop,
+                loop,
+                log,
+                dynamicStore,
+                hardware,
+                services,
+                sockets,
+                processes,
+                processInfo,
+                inputSources,
+                random,
+                digest,
+                addresses,
+                propertyLists,
+                userDefaults,
+                texts,
+                peer,
+                "https://share.example",
+                router,
+                desktop.application,
+                desktop.alerts,
+                desktop.windowSystem,
+                desktop.sharingServicePicker,
+                desktop.pasteboard,
+                openers,
+                authorization,
+                desktop.feedback};
+    }
+    platform::Platform platform{with(*this, bundle, workspace)};
 };
 
 }  // namespace zelvo::test

@@ -82,6 +82,16 @@ std::size_t utf8SequenceLength(std::string_view text) {
     return length;
 }
 
+bool isUtf8(std::string_view text) {
+    while (!text.empty()) {
+        auto length = utf8SequenceLength(text);
+        if (length == 0)
+            return false;
+        text.remove_prefix(length);
+    }
+    return true;
+}
+
 std::optional<std::string> decodeText(std::span<const std::byte> bytes) {
     auto begins = [&](std::uint8_t first, std::uint8_t second) {
         return bytes.size() >= 2 && bytes[0] == std::byte{first} && bytes[1] == std::byte{second};
@@ -94,12 +104,8 @@ std::optional<std::string> decodeText(std::span<const std::byte> bytes) {
     std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     if (text.starts_with("\xEF\xBB\xBF"))
         text.remove_prefix(3);
-    for (std::size_t at = 0; at < text.size();) {
-        auto length = utf8SequenceLength(text.substr(at));
-        if (length == 0)
-            return std::nullopt;
-        at += length;
-    }
+    if (!isUtf8(text))
+        return std::nullopt;
     return std::string(text);
 }
 

@@ -4,38 +4,23 @@
 #include <linux/inet_diag.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
-#include <linux/sock_diag.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <poll.h>
-#include <sys/socket.h>
 
 #include <array>
-#include <cerrno>
 #include <charconv>
 #include <cstdint>
 #include <cstring>
+#include <span>
 #include <string>
 #include <string_view>
-#include <system_error>
+#include <utility>
 
-#include "platform/linux/base/FileDescriptor.h"
+#include "platform/linux/netlink/TcpSockets.h"
 
 namespace zelvo::platform {
 
 namespace {
-
-/// A kernel that is busy interrupts a dump; it is asked this often.
-constexpr int attempts = 5;
-/// The kernel answers at once. Only a broken one makes a caller wait this long, in milliseconds.
-constexpr int listingTimeout = 2000;
-
-struct Request {
-    nlmsghdr header;
-    inet_diag_req_v2 body;
-};
-
-enum class Outcome { Complete, Again, Failed };
 
 inet_diag_msg messageAt(const std::byte* at) {
     inet_diag_msg message;
@@ -77,6 +62,7 @@ class Listing {
             line("tcp6", socket, false);
     }
 
+    void clear() { text_.clear(); }
     std::string take() { return std::move(text_); }
 
   private:
@@ -147,132 +133,18 @@ class Listing {
     std::string text_;
 };
 
-class Dump {
-  public:
-    Dump(int socket, Listing& listing) : socket_(socket), listing_(listing) {}
-
-    Outcome run(std::uint8_t family, std::uint32_t states) {
-        Request request{};
-        request.header.nlmsg_len = sizeof request;
-        request.header.nlmsg_type = SOCK_DIAG_BY_FAMILY;
-        request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
-        request.header.nlmsg_seq = ++sequence_;
-        request.body.sdiag_family = family;
-        request.body.sdiag_protocol = IPPROTO_TCP;
-        request.body.idiag_states = states;
-        sockaddr_nl kernel{};
-        kernel.nl_family = AF_NETLINK;
-        if (::sendto(socket_, &request, sizeof request, 0,
-                     reinterpret_cast<const sockaddr*>(&kernel), sizeof kernel) < 0)
-            return failed("sendto", errno);
-        for (;;) {
-            if (auto outcome = receive(); outcome != Outcome::Again || interrupted_)
-                return outcome;
-        }
-    }
-
-    const std::string& error() const { return error_; }
-
-  private:
-    Outcome failed(const char* what, int number) {
-        error_ = std::string("sock_diag: ") + what + ": " +
-                 std::error_code(number, std::generic_category()).message();
-        return Outcome::Failed;
-    }
-
-    /// One datagram. Again: more are to come, or the whole dump is to be repeated.
-    Outcome receive() {
-        pollfd readable{socket_, POLLIN, 0};
-        auto size = ::recv(socket_, buffer_.data(), buffer_.size(), MSG_DONTWAIT | MSG_TRUNC);
-        if (size < 0 && errno == EAGAIN) {
-            auto ready = ::poll(&readable, 1, listingTimeout);
-            if (ready == 0)
-                return failed("recv", ETIMEDOUT);
-            return Outcome::Again;
-        }
-        if (size < 0)
-            return errno == EINTR ? Outcome::Again : repeat("recv", errno);
-        if (static_cast<std::size_t>(size) > buffer_.size())
-            return repeat("recv", EMSGSIZE);
-        return messages(static_cast<std::size_t>(size));
-    }
-
-    Outcome messages(std::size_t size) {
-        for (std::size_t at = 0; at + sizeof(nlmsghdr) <= size;) {
-            nlmsghdr header;
-            std::memcpy(&header, buffer_.data() + at, sizeof header);
-            if (header.nlmsg_len < sizeof header || header.nlmsg_len > size - at)
-                return repeat("answer", EBADMSG);
-            if (header.nlmsg_seq == sequence_) {
-                if ((header.nlmsg_flags & NLM_F_DUMP_INTR) != 0)
-                    return repeat("dump", EINTR);
-                const auto* body = buffer_.data() + at + NLMSG_HDRLEN;
-                auto length = header.nlmsg_len - NLMSG_HDRLEN;
-                if (header.nlmsg_type == NLMSG_DONE)
-                    return Outcome::Complete;
-                if (header.nlmsg_type == NLMSG_ERROR)
-                    return refused(body, length);
-                if (header.nlmsg_type == SOCK_DIAG_BY_FAMILY)
-                    listing_.add(body, length);
-            }
-            at += NLMSG_ALIGN(header.nlmsg_len);
-        }
-        return Outcome::Again;
-    }
-
-    Outcome refused(const std::byte* body, std::size_t length) {
-        nlmsgerr answer{};
-        if (length >= sizeof answer)
-            std::memcpy(&answer, body, sizeof answer);
-        return failed("dump", -answer.error);
-    }
-
-    Outcome repeat(const char* what, int number) {
-        failed(what, number);
-        interrupted_ = true;
-        return Outcome::Again;
-    }
-
-    int socket_;
-    Listing& listing_;
-    std::uint32_t sequence_ = 0;
-    bool interrupted_ = false;
-    std::string error_;
-    // The kernel fills datagrams of up to 32 KiB when it is offered as much.
-    std::array<std::byte, 32768> buffer_;
-};
-
-Outcome attempt(SocketState state, Listing& listing, std::string& error) {
-    // A socket of its own for each try leaves no answers of an earlier one to be sorted out, and
-    // costs a few microseconds.
-    FileDescriptor socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_SOCK_DIAG));
-    if (!socket) {
-        error = "sock_diag: socket: " + std::error_code(errno, std::generic_category()).message();
-        return Outcome::Failed;
-    }
-    auto states = 1U << (state == SocketState::Listen ? TCP_LISTEN : TCP_ESTABLISHED);
-    Dump dump(socket.get(), listing);
-    auto outcome = dump.run(AF_INET, states);
-    // Also for IPv4 alone: IPv6 sockets may carry IPv4.
-    if (outcome == Outcome::Complete)
-        outcome = dump.run(AF_INET6, states);
-    error = dump.error();
-    return outcome;
-}
-
 }  // namespace
 
 SocketListing NetlinkSocketTable::tcpSockets(SocketFamily family, SocketState state) const {
-    std::string error;
-    for (int tried = 0; tried < attempts; ++tried) {
-        Listing listing(family, state);
-        auto outcome = attempt(state, listing, error);
-        if (outcome == Outcome::Complete)
-            return {listing.take(), {}};
-        if (outcome == Outcome::Failed)
-            break;
-    }
-    return {std::nullopt, error};
+    // Also for IPv4 alone both are asked: IPv6 sockets may carry IPv4.
+    Listing listing(family, state);
+    auto error = listTcpSockets(
+        state == SocketState::Listen ? TCP_LISTEN : TCP_ESTABLISHED, [&] { listing.clear(); },
+        [&](std::span<const std::byte> message) { listing.add(message.data(), message.size()); },
+        open_);
+    if (error)
+        return {std::nullopt, *error};
+    return {listing.take(), {}};
 }
 
 }  // namespace zelvo::platform

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <utility>
+
 #include "platform/SocketTable.h"
+#include "platform/linux/netlink/NetlinkQuestion.h"
 
 namespace zelvo::platform {
 
@@ -9,7 +12,12 @@ namespace zelvo::platform {
 /// mapped into IPv6 (RFC 4291, section 2.5.5.2) is written as IPv4.
 class NetlinkSocketTable : public SocketTable {
   public:
+    explicit NetlinkSocketTable(NetlinkOpener open = openNetlink) : open_(std::move(open)) {}
+
     SocketListing tcpSockets(SocketFamily family, SocketState state) const override;
+
+  private:
+    const NetlinkOpener open_;
 };
 
 }  // namespace zelvo::platform

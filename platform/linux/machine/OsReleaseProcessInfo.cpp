@@ -11,20 +11,24 @@ namespace zelvo::platform {
 
 namespace {
 
+/// What follows the leading numbers, as in "15.6 SP1", is passed over.
 std::optional<OperatingSystemVersion> version(std::string_view text) {
     OperatingSystemVersion result;
-    std::int64_t* fields[] = {&result.majorVersion, &result.minorVersion, &result.patchVersion};
-    for (auto* field : fields) {
-        auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *field);
-        if (error != std::errc() || *field < 0)
-            return std::nullopt;
-        text.remove_prefix(static_cast<std::size_t>(end - text.data()));
-        if (text.empty())
-            return result;
-        if (text[0] != '.')
-            return std::nullopt;
-        text.remove_prefix(1);
-    }
+    const auto* at = text.data();
+    const auto* end = at + text.size();
+    auto isNumber = [&](std::int64_t& field) {
+        // A sign is none of ours.
+        if (at == end || *at < '0' || *at > '9')
+            return false;
+        auto [behind, error] = std::from_chars(at, end, field);
+        at = behind;
+        return error == std::errc();
+    };
+    auto isDot = [&] { return at != end && *at++ == '.'; };
+    if (!isNumber(result.majorVersion))
+        return std::nullopt;
+    if (isDot() && isNumber(result.minorVersion) && isDot())
+        (void)isNumber(result.patchVersion);
     return result;
 }
 

@@ -1,20 +1,25 @@
 #include "platform/linux/machine/SysfsHardwareRegistry.h"
 
-#include <linux/route.h>
+#include <net/if.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 
-#include <cstdint>
+#include <algorithm>
+#include <array>
+#include <cstdlib>
 #include <filesystem>
-#include <limits>
+#include <map>
 #include <sstream>
 #include <utility>
 
 #include "platform/linux/base/FileReading.h"
+#include "platform/linux/netlink/DefaultRoutes.h"
 
 namespace zelvo::platform {
 
 namespace {
 
+constexpr const char* interfacesFolder = "/sys/class/net";
 constexpr const char* dmiFolder = "/sys/class/dmi/id";
 constexpr const char* deviceTreeFolder = "/sys/firmware/devicetree/base";
 
@@ -23,53 +28,8 @@ bool exists(const std::string& path) {
     return ::stat(path.c_str(), &status) == 0;
 }
 
-/// The best of the default routes of /proc/net/route: destination and mask 0, up, lowest metric.
-std::string defaultRoute4(const std::string& table) {
-    std::istringstream lines(table);
-    std::string line;
-    std::string best;
-    auto bestMetric = std::numeric_limits<std::uint64_t>::max();
-    while (std::getline(lines, line)) {
-        std::istringstream fields(line);
-        std::string interface, gateway, references, uses;
-        std::uint32_t destination = 1, mask = 1, flags = 0;
-        std::uint64_t metric = 0;
-        fields >> interface >> std::hex >> destination >> gateway >> flags >> references >> uses >>
-            std::dec >> metric >> std::hex >> mask;
-        bool isDefault = fields && destination == 0 && mask == 0 && (flags & RTF_UP) != 0 &&
-                         (flags & RTF_REJECT) == 0;
-        if (isDefault && metric < bestMetric) {
-            best = interface;
-            bestMetric = metric;
-        }
-    }
-    return best;
-}
-
-/// The same of /proc/net/ipv6_route, where a length of 0 marks a default route.
-std::string defaultRoute6(const std::string& table) {
-    std::istringstream lines(table);
-    std::string line;
-    std::string best;
-    auto bestMetric = std::numeric_limits<std::uint64_t>::max();
-    while (std::getline(lines, line)) {
-        std::istringstream fields(line);
-        std::string destination, length, source, sourceLength, hop, references, uses, interface;
-        std::uint64_t metric = 0;
-        std::uint32_t flags = 0;
-        fields >> destination >> length >> source >> sourceLength >> hop >> std::hex >> metric >>
-            references >> uses >> flags >> interface;
-        bool isDefault = fields && length == "00" && (flags & RTF_UP) != 0 &&
-                         (flags & RTF_REJECT) == 0 && interface != "lo";
-        if (isDefault && metric < bestMetric) {
-            best = interface;
-            bestMetric = metric;
-        }
-    }
-    return best;
-}
-
-/// "00:16:cb:8a:3f:21" as bytes; none for another form, or for no bytes at all.
+/// "00:16:cb:8a:3f:21" as bytes. None for another form and length: a tunnel's is empty, or the
+/// address that it ends at.
 std::optional<std::vector<std::byte>> hardwareAddress(const std::string& text) {
     std::vector<std::byte> address;
     std::istringstream parts(text);
@@ -79,7 +39,10 @@ std::optional<std::vector<std::byte>> hardwareAddress(const std::string& text) {
             return std::nullopt;
         address.push_back(static_cast<std::byte>(std::stoi(part, nullptr, 16)));
     }
-    if (address.empty())
+    constexpr std::size_t ethernetLength = 6;
+    bool isSome = std::any_of(address.begin(), address.end(),
+                              [](std::byte byte) { return byte != std::byte{0}; });
+    if (address.size() != ethernetLength || !isSome)
         return std::nullopt;
     return address;
 }
@@ -96,24 +59,57 @@ std::optional<std::string> firmwareText(const std::string& path) {
 
 }  // namespace
 
-SysfsHardwareRegistry::SysfsHardwareRegistry(std::string root) : root_(std::move(root)) {}
+std::vector<std::string> interfacesOfDefaultRoutes() {
+    std::vector<std::string> names;
+    for (std::uint8_t family : {AF_INET, AF_INET6}) {
+        for (const auto& route : defaultRoutes(family)) {
+            std::array<char, IF_NAMESIZE> name{};
+            if (::if_indextoname(static_cast<unsigned>(route.interfaceIndex), name.data()))
+                names.emplace_back(name.data());
+        }
+    }
+    return names;
+}
 
-std::string SysfsHardwareRegistry::primaryInterface() const {
-    auto interface = defaultRoute4(readTextFile(root_ + "/proc/net/route").value_or(""));
-    if (interface.empty())
-        interface = defaultRoute6(readTextFile(root_ + "/proc/net/ipv6_route").value_or(""));
-    return interface;
+SysfsHardwareRegistry::SysfsHardwareRegistry(std::string root, Interfaces routed)
+    : root_(std::move(root)), routed_(std::move(routed)) {}
+
+std::vector<std::string> SysfsHardwareRegistry::primaryInterfaces() const {
+    auto candidates = routed_();
+    // The others in the kernel's order: a machine without a route has its address, too.
+    std::map<int, std::string> physical;
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(root_ + interfacesFolder, error)) {
+        auto path = entry.path().string();
+        if (exists(path + "/device"))
+            physical.emplace(std::atoi(readTextFile(path + "/ifindex").value_or("").c_str()),
+                             entry.path().filename().string());
+    }
+    for (const auto& [index, name] : physical)
+        candidates.push_back(name);
+    return candidates;
+}
+
+std::optional<InterfaceService> SysfsHardwareRegistry::service(const std::string& interface) const {
+    auto folder = root_ + interfacesFolder + "/" + interface;
+    if (interface.empty() || interface.find('/') != interface.npos || interface.starts_with('.') ||
+        !exists(folder))
+        return std::nullopt;
+    InterfaceService service;
+    service.macAddress = hardwareAddress(trimmed(readTextFile(folder + "/address").value_or("")));
+    return service;
 }
 
 InterfaceMatch SysfsHardwareRegistry::matchInterface(const std::string& bsdName) const {
     InterfaceMatch match;
-    auto name = bsdName == "en0" ? primaryInterface() : bsdName;
-    auto folder = root_ + "/sys/class/net/" + name;
-    if (name.empty() || name.find('/') != name.npos || name.starts_with('.') || !exists(folder))
-        return match;
-    InterfaceService service;
-    service.macAddress = hardwareAddress(trimmed(readTextFile(folder + "/address").value_or("")));
-    match.services.push_back(std::move(service));
+    bool isPrimary = bsdName == "en0";
+    for (const auto& name : isPrimary ? primaryInterfaces() : std::vector{bsdName}) {
+        auto found = service(name);
+        if (!found || (isPrimary && !found->macAddress))
+            continue;
+        match.services.push_back(std::move(*found));
+        break;
+    }
     return match;
 }
 

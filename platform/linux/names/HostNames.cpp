@@ -17,6 +17,7 @@
 #include "platform/Log.h"
 #include "platform/linux/base/FileReading.h"
 #include "platform/linux/base/ShellAssignments.h"
+#include "platform/linux/base/TextEncoding.h"
 #include "platform/linux/names/AvahiHostName.h"
 
 namespace zelvo::platform {
@@ -29,9 +30,11 @@ constexpr const char* properties = "org.freedesktop.DBus.Properties";
 constexpr const char* kernelNameFile = "/proc/sys/kernel/hostname";
 constexpr int answerTimeout = 5000;
 
-/// The kernel says "(none)" where it has no name.
+/// None for what cannot be passed on as text, so that the next source of the name counts: neither
+/// a file's bytes nor the kernel's have to be UTF-8. The kernel says "(none)" where it has no name.
 std::optional<std::string> usable(const std::string& name) {
-    if (name.empty() || name == "(none)")
+    bool isText = name.find('\0') == name.npos && isUtf8(name);
+    if (name.empty() || name == "(none)" || !isText)
         return std::nullopt;
     return name;
 }
@@ -68,14 +71,18 @@ void HostNames::watch() {
 }
 
 std::optional<std::string> HostNames::computerName() const {
-    if (!pretty_.empty())
-        return pretty_;
-    return static_.empty() ? usable(kernel_) : static_;
+    for (const auto& name : {pretty_, static_}) {
+        if (auto found = usable(name))
+            return found;
+    }
+    return usable(kernel_);
 }
 
 std::optional<std::string> HostNames::localHostName() const {
-    if (avahi_ && avahi_->name().value())
-        return avahi_->name().value();
+    if (auto announced = avahi_ ? avahi_->name().value() : std::nullopt; announced) {
+        if (auto found = usable(*announced))
+            return found;
+    }
     return usable(kernel_.substr(0, kernel_.find('.')));
 }
 

@@ -25,7 +25,8 @@ class Log;
 /// The names of this host and their changes. The names are first those of the files that
 /// systemd-hostnamed keeps, and of the kernel; then hostnamed's own and Avahi's where they run.
 /// hostnamed is never started for being asked: it takes a tenth of a second to start and says what
-/// its files say, and whoever changes a name starts it anyway. Main thread only.
+/// its files say, and whoever changes a name starts it anyway. A name that is no UTF-8 text is
+/// passed over. Main thread only.
 class HostNames : public QObject {
     Q_OBJECT
 
