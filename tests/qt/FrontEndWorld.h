@@ -71,7 +71,7 @@ struct FrontEndWorld {
     GivenExplanations explanations;
     platform::QtMainLoop loop;
     FrontEnd frontEnd;
-    AppDelegate controller{fake.below(frontEnd, bundle, workspace())};
+    AppDelegate controller{fake.with(frontEnd, bundle, workspace())};
 
   private:
     // The desktop's would start a browser.

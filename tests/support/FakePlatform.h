@@ -51,10 +51,10 @@ struct FakePlatform {
     FakeAuthorization authorization;
     FakeFeedback feedback;
 
-    /// This system below another desktop, whose services are named as these.
+    /// The whole system with these, and a desktop from elsewhere.
     template <typename Desktop>
-    platform::Platform below(Desktop& desktop, platform::Bundle& texts,
-                             platform::Workspace& itsWorkspace) {
+    platform::Platform with(Desktop& desktop, platform::Bundle& texts,
+                            platform::Workspace& openers) {
         return {loop,
                 loop,
                 log,
@@ -79,12 +79,11 @@ struct FakePlatform {
                 desktop.windowSystem,
                 desktop.sharingServicePicker,
                 desktop.pasteboard,
-                itsWorkspace,
+                openers,
                 authorization,
                 desktop.feedback};
     }
-
-    platform::Platform platform = below(*this, bundle, workspace);
+    platform::Platform platform{with(*this, bundle, workspace)};
 };
 
 }  // namespace zelvo::test
