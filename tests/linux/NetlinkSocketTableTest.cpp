@@ -111,13 +111,12 @@ TEST_F(NetlinkSocketTableTest, AsksAnewWhatWasInterrupted) {
         nlmsghdr doneHeader;
     } answer{};
     answer.socketHeader.nlmsg_len = sizeof answer.socketHeader + sizeof answer.socket;
-    answer.socketHeader.nlmsg_type = SOCK_DIAG_BY_FAMILY;
+    answer.socketHeader.nlmsg_type = TCPDIAG_GETSOCK;
     answer.socket.idiag_family = AF_INET;
     answer.doneHeader.nlmsg_len = sizeof answer.doneHeader;
-    answer.doneHeader.nlmsg_type = NLMSG_DONE;
     std::vector<FileDescriptor> kernels;
     int interruptions = 0;
-    // A kernel that has answered both of the questions to come, the second with other sockets.
+    // A kernel that has answered the question to come, in two parts.
     auto open = [&](int) {
         int ends[2];
         EXPECT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
@@ -125,6 +124,7 @@ TEST_F(NetlinkSocketTableTest, AsksAnewWhatWasInterrupted) {
         for (bool isLast : {false, true}) {
             bool isInterrupted = isLast && static_cast<int>(kernels.size()) <= interruptions;
             answer.socket.id.idiag_sport = htons(static_cast<std::uint16_t>(kernels.size()));
+            answer.doneHeader.nlmsg_type = isLast ? NLMSG_DONE : NLMSG_NOOP;
             answer.doneHeader.nlmsg_flags = isInterrupted ? NLM_F_DUMP_INTR : 0;
             EXPECT_EQ(::send(ends[1], &answer, sizeof answer, 0), sizeof answer);
         }

@@ -11,7 +11,8 @@ namespace zelvo::platform {
 
 namespace {
 
-constexpr std::chrono::seconds keptFor{5};
+// The file is looked at each time; other sources than it hardly ever change.
+constexpr std::chrono::seconds keptFor{60};
 constexpr std::size_t answersKept = 16;
 
 std::int64_t databaseChanged() {
