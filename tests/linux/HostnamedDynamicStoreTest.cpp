@@ -153,6 +153,8 @@ TEST_F(HostnamedDynamicStoreTest, FollowsTheKernel) {
     EXPECT_EQ(connection->copyLocalHostName(), std::nullopt);
     EXPECT_EQ(connection->copyComputerName(), std::nullopt);
     EXPECT_EQ(store->localizedHostName(), std::nullopt);
+    ASSERT_EQ(::sethostname("kernel", 6), 0);
+    waitFor([&] { return store->localizedHostName() == "kernel"; });
 }
 
 TEST_F(HostnamedDynamicStoreTest, ForgetsWhatAnEarlierAvahiSaid) {
