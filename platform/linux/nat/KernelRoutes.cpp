@@ -57,9 +57,7 @@ std::optional<RouterRoute> KernelRoutes::toNeighbour(std::uint32_t router) const
 
 bool KernelRoutes::isOwnAddress(std::uint32_t address) const {
     const FileDescriptor socket = openDatagrams();
-    const sockaddr_in own = socketAddress({address, 0});
-    return address != 0 && socket &&
-           bind(socket.get(), reinterpret_cast<const sockaddr*>(&own), sizeof own) == 0;
+    return address != 0 && socket && bindLocally(socket, {address, 0});
 }
 
 }  // namespace zelvo::platform

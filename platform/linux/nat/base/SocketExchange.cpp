@@ -18,7 +18,7 @@ SocketExchange::SocketExchange(PollLoop& loop, const Ipv4Endpoint& server,
       done_(std::move(done)),
       socket_(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
     const sockaddr_in address = socketAddress(server);
-    if (!bindLocally(socket_, localAddress, server) ||
+    if (!bindLocally(socket_, {localAddress, 0}) ||
         (connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 &&
          errno != EINPROGRESS)) {
         // Something that is ready at once, so that the failure comes from the loop as well.

@@ -100,11 +100,6 @@ FileDescriptor openDatagrams() {
     return FileDescriptor(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
 }
 
-bool bindTo(const FileDescriptor& socket, const Ipv4Endpoint& endpoint) {
-    const sockaddr_in address = socketAddress(endpoint);
-    return bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-}
-
 template <typename Value>
 bool setOption(const FileDescriptor& socket, int level, int option, const Value& value) {
     return setsockopt(socket.get(), level, option, &value, sizeof value) == 0;
@@ -117,7 +112,7 @@ std::unique_ptr<DatagramPort> SocketNetwork::connect(const Ipv4Endpoint& peer,
                                                      DatagramReceiver& receiver) {
     FileDescriptor socket = openDatagrams();
     const sockaddr_in address = socketAddress(peer);
-    if (!socket || !bindLocally(socket, localAddress, peer) ||
+    if (!socket || !bindLocally(socket, {localAddress, 0}) ||
         ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         return nullptr;
     }
@@ -130,7 +125,7 @@ std::unique_ptr<SearchPort> SocketNetwork::search(std::uint32_t localAddress,
     const in_addr local{htonl(localAddress)};
     // UPnP 1.0 asks for so many hops.
     const int hops = 4;
-    if (!socket || !bindTo(socket, {localAddress, 0}) ||
+    if (!socket || !bindLocally(socket, {localAddress, 0}) ||
         !setOption(socket, IPPROTO_IP, IP_MULTICAST_IF, local) ||
         !setOption(socket, IPPROTO_IP, IP_MULTICAST_TTL, hops)) {
         return nullptr;
@@ -142,7 +137,7 @@ std::unique_ptr<SearchPort> SocketNetwork::join(const Ipv4Endpoint& group,
                                                 std::uint32_t localAddress,
                                                 SearchReceiver& receiver) {
     FileDescriptor socket = openDatagrams();
-    if (!socket || !setOption(socket, SOL_SOCKET, SO_REUSEADDR, 1) || !bindTo(socket, group)) {
+    if (!socket || !setOption(socket, SOL_SOCKET, SO_REUSEADDR, 1) || !bindLocally(socket, group)) {
         return nullptr;
     }
     ip_mreq membership{};

@@ -56,9 +56,11 @@ PortLane::Event PortLane::hear(const PortControlAnswer& answer, NatTime now) {
     const bool granted = answer.refusal.empty() && answer.lifetime.count() != 0;
     const bool asked = state_ == State::Asking || (state_ == State::Held && retry_.isOpen());
     if (state_ == State::Deleting && !granted) {
-        // Routers refuse to withdraw what is not there, which after a second try means that the
-        // first one has arrived.
-        confirmed_ = confirmed_ && (answer.refusal.empty() || retry_.sent() > 1);
+        // Routers refuse to withdraw what is not there, or what is no longer ours. The second try
+        // tells that from a refusal of the moment.
+        if (!answer.refusal.empty() && retry_.sent() == 1) {
+            return Event::None;
+        }
         endWithdrawal(now);
         return Event::None;
     }
