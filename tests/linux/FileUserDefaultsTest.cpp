@@ -1,7 +1,10 @@
 #include "platform/linux/property_lists/FileUserDefaults.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+
+#include <csignal>
 
 #include "platform/linux/property_lists/PlistReader.h"
 #include "tests/support/ManualLoop.h"
@@ -119,11 +122,23 @@ TEST_F(FileUserDefaultsTest, LogsWhatCannotBeStored) {
     EXPECT_EQ(told, (std::vector<bool>{true, false, false}));
     EXPECT_EQ(defaults.stringForKey("a"), "old");
 
+    // As with a disk that is full.
+    ::signal(SIGXFSZ, SIG_IGN);
+    rlimit before{};
+    ::getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit none{100, before.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &none);
+    defaults.setString("a", "new");
+    ::setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(log.lines.size(), 3U);
+    EXPECT_FALSE(told.back());
+    EXPECT_EQ(defaults.stringForKey("a"), "old");
+
     // A folder in the file's place stops also root, whom permissions do not.
     std::filesystem::remove(folder / "zelvo/defaults.plist");
     std::filesystem::create_directories(folder / "zelvo/defaults.plist");
     defaults.setString("a", "new");
-    EXPECT_EQ(log.lines.size(), 3U);
+    EXPECT_EQ(log.lines.size(), 4U);
     EXPECT_EQ(defaults.stringForKey("a"), std::nullopt);
 
     folder.write("file", "");
@@ -131,6 +146,6 @@ TEST_F(FileUserDefaultsTest, LogsWhatCannotBeStored) {
     nowhere.setString("a", "new");
     FileUserDefaults homeless("", log);
     homeless.setString("a", "new");
-    EXPECT_EQ(log.lines.size(), 5U);
+    EXPECT_EQ(log.lines.size(), 6U);
     EXPECT_EQ(homeless.stringForKey("a"), std::nullopt);
 }

@@ -152,7 +152,8 @@ bool FileUserDefaults::write(const PropertyList::Dictionary& dictionary) {
     if (int error = makeFolders(folder_); error != 0)
         return refuse("cannot make " + folder_ + ": " + reason(error));
     QSaveFile file(QString::fromStdString(file_));
-    bool isOpen = file.open(QIODevice::WriteOnly) &&
+    // commit() does not notice where the disk is too full for what it had buffered.
+    bool isOpen = file.open(QIODevice::WriteOnly | QIODevice::Unbuffered) &&
                   file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
     if (!isOpen || file.write(*xml) != xml->size() || !file.commit())
         return refuse("cannot write " + file_ + ": " + file.errorString().toStdString());
