@@ -7,7 +7,7 @@
 #include "platform/linux/LinuxExplanations.h"
 #include "platform/linux/base/Environment.h"
 #include "platform/linux/base/SystemLog.h"
-#include "platform/linux/desktop/DesktopInputSources.h"
+#include "platform/linux/desktop/DesktopSettingsMirror.h"
 #include "platform/linux/https/CurlUrlSession.h"
 #include "platform/linux/machine/InetAddressParser.h"
 #include "platform/linux/machine/NetlinkSocketTable.h"
@@ -63,12 +63,12 @@ struct LinuxPlatform::Services {
                             .languages = environment.languages,
                             .dataHome = environment.dataHome},
                            propertyLists};
-    DesktopInputSources inputSources{{.desktop = environment.desktop,
-                                      .display = environment.xDisplay,
-                                      .configHome = environment.configHome},
-                                     bundle,
-                                     propertyLists,
-                                     log};
+    DesktopSettingsMirror desktopSettings{{.desktop = environment.desktop,
+                                           .display = environment.xDisplay,
+                                           .configHome = environment.configHome},
+                                          bundle,
+                                          propertyLists,
+                                          log};
 
     ScreenSharingExplanation screenSharing{mainQueue, bundle,
                                            environment.systemRoot + "/run/reason"};
@@ -146,7 +146,7 @@ ProcessInfo& LinuxPlatform::processInfo() {
     return services_->processInfo;
 }
 TextInputSources& LinuxPlatform::inputSources() {
-    return services_->inputSources;
+    return services_->desktopSettings;
 }
 Random& LinuxPlatform::random() {
     return services_->random;

@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <thread>
 
-#include "platform/linux/desktop/KeyboardFileInputSources.h"
 #include "platform/linux/machine/InetAddressParser.h"
 #include "platform/linux/machine/NssServicesDatabase.h"
 #include "platform/linux/machine/OpenSslMessageDigest.h"
@@ -142,21 +141,6 @@ TEST(OsReleaseProcessInfo, ReadsTheVersion) {
     std::filesystem::remove(root / "etc/os-release");
     root.write("usr/lib/os-release", "VERSION_ID=40");
     EXPECT_EQ(info.operatingSystemVersion()->majorVersion, 40);
-}
-
-TEST(KeyboardFileInputSources, ReadsTheFirstLayout) {
-    TemporaryFolder folder;
-    KeyboardFileInputSources keyboard(folder / "keyboard");
-    EXPECT_EQ(keyboard.currentKeyboardInputSourceId(), std::nullopt);
-    auto layout = [&](const std::string& content) {
-        folder.write("keyboard", content);
-        return keyboard.currentKeyboardInputSourceId().value_or("none");
-    };
-    EXPECT_EQ(layout("# XKBLAYOUT=fr\nXKBMODEL=\"pc105\"\nXKBLAYOUT=\"us\"\nXKBVARIANT=\"\"\n"),
-              "us");
-    EXPECT_EQ(layout("XKBLAYOUT='de,us'\nXKBVARIANT='nodeadkeys,'\n"), "de+nodeadkeys");
-    EXPECT_EQ(layout("XKBLAYOUT=de,us # two\nXKBVARIANT=,intl\n"), "de");
-    EXPECT_EQ(layout("XKBLAYOUT=\nXKBVARIANT=x\n"), "none");
 }
 
 TEST(ProcProcessTable, ListsThisProcess) {

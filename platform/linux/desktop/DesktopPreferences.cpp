@@ -1,17 +1,16 @@
 #include "platform/linux/desktop/DesktopPreferences.h"
 
 #include <fcntl.h>
-#include <stdlib.h>
+#include <glib.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
+#include <cstdio>
 #include <filesystem>
 #include <system_error>
 #include <utility>
 
 #include "platform/Log.h"
-#include "platform/linux/base/FileDescriptor.h"
 #include "platform/linux/base/FileReading.h"
 
 namespace zelvo::platform {
@@ -19,9 +18,13 @@ namespace zelvo::platform {
 namespace {
 
 /// Tells a file of ours from one that somebody has put there.
-constexpr const char* writtenHere = "<!-- Written by Zelvo from the desktop's settings. -->";
+constexpr const char* mark = "<!-- Written by Zelvo from the desktop's settings";
+constexpr const char* advice =
+    ", and replaced when those change; without this comment it is left alone. -->";
 constexpr std::int32_t noCharacter = 65535;
 constexpr std::int32_t spaceBar = 49;
+/// A hot key that is on no key has this code, which the keyboard table turns into no keysym.
+constexpr std::int32_t noKey = 65535;
 
 std::string integer(std::int32_t value) {
     return "<integer>" + std::to_string(value) + "</integer>";
@@ -30,31 +33,37 @@ std::string integer(std::int32_t value) {
 std::string document(const std::string& members) {
     return std::string(R"(<?xml version="1.0" encoding="UTF-8"?>
 <!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
-)") + writtenHere +
-           "\n<plist version=\"1.0\">\n<dict>\n" + members + "</dict>\n</plist>\n";
+)") + mark +
+           advice + "\n<plist version=\"1.0\">\n<dict>\n" + members + "</dict>\n</plist>\n";
 }
 
-std::optional<std::string> hotKeyFile(const DesktopSettings& settings) {
-    if (settings.hotKeys.empty())
-        return std::nullopt;
-    std::string hotKeys;
-    for (const auto& [id, hotKey] : settings.hotKeys) {
-        // Readers look a character up as if it were a key code, all but the space.
-        auto character = hotKey.keyCode == spaceBar ? ' ' : noCharacter;
-        hotKeys += "<key>" + std::to_string(id) +
-                   "</key><dict><key>enabled</key><true/><key>value</key><dict>"
-                   "<key>parameters</key><array>" +
-                   integer(character) + integer(hotKey.keyCode) + integer(hotKey.flags) +
-                   "</array><key>type</key><string>standard</string></dict></dict>\n";
+std::string hotKeyEntry(DesktopSettings::HotKeyId id, const std::optional<HotKey>& bound) {
+    auto hotKey = bound.value_or(HotKey{noKey, 0});
+    // Readers look a character up as if it were a key code, all but the space.
+    auto character = hotKey.keyCode == spaceBar ? ' ' : noCharacter;
+    return "<key>" + std::to_string(id) + "</key><dict><key>enabled</key>" +
+           (bound ? "<true/>" : "<false/>") + "<key>value</key><dict><key>parameters</key><array>" +
+           integer(character) + integer(hotKey.keyCode) + integer(hotKey.flags) +
+           "</array><key>type</key><string>standard</string></dict></dict>\n";
+}
+
+std::string hotKeyFile(const std::optional<DesktopSettings>& settings) {
+    std::string entries;
+    if (settings) {
+        for (auto id : DesktopSettings::hotKeyIds) {
+            auto bound = settings->hotKeys.find(id);
+            entries += hotKeyEntry(
+                id, bound == settings->hotKeys.end() ? std::nullopt : std::optional(bound->second));
+        }
     }
-    return document("<key>AppleSymbolicHotKeys</key>\n<dict>\n" + hotKeys + "</dict>\n");
+    return document("<key>AppleSymbolicHotKeys</key>\n<dict>\n" + entries + "</dict>\n");
 }
 
-std::optional<std::string> cornerFile(const DesktopSettings& settings) {
-    if (settings.corners.empty())
+std::optional<std::string> cornerFile(const std::optional<DesktopSettings>& settings) {
+    if (!settings || settings->corners.empty())
         return std::nullopt;
     std::string members;
-    for (const auto& [corner, action] : settings.corners) {
+    for (const auto& [corner, action] : settings->corners) {
         // No desktop here asks for modifiers with a corner.
         members += "<key>wvous-" + corner + "-corner</key>" + integer(action) + "<key>wvous-" +
                    corner + "-modifier</key>" + integer(0) + "\n";
@@ -62,18 +71,23 @@ std::optional<std::string> cornerFile(const DesktopSettings& settings) {
     return document(members);
 }
 
+/// What cannot be read is none of ours either.
+bool isOurs(const std::string& path) {
+    return readTextFile(path).value_or("").find(mark) != std::string::npos;
+}
+
 /// 0, else the error's number.
-int replaceFile(const std::string& path, const std::string& content) {
-    auto name = path + ".XXXXXX";
-    FileDescriptor file(::mkostemp(name.data(), O_CLOEXEC));
-    if (!file)
+int put(const std::string& path, const std::string& content, bool replaces) {
+    auto draft = path + ".zelvo";
+    if (!g_file_set_contents(draft.c_str(), content.data(), static_cast<gssize>(content.size()),
+                             nullptr))
         return errno;
-    auto count = ::write(file.get(), content.data(), content.size());
-    int error = count < 0 ? errno : static_cast<std::size_t>(count) < content.size() ? ENOSPC : 0;
-    if (error == 0 && ::rename(name.c_str(), path.c_str()) != 0)
-        error = errno;
-    if (error != 0)
-        ::unlink(name.c_str());
+    // Leaves alone what somebody has put there meanwhile.
+    if (::renameat2(AT_FDCWD, draft.c_str(), AT_FDCWD, path.c_str(),
+                    replaces ? 0 : RENAME_NOREPLACE) == 0)
+        return 0;
+    int error = errno;
+    ::unlink(draft.c_str());
     return error;
 }
 
@@ -85,26 +99,25 @@ DesktopPreferences::DesktopPreferences(std::string folder, Log& log)
 void DesktopPreferences::write(const std::optional<DesktopSettings>& settings) {
     if (folder_.empty())
         return;
-    replace("com.apple.symbolichotkeys.plist", settings ? hotKeyFile(*settings) : std::nullopt,
-            settings.has_value());
-    replace("com.apple.dock.plist", settings ? cornerFile(*settings) : std::nullopt,
-            settings.has_value());
+    replace("com.apple.symbolichotkeys.plist", hotKeyFile(settings));
+    replace("com.apple.dock.plist", cornerFile(settings));
 }
 
-void DesktopPreferences::replace(const std::string& name, const std::optional<std::string>& content,
-                                 bool isKnownDesktop) {
+void DesktopPreferences::replace(const std::string& name,
+                                 const std::optional<std::string>& content) {
     auto path = folder_ + "/" + name;
-    auto present = readTextFile(path);
-    if (present == content)
+    std::error_code ignored;
+    auto isThere = std::filesystem::exists(std::filesystem::symlink_status(path, ignored));
+    if ((isThere && !isOurs(path)) || readTextFile(path) == content)
         return;
     if (!content) {
-        if (isKnownDesktop || present->find(writtenHere) != present->npos)
-            ::unlink(path.c_str());
+        ::unlink(path.c_str());
         return;
     }
     std::error_code folderError;
     std::filesystem::create_directories(folder_, folderError);
-    if (int error = folderError ? folderError.value() : replaceFile(path, *content); error != 0)
+    if (int error = folderError ? folderError.value() : put(path, *content, isThere);
+        error != 0 && error != EEXIST)
         log_.line("Preferences: cannot write " + path + ": " +
                   std::generic_category().message(error));
 }

@@ -1,8 +1,8 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <map>
-#include <optional>
 #include <string>
 
 namespace zelvo::platform {
@@ -16,10 +16,13 @@ struct HotKey {
     bool operator==(const HotKey&) const = default;
 };
 
-/// What a desktop says of the keyboard and the screen's corners. Value type.
+/// What a desktop says of hot keys and of the screen's corners; nothing of either is what a desktop
+/// says that is not known. Value type.
 struct DesktopSettings {
     /// Numbers of hot keys in the preferences.
     enum HotKeyId { AllWindows = 32, ApplicationWindows = 33, Search = 64, Left = 79, Right = 81 };
+    static constexpr std::array<HotKeyId, 5> hotKeyIds{AllWindows, ApplicationWindows, Search, Left,
+                                                       Right};
     /// Actions of the screen's corners in the preferences.
     enum CornerAction {
         ShowAllWindows = 2,
@@ -28,8 +31,7 @@ struct DesktopSettings {
         LockScreen = 13
     };
 
-    /// Such as "de+nodeadkeys".
-    std::optional<std::string> inputSource;
+    /// A number that is missing has no key.
     std::map<HotKeyId, HotKey> hotKeys;
     /// By "tl", "tr", "bl", "br".
     std::map<std::string, CornerAction> corners;

@@ -2,12 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
-#include <string>
 #include <utility>
 #include <vector>
 
-#include "platform/linux/base/ProgramOutput.h"
 #include "platform/linux/desktop/KeyCombinations.h"
 
 namespace zelvo::platform {
@@ -16,57 +13,88 @@ namespace {
 
 using Settings = DesktopSettings;
 
-constexpr std::chrono::milliseconds gsettingsLimit{300};
-constexpr const char* sourcesSchema = "org.gnome.desktop.input-sources ";
+constexpr const char* inputSources = "org.gnome.desktop.input-sources";
+constexpr const char* desktopInterface = "org.gnome.desktop.interface";
+constexpr const char* windowKeys = "org.gnome.desktop.wm.keybindings";
+constexpr const char* shellKeys = "org.gnome.shell.keybindings";
+constexpr const char* mediaKeys = "org.gnome.settings-daemon.plugins.media-keys";
+constexpr const char* windowManager = "org.gnome.mutter";
 
-/// The value behind "schema key ", as text; empty where there is none.
-std::string_view valueOf(std::string_view listing, const std::string& setting) {
-    while (!listing.empty()) {
-        auto end = std::min(listing.find('\n'), listing.size());
-        auto line = listing.substr(0, end);
-        if (line.starts_with(setting + " "))
-            return line.substr(setting.size() + 1);
-        listing.remove_prefix(std::min(end + 1, listing.size()));
-    }
-    return {};
-}
+struct Binding {
+    Settings::HotKeyId id;
+    const char* schema;
+    const char* key;
+};
 
-/// The strings of a value in GVariant's text form, in which the depth of lists and pairs is lost.
-std::vector<std::string> strings(std::string_view value) {
+constexpr std::array<Binding, 6> bindings{{
+    {Settings::AllWindows, shellKeys, "toggle-overview"},
+    {Settings::ApplicationWindows, windowKeys, "switch-group"},
+    {Settings::Left, windowKeys, "switch-to-workspace-left"},
+    {Settings::Right, windowKeys, "switch-to-workspace-right"},
+    {Settings::Search, mediaKeys, "search"},
+    // The key on which the overview is, alone: usually a modifier, which is no combination.
+    {Settings::AllWindows, windowManager, "overlay-key"},
+}};
+
+/// The texts of a string or of a list of strings.
+std::vector<std::string> texts(GVariant* value) {
     std::vector<std::string> result;
-    for (std::size_t i = 0; i < value.size(); ++i) {
-        auto quote = value[i];
-        if (quote != '\'' && quote != '"')
-            continue;
-        std::string text;
-        for (++i; i < value.size() && value[i] != quote; ++i) {
-            if (value[i] == '\\' && i + 1 < value.size())
-                ++i;
-            text += value[i];
-        }
-        if (i < value.size())
-            result.push_back(std::move(text));
+    if (value && g_variant_is_of_type(value, G_VARIANT_TYPE_STRING))
+        result.emplace_back(g_variant_get_string(value, nullptr));
+    if (!value || !g_variant_is_of_type(value, G_VARIANT_TYPE_STRING_ARRAY))
+        return result;
+    for (std::size_t i = 0; i < g_variant_n_children(value); ++i) {
+        GVariantPointer text(g_variant_get_child_value(value, i));
+        result.emplace_back(g_variant_get_string(text.get(), nullptr));
     }
     return result;
 }
 
 using Source = std::pair<std::string, std::string>;
 
-std::vector<Source> sources(std::string_view listing, const char* key) {
-    auto texts = strings(valueOf(listing, std::string(sourcesSchema) + key));
+std::vector<Source> sources(GVariant* value) {
     std::vector<Source> result;
-    for (std::size_t i = 0; i + 1 < texts.size(); i += 2)
-        result.emplace_back(texts[i], texts[i + 1]);
+    if (!value || !g_variant_is_of_type(value, G_VARIANT_TYPE("a(ss)")))
+        return result;
+    for (std::size_t i = 0; i < g_variant_n_children(value); ++i) {
+        const char* kind = nullptr;
+        const char* name = nullptr;
+        g_variant_get_child(value, i, "(&s&s)", &kind, &name);
+        result.emplace_back(kind, name);
+    }
     return result;
 }
 
-/// The one used last, as far as it is still among the sources. An input method is no layout.
-std::optional<std::string> inputSource(std::string_view listing) {
-    auto all = sources(listing, "sources");
+void settingChanged(GSettings*, const char*, const std::function<void()>* changed) {
+    (*changed)();
+}
+
+}  // namespace
+
+GnomeSettings::GnomeSettings(std::function<void()> changed) : changed_(std::move(changed)) {
+    auto* source = g_settings_schema_source_get_default();
+    if (!source)
+        return;
+    for (const auto* name :
+         {inputSources, desktopInterface, windowKeys, shellKeys, mediaKeys, windowManager}) {
+        // The library ends the process that asks for a schema which is not there.
+        auto* schema = g_settings_schema_source_lookup(source, name, TRUE);
+        if (!schema)
+            continue;
+        auto* settings = g_settings_new_full(schema, nullptr, nullptr);
+        g_settings_schema_unref(schema);
+        g_signal_connect(settings, "changed", G_CALLBACK(settingChanged),
+                         const_cast<std::function<void()>*>(&changed_));
+        schemas_.emplace(name, settings);
+    }
+}
+
+std::optional<std::string> GnomeSettings::inputSource() const {
+    auto all = sources(value(inputSources, "sources").get());
     if (all.empty())
         return std::nullopt;
     auto current = all[0];
-    for (const auto& used : sources(listing, "mru-sources")) {
+    for (const auto& used : sources(value(inputSources, "mru-sources").get())) {
         if (std::find(all.begin(), all.end(), used) != all.end()) {
             current = used;
             break;
@@ -77,50 +105,34 @@ std::optional<std::string> inputSource(std::string_view listing) {
     return current.second;
 }
 
-/// The first combination that has an equivalent.
-std::optional<HotKey> binding(std::string_view listing, const char* setting,
-                              const KeyCombinations& combinations) {
-    for (const auto& text : strings(valueOf(listing, setting))) {
-        if (auto hotKey = combinations.fromGtk(text))
-            return hotKey;
-    }
-    return std::nullopt;
-}
-
-struct Binding {
-    Settings::HotKeyId id;
-    const char* setting;
-};
-
-constexpr std::array<Binding, 6> bindings{{
-    {Settings::AllWindows, "org.gnome.shell.keybindings toggle-overview"},
-    {Settings::ApplicationWindows, "org.gnome.desktop.wm.keybindings switch-group"},
-    {Settings::Left, "org.gnome.desktop.wm.keybindings switch-to-workspace-left"},
-    {Settings::Right, "org.gnome.desktop.wm.keybindings switch-to-workspace-right"},
-    {Settings::Search, "org.gnome.settings-daemon.plugins.media-keys search"},
-    // The key on which the overview is, alone: usually a modifier, which is no combination.
-    {Settings::AllWindows, "org.gnome.mutter overlay-key"},
-}};
-
-}  // namespace
-
-std::optional<DesktopSettings> readGnomeSettings(const KeyCombinations& combinations) {
-    auto listing = programOutput({"gsettings", "list-recursively"}, gsettingsLimit);
-    if (!listing)
+std::optional<DesktopSettings> GnomeSettings::settings(const KeyCombinations& combinations) const {
+    if (!schemas_.contains(windowKeys))
         return std::nullopt;
-    return gnomeSettingsOf(*listing, combinations);
-}
-
-DesktopSettings gnomeSettingsOf(std::string_view listing, const KeyCombinations& combinations) {
     Settings settings;
-    settings.inputSource = inputSource(listing);
-    for (const auto& [id, setting] : bindings) {
-        if (auto hotKey = binding(listing, setting, combinations))
-            settings.hotKeys.emplace(id, *hotKey);
+    for (const auto& [id, schema, key] : bindings) {
+        for (const auto& text : texts(value(schema, key).get())) {
+            if (auto hotKey = combinations.fromGtk(text)) {
+                settings.hotKeys.emplace(id, *hotKey);
+                break;
+            }
+        }
     }
-    if (valueOf(listing, "org.gnome.desktop.interface enable-hot-corners") == "true")
+    auto corner = value(desktopInterface, "enable-hot-corners");
+    if (corner && g_variant_is_of_type(corner.get(), G_VARIANT_TYPE_BOOLEAN) &&
+        g_variant_get_boolean(corner.get()))
         settings.corners.emplace("tl", Settings::ShowAllWindows);
     return settings;
+}
+
+GVariantPointer GnomeSettings::value(const std::string& schema, const char* key) const {
+    auto found = schemas_.find(schema);
+    if (found == schemas_.end())
+        return nullptr;
+    GSettingsSchema* description = nullptr;
+    g_object_get(found->second.get(), "settings-schema", &description, nullptr);
+    auto isThere = g_settings_schema_has_key(description, key);
+    g_settings_schema_unref(description);
+    return GVariantPointer(isThere ? g_settings_get_value(found->second.get(), key) : nullptr);
 }
 
 }  // namespace zelvo::platform

@@ -1,19 +1,29 @@
 #pragma once
 
-#include <string_view>
+#include <functional>
+#include <map>
+#include <string>
 
-#include "platform/linux/desktop/DesktopSettings.h"
+#include "platform/linux/desktop/DesktopReader.h"
+#include "platform/linux/desktop/GLibPointers.h"
 
 namespace zelvo::platform {
 
-class KeyCombinations;
+/// What GNOME keeps in GSettings. Where a schema is not installed its settings are missing.
+class GnomeSettings : public DesktopReader {
+  public:
+    explicit GnomeSettings(std::function<void()> changed);
 
-/// What GNOME keeps in GSettings. They are read by the program gsettings: their library would stay
-/// in memory with a thread and a bus connection of its own, while the program takes 20 ms. Waits
-/// for it at most 0.3 s; then there are none.
-std::optional<DesktopSettings> readGnomeSettings(const KeyCombinations& combinations);
+    /// The one used last, as far as it is still among the sources. An input method is no layout.
+    std::optional<std::string> inputSource() const override;
+    std::optional<DesktopSettings> settings(const KeyCombinations& combinations) const override;
 
-/// From what `gsettings list-recursively` prints; what is missing or half-written is left out.
-DesktopSettings gnomeSettingsOf(std::string_view listing, const KeyCombinations& combinations);
+  private:
+    /// Null where the schema or its key is missing.
+    GVariantPointer value(const std::string& schema, const char* key) const;
+
+    const std::function<void()> changed_;
+    std::map<std::string, GObjectPointer<GSettings>> schemas_;
+};
 
 }  // namespace zelvo::platform

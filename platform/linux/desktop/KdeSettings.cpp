@@ -1,14 +1,14 @@
 #include "platform/linux/desktop/KdeSettings.h"
 
-#include <QDBusConnection>
-#include <QDBusMessage>
 #include <algorithm>
 #include <array>
 #include <utility>
 
 #include "platform/linux/base/FileReading.h"
+#include "platform/linux/desktop/InputSourceId.h"
 #include "platform/linux/desktop/KdeConfig.h"
 #include "platform/linux/desktop/KeyCombinations.h"
+#include "platform/linux/desktop/MessageBus.h"
 
 namespace zelvo::platform {
 
@@ -16,40 +16,11 @@ namespace {
 
 using Settings = DesktopSettings;
 
-constexpr const char* keyboardConnection = "zelvo-keyboard";
-constexpr int keyboardTimeout = 300;
-
-/// Index of the current layout; 0 where the service is not there.
-std::size_t currentLayout(const std::string& busAddress) {
-    auto bus =
-        busAddress.empty()
-            ? QDBusConnection::connectToBus(QDBusConnection::SessionBus, keyboardConnection)
-            : QDBusConnection::connectToBus(QString::fromStdString(busAddress), keyboardConnection);
-    auto question = QDBusMessage::createMethodCall("org.kde.keyboard", "/Layouts",
-                                                   "org.kde.KeyboardLayouts", "getLayout");
-    question.setAutoStartService(false);
-    auto answer =
-        bus.isConnected() ? bus.call(question, QDBus::Block, keyboardTimeout) : QDBusMessage();
-    QDBusConnection::disconnectFromBus(keyboardConnection);
-    return answer.type() == QDBusMessage::ReplyMessage ? answer.arguments().value(0).toUInt() : 0;
-}
-
-std::optional<std::string> inputSource(const KdeConfig& config, const std::string& busAddress) {
-    auto layouts = config.list("Layout", "LayoutList");
-    // Without Use the layout is the system's.
-    if (config.entry("Layout", "Use") != "true" || layouts.empty())
-        return std::nullopt;
-    auto variants = config.list("Layout", "VariantList");
-    variants.resize(layouts.size());
-    auto index = layouts.size() > 1 ? currentLayout(busAddress) : 0;
-    if (index >= layouts.size())
-        index = 0;
-    auto layout = trimmed(layouts[index]);
-    auto variant = trimmed(variants[index]);
-    if (layout.empty())
-        return std::nullopt;
-    return variant.empty() ? layout : layout + "+" + variant;
-}
+constexpr BusCall layoutQuestion{"org.kde.keyboard", "/Layouts", "org.kde.KeyboardLayouts",
+                                 "getLayout"};
+constexpr const char* layoutsFile = "kxkbrc";
+constexpr const char* shortcutsFile = "kglobalshortcutsrc";
+constexpr const char* windowManagerFile = "kwinrc";
 
 /// The first of the action's combinations that has an equivalent.
 std::optional<HotKey> shortcut(const KdeConfig& config, const std::string& group,
@@ -128,18 +99,76 @@ std::optional<Settings::CornerAction> cornerAction(const KdeConfig& config, cons
     return std::nullopt;
 }
 
+void fileChanged(GFileMonitor*, GFile*, GFile*, GFileMonitorEvent,
+                 const std::function<void()>* changed) {
+    (*changed)();
+}
+
+void layoutChanged(GDBusConnection*, const char*, const char*, const char*, const char*, GVariant*,
+                   gpointer changed) {
+    (*static_cast<const std::function<void()>*>(changed))();
+}
+
 }  // namespace
 
-DesktopSettings readKdeSettings(const std::string& configHome, const std::string& busAddress,
-                                const KeyCombinations& combinations) {
+KdeSettings::KdeSettings(std::string configHome, std::string busAddress, GCancellable* cancellable,
+                         std::function<void()> changed)
+    : configHome_(std::move(configHome)),
+      busAddress_(std::move(busAddress)),
+      cancellable_(cancellable),
+      changed_(std::move(changed)) {
+    for (const auto* name : {layoutsFile, shortcutsFile, windowManagerFile}) {
+        GObjectPointer<GFile> place(g_file_new_for_path(file(name).c_str()));
+        auto* monitor = g_file_monitor_file(place.get(), G_FILE_MONITOR_NONE, nullptr, nullptr);
+        if (!monitor)
+            continue;
+        g_signal_connect(monitor, "changed", G_CALLBACK(fileChanged),
+                         const_cast<std::function<void()>*>(&changed_));
+        monitors_.emplace_back(monitor);
+    }
+}
+
+KdeSettings::~KdeSettings() {
+    if (bus_)
+        g_dbus_connection_signal_unsubscribe(bus_.get(), subscription_);
+}
+
+std::optional<std::string> KdeSettings::inputSource() const {
+    auto config = KdeConfig::ofFile(file(layoutsFile));
+    // Without Use the layout is the system's.
+    if (config.entry("Layout", "Use") != "true")
+        return std::nullopt;
+    auto layouts = config.entry("Layout", "LayoutList").value_or("");
+    auto isOneOfSeveral = layouts.find(',') != layouts.npos;
+    return inputSourceId(layouts, config.entry("Layout", "VariantList").value_or(""),
+                         isOneOfSeveral ? currentLayout() : 0);
+}
+
+std::size_t KdeSettings::currentLayout() const {
+    if (!bus_ || g_dbus_connection_is_closed(bus_.get())) {
+        bus_ = connectToBus(G_BUS_TYPE_SESSION, busAddress_, cancellable_);
+        if (!bus_)
+            return 0;
+        subscription_ = g_dbus_connection_signal_subscribe(
+            bus_.get(), layoutQuestion.service, layoutQuestion.interface, nullptr,
+            layoutQuestion.path, nullptr, G_DBUS_SIGNAL_FLAGS_NONE, layoutChanged,
+            const_cast<std::function<void()>*>(&changed_), nullptr);
+    }
+    auto answer = callOnBus(bus_.get(), layoutQuestion, nullptr, "(u)", cancellable_);
+    guint32 index = 0;
+    if (answer)
+        g_variant_get(answer.get(), "(u)", &index);
+    return index;
+}
+
+std::optional<DesktopSettings> KdeSettings::settings(const KeyCombinations& combinations) const {
     Settings settings;
-    settings.inputSource = inputSource(KdeConfig::ofFile(configHome + "/kxkbrc"), busAddress);
-    auto shortcuts = KdeConfig::ofFile(configHome + "/kglobalshortcutsrc");
+    auto shortcuts = KdeConfig::ofFile(file(shortcutsFile));
     for (const auto& action : actions) {
         if (auto hotKey = shortcut(shortcuts, action.group, action.name, combinations))
             settings.hotKeys.emplace(action.id, *hotKey);
     }
-    auto windowManager = KdeConfig::ofFile(configHome + "/kwinrc");
+    auto windowManager = KdeConfig::ofFile(file(windowManagerFile));
     for (const auto& corner : corners) {
         if (auto action = cornerAction(windowManager, corner))
             settings.corners.emplace(corner.name, *action);

@@ -13,11 +13,12 @@ namespace zelvo::platform {
 
 /// Turns the desktops' ways of writing a key combination into modifier flags and a virtual key
 /// code. None for what has no equivalent there: a modifier alone, a sequence of combinations, a key
-/// that only some keyboards have.
+/// that only some keyboards have. Value type.
 class KeyCombinations {
   public:
-    /// From the keyboard table of the resources, whose root keys are names of keysyms.
-    explicit KeyCombinations(const PropertyList::Dictionary& keyboardTable);
+    /// From the keyboard table of the resources; `inputSource` is the layout in which the key above
+    /// Tab is looked up, such as "de+nodeadkeys", or empty for the usual one.
+    KeyCombinations(const PropertyList::Dictionary& keyboardTable, std::string inputSource);
 
     /// As GTK writes it, "<Control><Alt>Left".
     std::optional<HotKey> fromGtk(std::string_view text) const;
@@ -25,9 +26,12 @@ class KeyCombinations {
     std::optional<HotKey> fromQt(std::string_view text) const;
 
   private:
-    std::optional<HotKey> combine(std::int32_t flags, std::string_view key) const;
+    using Keysym = std::uint32_t;
 
-    std::map<std::string, std::int32_t> keyCodes_;
+    std::optional<HotKey> combine(std::int32_t flags, Keysym key) const;
+
+    std::map<Keysym, std::int32_t> keyCodes_;
+    const std::string inputSource_;
 };
 
 }  // namespace zelvo::platform

@@ -9,8 +9,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <string_view>
+#include <sstream>
 #include <vector>
+
+#include "platform/linux/desktop/InputSourceId.h"
 
 namespace zelvo::platform {
 
@@ -23,21 +25,6 @@ struct Free {
 };
 template <typename T>
 using Reply = std::unique_ptr<T, Free>;
-
-struct Disconnect {
-    void operator()(xcb_connection_t* connection) const { xcb_disconnect(connection); }
-};
-using Connection = std::unique_ptr<xcb_connection_t, Disconnect>;
-
-std::vector<std::string> parts(std::string_view text, char separator) {
-    std::vector<std::string> result;
-    for (auto end = text.find(separator); end != text.npos; end = text.find(separator)) {
-        result.emplace_back(text.substr(0, end));
-        text.remove_prefix(end + 1);
-    }
-    result.emplace_back(text);
-    return result;
-}
 
 /// Rules, model, layouts, variants and options.
 std::vector<std::string> rulesNames(xcb_connection_t* connection) {
@@ -57,17 +44,37 @@ std::vector<std::string> rulesNames(xcb_connection_t* connection) {
         nullptr));
     if (!property || property->format != 8)
         return {};
-    return parts({static_cast<const char*>(xcb_get_property_value(property.get())),
-                  static_cast<std::size_t>(xcb_get_property_value_length(property.get()))},
-                 '\0');
+    std::istringstream text(
+        {static_cast<const char*>(xcb_get_property_value(property.get())),
+         static_cast<std::size_t>(xcb_get_property_value_length(property.get()))});
+    std::vector<std::string> names;
+    for (std::string name; std::getline(text, name, '\0');)
+        names.push_back(name);
+    return names;
 }
 
-std::size_t currentGroup(xcb_connection_t* connection) {
+bool usesKeyboardExtension(xcb_connection_t* connection) {
     Reply<xcb_xkb_use_extension_reply_t> extension(xcb_xkb_use_extension_reply(
         connection, xcb_xkb_use_extension(connection, XCB_XKB_MAJOR_VERSION, XCB_XKB_MINOR_VERSION),
         nullptr));
-    if (!extension || !extension->supported)
-        return 0;
+    return extension && extension->supported;
+}
+
+/// Tells of another keymap and of another of its groups.
+void selectNotices(xcb_connection_t* connection) {
+    xcb_xkb_select_events_details_t details{};
+    details.affectNewKeyboard = XCB_XKB_NKN_DETAIL_KEYCODES;
+    details.newKeyboardDetails = XCB_XKB_NKN_DETAIL_KEYCODES;
+    details.affectState = XCB_XKB_STATE_PART_GROUP_STATE;
+    details.stateDetails = XCB_XKB_STATE_PART_GROUP_STATE;
+    xcb_xkb_select_events_aux(
+        connection, XCB_XKB_ID_USE_CORE_KBD,
+        XCB_XKB_EVENT_TYPE_NEW_KEYBOARD_NOTIFY | XCB_XKB_EVENT_TYPE_STATE_NOTIFY, 0, 0, 0, 0,
+        &details);
+    xcb_flush(connection);
+}
+
+std::size_t currentGroup(xcb_connection_t* connection) {
     Reply<xcb_xkb_get_state_reply_t> state(xcb_xkb_get_state_reply(
         connection, xcb_xkb_get_state(connection, XCB_XKB_ID_USE_CORE_KBD), nullptr));
     return state ? state->group : 0;
@@ -75,22 +82,36 @@ std::size_t currentGroup(xcb_connection_t* connection) {
 
 }  // namespace
 
-std::optional<std::string> xServerKeyboardLayout(const std::string& display) {
-    Connection connection(xcb_connect(display.c_str(), nullptr));
-    if (xcb_connection_has_error(connection.get()) != 0)
+XServerKeyboard::XServerKeyboard(const std::string& display)
+    : connection_(xcb_connect(display.c_str(), nullptr), xcb_disconnect) {
+    hasGroups_ = isConnected() && usesKeyboardExtension(connection_.get());
+    if (hasGroups_)
+        selectNotices(connection_.get());
+}
+
+bool XServerKeyboard::isConnected() const {
+    return xcb_connection_has_error(connection_.get()) == 0;
+}
+
+int XServerKeyboard::descriptor() const {
+    return xcb_get_file_descriptor(connection_.get());
+}
+
+bool XServerKeyboard::takeNotices() {
+    auto any = false;
+    while (Reply<xcb_generic_event_t> event{xcb_poll_for_event(connection_.get())})
+        any = true;
+    return any;
+}
+
+std::optional<std::string> XServerKeyboard::inputSource() const {
+    if (!isConnected())
         return std::nullopt;
-    auto names = rulesNames(connection.get());
+    auto names = rulesNames(connection_.get());
     if (names.size() < 4)
         return std::nullopt;
-    auto layouts = parts(names[2], ',');
-    auto variants = parts(names[3], ',');
-    variants.resize(layouts.size());
-    auto group = layouts.size() > 1 ? currentGroup(connection.get()) : 0;
-    if (group >= layouts.size())
-        group = 0;
-    if (layouts[group].empty())
-        return std::nullopt;
-    return variants[group].empty() ? layouts[group] : layouts[group] + "+" + variants[group];
+    auto isOneOfSeveral = hasGroups_ && names[2].find(',') != names[2].npos;
+    return inputSourceId(names[2], names[3], isOneOfSeveral ? currentGroup(connection_.get()) : 0);
 }
 
 }  // namespace zelvo::platform
