@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "platform/Log.h"
+#include "platform/linux/base/Debug.h"
 #include "platform/linux/base/FileDescriptor.h"
 #include "platform/linux/base/FileReading.h"
 
@@ -97,6 +98,7 @@ void DesktopPreferences::replace(const std::string& name, const std::optional<st
     auto present = readTextFile(path);
     if (present == content)
         return;
+    debug("desktop", (content ? "writes " : "has nothing for ") + name);
     if (!content) {
         if (isKnownDesktop || present->find(writtenHere) != present->npos)
             ::unlink(path.c_str());
