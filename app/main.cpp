@@ -7,6 +7,7 @@
 #include "app/KVView.h"
 #include "platform/linux/LinuxPlatform.h"
 #include "platform/linux/SingleInstance.h"
+#include "platform/linux/base/Debug.h"
 #include "platform/linux/base/Environment.h"
 #include "platform/linux/base/StandardDescriptors.h"
 #include "platform/linux/base/SystemLog.h"
@@ -93,7 +94,7 @@ int runInWindow(int& argc, char** argv) {
     auto instance = onlyInstance();
     if (!instance)
         return 1;
-    QtMainLoop loop;
+    QtMainLoop loop([](const std::string& event) { debug("loop", event); });
     LinuxPlatform system(loop);
     QtDesktop desktop(loop, system.bundle(), system.explanations(),
                       [&] { return system.log().recentLines(); });
@@ -119,7 +120,7 @@ int runInTerminal(int& argc, char** argv) {
     auto instance = onlyInstance();
     if (!instance)
         return 1;
-    QtMainLoop loop;
+    QtMainLoop loop([](const std::string& event) { debug("loop", event); });
     LinuxPlatform system(loop);
     Terminal terminal(loop, system.bundle(), system.explanations());
     AppDelegate controller(assemble(loop, system, terminal));
@@ -130,11 +131,21 @@ int runInTerminal(int& argc, char** argv) {
     return loop.run();
 }
 
+/// False, after saying so, where the environment forbids a start.
+bool environmentAllows() {
+    const auto refusals = Environment::ofProcess().refusals;
+    for (const auto& refusal : refusals)
+        std::fprintf(stderr, "zelvo: %s\n", refusal.c_str());
+    return refusals.empty();
+}
+
 }  // namespace
 
 int main(int argc, char* argv[]) {
     occupyStandardDescriptors();
     if (auto status = answerCommandLine(argc, argv))
         return *status;
+    if (!environmentAllows())
+        return 2;
     return displayIsThere() ? runInWindow(argc, argv) : runInTerminal(argc, argv);
 }

@@ -51,3 +51,12 @@ if(missing)
 else()
   set(ZELVO_LINUX ON)
 endif()
+
+zelvo_headers(zelvo_std_headers)
+if(ZELVO_LINUX)
+  set(core <QCoreApplication> <QDBusConnection> <QDBusMessage> <QTimer> <QVariantMap>)
+  zelvo_headers(zelvo_qt_core_headers LINKS Qt6::Core Qt6::DBus HEADERS ${core})
+  zelvo_headers(zelvo_qt_headers LINKS Qt6::Core Qt6::DBus Qt6::Widgets
+                HEADERS ${core} <QApplication> <QBoxLayout> <QDialog> <QLabel> <QMenu> <QPainter>
+                <QPushButton>)
+endif()

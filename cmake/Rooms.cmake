@@ -8,10 +8,6 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
   # 105651 and 105593).
   target_compile_options(zelvo_flags INTERFACE -Wno-restrict -Wno-maybe-uninitialized)
 endif()
-if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  # A file that a unity file includes counts as a header for this warning.
-  target_compile_options(zelvo_flags INTERFACE -Wno-subobject-linkage)
-endif()
 if(ZELVO_WERROR)
   target_compile_options(zelvo_flags INTERFACE -Werror)
 endif()
@@ -20,6 +16,29 @@ if(ZELVO_SANITIZE)
                          -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
   target_link_options(zelvo_flags INTERFACE -fsanitize=address,undefined)
 endif()
+
+# Half of the time that a file takes goes into the headers of the standard library and of Qt. They are
+# compiled once for all rooms, which holds however the files are cut. Precompiled headers are for one
+# set of flags; Qt wants -fPIC, so everything has it.
+target_compile_options(zelvo_flags INTERFACE -fPIC)
+if(CMAKE_CXX_COMPILER_LAUNCHER MATCHES "ccache$")
+  # Without these it keeps nothing that was compiled with precompiled headers.
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env
+      CCACHE_SLOPPINESS=pch_defines,time_macros ${CMAKE_CXX_COMPILER_LAUNCHER})
+  target_compile_options(zelvo_flags INTERFACE -fpch-preprocess)
+endif()
+
+# zelvo_headers(NAME LINKS ... HEADERS ...): precompiled headers for zelvo_room and zelvo_test.
+function(zelvo_headers name)
+  cmake_parse_arguments(arg "" "" "LINKS;HEADERS" ${ARGN})
+  file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/${name}.cpp CONTENT "")
+  add_library(${name} OBJECT EXCLUDE_FROM_ALL ${CMAKE_BINARY_DIR}/${name}.cpp)
+  target_link_libraries(${name} PRIVATE zelvo_flags ${arg_LINKS})
+  target_precompile_headers(
+    ${name} PRIVATE <algorithm> <charconv> <chrono> <functional> <map> <memory> <optional> <string>
+    <string_view> <utility> <vector>
+    ${arg_HEADERS})
+endfunction()
 
 # zelvo_export(TARGET SCOPE ROOM): lets users of TARGET include the headers of the folder ROOM. Only the
 # headers that lie directly in it, so that "platform" does not open "platform/linux".
@@ -35,15 +54,19 @@ function(zelvo_export target scope room)
   target_include_directories(${target} ${scope} ${root})
 endfunction()
 
-# zelvo_room(ROOM SOURCES ... LINKS ... PRIVATE_LINKS ...): the library zelvo_<room>.
+# zelvo_room(ROOM SOURCES ... LINKS ... PRIVATE_LINKS ... [HEADERS ...]): the library zelvo_<room>.
 function(zelvo_room room)
-  cmake_parse_arguments(arg "" "TARGET" "SOURCES;LINKS;PRIVATE_LINKS" ${ARGN})
+  cmake_parse_arguments(arg "" "TARGET;HEADERS" "SOURCES;LINKS;PRIVATE_LINKS" ${ARGN})
   string(REPLACE "/" "_" name ${room})
   set(target zelvo_${name})
   if(arg_TARGET)
     set(target ${arg_TARGET})
   endif()
+  if(NOT arg_HEADERS)
+    set(arg_HEADERS zelvo_std_headers)
+  endif()
   add_library(${target} STATIC ${arg_SOURCES})
+  target_precompile_headers(${target} REUSE_FROM ${arg_HEADERS})
   target_link_libraries(${target} PUBLIC ${arg_LINKS} PRIVATE zelvo_flags ${arg_PRIVATE_LINKS})
   zelvo_export(${target} PUBLIC ${room})
 endfunction()
@@ -60,8 +83,10 @@ function(zelvo_test room)
   endif()
   add_executable(test_${name} ${arg_SOURCES})
   target_link_libraries(test_${name} PRIVATE zelvo_flags ${arg_LINKS} GTest::gtest_main)
-  target_precompile_headers(test_${name} PRIVATE <gtest/gtest.h> <string> <vector> <map> <functional>)
+  target_precompile_headers(test_${name} REUSE_FROM zelvo_test_headers)
   add_test(NAME ${name} COMMAND test_${name})
+  # By which scripts/test finds it.
+  set_tests_properties(${name} PROPERTIES LABELS ${room})
 endfunction()
 
 # zelvo_programs(FOLDER ...): adds each folder that is there.

@@ -16,19 +16,23 @@ Environment with(std::map<std::string, std::string> variables) {
 
 }  // namespace
 
-TEST(Environment, TakesOnlyAnHttpsOriginForTheService) {
+TEST(Environment, RefusesWhatNamesNoServiceOrRouter) {
     EXPECT_TRUE(with({}).serviceOrigin.starts_with("https://"));
-    EXPECT_TRUE(with({}).complaints.empty());
+    EXPECT_TRUE(with({}).complaints.empty() && with({}).refusals.empty());
     for (const auto* good : {"https://share.example", "https://127.0.0.1:8443", "https://[::1]:1"})
         EXPECT_EQ(with({{"ZELVO_SERVICE", good}}).serviceOrigin, good);
     EXPECT_EQ(with({{"ZELVO_SERVICE", "https://a.example/"}}).serviceOrigin, "https://a.example");
-    for (const auto* bad : {"http://share.example", "share.example", "https://", "https://a/b",
+    for (const auto* bad : {"", "http://share.example", "share.example", "https://", "https://a/b",
                             "https://a:0", "https://a:65536", "https://a:1x", "https://me@a",
                             "https://[::1", "https://a b", "https://a?x"}) {
         auto environment = with({{"ZELVO_SERVICE", bad}});
         EXPECT_EQ(environment.serviceOrigin, "") << bad;
-        EXPECT_EQ(environment.complaints.size(), 1U) << bad;
+        EXPECT_EQ(environment.refusals.size(), 1U) << bad;
     }
+    for (const auto* good : {"127.0.0.1", "10.0.0.1:5351"})
+        EXPECT_EQ(with({{"ZELVO_ROUTER", good}}).router, good);
+    for (const auto* bad : {"", "router", "127.0.0.1:", "127.0.0.1:0", "::1"})
+        EXPECT_EQ(with({{"ZELVO_ROUTER", bad}}).refusals.size(), 1U) << bad;
 }
 
 TEST(Environment, FindsTheUsersFolders) {

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/linux/base/OneLine.h"
 #include "platform/linux/base/Users.h"
 
 namespace zelvo::platform {
@@ -58,6 +59,14 @@ std::optional<std::string> httpsOrigin(std::string_view text) {
     return std::string(text);
 }
 
+/// "address" or "address:port".
+bool isIpv4Endpoint(const std::string& text) {
+    auto colon = std::min(text.find(':'), text.size());
+    in_addr address;
+    return ::inet_pton(AF_INET, text.substr(0, colon).c_str(), &address) == 1 &&
+           (colon == text.size() || portNumber(std::string_view(text).substr(colon + 1)));
+}
+
 std::string withoutSlash(std::string path) {
     while (path.size() > 1 && path.ends_with('/'))
         path.pop_back();
@@ -86,22 +95,31 @@ Environment Environment::ofProcess() {
 
 Environment Environment::from(const Lookup& lookup) {
     Environment result;
-    // Everywhere a variable that is set and empty counts as not set, as the XDG standard has it.
+    // A variable that is set and empty counts as not set, as the XDG standard has it.
     auto value = [&](const char* name) { return lookup(name).value_or(""); };
     auto folder = [&](const char* name, const std::string& fallback) {
         auto path = value(name);
         return path.starts_with('/') ? withoutSlash(path) : fallback;
     };
 
-    auto service = value("ZELVO_SERVICE");
-    if (service.empty())
-        service = ZELVO_DEFAULT_SERVICE;
-    if (auto origin = httpsOrigin(service))
+    // But not where the fallback is somebody else's machine.
+    auto refuse = [&](const std::string& name, const std::string& wanted) {
+        auto given = value(name.c_str());
+        result.refusals.push_back(
+            name + (given.empty() ? " is empty" : " is \"" + oneLine(given) + "\"") + ", not " +
+            wanted + "; without the variable the usual one is asked.");
+    };
+    if (auto origin = httpsOrigin(lookup("ZELVO_SERVICE").value_or(ZELVO_DEFAULT_SERVICE)))
         result.serviceOrigin = *origin;
     else
-        result.complaints.push_back("ZELVO_SERVICE is no https origin: " + service);
+        refuse("ZELVO_SERVICE", "an https origin");
 
-    result.router = value("ZELVO_ROUTER");
+    if (auto router = lookup("ZELVO_ROUTER")) {
+        if (isIpv4Endpoint(*router))
+            result.router = *router;
+        else
+            refuse("ZELVO_ROUTER", "an IPv4 address or address:port");
+    }
     auto authorization = value("ZELVO_AUTHORIZATION");
     result.authorizesItself = authorization == "self";
     if (!authorization.empty() && !result.authorizesItself)

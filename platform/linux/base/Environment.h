@@ -9,8 +9,8 @@ namespace zelvo::platform {
 
 /// What the process environment tells the application, read once. Value type.
 struct Environment {
-    /// Origin of the sharing service, without a slash at the end; empty where ZELVO_SERVICE is no
-    /// https origin, so that no request goes somewhere else than asked for.
+    /// Origin of the sharing service, without a slash at the end; empty where ZELVO_SERVICE is
+    /// refused.
     std::string serviceOrigin;
     /// ZELVO_ROUTER, "address" or "address:port"; empty for the gateway of the default route.
     std::string router;
@@ -37,6 +37,10 @@ struct Environment {
     std::vector<std::string> languages;
     /// One line of text for everything above that could not be used.
     std::vector<std::string> complaints;
+    /// A sentence for each of ZELVO_SERVICE and ZELVO_ROUTER that is set, and empty or malformed.
+    /// With any, the application must not start: whoever sets them means to keep it from asking the
+    /// real service and the real router.
+    std::vector<std::string> refusals;
 
     using Lookup = std::function<std::optional<std::string>(const char* name)>;
 

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "platform/Log.h"
+#include "platform/linux/base/Debug.h"
 #include "platform/linux/base/FileReading.h"
 
 namespace zelvo::platform {
@@ -110,6 +111,7 @@ void DesktopPreferences::replace(const std::string& name,
     auto isThere = std::filesystem::exists(std::filesystem::symlink_status(path, ignored));
     if ((isThere && !isOurs(path)) || readTextFile(path) == content)
         return;
+    debug("desktop", (content ? "writes " : "has nothing for ") + name);
     if (!content) {
         ::unlink(path.c_str());
         return;

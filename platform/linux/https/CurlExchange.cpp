@@ -10,6 +10,8 @@
 #include <string>
 #include <utility>
 
+#include "platform/linux/base/Debug.h"
+
 namespace zelvo::platform {
 
 namespace {
@@ -139,6 +141,12 @@ void CurlExchange::finish(CURLcode code) {
     auto finished = std::exchange(finished_, nullptr);
     if (!finished)
         return;
+    curl_off_t took = 0;
+    if (handle())
+        curl_easy_getinfo(handle(), CURLINFO_TOTAL_TIME_T, &took);
+    debug("https", request_.method + " " + request_.url + " ended after " +
+                       std::to_string(took / 1000) + " ms with " + std::to_string(body_.size()) +
+                       " bytes: " + curl_easy_strerror(code));
     if (code == CURLE_OK)
         return finished({std::move(body_), std::nullopt});
     std::string text = bodyIsTooLarge_         ? "The reply is larger than allowed"

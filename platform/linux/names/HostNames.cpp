@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "platform/Log.h"
+#include "platform/linux/base/Debug.h"
 #include "platform/linux/base/FileReading.h"
 #include "platform/linux/base/ShellAssignments.h"
 #include "platform/linux/base/TextEncoding.h"
@@ -144,6 +145,8 @@ void HostNames::ask() {
 void HostNames::answered(QDBusPendingCallWatcher* call) {
     call->deleteLater();
     QDBusPendingReply<QVariantMap> reply = *call;
+    debug("names", reply.isError() ? "the name service: " + reply.error().name().toStdString()
+                                   : "the name service has answered");
     // A service that is not there changes nothing.
     if (reply.isError())
         return;
@@ -167,8 +170,12 @@ void HostNames::announce() {
     changed.computerName = std::exchange(announcedComputerName_, computerName()) != computerName();
     changed.localHostName =
         std::exchange(announcedLocalHostName_, localHostName()) != localHostName();
-    if (changed.computerName || changed.localHostName)
-        changes_.set(changed);
+    if (!changed.computerName && !changed.localHostName)
+        return;
+    debug("names", changed.computerName && changed.localHostName ? "both names are new"
+                   : changed.computerName                        ? "the computer's name is new"
+                                                                 : "the local name is new");
+    changes_.set(changed);
 }
 
 }  // namespace zelvo::platform

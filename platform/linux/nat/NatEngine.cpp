@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/linux/base/Debug.h"
+
 namespace zelvo::platform {
 
 namespace {
@@ -82,6 +84,9 @@ NatTime NatEngine::nextWake() const {
 
 void NatEngine::takeRoute(const std::optional<RouterRoute>& route) {
     route_ = route;
+    debug("nat", route_ ? "the router is " + addressText(route_->router) + ", seen from " +
+                              addressText(route_->localAddress)
+                        : "there is no route");
     announcements_.reset();
     if (route_) {
         leftovers_.begin();

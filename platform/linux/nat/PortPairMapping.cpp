@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/linux/base/Debug.h"
 #include "platform/linux/nat/ExternalAddress.h"
 
 namespace zelvo::platform {
@@ -170,6 +171,8 @@ void PortPairMapping::seek() {
     for (auto& mapping : made) {
         candidates_.push_back({std::move(mapping)});
     }
+    debug("nat", "looks for a router for port " + std::to_string(wish_.internalPort) + " with " +
+                     std::to_string(candidates_.size()) + " protocols");
     if (candidates_.empty()) {
         failureCode_ = NatErrorNoRouter;
         say("there is no router");
@@ -218,6 +221,7 @@ void PortPairMapping::giveTurn() {
         if (candidate.mapping->phase() == Phase::Ready) {
             nextTurn_ = now + Turn;
             candidate.asked = true;
+            debug("nat", std::string(candidate.mapping->protocol()) + " may ask");
             candidate.recordId = journal_.add(candidate.mapping->record());
             candidate.mapping->ask();
             return;
@@ -284,6 +288,8 @@ void PortPairMapping::win(std::size_t index) {
 }
 
 void PortPairMapping::lose(Candidate candidate) {
+    debug("nat", std::string(candidate.mapping->protocol()) + " is let go" +
+                     (candidate.asked ? ", and withdraws what it asked for" : ""));
     candidate.mapping->release();
     candidate.withdraws = candidate.asked && candidate.mapping->phase() != Phase::Over;
     if (candidate.mapping->phase() != Phase::Over || candidate.asked) {

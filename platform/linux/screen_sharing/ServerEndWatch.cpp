@@ -3,6 +3,7 @@
 #include <QSocketNotifier>
 #include <chrono>
 
+#include "platform/linux/base/Debug.h"
 #include "platform/linux/base/ProcessDescriptor.h"
 
 namespace zelvo::platform {
@@ -24,10 +25,13 @@ void ServerEndWatch::watch(pid_t server) {
     notifier_.reset();
     process_ = processDescriptor(server);
     server_ = process_ ? server : 0;
+    debug("screen_sharing", "process " + std::to_string(server) +
+                                (process_ ? " is the server" : " has ended already"));
     if (!process_)
         return;
     notifier_ = std::make_unique<QSocketNotifier>(process_.get(), QSocketNotifier::Read);
     connect(notifier_.get(), &QSocketNotifier::activated, this, [this] {
+        debug("screen_sharing", "the server has ended");
         notifier_->setEnabled(false);
         server_ = 0;
         pause_.start();

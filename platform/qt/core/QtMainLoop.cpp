@@ -17,6 +17,9 @@ constexpr Clock::duration CalmPace = 90ms;
 constexpr Clock::duration HastyPace = 18ms;
 constexpr Clock::duration HasteAfterwards = 5s;
 
+/// What takes this long can be seen as a stutter.
+constexpr Clock::duration LongWork = 30ms;
+
 std::chrono::milliseconds roundedUp(Clock::duration duration) {
     return std::chrono::ceil<std::chrono::milliseconds>(
         std::max(duration, Clock::duration::zero()));
@@ -70,7 +73,7 @@ class QtMainLoop::TurnPerform final : public Perform {
     std::shared_ptr<Call> call_;
 };
 
-QtMainLoop::QtMainLoop() {
+QtMainLoop::QtMainLoop(std::function<void(const std::string&)> told) : told_(std::move(told)) {
     turnTimer_.setSingleShot(true);
     turnTimer_.setTimerType(Qt::PreciseTimer);
     QObject::connect(&turnTimer_, &QTimer::timeout, &receiver_, [this] { runTurn(); });
@@ -93,6 +96,8 @@ void QtMainLoop::close() {
         open_ = false;
         dropped.swap(jobs_);
     }
+    if (told_ && !dropped.empty())
+        told_("closed with " + std::to_string(dropped.size()) + " jobs unrun");
 }
 
 void QtMainLoop::async(std::function<void()> job) {
@@ -120,7 +125,15 @@ void QtMainLoop::runOneJob() {
         job = std::move(jobs_.front());
         jobs_.pop_front();
     }
+    auto begin = Clock::now();
     job();
+    tellIfLong("a job", begin);
+}
+
+void QtMainLoop::tellIfLong(const char* what, Clock::time_point begin) const {
+    auto took = Clock::now() - begin;
+    if (told_ && took >= LongWork)
+        told_(what + std::string(" took ") + std::to_string(took / 1ms) + " ms");
 }
 
 std::unique_ptr<Timer> QtMainLoop::scheduleTimer(std::chrono::milliseconds interval,
@@ -195,6 +208,7 @@ void QtMainLoop::runTurn() {
         if (auto kept = call.lock())
             (*kept)();
     inTurn_ = false;
+    tellIfLong("a turn", begin);
 
     auto end = Clock::now();
     auto pace = hurries_ || end < hastyUntil_ ? HastyPace : CalmPace;

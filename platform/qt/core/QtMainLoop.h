@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include "platform/MainQueue.h"
@@ -18,7 +19,8 @@ namespace zelvo::platform {
 /// the main thread while a QCoreApplication exists, and outlived by it. Outlives its timers.
 class QtMainLoop final : public MainQueue, public RunLoop {
   public:
-    QtMainLoop();
+    /// `told` gets a line about whatever held the loop up for longer than it should.
+    explicit QtMainLoop(std::function<void(const std::string&)> told = {});
     ~QtMainLoop() override;
     QtMainLoop(const QtMainLoop&) = delete;
     QtMainLoop& operator=(const QtMainLoop&) = delete;
@@ -70,7 +72,10 @@ class QtMainLoop final : public MainQueue, public RunLoop {
     void scheduleTurn();
     void runTurn();
 
+    void tellIfLong(const char* what, std::chrono::steady_clock::time_point begin) const;
+
     QObject receiver_;
+    std::function<void(const std::string&)> told_;
 
     mutable std::mutex mutex_;
     std::deque<std::function<void()>> jobs_;
