@@ -5,6 +5,7 @@
 
 #include "app/AppDelegate.h"
 #include "app/KVView.h"
+#include "platform/Explanations.h"
 #include "platform/linux/LinuxPlatform.h"
 #include "platform/linux/SingleInstance.h"
 #include "platform/linux/base/Environment.h"
@@ -63,6 +64,13 @@ void watchTheServer(LinuxPlatform& system, AppDelegate& controller) {
     });
 }
 
+[[nodiscard]] Subscription hurryAtQuit(LinuxPlatform& system, AppDelegate& controller) {
+    return controller.isQuitting().subscribe([&system](bool quits) {
+        if (quits)
+            system.quitBegins();
+    });
+}
+
 /// None, after saying so, while another Zelvo of this user runs.
 std::optional<SingleInstance> onlyInstance() {
     auto stateHome = Environment::ofProcess().stateHome;
@@ -97,9 +105,12 @@ int runInWindow(int& argc, char** argv) {
     desktop.attach(window, controller, controller);
 
     watchTheServer(system, controller);
+    auto hurry = hurryAtQuit(system, controller);
     window.show();
     loop.async([&] { controller.applicationDidFinishLaunching(); });
-    return loop.run();
+    const auto status = loop.run();
+    desktop.application.showLastWords(system.explanations().withdrawal().value());
+    return status;
 }
 
 int runInTerminal(int& argc, char** argv) {
@@ -114,6 +125,7 @@ int runInTerminal(int& argc, char** argv) {
     TerminalView view(terminal, controller, controller, system.explanations(), system.bundle());
 
     watchTheServer(system, controller);
+    auto hurry = hurryAtQuit(system, controller);
     loop.async([&] { controller.applicationDidFinishLaunching(); });
     return loop.run();
 }

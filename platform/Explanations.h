@@ -15,8 +15,11 @@ class Explanations {
 
     /// Why Screen Sharing is not on, such as a session in which no server can ask.
     virtual Observable<std::string>& screenSharing() = 0;
-    /// What is known of the router: a second one above it, no answer, a protocol switched off.
+    /// Why there is no link, or why it may lead nowhere: what is known of the router, or of the
+    /// sharing service once the router has let us through.
     virtual Observable<std::string>& router() = 0;
+    /// What a quit could not take back.
+    virtual Observable<std::string>& withdrawal() = 0;
 };
 
 }  // namespace zelvo::platform

@@ -7,7 +7,8 @@
 #include "platform/linux/base/Environment.h"
 #include "platform/linux/base/SystemLog.h"
 #include "platform/linux/desktop/DesktopInputSources.h"
-#include "platform/linux/https/CurlUrlSession.h"
+#include "platform/linux/https/ServiceExplanation.h"
+#include "platform/linux/https/SharingSession.h"
 #include "platform/linux/machine/InetAddressParser.h"
 #include "platform/linux/machine/NetlinkSocketTable.h"
 #include "platform/linux/machine/NssServicesDatabase.h"
@@ -32,6 +33,16 @@ namespace {
 
 std::string ownFolder(const std::string& base) {
     return base.empty() ? base : base + "/zelvo";
+}
+
+/// As the core judges it.
+bool registersLink(const PropertyListReader& propertyLists, const std::vector<std::byte>& reply) {
+    const auto parsed = propertyLists.parse(reply);
+    const auto* status = parsed.value ? parsed.value->find("StatusCode") : nullptr;
+    const auto* link = parsed.value ? parsed.value->find("link") : nullptr;
+    const bool isSuccess = status && ((status->integer() && *status->integer() == 0) ||
+                                      (status->real() && *status->real() == 0));
+    return isSuccess && link && link->string() && !link->string()->empty();
 }
 
 }  // namespace
@@ -74,20 +85,33 @@ struct LinuxPlatform::Services {
                                    {.asked = [this] { screenSharing.update(); },
                                     .listens = [this](pid_t server) { serverEnd.watch(server); }}};
     RouterExplanation router{bundle, log};
-    LinuxExplanations explanations{screenSharing.text(), router.text()};
+    ServiceExplanation service{bundle};
+    LinuxExplanations explanations{
+        {screenSharing.text(), router.text(), service.creation(), service.withdrawal()}};
 
-    CurlUrlSession urlSession{
+    SharingSession urlSession{
         mainQueue,
-        {.certificateFile = environment.certificateFile,
-         .seenFrom = [this](const std::string& address) { router.seenFrom(address); }}};
+        service,
+        log,
+        {.exchanges = {.certificateFile = environment.certificateFile,
+                       .seenFrom = [this](const auto& address) { router.seenFrom(address); }},
+         .stateFolder = ownFolder(environment.stateHome),
+         .registers = [this](const auto& reply) { return registersLink(propertyLists, reply); }}};
     RouterPortMapping natPortMapping{
         mainQueue,
         log,
         {.router = environment.router,
          .stateFolder = ownFolder(environment.stateHome),
-         .heard = [this](const auto& reply) { router.mappingReplied(reply); }}};
+         .heard = [this](const auto& reply) { mappingReplied(reply); }}};
 
     SystemAuthorization authorization{log, {.asSelf = environment.authorizesItself}};
+
+    void mappingReplied(const std::optional<NatPortMappingReply>& reply) {
+        // A new attempt: what the service said of the last one is over.
+        if (!reply)
+            service.creationBegan();
+        router.mappingReplied(reply);
+    }
 };
 
 LinuxPlatform::LinuxPlatform(MainQueue& mainQueue) {
@@ -163,6 +187,10 @@ Authorization& LinuxPlatform::authorization() {
 
 void LinuxPlatform::whenScreenSharingEnds(std::function<void()> callback) {
     services_->serverEnd.ended = std::move(callback);
+}
+
+void LinuxPlatform::quitBegins() {
+    services_->urlSession.quitBegins();
 }
 
 Explanations& LinuxPlatform::explanations() {

@@ -165,9 +165,11 @@ TEST_F(LinkManagerTest, WithdrawalKeepsTheLinkAndClosesAfterTheAnswer) {
     EXPECT_TRUE(fake.peer.requests.empty());
 
     createAndSettle();
+    fake.userDefaults.values["permanentSharedLink"] = "changed meanwhile";
     fake.peer.hold(true);
     fake.peer.fail("update.php");
     manager->invalidateLink([&] { ++done; });
+    EXPECT_EQ(fake.userDefaults.stringForKey("permanentSharedLink"), "abc-123");
     fake.loop.settle();
     EXPECT_EQ(fake.router.open, 1);
     EXPECT_EQ(done, 1);
@@ -191,7 +193,9 @@ TEST_F(LinkManagerTest, WithNewLinksTheOldOneIsDeletedAndForgotten) {
     EXPECT_EQ(fake.userDefaults.values.count("permanentSharedLink"), 0u);
 
     bool done = false;
+    fake.userDefaults.values["permanentSharedLink"] = "kept by another";
     manager->invalidateLink([&] { done = true; });
+    EXPECT_EQ(fake.userDefaults.values.count("permanentSharedLink"), 0u);
     EXPECT_FALSE(done);
     fake.loop.settle();
     EXPECT_TRUE(done);

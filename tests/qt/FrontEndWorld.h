@@ -15,8 +15,10 @@ namespace zelvo::test {
 struct GivenExplanations final : platform::Explanations {
     platform::Observable<std::string>& screenSharing() override { return sharing; }
     platform::Observable<std::string>& router() override { return routing; }
+    platform::Observable<std::string>& withdrawal() override { return remaining; }
     platform::Observable<std::string> sharing;
     platform::Observable<std::string> routing;
+    platform::Observable<std::string> remaining;
 };
 
 /// The real controller in a real front end: the system below is the fake one, whose service and

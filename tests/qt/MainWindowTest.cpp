@@ -176,6 +176,12 @@ TEST_F(MainWindowTest, EveryMenuEntryHasItsAction) {
     EXPECT_TRUE(window.findChild<QDialog*>("aboutDialog"));
     find<QAction>("actionQuit")->trigger();
     EXPECT_TRUE(desktop.application.isTerminating());
+    // With a session the quit asks first, and goes on here.
+    controller.isQuitting().set(true);
+    EXPECT_EQ(find<QLabel>("statusTitle")->text(), "Quitting");
+    explanations.remaining.set("Not told.");
+    EXPECT_EQ(find<QLabel>("statusTitle")->text(), "Your link was not taken back");
+    EXPECT_EQ(find<QLabel>("statusExplanation")->text(), "Not told.");
 }
 
 TEST_F(MainWindowTest, TheViewFillsWhatIsDirtyWithItsColour) {

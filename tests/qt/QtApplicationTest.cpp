@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QTimer>
 #include <QWidget>
 #include <csignal>
 
@@ -75,6 +76,28 @@ TEST_F(QtApplicationTest, ASecondSignalAnswersTheQuestionOfTheFirst) {
     std::raise(SIGHUP);
     EXPECT_TRUE(test::waitFor([&] { return delegate.asked == 2; }));
     EXPECT_EQ(answers, 1);
+}
+
+TEST(DesktopApplication, LeavesTheWindowUpForLastWordsUnlessAskedAgain) {
+    QtMainLoop loop;
+    QWidget window;
+    for (bool fromOutside : {true, false}) {
+        DesktopApplication application;
+        application.setWindow(&window);
+        if (fromOutside)
+            application.terminateFromOutside();
+        else
+            application.terminate();
+        application.showLastWords("");
+        int shown = 0;
+        QTimer::singleShot(0, &window, [&] {
+            ++shown;
+            application.terminate();
+        });
+        application.showLastWords("said");
+        EXPECT_EQ(shown, fromOutside ? 0 : 1);
+        EXPECT_TRUE(test::waitFor([&] { return shown == 1; }));
+    }
 }
 
 TEST(DesktopApplication, AnAccessoryIsNotInTheTaskBar) {

@@ -123,6 +123,11 @@ TEST_F(TerminalTest, SaysWhyAStageDoesNotComeOn) {
     explanations.sharing.set("No server here.");
     explanations.routing.set("No router.");
     EXPECT_EQ(output.read(), "Port mapping: Applying Port Mapping...\nNo server here.\n");
+    explanations.remaining.set("Not told.");
+    EXPECT_EQ(output.read(), "");
+    controller.isQuitting().set(true);
+    explanations.remaining.set("Not told.");
+    EXPECT_EQ(output.read(), "Not told.\n");
 }
 
 TEST_F(TerminalTest, KeepsASessionOnNoAndEndsItOnTheSecondSignal) {

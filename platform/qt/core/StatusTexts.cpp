@@ -27,6 +27,8 @@ constexpr Texts Quitting{"Quitting",
                          "Zelvo is taking your link back and leaving your computer as it was. This "
                          "takes a few seconds at most."};
 
+constexpr Texts NotWithdrawn{"Your link was not taken back", Quitting.explanation};
+
 constexpr std::array<Texts, 8> PerStatus{
     Starting,
     Texts{"Screen Sharing is off",
@@ -43,13 +45,14 @@ constexpr std::array<Texts, 8> PerStatus{
           "Press “Disconnect” to end the session. Your link stays valid until you quit Zelvo."},
 };
 
-const Texts& keysOf(MainWindowModel& model, bool nobodyGetsIn) {
+/// With a reason it is about what has gone wrong.
+const Texts& keysOf(MainWindowModel& model, bool hasReason) {
     if (model.isQuitting().value())
-        return Quitting;
+        return hasReason ? NotWithdrawn : Quitting;
     auto status = static_cast<std::size_t>(model.zelvoStatusProperty().value());
     if (status >= PerStatus.size())
         return Starting;
-    return nobodyGetsIn && (status == 5 || status == 6) ? LinkInVain : PerStatus[status];
+    return hasReason && (status == 5 || status == 6) ? LinkInVain : PerStatus[status];
 }
 
 StatusTexts localized(const Texts& keys, const Bundle& bundle) {
@@ -67,7 +70,8 @@ StatusTexts statusTexts(MainWindowModel& model, Explanations& explanations, cons
 }
 
 std::vector<StatusTexts> allStatusTexts(const Bundle& bundle) {
-    std::vector<StatusTexts> all{localized(LinkInVain, bundle), localized(Quitting, bundle)};
+    std::vector<StatusTexts> all{localized(LinkInVain, bundle), localized(Quitting, bundle),
+                                 localized(NotWithdrawn, bundle)};
     for (const auto& keys : PerStatus)
         all.push_back(localized(keys, bundle));
     return all;
@@ -75,7 +79,9 @@ std::vector<StatusTexts> allStatusTexts(const Bundle& bundle) {
 
 std::string reasonFor(MainWindowModel& model, Explanations& explanations) {
     auto status = model.zelvoStatusProperty().value();
-    if (model.isQuitting().value() || status > 6)
+    if (model.isQuitting().value())
+        return explanations.withdrawal().value();
+    if (status > 6)
         return {};
     return status <= 1 ? explanations.screenSharing().value() : explanations.router().value();
 }
