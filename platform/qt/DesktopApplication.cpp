@@ -13,7 +13,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr auto TimeToRead = 8s;
+constexpr auto TimeToRead = 6s;
 
 }  // namespace
 

@@ -18,8 +18,10 @@ using namespace std::chrono_literals;
 
 namespace {
 
-const std::string withdrawalOfL = "availabilityStatus=1&sharedLink=L";
-const std::string creationOfL = "ComputerName=a&sharedLink=M&permanentSharedLink=L";
+// A computer may be named like the rest of a form.
+const std::string withdrawalOfL =
+    "ComputerName=a&availabilityStatus=0&sharedLink=M&availabilityStatus=1&sharedLink=L&vncPort=1";
+const std::string creationOfL = "permanentSharedLink=L";
 
 /// A service that notes what comes, and answers with the status that the test sets, 0 for not at
 /// all before that changes.

@@ -79,15 +79,18 @@ TEST_F(QtApplicationTest, ASecondSignalAnswersTheQuestionOfTheFirst) {
 }
 
 TEST(DesktopApplication, LeavesTheWindowUpForLastWordsUnlessAskedAgain) {
-    QtMainLoop loop;
     QWidget window;
     for (bool fromOutside : {true, false}) {
+        QtMainLoop loop;
         DesktopApplication application;
         application.setWindow(&window);
-        if (fromOutside)
-            application.terminateFromOutside();
-        else
-            application.terminate();
+        loop.async([&] {
+            if (fromOutside)
+                application.terminateFromOutside();
+            else
+                application.terminate();
+        });
+        loop.run();
         application.showLastWords("");
         int shown = 0;
         QTimer::singleShot(0, &window, [&] {

@@ -27,9 +27,8 @@ std::string localTime(std::int64_t seconds) {
 /// holds the certificate's dates are evidence: a service is seldom too early with a new one.
 const char* keyOfWrongDates(bool isTooEarly, const Clock& clock) {
     if (clock.now < clock.past || (isTooEarly && !clock.isKept))
-        return "This computer’s clock seems to be wrong: it says %@. Set it right, then press "
-               "“Start "
-               "Over”.";
+        return "This computer’s clock seems to be wrong: it says %@. Set it right, then try "
+               "again.";
     if (isTooEarly)
         return "The certificate of the sharing service is not valid yet. Only those who run the "
                "service can change that.";

@@ -1,22 +1,17 @@
 #include "platform/linux/https/SharingRequest.h"
 
-#include <string_view>
-
 namespace zelvo::platform {
 
 namespace {
 
 /// The value of a field as it travels. The last one counts: the link's own fields come after those
 /// in which a computer's name may hold anything.
-std::string_view field(std::string_view form, std::string_view name) {
-    for (auto at = form.rfind(name); at != form.npos; at = form.rfind(name, at - 1)) {
-        auto value = form.substr(at + name.size());
-        if ((at == 0 || form[at - 1] == '&') && value.starts_with('='))
-            return value.substr(1, value.find('&') - 1);
-        if (at == 0)
-            break;
-    }
-    return {};
+std::string field(const std::string& form, const std::string& name) {
+    const auto at = form.rfind("&" + name + "=");
+    if (at == form.npos)
+        return {};
+    const auto value = at + name.size() + 2;
+    return form.substr(value, form.find('&', value) - value);
 }
 
 }  // namespace
@@ -24,10 +19,10 @@ std::string_view field(std::string_view form, std::string_view name) {
 SharingRequest SharingRequest::of(const UrlRequest& request) {
     const auto slash = request.url.rfind('/') + 1;
     const auto endpoint = request.url.substr(slash);
-    const std::string_view form(reinterpret_cast<const char*>(request.body.data()),
-                                request.body.size());
+    std::string form = "&";
+    form.append(reinterpret_cast<const char*>(request.body.data()), request.body.size());
     Kind kind = Kind::Other;
-    std::string_view link;
+    std::string link;
     if (endpoint == "create.php") {
         kind = Kind::Creation;
         link = field(form, "permanentSharedLink");
