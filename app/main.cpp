@@ -5,6 +5,7 @@
 
 #include "app/AppDelegate.h"
 #include "app/KVView.h"
+#include "platform/Explanations.h"
 #include "platform/linux/LinuxPlatform.h"
 #include "platform/linux/SingleInstance.h"
 #include "platform/linux/base/Debug.h"
@@ -65,6 +66,13 @@ Subscription watchTheServer(LinuxPlatform& system, QtMainLoop& loop, AppDelegate
     return system.enableToolWorks().subscribe([&loop](bool works) { loop.hurry(works); });
 }
 
+[[nodiscard]] Subscription hurryAtQuit(LinuxPlatform& system, AppDelegate& controller) {
+    return controller.isQuitting().subscribe([&system](bool quits) {
+        if (quits)
+            system.quitBegins();
+    });
+}
+
 /// None, after saying so, while another Zelvo of this user runs or may run.
 std::optional<SingleInstance> onlyInstance() {
     auto environment = Environment::ofProcess();
@@ -110,9 +118,12 @@ int runInWindow(int& argc, char** argv) {
     desktop.attach(window, controller, controller);
 
     auto watch = watchTheServer(system, loop, controller);
+    auto hurry = hurryAtQuit(system, controller);
     window.show();
     loop.async([&] { controller.applicationDidFinishLaunching(); });
-    return loop.run();
+    const auto status = loop.run();
+    desktop.application.showLastWords(system.explanations().withdrawal().value());
+    return status;
 }
 
 int runInTerminal(int& argc, char** argv) {
@@ -127,6 +138,7 @@ int runInTerminal(int& argc, char** argv) {
     TerminalView view(terminal, controller, controller, system.explanations(), system.bundle());
 
     auto watch = watchTheServer(system, loop, controller);
+    auto hurry = hurryAtQuit(system, controller);
     loop.async([&] { controller.applicationDidFinishLaunching(); });
     return loop.run();
 }

@@ -15,13 +15,16 @@ class Explanations {
 
     /// Why Screen Sharing is not on, such as a session in which no server can ask.
     virtual const Observable<std::string>& screenSharing() const = 0;
-    /// What is known of the router: a second one above it, no answer, a protocol switched off.
+    /// Why there is no link, or why it may lead nowhere: what is known of the router, or of the
+    /// sharing service once the router has let us through.
     virtual const Observable<std::string>& router() const = 0;
-    /// Why the next start will have another link, such as a full disk.
-    virtual const Observable<std::string>& keptLink() const = 0;
     /// The same where it has come about since the link was made, which is worth saying while a
     /// viewer is connected, too. Changes with `router`.
     virtual std::string routerNews() const = 0;
+    /// Why the next start will have another link, such as a full disk.
+    virtual const Observable<std::string>& keptLink() const = 0;
+    /// What a quit could not take back.
+    virtual const Observable<std::string>& withdrawal() const = 0;
 };
 
 }  // namespace zelvo::platform

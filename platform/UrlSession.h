@@ -34,7 +34,8 @@ struct UrlResult {
 };
 
 /// HTTPS exchanges. Certificates are always verified, redirects not followed, anything but https
-/// refused; the limits give an error: the request's time-out, 5 s to connect, 1 MiB of body.
+/// refused; the limits give an error: the request's time-out, 1 MiB of body, and patience once the
+/// application quits.
 class UrlSession {
   public:
     virtual ~UrlSession() = default;

@@ -10,19 +10,39 @@ namespace zelvo::platform {
 /// What Linux can say about the stages. Main thread only.
 class LinuxExplanations : public Explanations {
   public:
-    LinuxExplanations(const Observable<std::string>& screenSharing,
-                      const RouterExplanation& router, const Observable<std::string>& keptLink)
-        : screenSharing_(screenSharing), router_(router), keptLink_(keptLink) {}
+    /// All outlive this object.
+    struct Sources {
+        const Observable<std::string>& screenSharing;
+        const RouterExplanation& router;
+        /// Why the sharing service gave no link. It is asked last, so what it says comes first.
+        const Observable<std::string>& service;
+        const Observable<std::string>& keptLink;
+        const Observable<std::string>& withdrawal;
+    };
 
-    const Observable<std::string>& screenSharing() const override { return screenSharing_; }
-    const Observable<std::string>& router() const override { return router_.text(); }
-    std::string routerNews() const override { return router_.news(); }
-    const Observable<std::string>& keptLink() const override { return keptLink_; }
+    explicit LinuxExplanations(const Sources& sources)
+        : sources_(sources),
+          routerChange_(sources.router.text().bind([this](const auto&) { update(); })),
+          serviceChange_(sources.service.subscribe([this](const auto&) { update(); })) {}
+
+    const Observable<std::string>& screenSharing() const override { return sources_.screenSharing; }
+    const Observable<std::string>& router() const override { return link_; }
+    std::string routerNews() const override { return sources_.router.news(); }
+    const Observable<std::string>& keptLink() const override { return sources_.keptLink; }
+    const Observable<std::string>& withdrawal() const override { return sources_.withdrawal; }
 
   private:
-    const Observable<std::string>& screenSharing_;
-    const RouterExplanation& router_;
-    const Observable<std::string>& keptLink_;
+    void update() {
+        const auto& service = sources_.service.value();
+        const auto& text = service.empty() ? sources_.router.text().value() : service;
+        if (text != link_.value())
+            link_.set(text);
+    }
+
+    const Sources sources_;
+    Observable<std::string> link_;
+    Subscription routerChange_;
+    Subscription serviceChange_;
 };
 
 }  // namespace zelvo::platform

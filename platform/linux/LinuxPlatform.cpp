@@ -8,7 +8,8 @@
 #include "platform/linux/base/Environment.h"
 #include "platform/linux/base/SystemLog.h"
 #include "platform/linux/desktop/DesktopSettingsMirror.h"
-#include "platform/linux/https/CurlUrlSession.h"
+#include "platform/linux/https/ServiceExplanation.h"
+#include "platform/linux/https/SharingSession.h"
 #include "platform/linux/machine/InetAddressParser.h"
 #include "platform/linux/machine/NetlinkSocketTable.h"
 #include "platform/linux/machine/NssServicesDatabase.h"
@@ -35,6 +36,16 @@ constexpr std::string_view enableTool = "enable-screen-sharing-and-guess-access.
 
 std::string ownFolder(const std::string& base) {
     return base.empty() ? base : base + "/zelvo";
+}
+
+/// As the core judges it.
+bool registersLink(const PropertyListReader& propertyLists, const std::vector<std::byte>& reply) {
+    const auto parsed = propertyLists.parse(reply);
+    const auto* status = parsed.value ? parsed.value->find("StatusCode") : nullptr;
+    const auto* link = parsed.value ? parsed.value->find("link") : nullptr;
+    const bool isSuccess = status && ((status->integer() && *status->integer() == 0) ||
+                                      (status->real() && *status->real() == 0));
+    return isSuccess && link && link->string() && !link->string()->empty();
 }
 
 }  // namespace
@@ -82,25 +93,38 @@ struct LinuxPlatform::Services {
                                             screenSharing.serverListens();
                                         }}};
     RouterExplanation router{bundle, log};
+    ServiceExplanation service{bundle};
     Observable<std::string> keptLink;
-    LinuxExplanations explanations{screenSharing.text(), router, keptLink};
+    LinuxExplanations explanations{
+        {screenSharing.text(), router, service.creation(), keptLink, service.withdrawal()}};
 
-    CurlUrlSession urlSession{
+    SharingSession urlSession{
         mainQueue,
-        {.certificateFile = environment.certificateFile,
-         .seenFrom = [this](const std::string& address) { router.seenFrom(address); }}};
+        service,
+        log,
+        {.exchanges = {.certificateFile = environment.certificateFile,
+                       .seenFrom = [this](const auto& address) { router.seenFrom(address); }},
+         .stateFolder = ownFolder(environment.stateHome),
+         .registers = [this](const auto& reply) { return registersLink(propertyLists, reply); }}};
     RouterPortMapping natPortMapping{
         mainQueue,
         log,
         {.router = environment.router,
          .stateFolder = ownFolder(environment.stateHome),
-         .heard = [this](const auto& reply) { router.mappingReplied(reply); }}};
+         .heard = [this](const auto& reply) { mappingReplied(reply); }}};
 
     SystemAuthorization authorization{
         log, {.asSelf = environment.authorizesItself, .started = [this](std::string_view tool) {
                   if (tool == enableTool)
                       screenSharing.toolStarted();
               }}};
+
+    void mappingReplied(const std::optional<NatPortMappingReply>& reply) {
+        // A new attempt: what the service said of the last one is over.
+        if (!reply)
+            service.creationBegan();
+        router.mappingReplied(reply);
+    }
 
     // The link is the one string that the application stores.
     void explainKeptLink(bool kept) {
@@ -191,6 +215,10 @@ void LinuxPlatform::whenScreenSharingEnds(std::function<void()> callback) {
 
 const Observable<bool>& LinuxPlatform::enableToolWorks() const {
     return services_->screenSharing.toolWorks();
+}
+
+void LinuxPlatform::quitBegins() {
+    services_->urlSession.quitBegins();
 }
 
 const Explanations& LinuxPlatform::explanations() {

@@ -71,6 +71,10 @@ class LinuxPlatform {
 
     const Explanations& explanations();
 
+    /// To be called once it is certain that the application ends: nothing that it waits for takes
+    /// long from then on.
+    void quitBegins();
+
     /// `callback` is called soon after the server that Screen Sharing was found on by has ended, be
     /// it that nothing follows it, that it was started anew, or that another takes its place.
     void whenScreenSharingEnds(std::function<void()> callback);

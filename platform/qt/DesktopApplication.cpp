@@ -11,6 +11,12 @@ namespace zelvo::platform {
 
 using namespace std::chrono_literals;
 
+namespace {
+
+constexpr auto TimeToRead = 6s;
+
+}  // namespace
+
 DesktopApplication::DesktopApplication() {
     // The window's close button is a question to the delegate.
     QApplication::setQuitOnLastWindowClosed(false);
@@ -39,6 +45,7 @@ void DesktopApplication::activateIgnoringOtherApps(bool) {
 
 // The desktop waits for us only inside this call, and not for long.
 void DesktopApplication::endSession(QSessionManager& session) {
+    sessionEnds_ = true;
     session.setRestartHint(QSessionManager::RestartNever);
     terminate();
     if (!isTerminating())
@@ -54,10 +61,21 @@ void DesktopApplication::endSession(QSessionManager& session) {
     QTimer::singleShot(mayAsk ? 60s : 5s, &wait, &QEventLoop::quit);
     wait.exec();
     if (mayAsk) {
-        if (!hasTerminated())
+        if (!hasTerminated()) {
             session.cancel();
+            sessionEnds_ = false;
+        }
         session.release();
     }
+}
+
+void DesktopApplication::showLastWords(const std::string& text) {
+    if (text.empty() || !window_ || sessionEnds_ || wasAskedFromOutside())
+        return;
+    activateIgnoringOtherApps(true);
+    QEventLoop wait;
+    QTimer::singleShot(TimeToRead, &wait, &QEventLoop::quit);
+    wait.exec();
 }
 
 }  // namespace zelvo::platform

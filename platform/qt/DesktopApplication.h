@@ -2,6 +2,8 @@
 
 #include <QObject>
 
+#include <string>
+
 #include "platform/qt/core/QtApplication.h"
 
 class QSessionManager;
@@ -17,6 +19,11 @@ class DesktopApplication final : public QtApplication {
     void setActivationPolicy(ActivationPolicy policy) override;
     void activateIgnoringOtherApps(bool ignoring) override;
 
+    /// Leaves the window up for as long as it takes to read the text that it shows, or until it is
+    /// closed. Not where there is no text or nobody to read it, as when the session ends. After the
+    /// loop's run.
+    void showLastWords(const std::string& text);
+
     /// The window that stands for the application; null while there is none.
     void setWindow(QWidget* window) { window_ = window; }
 
@@ -25,6 +32,7 @@ class DesktopApplication final : public QtApplication {
 
     QObject receiver_;
     QWidget* window_ = nullptr;
+    bool sessionEnds_ = false;
 };
 
 }  // namespace zelvo::platform

@@ -50,6 +50,7 @@ TerminalView::TerminalView(Terminal& terminal, MainWindowModel& model,
     subscriptions_.push_back(explanations.screenSharing().subscribe([this](auto&) { explain(); }));
     subscriptions_.push_back(explanations.router().subscribe([this](auto&) { explain(); }));
     subscriptions_.push_back(explanations.keptLink().subscribe([this](auto&) { explain(); }));
+    subscriptions_.push_back(explanations.withdrawal().subscribe([this](auto&) { explain(); }));
     terminal_.console.listen([this](char key) { takeKey(key); }, [this] { inputEnded(); });
     if (terminal_.console.outputIsTerminal())
         terminal_.console.line(bundle_.localizedString(

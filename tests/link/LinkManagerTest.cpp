@@ -113,15 +113,15 @@ TEST_F(LinkManagerTest, AFailedMappingEndsBeforeTheServiceIsAsked) {
 }
 
 TEST_F(LinkManagerTest, OnlyTheNumberZeroAndALinkAreSuccess) {
-    const std::vector<PropertyList> refusals{
-        PropertyList::Dictionary{{"StatusCode", "0"}, {"link", "x"}},
-        PropertyList::Dictionary{{"StatusCode", false}, {"link", "x"}},
-        PropertyList::Dictionary{{"StatusCode", 5}, {"link", "x"}},
-        PropertyList::Dictionary{{"link", "x"}},
-        PropertyList::Dictionary{{"StatusCode", 0}},
-        PropertyList::Dictionary{{"StatusCode", 0}, {"link", 12}},
-        PropertyList::Array{0, "x"},
-        "StatusCode"};
+    using Map = PropertyList::Dictionary;
+    const std::vector<PropertyList> refusals{Map{{"StatusCode", "0"}, {"link", "x"}},
+                                             Map{{"StatusCode", false}, {"link", "x"}},
+                                             Map{{"StatusCode", 5}, {"link", "x"}},
+                                             Map{{"link", "x"}},
+                                             Map{{"StatusCode", 0}},
+                                             Map{{"StatusCode", 0}, {"link", 12}},
+                                             PropertyList::Array{0, "x"},
+                                             "StatusCode"};
     for (const auto& refusal : refusals) {
         serviceAnswers(refusal);
         createAndSettle();
@@ -138,19 +138,18 @@ TEST_F(LinkManagerTest, OnlyTheNumberZeroAndALinkAreSuccess) {
 }
 
 TEST_F(LinkManagerTest, TransportFailuresAreLoggedAndOnlyTheCreateMatters) {
-    fake.peer.answer("create.php", "<html>gone</html>");
-    createAndSettle();
-    EXPECT_EQ(port, LinkManagerRegistrationFailed);
-    EXPECT_TRUE(logged("<html>gone</html>"));
-
-    fake.peer.answer("create.php", "\xff\xfe");
-    createAndSettle();
-    EXPECT_TRUE(logged("(null)"));
-
-    fake.peer.fail("create.php");
-    createAndSettle();
-    EXPECT_TRUE(logged("Error Domain=NSURLErrorDomain Code=7 \"no connection\""));
-
+    for (const auto& [body, line] :
+         {std::pair("<html>gone</html>", "<html>gone</html>"),
+          {"\xff\xfe", "(null)"},
+          {"", "Error Domain=NSURLErrorDomain Code=7 \"no connection\""}}) {
+        if (*body)
+            fake.peer.answer("create.php", body);
+        else
+            fake.peer.fail("create.php");
+        createAndSettle();
+        EXPECT_EQ(port, LinkManagerRegistrationFailed);
+        EXPECT_TRUE(logged(line)) << line;
+    }
     serviceAnswers(PropertyList::Dictionary{{"StatusCode", 0}, {"link", "abc-123"}});
     fake.peer.fail("get.php");
     createAndSettle();
@@ -165,9 +164,11 @@ TEST_F(LinkManagerTest, WithdrawalKeepsTheLinkAndClosesAfterTheAnswer) {
     EXPECT_TRUE(fake.peer.requests.empty());
 
     createAndSettle();
+    fake.userDefaults.values["permanentSharedLink"] = "changed meanwhile";
     fake.peer.hold(true);
     fake.peer.fail("update.php");
     manager->invalidateLink([&] { ++done; });
+    EXPECT_EQ(fake.userDefaults.stringForKey("permanentSharedLink"), "abc-123");
     fake.loop.settle();
     EXPECT_EQ(fake.router.open, 1);
     EXPECT_EQ(done, 1);
@@ -191,7 +192,9 @@ TEST_F(LinkManagerTest, WithNewLinksTheOldOneIsDeletedAndForgotten) {
     EXPECT_EQ(fake.userDefaults.values.count("permanentSharedLink"), 0u);
 
     bool done = false;
+    fake.userDefaults.values["permanentSharedLink"] = "kept by another";
     manager->invalidateLink([&] { done = true; });
+    EXPECT_EQ(fake.userDefaults.values.count("permanentSharedLink"), 0u);
     EXPECT_FALSE(done);
     fake.loop.settle();
     EXPECT_TRUE(done);

@@ -9,10 +9,9 @@
 #include <thread>
 
 #include "tests/support/Certificate.h"
+#include "tests/support/HttpsPeer.h"
 #include "tests/support/Socket.h"
 #include "tests/support/WaitingQueue.h"
-
-#include <httplib.h>
 
 using namespace zelvo::platform;
 using namespace zelvo::test;
@@ -20,17 +19,34 @@ using namespace std::chrono_literals;
 
 namespace {
 
+/// Read when the library is first used, which any test of this program may be. The system's own
+/// settings may be stricter than ours and would hide them.
+struct LenientOpenSsl {
+    LenientOpenSsl() {
+        auto file = folder.write("openssl.cnf",
+                                 "openssl_conf = conf\n[conf]\nssl_conf = ssl\n[ssl]\n"
+                                 "system_default = all\n[all]\nMinProtocol = TLSv1\n"
+                                 "CipherString = DEFAULT@SECLEVEL=0\n"
+                                 "[req]\ndistinguished_name = name\n[name]\n");
+        ::setenv("OPENSSL_CONF", file.c_str(), 1);
+    }
+    TemporaryFolder folder;
+} const lenientOpenSsl;
+
 class CurlUrlSessionTest : public testing::Test {
   protected:
     static void SetUpTestSuite() {
         folder = std::make_unique<TemporaryFolder>();
         makeCertificate(*folder, "good");
         makeCertificate(*folder, "other");
+        makeCertificate(*folder, "expired", -1);
     }
     static void TearDownTestSuite() { folder.reset(); }
 
     void SetUp() override {
-        server.Post("/echo", [this](const auto& request, auto& response) {
+        // Nothing here goes through it but what says so.
+        ::setenv("https_proxy", silentUrl.c_str(), 1);
+        peer.server.Post("/echo", [this](const auto& request, auto& response) {
             std::lock_guard lock(mutex);
             peers.insert(request.remote_port);
             contentTypes.push_back(request.get_header_value("Content-Type"));
@@ -38,12 +54,13 @@ class CurlUrlSessionTest : public testing::Test {
             response.set_header("Client-Address", request.remote_addr);
             response.set_content(request.method + " " + request.body, "text/plain");
         });
-        server.Get("/redirect", [](const auto&, auto& response) {
+        peer.server.Get("/redirect", [](const auto&, auto& response) {
             response.set_redirect("/landed");
             response.set_content("moved", "text/plain");
         });
-        server.Get("/landed", [this](const auto&, auto&) { landed = true; });
-        server.Get("/body", [](const auto& request, auto& response) {
+        peer.server.Get("/landed", [this](const auto&, auto&) { landed = true; });
+        peer.server.Get("/never", [this](const auto&, auto&) { released.get_future().wait(); });
+        peer.server.Get("/body", [](const auto& request, auto& response) {
             auto size = std::stoul(request.get_param_value("size"));
             if (request.has_param("chunked"))
                 response.set_chunked_content_provider(
@@ -58,21 +75,15 @@ class CurlUrlSessionTest : public testing::Test {
             else
                 response.set_content(std::string(size, 'x'), "text/plain");
         });
-        port = server.bind_to_any_port("127.0.0.1");
-        ASSERT_GT(port, 0);
-        thread = std::thread([this] { server.listen_after_bind(); });
-        while (!server.is_running())
-            std::this_thread::yield();
+        peer.start();
+        restart("good.pem");
     }
     void TearDown() override {
+        ::unsetenv("https_proxy");
         session.reset();
-        server.stop();
-        thread.join();
+        released.set_value();
     }
 
-    std::string url(const std::string& path, const std::string& scheme = "https") {
-        return scheme + "://127.0.0.1:" + std::to_string(port) + path;
-    }
     static UrlRequest get(const std::string& url, std::chrono::seconds timeout = 60s) {
         UrlRequest request;
         request.url = url;
@@ -81,7 +92,7 @@ class CurlUrlSessionTest : public testing::Test {
     }
     UrlRequest post(const std::string& body) {
         auto data = bytes(body);
-        auto request = get(url("/echo"));
+        auto request = get(peer.url("/echo"));
         request.method = "POST";
         request.headers = {{"Content-Type", "application/x-www-form-urlencoded"}};
         request.body = {data.begin(), data.end()};
@@ -89,9 +100,10 @@ class CurlUrlSessionTest : public testing::Test {
     }
     UrlResult exchange(UrlRequest request) {
         std::optional<UrlResult> result;
-        session->dataTask(std::move(request), [&](UrlResult value) {
+        session->exchange(std::move(request), [&](UrlResult value, const ExchangeReport& said) {
             EXPECT_FALSE(result) << "once only";
             result = std::move(value);
+            report = said;
         });
         EXPECT_FALSE(result) << "never inside the call";
         EXPECT_TRUE(queue.runUntil([&] { return result.has_value(); }, 30s));
@@ -104,38 +116,39 @@ class CurlUrlSessionTest : public testing::Test {
         return {reinterpret_cast<const char*>(result.data->data()), result.data->size()};
     }
     static std::string error(CURLcode code) { return "error " + std::to_string(code); }
-    void trust(const std::string& name) {
+    void restart(const std::string& authority, std::chrono::milliseconds patience = 5s) {
         session = std::make_unique<CurlUrlSession>(
-            queue, CurlUrlSession::Options{.certificateFile = *folder / (name + ".pem")});
+            queue, CurlUrlSession::Options{
+                       .certificateFile = *folder / authority,
+                       .patienceAtQuit = patience,
+                       .seenFrom = [this](const std::string& from) { seen.push_back(from); }});
     }
 
     static inline std::unique_ptr<TemporaryFolder> folder;
     /// Takes connections and never says anything.
     Socket silent = std::move(Socket().bind());
     const std::string silentUrl = "https://127.0.0.1:" + std::to_string(silent.port()) + "/";
-    httplib::SSLServer server{(*folder / "good.pem").c_str(), (*folder / "good.key").c_str()};
-    int port = 0;
-    std::thread thread;
     std::mutex mutex;
     std::set<int> peers;
     std::vector<std::string> contentTypes;
     std::atomic<bool> landed = false;
     std::vector<std::string> seen;
+    std::promise<void> released;
+    ExchangeReport report;
+    HttpsPeer peer{*folder, "good"};
 
     WaitingQueue queue;
-    std::unique_ptr<CurlUrlSession> session = std::make_unique<CurlUrlSession>(
-        queue, CurlUrlSession::Options{
-                   .certificateFile = *folder / "good.pem",
-                   .seenFrom = [this](const std::string& address) { seen.push_back(address); }});
+    std::unique_ptr<CurlUrlSession> session;
 };
 
 }  // namespace
 
 TEST_F(CurlUrlSessionTest, ExchangesOverOneConnection) {
     EXPECT_EQ(text(exchange(post("a=1&b=\u00e9"))), "POST a=1&b=\u00e9") << "whatever the status";
+    EXPECT_EQ(report.httpStatus, 500);
     EXPECT_EQ(text(exchange(post(""))), "POST ");
     EXPECT_EQ(text(session->sendSynchronously(post("s"))), "POST s");
-    EXPECT_EQ(text(exchange(get(url("/body?size=0")))), "");
+    EXPECT_EQ(text(exchange(get(peer.url("/body?size=0")))), "");
     EXPECT_EQ(peers.size(), 1U);
     EXPECT_EQ(seen, std::vector<std::string>(3, "127.0.0.1"));
     EXPECT_EQ(contentTypes[0], "application/x-www-form-urlencoded");
@@ -147,30 +160,77 @@ TEST_F(CurlUrlSessionTest, ExchangesOverOneConnection) {
     EXPECT_FALSE(stalledDone);
 }
 
-TEST_F(CurlUrlSessionTest, RefusesWhatItCannotTrust) {
-    EXPECT_EQ(text(exchange(get(url("/landed", "http")))), error(CURLE_UNSUPPORTED_PROTOCOL));
-    EXPECT_EQ(text(exchange(get("file:///etc/hostname"))), error(CURLE_UNSUPPORTED_PROTOCOL));
-    EXPECT_EQ(text(exchange(get("/create.php"))), error(CURLE_URL_MALFORMAT));
-    // The certificate is for the address alone.
-    EXPECT_EQ(text(exchange(get("https://localhost:" + std::to_string(port) + "/landed"))),
-              error(CURLE_PEER_FAILED_VERIFICATION));
-    trust("other");
-    EXPECT_EQ(text(exchange(get(url("/landed")))), error(CURLE_PEER_FAILED_VERIFICATION));
-    trust("missing");
-    EXPECT_EQ(text(exchange(get(url("/landed")))), error(CURLE_SSL_CACERT_BADFILE));
+TEST_F(CurlUrlSessionTest, RefusesWhatItCannotTrustAndSaysWhy) {
+    HttpsPeer expired(*folder, "expired");
+    expired.start();
+    using Trouble = ExchangeTrouble;
+    const struct {
+        std::string url;
+        const char* authority;
+        CURLcode code;
+        Trouble trouble;
+    } cases[] = {
+        {"http" + peer.url("/landed").substr(5), "good.pem", CURLE_UNSUPPORTED_PROTOCOL,
+         Trouble::NoName},
+        {"file:///etc/hostname", "good.pem", CURLE_UNSUPPORTED_PROTOCOL, Trouble::NoName},
+        {"/create.php", "good.pem", CURLE_URL_MALFORMAT, Trouble::NoName},
+        {"https://127.0.0.1:1/", "good.pem", CURLE_COULDNT_CONNECT, Trouble::NoConnection},
+        {expired.url("/"), "expired.pem", CURLE_PEER_FAILED_VERIFICATION,
+         Trouble::CertificateExpired},
+        // The certificate is for the address alone.
+        {peer.url("/landed", "localhost"), "good.pem", CURLE_PEER_FAILED_VERIFICATION,
+         Trouble::CertificateOfAnother},
+        {peer.url("/landed"), "other.pem", CURLE_PEER_FAILED_VERIFICATION,
+         Trouble::CertificateUntrusted},
+        {peer.url("/landed"), "missing.pem", CURLE_SSL_CACERT_BADFILE, Trouble::NotSecure},
+    };
+    for (const auto& [url, authority, code, trouble] : cases) {
+        restart(authority);
+        EXPECT_EQ(text(exchange(get(url))), error(code)) << url;
+        EXPECT_EQ(report.trouble, trouble) << url << ' ' << authority;
+    }
     EXPECT_FALSE(landed);
 }
 
+TEST_F(CurlUrlSessionTest, OffersNoOldTlsAndUsesAProxyBeyondLoopbackOnly) {
+    auto heard = [&](const std::string& url) {
+        session->dataTask(get(url), [](UrlResult) {});
+        return silent.accept().receive();
+    };
+    // The extension that lists the versions on offer (RFC 8446, section 4.2.1): 1.3 and 1.2 alone.
+    EXPECT_NE(heard(silentUrl).find(std::string("\0\x2b\0\5\4\3\4\3\3", 9)), std::string::npos);
+    EXPECT_TRUE(heard("https://share.invalid/").starts_with("\x16\x03")) << "an https proxy";
+    ::setenv("https_proxy", ("http" + silentUrl.substr(5)).c_str(), 1);
+    EXPECT_TRUE(heard("https://share.invalid/").starts_with("CONNECT share.invalid:443 "));
+}
+
 TEST_F(CurlUrlSessionTest, LimitsRedirectsBodyAndTime) {
-    EXPECT_EQ(text(exchange(get(url("/redirect")))), "moved");
+    EXPECT_EQ(text(exchange(get(peer.url("/redirect")))), "moved");
     EXPECT_FALSE(landed);
-    EXPECT_EQ(text(exchange(get(url("/body?size=1048576")))).size(), 1048576U);
+    EXPECT_EQ(text(exchange(get(peer.url("/body?size=1048576")))).size(), 1048576U);
     for (const auto* path : {"/body?size=2097152", "/body?size=2097152&chunked"})
-        EXPECT_EQ(text(exchange(get(url(path)))), error(CURLE_FILESIZE_EXCEEDED));
+        EXPECT_EQ(text(exchange(get(peer.url(path)))), error(CURLE_FILESIZE_EXCEEDED));
     EXPECT_EQ(text(exchange(get(silentUrl, 1s))), error(CURLE_OPERATION_TIMEDOUT));
-    session = std::make_unique<CurlUrlSession>(
-        queue, CurlUrlSession::Options{.certificateFile = "", .connectTimeout = 200ms});
-    EXPECT_EQ(text(exchange(get(silentUrl))), error(CURLE_OPERATION_TIMEDOUT));
+    EXPECT_EQ(report.trouble, ExchangeTrouble::NoConnection);
+    EXPECT_EQ(text(exchange(get(peer.url("/never"), 1s))), error(CURLE_OPERATION_TIMEDOUT));
+    EXPECT_EQ(report.trouble, ExchangeTrouble::NoAnswer);
+}
+
+TEST_F(CurlUrlSessionTest, IsPatientUntilAQuitBegins) {
+    restart("good.pem", 300ms);
+    EXPECT_EQ(text(exchange(post("before"))), "POST before");
+    std::vector<std::string> ended;
+    auto begin = [&](const std::string& url) {
+        session->dataTask(get(url), [&](UrlResult result) { ended.push_back(text(result)); });
+    };
+    begin(silentUrl);
+    EXPECT_FALSE(queue.runUntil([&] { return !ended.empty(); }, 900ms));
+    session->quitBegins();
+    begin(silentUrl);
+    begin(peer.url("/never"));
+    EXPECT_TRUE(queue.runUntil([&] { return ended.size() == 3; }, 10s));
+    EXPECT_EQ(ended, std::vector(3, error(CURLE_OPERATION_TIMEDOUT)));
+    EXPECT_EQ(text(exchange(post("after"))), "POST after");
 }
 
 TEST_F(CurlUrlSessionTest, EndsAtOnceWithStalledExchanges) {
@@ -190,12 +250,11 @@ TEST_F(CurlUrlSessionTest, EndsAtOnceWithStalledExchanges) {
     waiting.join();
     EXPECT_EQ(text(synchronous), error(CURLE_ABORTED_BY_CALLBACK));
     EXPECT_EQ(owner.use_count(), 1);
-}
 
-TEST_F(CurlUrlSessionTest, SendsNothingOnceTheMainQueueIsClosed) {
+    restart("good.pem");
     queue.close();
-    session->dataTask(get(url("/landed")), [](UrlResult) { FAIL() << "dropped"; });
-    EXPECT_EQ(text(session->sendSynchronously(get(url("/landed")))),
+    session->dataTask(get(peer.url("/landed")), [](UrlResult) { FAIL() << "dropped"; });
+    EXPECT_EQ(text(session->sendSynchronously(get(peer.url("/landed")))),
               error(CURLE_ABORTED_BY_CALLBACK));
     EXPECT_FALSE(landed);
 }

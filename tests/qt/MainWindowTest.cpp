@@ -178,8 +178,13 @@ TEST_F(MainWindowTest, EveryMenuEntryHasItsAction) {
     EXPECT_TRUE(window.findChild<QDialog*>("feedbackDialog"));
     find<QAction>("actionAbout")->trigger();
     EXPECT_TRUE(window.findChild<QDialog*>("aboutDialog"));
+    connectViewer(false);
     find<QAction>("actionQuit")->trigger();
     EXPECT_TRUE(desktop.application.isTerminating());
+    expect({{"statusTitle", "text", "Quitting"}});
+    explanations.remaining.set("Not told.");
+    expect({{"statusTitle", "text", "Your link was not taken back"},
+            {"statusExplanation", "text", "Not told."}});
 }
 
 TEST_F(MainWindowTest, TheViewFillsWhatIsDirtyWithItsColour) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QTimer>
 #include <QWidget>
 #include <csignal>
 
@@ -78,6 +79,31 @@ TEST_F(QtApplicationTest, ASecondSignalAnswersTheQuestionOfTheFirst) {
     std::raise(SIGHUP);
     EXPECT_TRUE(test::waitFor([&] { return delegate.asked == 2; }));
     EXPECT_EQ(answers, 1);
+}
+
+TEST(DesktopApplication, LeavesTheWindowUpForLastWordsUnlessAskedAgain) {
+    QWidget window;
+    for (bool fromOutside : {true, false}) {
+        QtMainLoop loop;
+        DesktopApplication application;
+        application.setWindow(&window);
+        loop.async([&] {
+            if (fromOutside)
+                application.terminateFromOutside();
+            else
+                application.terminate();
+        });
+        loop.run();
+        application.showLastWords("");
+        int shown = 0;
+        QTimer::singleShot(0, &window, [&] {
+            ++shown;
+            application.terminate();
+        });
+        application.showLastWords("said");
+        EXPECT_EQ(shown, fromOutside ? 0 : 1);
+        EXPECT_TRUE(test::waitFor([&] { return shown == 1; }));
+    }
 }
 
 TEST(DesktopApplication, AnAccessoryIsNotInTheTaskBar) {

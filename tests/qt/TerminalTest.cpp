@@ -125,6 +125,11 @@ TEST_F(TerminalTest, SaysWhyAStageDoesNotComeOn) {
     explanations.routing.set("");
     launchToLink();
     EXPECT_NE(output.read().find("Not kept.\n"), std::string::npos);
+    explanations.remaining.set("Not told.");
+    EXPECT_EQ(output.read(), "");
+    controller.applicationShouldTerminate();
+    explanations.remaining.set("Not told.");
+    EXPECT_NE(output.read().find("Not told.\n"), std::string::npos);
 }
 
 TEST_F(TerminalTest, PrintsAnOddLinkEscaped) {

@@ -38,6 +38,13 @@ class Socket {
     void send(std::string_view text) const {
         ::send(descriptor_.get(), text.data(), text.size(), MSG_NOSIGNAL);
     }
+    /// What has come so far; waits for the first of it.
+    std::string receive() const {
+        std::string text(4096, '\0');
+        const auto size = ::recv(descriptor_.get(), text.data(), text.size(), 0);
+        text.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
+        return text;
+    }
     void close() { descriptor_.reset(); }
 
     int port() const {

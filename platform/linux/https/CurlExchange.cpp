@@ -1,8 +1,6 @@
 #include "platform/linux/https/CurlExchange.h"
 
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
+#include <openssl/x509_vfy.h>
 
 #include <algorithm>
 #include <cctype>
@@ -16,6 +14,9 @@ namespace zelvo::platform {
 
 namespace {
 
+/// In seconds.
+constexpr long LongestRest = 15;
+
 std::string lowerCase(std::string text) {
     for (auto& c : text)
         c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
@@ -24,8 +25,11 @@ std::string lowerCase(std::string text) {
 
 }  // namespace
 
-CurlExchange::CurlExchange(UrlRequest request, std::function<void(UrlResult)> finished)
-    : request_(std::move(request)), finished_(std::move(finished)) {}
+CurlExchange::CurlExchange(UrlRequest request, ExchangeFinished finished,
+                           std::chrono::milliseconds connectWithin)
+    : request_(std::move(request)),
+      finished_(std::move(finished)),
+      connectWithin_(std::min(connectWithin, std::chrono::milliseconds(request_.timeout))) {}
 
 CURL* CurlExchange::prepare(const CurlUrlSession::Options& options) {
     handle_.reset(curl_easy_init());
@@ -42,17 +46,18 @@ CURL* CurlExchange::prepare(const CurlUrlSession::Options& options) {
 }
 
 void CurlExchange::setUpConnection(const CurlUrlSession::Options& options) {
-    auto total = std::chrono::milliseconds(request_.timeout).count();
+    auto total = static_cast<long>(std::chrono::milliseconds(request_.timeout).count());
     curl_easy_setopt(handle(), CURLOPT_URL, request_.url.c_str());
     curl_easy_setopt(handle(), CURLOPT_PROTOCOLS_STR, "https");
     curl_easy_setopt(handle(), CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
     curl_easy_setopt(handle(), CURLOPT_FOLLOWLOCATION, 0L);
-    curl_easy_setopt(handle(), CURLOPT_TIMEOUT_MS, static_cast<long>(total));
+    curl_easy_setopt(handle(), CURLOPT_TIMEOUT_MS, total);
+    // libcurl divides it among the addresses of a name, the unreachable ones included.
     curl_easy_setopt(handle(), CURLOPT_CONNECTTIMEOUT_MS,
-                     static_cast<long>(options.connectTimeout.count()));
-    deliveryTimeout_ = static_cast<unsigned>(options.deliveryTimeout.count());
-    curl_easy_setopt(handle(), CURLOPT_SOCKOPTFUNCTION, &CurlExchange::setUpSocket);
-    curl_easy_setopt(handle(), CURLOPT_SOCKOPTDATA, this);
+                     static_cast<long>(connectWithin_.count()));
+    // A connection that has rested for longer may have lost its network meanwhile, and what is
+    // sent into it waits in vain.
+    curl_easy_setopt(handle(), CURLOPT_MAXAGE_CONN, LongestRest);
     curl_easy_setopt(handle(), CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(handle(), CURLOPT_SSL_VERIFYPEER, 1L);
     curl_easy_setopt(handle(), CURLOPT_SSL_VERIFYHOST, 2L);
@@ -69,11 +74,27 @@ void CurlExchange::setUpConnection(const CurlUrlSession::Options& options) {
 #endif
 }
 
-int CurlExchange::setUpSocket(void* self, curl_socket_t socket, curlsocktype) {
-    const auto& timeout = static_cast<CurlExchange*>(self)->deliveryTimeout_;
-    // Without it the connection merely lives longer.
-    ::setsockopt(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, &timeout, sizeof timeout);
-    return CURL_SOCKOPT_OK;
+void CurlExchange::hurry(std::chrono::milliseconds patience) {
+    patience_ = patience;
+    deadline_ = Clock::now() + patience;
+}
+
+bool CurlExchange::isOverdue(Clock::time_point now) {
+    if (!wasConnected_ && has(CURLINFO_PRETRANSFER_TIME_T)) {
+        wasConnected_ = true;
+        if (deadline_ != Clock::time_point::max())
+            deadline_ = now + patience_;
+    }
+    return now >= deadline_;
+}
+
+void CurlExchange::trustOldAddresses() {
+    curl_easy_setopt(handle(), CURLOPT_DNS_CACHE_TIMEOUT, -1L);
+}
+
+bool CurlExchange::has(CURLINFO moment) const {
+    curl_off_t microseconds = 0;
+    return curl_easy_getinfo(handle(), moment, &microseconds) == CURLE_OK && microseconds > 0;
 }
 
 void CurlExchange::setUpRequest() {
@@ -137,6 +158,55 @@ std::string CurlExchange::replyHeader(const char* name) const {
     return header->value;
 }
 
+ExchangeTrouble CurlExchange::certificateTrouble() const {
+    long verified = 0;
+    curl_easy_getinfo(handle(), CURLINFO_SSL_VERIFYRESULT, &verified);
+    switch (verified) {
+        case X509_V_ERR_CERT_HAS_EXPIRED:
+            return ExchangeTrouble::CertificateExpired;
+        case X509_V_ERR_CERT_NOT_YET_VALID:
+            return ExchangeTrouble::CertificateNotYetValid;
+        // libcurl compares the name itself, and before it asks for the rest.
+        case X509_V_OK:
+        case X509_V_ERR_UNSPECIFIED:
+        case X509_V_ERR_HOSTNAME_MISMATCH:
+        case X509_V_ERR_IP_ADDRESS_MISMATCH:
+            return ExchangeTrouble::CertificateOfAnother;
+        default:
+            return ExchangeTrouble::CertificateUntrusted;
+    }
+}
+
+ExchangeTrouble CurlExchange::troubleOf(CURLcode code) const {
+    switch (code) {
+        case CURLE_OK:
+        case CURLE_ABORTED_BY_CALLBACK:
+        case CURLE_FAILED_INIT:
+            return ExchangeTrouble::None;
+        // Without a service the requests have no origin.
+        case CURLE_URL_MALFORMAT:
+        case CURLE_UNSUPPORTED_PROTOCOL:
+        case CURLE_COULDNT_RESOLVE_HOST:
+            return ExchangeTrouble::NoName;
+        case CURLE_COULDNT_RESOLVE_PROXY:
+        case CURLE_COULDNT_CONNECT:
+            return ExchangeTrouble::NoConnection;
+        case CURLE_PEER_FAILED_VERIFICATION:
+            return certificateTrouble();
+        case CURLE_SSL_CONNECT_ERROR:
+        case CURLE_SSL_CACERT_BADFILE:
+        case CURLE_SSL_CIPHER:
+            return ExchangeTrouble::NotSecure;
+        case CURLE_OPERATION_TIMEDOUT:
+            if (has(CURLINFO_PRETRANSFER_TIME_T))
+                return ExchangeTrouble::NoAnswer;
+            return has(CURLINFO_NAMELOOKUP_TIME_T) ? ExchangeTrouble::NoConnection
+                                                   : ExchangeTrouble::NoName;
+        default:
+            return ExchangeTrouble::NoAnswer;
+    }
+}
+
 void CurlExchange::finish(CURLcode code) {
     auto finished = std::exchange(finished_, nullptr);
     if (!finished)
@@ -147,14 +217,19 @@ void CurlExchange::finish(CURLcode code) {
     debug("https", request_.method + " " + request_.url + " ended after " +
                        std::to_string(took / 1000) + " ms with " + std::to_string(body_.size()) +
                        " bytes: " + curl_easy_strerror(code));
+    ExchangeReport report;
+    if (handle()) {
+        report.trouble = troubleOf(code);
+        curl_easy_getinfo(handle(), CURLINFO_RESPONSE_CODE, &report.httpStatus);
+    }
     if (code == CURLE_OK)
-        return finished({std::move(body_), std::nullopt});
+        return finished({std::move(body_), std::nullopt}, report);
     std::string text = bodyIsTooLarge_         ? "The reply is larger than allowed"
                        : errorText_[0] != '\0' ? errorText_.data()
                                                : curl_easy_strerror(code);
     if (bodyIsTooLarge_)
         code = CURLE_FILESIZE_EXCEEDED;
-    finished({std::nullopt, Error{UrlErrorDomain, static_cast<std::int64_t>(code), text}});
+    finished({std::nullopt, Error{UrlErrorDomain, static_cast<std::int64_t>(code), text}}, report);
 }
 
 }  // namespace zelvo::platform

@@ -3,6 +3,7 @@
 #include <curl/curl.h>
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -16,12 +17,21 @@ namespace zelvo::platform {
 /// One request with its libcurl handle and what has come of it.
 class CurlExchange {
   public:
-    CurlExchange(UrlRequest request, std::function<void(UrlResult)> finished);
+    using Clock = std::chrono::steady_clock;
+
+    CurlExchange(UrlRequest request, ExchangeFinished finished,
+                 std::chrono::milliseconds connectWithin);
     CurlExchange(const CurlExchange&) = delete;
     CurlExchange& operator=(const CurlExchange&) = delete;
 
     /// Makes the handle; null when that fails.
     CURL* prepare(const CurlUrlSession::Options& options);
+    /// Has to be connected within that time from now on, and answered within the same again.
+    void hurry(std::chrono::milliseconds patience);
+    /// To be asked often, as it also sees that the connection has come about.
+    bool isOverdue(Clock::time_point now);
+    /// Takes an address that the peer's name once had, however old the knowledge is.
+    void trustOldAddresses();
     /// The last value of a header of the reply; empty without one.
     std::string replyHeader(const char* name) const;
     /// Hands the outcome over. Once only.
@@ -38,15 +48,20 @@ class CurlExchange {
     };
 
     static std::size_t receive(char* bytes, std::size_t size, std::size_t count, void* self);
-    static int setUpSocket(void* self, curl_socket_t socket, curlsocktype);
     void setUpConnection(const CurlUrlSession::Options& options);
     void setUpRequest();
     void addHeader(const std::string& line);
     bool goesToLoopback() const;
+    bool has(CURLINFO moment) const;
+    ExchangeTrouble troubleOf(CURLcode code) const;
+    ExchangeTrouble certificateTrouble() const;
 
     UrlRequest request_;
-    std::function<void(UrlResult)> finished_;
-    unsigned deliveryTimeout_ = 0;
+    ExchangeFinished finished_;
+    std::chrono::milliseconds connectWithin_;
+    std::chrono::milliseconds patience_{0};
+    Clock::time_point deadline_ = Clock::time_point::max();
+    bool wasConnected_ = false;
     std::size_t bodyLimit_ = 0;
     bool bodyIsTooLarge_ = false;
     std::vector<std::byte> body_;

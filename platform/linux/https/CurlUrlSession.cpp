@@ -18,33 +18,46 @@ CurlUrlSession::CurlUrlSession(MainQueue& mainQueue, Options options)
 CurlUrlSession::~CurlUrlSession() = default;
 
 void CurlUrlSession::dataTask(UrlRequest request, std::function<void(UrlResult)> done) {
+    exchange(std::move(request),
+             [done = std::move(done)](UrlResult result, const auto&) { done(std::move(result)); });
+}
+
+void CurlUrlSession::exchange(UrlRequest request, ExchangeFinished done,
+                              std::chrono::milliseconds connectWithin) {
     if (!mainQueue_.isOpen())
         return;
     auto id = next_++;
     completions_->emplace(id, std::move(done));
     std::weak_ptr weak = completions_;
-    auto finished = [&queue = mainQueue_, weak, id](UrlResult result) {
+    auto finished = [&queue = mainQueue_, weak, id](UrlResult result,
+                                                    const ExchangeReport& report) {
         auto shared = std::make_shared<UrlResult>(std::move(result));
-        queue.async([weak, id, shared] {
+        queue.async([weak, id, shared, report] {
             auto completions = weak.lock();
             if (!completions)
                 return;
             if (auto entry = completions->extract(id))
-                entry.mapped()(std::move(*shared));
+                entry.mapped()(std::move(*shared), report);
         });
     };
-    worker_->submit(std::move(request), std::move(finished));
+    worker_->submit(std::move(request), std::move(finished), connectWithin);
 }
 
 UrlResult CurlUrlSession::sendSynchronously(const UrlRequest& request) {
     auto answer = std::make_shared<std::promise<UrlResult>>();
     auto result = answer->get_future();
-    worker_->submit(request, [answer](UrlResult value) { answer->set_value(std::move(value)); });
+    worker_->submit(
+        request, [answer](UrlResult value, const auto&) { answer->set_value(std::move(value)); },
+        std::chrono::hours(1));
     return result.get();
 }
 
 std::unique_ptr<SerialQueue> CurlUrlSession::makeSerialQueue() {
     return std::make_unique<ThreadQueue>();
+}
+
+void CurlUrlSession::quitBegins() {
+    worker_->quitBegins();
 }
 
 }  // namespace zelvo::platform

@@ -9,10 +9,13 @@
 #include <string>
 
 #include "platform/UrlSession.h"
+#include "platform/linux/https/ExchangeReport.h"
 
 namespace zelvo::platform {
 
 class CurlWorker;
+
+using ExchangeFinished = std::function<void(UrlResult, const ExchangeReport&)>;
 
 /// HTTPS by libcurl on one worker, which starts with the first request and keeps connections for
 /// later ones. An error's code is that of libcurl (CURLcode).
@@ -21,10 +24,9 @@ class CurlUrlSession : public UrlSession {
     struct Options {
         /// The file of trusted certificate authorities; empty for the system's own.
         std::string certificateFile;
-        std::chrono::milliseconds connectTimeout{5000};
-        /// How long what was sent may stay unacknowledged. A connection whose network has gone
-        /// ends then, and not only with the request's own time-out.
-        std::chrono::milliseconds deliveryTimeout{10000};
+        /// Once a quit has begun: how long an exchange, also one that is under way, has to connect,
+        /// and then again to be answered.
+        std::chrono::milliseconds patienceAtQuit{5000};
         std::size_t bodyLimit = std::size_t{1} << 20;
         /// Hears on the main thread the address from which a peer saw a request come, where it
         /// tells by a "Client-Address" header.
@@ -40,12 +42,18 @@ class CurlUrlSession : public UrlSession {
     ~CurlUrlSession() override;
 
     void dataTask(UrlRequest request, std::function<void(UrlResult)> done) override;
+    /// The same, with the report, and with a limit to connecting.
+    void exchange(UrlRequest request, ExchangeFinished done,
+                  std::chrono::milliseconds connectWithin = std::chrono::hours(1));
     UrlResult sendSynchronously(const UrlRequest& request) override;
     std::unique_ptr<SerialQueue> makeSerialQueue() override;
 
+    /// From now on nothing takes long. Main thread only.
+    void quitBegins();
+
   private:
     /// Completions stay on the main thread, so that whatever they hold is released there, too.
-    using Completions = std::map<std::uint64_t, std::function<void(UrlResult)>>;
+    using Completions = std::map<std::uint64_t, ExchangeFinished>;
 
     MainQueue& mainQueue_;
     std::uint64_t next_ = 0;

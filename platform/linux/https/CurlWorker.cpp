@@ -11,7 +11,8 @@ namespace zelvo::platform {
 
 namespace {
 
-/// How soon exchanges end after the main queue has been closed, in milliseconds.
+/// How soon exchanges end after the main queue has been closed or their time at quit is over, in
+/// milliseconds.
 constexpr int pollWhileActive = 250;
 /// New work and the end wake the worker up.
 constexpr int pollWhileIdle = 3'600'000;
@@ -50,8 +51,10 @@ CurlWorker::~CurlWorker() {
         thread_.join();
 }
 
-void CurlWorker::submit(UrlRequest request, Finished finished) {
-    auto exchange = std::make_unique<CurlExchange>(std::move(request), std::move(finished));
+void CurlWorker::submit(UrlRequest request, Finished finished,
+                        std::chrono::milliseconds connectWithin) {
+    auto exchange =
+        std::make_unique<CurlExchange>(std::move(request), std::move(finished), connectWithin);
     {
         std::lock_guard lock(mutex_);
         if (!ending_) {
@@ -63,6 +66,12 @@ void CurlWorker::submit(UrlRequest request, Finished finished) {
         }
     }
     exchange->finish(CURLE_FAILED_INIT);
+}
+
+void CurlWorker::quitBegins() {
+    std::lock_guard lock(mutex_);
+    quitBegun_ = true;
+    wakeUp();
 }
 
 void CurlWorker::wakeUp() {
@@ -86,6 +95,7 @@ void CurlWorker::run() {
         int running = 0;
         curl_multi_perform(multi_->handle, &running);
         collect();
+        finishOverdue();
         if (!mainQueue_.isOpen())
             cancelAll();
         curl_multi_poll(multi_->handle, nullptr, 0,
@@ -97,11 +107,15 @@ void CurlWorker::run() {
 bool CurlWorker::takeIncoming() {
     std::vector<std::unique_ptr<CurlExchange>> taken;
     bool goesOn = false;
+    bool quitBegun = false;
     {
         std::lock_guard lock(mutex_);
         taken.swap(incoming_);
         goesOn = !ending_;
+        quitBegun = quitBegun_;
     }
+    if (quitBegun)
+        hurry();
     for (auto& exchange : taken) {
         if (goesOn && mainQueue_.isOpen())
             begin(std::move(exchange));
@@ -113,6 +127,11 @@ bool CurlWorker::takeIncoming() {
 
 void CurlWorker::begin(std::unique_ptr<CurlExchange> exchange) {
     auto* handle = exchange->prepare(options_);
+    if (handle && hurries_) {
+        exchange->hurry(options_.patienceAtQuit);
+        // A name server that does not answer would take all of the time.
+        exchange->trustOldAddresses();
+    }
     if (!handle || curl_multi_add_handle(multi_->handle, handle) != CURLM_OK)
         return exchange->finish(CURLE_FAILED_INIT);
     active_.push_back(std::move(exchange));
@@ -139,6 +158,25 @@ void CurlWorker::collect() {
             mainQueue_.async([seenFrom = options_.seenFrom, address] { seenFrom(address); });
         exchange->finish(code);
     }
+}
+
+void CurlWorker::hurry() {
+    if (std::exchange(hurries_, true))
+        return;
+    for (auto& exchange : active_)
+        exchange->hurry(options_.patienceAtQuit);
+}
+
+void CurlWorker::finishOverdue() {
+    auto now = CurlExchange::Clock::now();
+    auto overdue = std::stable_partition(active_.begin(), active_.end(), [&](const auto& exchange) {
+        return !exchange->isOverdue(now);
+    });
+    for (auto exchange = overdue; exchange != active_.end(); ++exchange) {
+        curl_multi_remove_handle(multi_->handle, (*exchange)->handle());
+        (*exchange)->finish(CURLE_OPERATION_TIMEDOUT);
+    }
+    active_.erase(overdue, active_.end());
 }
 
 void CurlWorker::cancelAll() {

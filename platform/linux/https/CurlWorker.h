@@ -16,7 +16,7 @@ class CurlExchange;
 class CurlWorker {
   public:
     /// Runs on the worker, or inside `submit` or the destructor.
-    using Finished = std::function<void(UrlResult)>;
+    using Finished = ExchangeFinished;
 
     CurlWorker(MainQueue& mainQueue, CurlUrlSession::Options options);
     CurlWorker(const CurlWorker&) = delete;
@@ -25,7 +25,9 @@ class CurlWorker {
     ~CurlWorker();
 
     /// Any thread. `finished` is called exactly once.
-    void submit(UrlRequest request, Finished finished);
+    void submit(UrlRequest request, Finished finished, std::chrono::milliseconds connectWithin);
+    /// Any thread.
+    void quitBegins();
 
   private:
     struct Multi;
@@ -34,6 +36,8 @@ class CurlWorker {
     void run();
     void begin(std::unique_ptr<CurlExchange> exchange);
     void collect();
+    void hurry();
+    void finishOverdue();
     void cancelAll();
     bool takeIncoming();
 
@@ -41,10 +45,12 @@ class CurlWorker {
     const CurlUrlSession::Options options_;
     std::unique_ptr<Multi> multi_;
     std::vector<std::unique_ptr<CurlExchange>> active_;
+    bool hurries_ = false;
 
     std::mutex mutex_;
     std::vector<std::unique_ptr<CurlExchange>> incoming_;
     bool ending_ = false;
+    bool quitBegun_ = false;
     std::thread thread_;
 };
 

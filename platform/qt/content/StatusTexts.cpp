@@ -25,6 +25,8 @@ constexpr Texts Quitting{"Quitting",
                          "Zelvo is taking your link back and leaving your computer as it was. This "
                          "takes a few seconds at most."};
 
+constexpr Texts NotWithdrawn{"Your link was not taken back", Quitting.explanation};
+
 constexpr Texts ServiceOff{"Screen Sharing is off",
                            "Zelvo is switching it on. Your system may ask for your password. Press "
                            "“Start Over” to be asked again."};
@@ -35,9 +37,9 @@ constexpr Texts Connected{"Somebody is connected",
                           "Press “Disconnect” to end the session. Your link stays valid until you "
                           "quit Zelvo."};
 
-const Texts& keysOf(const MainWindowModel& model, bool nobodyGetsIn) {
+const Texts& keysOf(const MainWindowModel& model, const Explanations& explanations) {
     if (model.isQuitting().value())
-        return Quitting;
+        return explanations.withdrawal().value().empty() ? Quitting : NotWithdrawn;
     switch (model.zelvoStatusProperty().value()) {
         case ZelvoStatusServiceDisabled:
             return ServiceOff;
@@ -48,7 +50,7 @@ const Texts& keysOf(const MainWindowModel& model, bool nobodyGetsIn) {
             return NoLink;
         case ZelvoStatusMappingSucceeded:
         case ZelvoStatusWaitingForConnection:
-            return nobodyGetsIn ? LinkInVain : LinkReady;
+            return explanations.router().value().empty() ? LinkReady : LinkInVain;
         case ZelvoStatusConnected:
             return Connected;
         default:
@@ -65,7 +67,7 @@ StatusTexts localized(const Texts& keys, const Bundle& bundle) {
 StatusTexts statusTexts(const MainWindowModel& model, const Explanations& explanations,
                         const Bundle& bundle) {
     auto reason = reasonFor(model, explanations);
-    auto texts = localized(keysOf(model, !explanations.router().value().empty()), bundle);
+    auto texts = localized(keysOf(model, explanations), bundle);
     if (!reason.empty())
         texts.explanation = std::move(reason);
     return texts;
@@ -73,8 +75,8 @@ StatusTexts statusTexts(const MainWindowModel& model, const Explanations& explan
 
 std::vector<StatusTexts> allStatusTexts(const Bundle& bundle) {
     std::vector<StatusTexts> all;
-    for (const auto& keys :
-         {Starting, ServiceOff, MakingLink, NoLink, LinkReady, LinkInVain, Connected, Quitting})
+    for (const auto& keys : {Starting, ServiceOff, MakingLink, NoLink, LinkReady, LinkInVain,
+                             Connected, Quitting, NotWithdrawn})
         all.push_back(localized(keys, bundle));
     return all;
 }
@@ -82,7 +84,7 @@ std::vector<StatusTexts> allStatusTexts(const Bundle& bundle) {
 std::string reasonFor(const MainWindowModel& model, const Explanations& explanations) {
     auto status = model.zelvoStatusProperty().value();
     if (model.isQuitting().value())
-        return {};
+        return explanations.withdrawal().value();
     // A viewer who is there disproves most doubts about the way in.
     if (status > ZelvoStatusWaitingForConnection)
         return explanations.routerNews();

@@ -7,6 +7,9 @@
 namespace zelvo::platform {
 
 void QtApplication::terminate() {
+    // Who asks again does not want to read last words.
+    if (state_ == State::Ended)
+        QCoreApplication::exit(0);
     if (state_ != State::Running)
         return;
     if (!delegate_) {

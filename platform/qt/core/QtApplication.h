@@ -37,6 +37,8 @@ class QtApplication : public Application {
     bool isTerminating() const { return state_ == State::Asking; }
     /// The loop has been told to end.
     bool hasTerminated() const { return state_ == State::Ended; }
+    /// The quit that is under way or done was asked for by a signal.
+    bool wasAskedFromOutside() const { return askedFromOutside_; }
 
   private:
     enum class State { Running, Asking, Ended };

@@ -70,6 +70,7 @@ Value of(std::string StatusTexts::*part) {
         list.push_back(source.explanations.screenSharing().subscribe(show));
         list.push_back(source.explanations.router().subscribe(show));
         list.push_back(source.explanations.keptLink().subscribe(show));
+        list.push_back(source.explanations.withdrawal().subscribe(show));
         return list;
     };
 }
