@@ -87,13 +87,13 @@ class HostnamedDynamicStoreTest : public testing::Test {
         connection->setMainQueue();
         return connection;
     }
-    void waitFor(const std::function<bool()>& condition) {
+    void waitFor(const std::function<bool()>& condition, int line = __builtin_LINE()) {
         const auto end = std::chrono::steady_clock::now() + 10s;
         while (!condition() && std::chrono::steady_clock::now() < end) {
             QCoreApplication::processEvents(QEventLoop::AllEvents, 100);
             loop.turn();
         }
-        EXPECT_TRUE(condition());
+        EXPECT_TRUE(condition()) << "line " << line;
     }
 
     int argumentCount = 1;
