@@ -13,7 +13,9 @@
 
 namespace zelvo::platform {
 
-bool debugNames(std::string_view list, std::string_view topic) {
+namespace {
+
+bool names(std::string_view list, std::string_view topic) {
     while (!list.empty()) {
         auto end = std::min(list.find(','), list.size());
         auto name = list.substr(0, end);
@@ -24,9 +26,11 @@ bool debugNames(std::string_view list, std::string_view topic) {
     return false;
 }
 
+}  // namespace
+
 void debug(std::string_view topic, std::string_view event) {
     const char* list = std::getenv("ZELVO_DEBUG");
-    if (!list || !debugNames(list, topic))
+    if (!list || !names(list, topic))
         return;
     using namespace std::chrono;
     // The machine's own clock, so that lines of several programs can be laid side by side.

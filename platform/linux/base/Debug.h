@@ -10,7 +10,4 @@ namespace zelvo::platform {
 /// Any thread.
 void debug(std::string_view topic, std::string_view event);
 
-/// Whether the list names the topic.
-bool debugNames(std::string_view list, std::string_view topic);
-
 }  // namespace zelvo::platform

@@ -135,7 +135,7 @@ void CurlWorker::begin(std::unique_ptr<CurlExchange> exchange) {
     if (!handle || curl_multi_add_handle(multi_->handle, handle) != CURLM_OK)
         return exchange->finish(CURLE_FAILED_INIT);
     active_.push_back(std::move(exchange));
-    debug("https", std::to_string(active_.size()) + " exchanges under way");
+    debug("https", "exchanges under way: " + std::to_string(active_.size()));
 }
 
 void CurlWorker::collect() {
