@@ -17,25 +17,10 @@ constexpr double epoch2001 = 978307200;
 constexpr double earliestDate = -63113904000.0;
 constexpr double latestDate = 252423993600.0;
 
-/// Kinds of objects: the upper half of their first byte.
-enum Kind : unsigned {
-    Simple = 0x0,
-    Integer = 0x1,
-    Real = 0x2,
-    Date = 0x3,
-    Data = 0x4,
-    Ascii = 0x5,
-    Utf16 = 0x6,
-    Utf8 = 0x7,
-    Uid = 0x8,
-    Array = 0xA,
-    Dictionary = 0xD
-};
-
 /// Objects lie between the magic and a table of their offsets; containers name others by number.
-class Parser {
+class BinaryParser {
   public:
-    explicit Parser(std::span<const std::byte> bytes) : bytes_(bytes) {}
+    explicit BinaryParser(std::span<const std::byte> bytes) : bytes_(bytes) {}
 
     ParsedPlist run() {
         PropertyList root;
@@ -45,6 +30,21 @@ class Parser {
     }
 
   private:
+    /// Kinds of objects: the upper half of their first byte.
+    enum Kind : unsigned {
+        Simple = 0x0,
+        Integer = 0x1,
+        Real = 0x2,
+        Date = 0x3,
+        Data = 0x4,
+        Ascii = 0x5,
+        Utf16 = 0x6,
+        Utf8 = 0x7,
+        Uid = 0x8,
+        Array = 0xA,
+        Dictionary = 0xD
+    };
+
     struct Object {
         unsigned kind = 0;
         /// The lower half of the first byte.
@@ -301,7 +301,7 @@ class Parser {
 }  // namespace
 
 ParsedPlist parseBinaryPlist(std::span<const std::byte> bytes) {
-    return Parser(bytes).run();
+    return BinaryParser(bytes).run();
 }
 
 }  // namespace zelvo::platform

@@ -46,9 +46,9 @@ bool isBareCharacter(char c) {
 /// Dictionaries `{ key = value; }`, arrays `( a, b )`, data `<0a 1b>`, strings quoted with escapes
 /// or bare, comments of both kinds. A string table is the inside of a dictionary without its
 /// braces; an entry `key;` stands for `key = key;`.
-class Parser {
+class TextParser {
   public:
-    explicit Parser(std::string_view text) : text_(text) {}
+    explicit TextParser(std::string_view text) : text_(text) {}
 
     ParsedPlist run() {
         PropertyList root;
@@ -295,7 +295,7 @@ class Parser {
 }  // namespace
 
 ParsedPlist parseTextPlist(std::string_view text) {
-    return Parser(text).run();
+    return TextParser(text).run();
 }
 
 }  // namespace zelvo::platform

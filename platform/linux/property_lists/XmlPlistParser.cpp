@@ -138,10 +138,10 @@ constexpr Leaf leaves[] = {
      }},
 };
 
-class Parser {
+class XmlParser {
   public:
     /// The text counts as UTF-8 whatever its declaration says.
-    explicit Parser(std::string_view text)
+    explicit XmlParser(std::string_view text)
         : reader_(QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()))) {
         reader_.setNamespaceProcessing(false);
     }
@@ -300,7 +300,7 @@ class Parser {
 ParsedPlist parseXmlPlist(std::string_view text) {
     if (auto why = refuseTags(text); !why.empty())
         return {std::nullopt, why};
-    return Parser(text).run();
+    return XmlParser(text).run();
 }
 
 }  // namespace zelvo::platform

@@ -23,9 +23,9 @@ QString decimal(Number number) {
     return QString::fromLatin1(digits.data(), end - digits.data());
 }
 
-class Writer {
+class XmlWriter {
   public:
-    explicit Writer(QByteArray& xml) : writer_(&xml) {}
+    explicit XmlWriter(QByteArray& xml) : writer_(&xml) {}
 
     bool document(const PropertyList::Dictionary& root) {
         writer_.setAutoFormatting(true);
@@ -122,7 +122,7 @@ bool isXmlText(std::string_view text) {
 
 std::optional<QByteArray> writeXmlPlist(const PropertyList::Dictionary& dictionary) {
     QByteArray xml;
-    return Writer(xml).document(dictionary) ? std::optional(xml) : std::nullopt;
+    return XmlWriter(xml).document(dictionary) ? std::optional(xml) : std::nullopt;
 }
 
 }  // namespace zelvo::platform
