@@ -15,11 +15,11 @@ using namespace platform;
 
 namespace {
 
-constexpr std::uint32_t Router = 0xc0a80101;
+constexpr std::uint32_t Gateway = 0xc0a80101;
 constexpr std::uint32_t Cable = 0xc0a80114;
 constexpr std::uint32_t Wireless = 0xc0a80115;
 constexpr std::uint32_t Neighbour = 0xc0a80116;
-constexpr std::uint32_t External = 0xcb007105;
+constexpr std::uint32_t Wide = 0xcb007105;
 
 using Asked = std::vector<std::string>;
 
@@ -31,7 +31,7 @@ struct GivenRoutes : Routes {
     std::optional<RouterRoute> toNeighbour(std::uint32_t) const override { return route; }
     bool isOwnAddress(std::uint32_t address) const override { return own.contains(address); }
 
-    std::optional<RouterRoute> route = RouterRoute{Router, Cable, 1};
+    std::optional<RouterRoute> route = RouterRoute{Gateway, Cable, 1};
     std::set<std::uint32_t> own{Cable, Wireless};
 };
 
@@ -131,7 +131,7 @@ class NatEngineTest : public testing::Test {
             duration, [this] { return engine->nextWake(); }, [this] { engine->advance(); });
     }
     void go(std::uint32_t localAddress) {
-        routes.route = RouterRoute{Router, localAddress, localAddress == Cable ? 1 : 2};
+        routes.route = RouterRoute{Gateway, localAddress, localAddress == Cable ? 1 : 2};
         engine->routesChanged();
     }
     int port() const { return ntohs(replies.back().externalPort); }
@@ -149,7 +149,7 @@ class NatEngineTest : public testing::Test {
     PcpResult pcpResult = PcpResult::Success;
     milliseconds pcpMapDelay = 1ms;
     std::uint16_t natPmpResult = NatPmpSuccess;
-    std::uint32_t external = External;
+    std::uint32_t external = Wide;
     std::uint32_t born = 0;
     std::map<std::uint32_t, Entry> table;
     Asked asked;
@@ -164,7 +164,7 @@ TEST_F(NatEngineTest, FirstToAnswerMapsAndNobodyElseAsks) {
     run(1s);
     ASSERT_EQ(replies.size(), 1u);
     EXPECT_EQ(replies[0].errorCode, 0);
-    EXPECT_EQ(ntohl(replies[0].externalAddress), External);
+    EXPECT_EQ(ntohl(replies[0].externalAddress), Wide);
     EXPECT_EQ(port(), 23456);
     EXPECT_EQ(replies[0].protocol, NatProtocolTcp);
     EXPECT_EQ(replies[0].ttl, 3600u);
@@ -227,10 +227,10 @@ TEST_F(NatEngineTest, RouterIsHeardWhenItAnnouncesAndNobodyElseIs) {
     ASSERT_EQ(replies.size(), 1u);
     EXPECT_EQ(replies[0].errorCode, NatErrorTransient);
     natPmpResult = NatPmpSuccess;
-    network.announce(5350, Router + 5, encode(NatPmpResponse{}));
+    network.announce(5350, Gateway + 5, encode(NatPmpResponse{}));
     run(10s);
     EXPECT_EQ(replies.size(), 1u);
-    network.announce(5350, Router, encode(NatPmpResponse{}));
+    network.announce(5350, Gateway, encode(NatPmpResponse{}));
     run(10ms);
     ASSERT_EQ(replies.size(), 2u);
     EXPECT_EQ(replies[1].errorCode, 0);
@@ -238,10 +238,10 @@ TEST_F(NatEngineTest, RouterIsHeardWhenItAnnouncesAndNobodyElseIs) {
     takeAsked();
     const std::string notice =
         "NOTIFY * HTTP/1.1\r\nNTS: ssdp:alive\r\nLocation: http://192.168.1.1/a\r\n\r\n";
-    network.announce(1900, Router + 5, {notice.begin(), notice.end()});
+    network.announce(1900, Gateway + 5, {notice.begin(), notice.end()});
     run(10s);
     EXPECT_TRUE(asked.empty());
-    network.announce(1900, Router, {notice.begin(), notice.end()});
+    network.announce(1900, Gateway, {notice.begin(), notice.end()});
     run(2s);
     EXPECT_EQ(asked, (Asked{"nat-pmp maps 23456"}));
 }
@@ -297,7 +297,7 @@ TEST_F(NatEngineTest, AddressWhereNobodyCanComeInIsNone) {
         engine->close(1);
     }
     // Once mapped, a line that is down is no reason to give up the port.
-    external = External;
+    external = Wide;
     open(2);
     run(1s);
     external = 0x7f000001;
@@ -346,7 +346,7 @@ TEST_F(NatEngineTest, PublishedPortIsAskedForFirstAndTheRestIsTakenBackInTheEnd)
     }
     // The next start finds it in the journal, and no new mapping is made before it is gone.
     routes.own = {Wireless};
-    routes.route = RouterRoute{Router, Wireless, 2};
+    routes.route = RouterRoute{Gateway, Wireless, 2};
     takeAsked();
     start();
     open();
@@ -359,7 +359,7 @@ TEST_F(NatEngineTest, PortThatSomebodyElseHadIsBackWhenHeHasGone) {
     run(60s);
     table = {{Neighbour, {23456, {}}}};
     born = epoch();
-    network.announce(5350, Router, encode(NatPmpResponse{}));
+    network.announce(5350, Gateway, encode(NatPmpResponse{}));
     run(2s);
     EXPECT_EQ(port(), 23457);
     table.erase(Neighbour);
