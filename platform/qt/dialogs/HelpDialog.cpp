@@ -14,13 +14,13 @@ namespace zelvo::platform {
 
 namespace {
 
-constexpr const char* Name = "helpDialog";
-constexpr int IconSize = 48;
-constexpr int Margin = 14;
-constexpr QSize Size{660, 640};
+constexpr const char* DialogName = "helpDialog";
+constexpr int PageIconSize = 48;
+constexpr int PageMargin = 14;
+constexpr QSize DialogSize{660, 640};
 
 // The pages' own sheet is for browsers.
-constexpr const char* Style =
+constexpr const char* PageStyle =
     "h2 { margin-top: 20px; } li { margin-bottom: 5px; }"
     ".note { margin-left: 22px; margin-right: 22px; }";
 
@@ -31,19 +31,19 @@ class HelpBrowser final : public QTextBrowser {
     QVariant loadResource(int type, const QUrl& name) override {
         if (type == QTextDocument::ImageResource) {
             QFileInfo file(source().resolved(name).toLocalFile());
-            return renderImage(file.path(), file.completeBaseName(), QSize(IconSize, IconSize),
-                               devicePixelRatio());
+            return renderImage(file.path(), file.completeBaseName(),
+                               QSize(PageIconSize, PageIconSize), devicePixelRatio());
         }
         return QTextBrowser::loadResource(type, name);
     }
 };
 
 QDialog* makeHelpDialog(QWidget& window) {
-    auto* dialog = makeDialog(&window, Name, "Help");
+    auto* dialog = makeDialog(&window, DialogName, "Help");
     auto* browser = new HelpBrowser;
     browser->setFrameShape(QFrame::NoFrame);
-    browser->document()->setDocumentMargin(Margin);
-    browser->document()->setDefaultStyleSheet(Style);
+    browser->document()->setDocumentMargin(PageMargin);
+    browser->document()->setDefaultStyleSheet(PageStyle);
     QObject::connect(browser, &QTextBrowser::sourceChanged, dialog, [dialog, browser] {
         dialog->setWindowTitle(browser->documentTitle());
         browser->setAccessibleName(browser->documentTitle());
@@ -52,14 +52,14 @@ QDialog* makeHelpDialog(QWidget& window) {
     layout->addWidget(browser);
     layout->addWidget(makeButtons(dialog));
     browser->setFocus();
-    dialog->resize(Size.boundedTo(window.screen()->availableSize() * 0.9));
+    dialog->resize(DialogSize.boundedTo(window.screen()->availableSize() * 0.9));
     return dialog;
 }
 
 }  // namespace
 
 void showHelpDialog(QWidget& window, const QUrl& page) {
-    auto* dialog = findDialog(Name);
+    auto* dialog = findDialog(DialogName);
     if (!dialog)
         dialog = makeHelpDialog(window);
     dialog->findChild<QTextBrowser*>()->setSource(page);
