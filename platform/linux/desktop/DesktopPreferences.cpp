@@ -1,6 +1,5 @@
 #include "platform/linux/desktop/DesktopPreferences.h"
 
-#include <fcntl.h>
 #include <glib.h>
 #include <unistd.h>
 
@@ -80,14 +79,14 @@ bool isOurs(const std::string& path) {
 /// 0, else the error's number.
 int put(const std::string& path, const std::string& content, bool replaces) {
     auto draft = path + ".zelvo";
+    errno = EIO;
     if (!g_file_set_contents(draft.c_str(), content.data(), static_cast<gssize>(content.size()),
                              nullptr))
         return errno;
-    // Leaves alone what somebody has put there meanwhile.
-    if (::renameat2(AT_FDCWD, draft.c_str(), AT_FDCWD, path.c_str(),
-                    replaces ? 0 : RENAME_NOREPLACE) == 0)
-        return 0;
-    int error = errno;
+    // A link does not replace what somebody has put there meanwhile.
+    auto isDone = replaces ? ::rename(draft.c_str(), path.c_str()) == 0
+                           : ::link(draft.c_str(), path.c_str()) == 0;
+    int error = isDone ? 0 : errno;
     ::unlink(draft.c_str());
     return error;
 }
