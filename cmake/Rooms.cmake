@@ -4,9 +4,10 @@
 add_library(zelvo_flags INTERFACE)
 target_compile_options(zelvo_flags INTERFACE -Wall -Wextra -Wpedantic)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
-  # Both warn of the standard library's own string and variant code once it is optimised (GCC bugs
-  # 105651 and 105593).
-  target_compile_options(zelvo_flags INTERFACE -Wno-restrict -Wno-maybe-uninitialized)
+  # They warn of the standard library's own string and variant code once it is optimised (GCC bugs
+  # 105651 and 105593; the last two for lengths that no string can have).
+  target_compile_options(zelvo_flags INTERFACE -Wno-restrict -Wno-maybe-uninitialized
+                         -Wno-stringop-overflow -Wno-array-bounds)
 endif()
 if(ZELVO_WERROR)
   target_compile_options(zelvo_flags INTERFACE -Werror)
@@ -19,8 +20,8 @@ endif()
 
 # Half of the time that a file takes goes into the headers of the standard library and of Qt. They are
 # compiled once for all rooms, which holds however the files are cut. Precompiled headers are for one
-# set of flags; Qt wants -fPIC, so everything has it.
-target_compile_options(zelvo_flags INTERFACE -fPIC)
+# set of flags; Qt wants -fPIC and GLib -pthread, so everything has them.
+target_compile_options(zelvo_flags INTERFACE -fPIC -pthread)
 if(CMAKE_CXX_COMPILER_LAUNCHER MATCHES "ccache$")
   # Without these it keeps nothing that was compiled with precompiled headers.
   set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env
