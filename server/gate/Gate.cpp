@@ -187,6 +187,8 @@ void Gate::handle(const Message& message) {
         return setRights(*request);
     if (const auto* request = std::get_if<Disconnect>(&message))
         return disconnect(request->viewer);
+    if (const auto* request = std::get_if<QuestionShown>(&message))
+        return showQuestion(request->isShown);
     if (const auto* request = std::get_if<RefuseEverybody>(&message)) {
         for (auto viewer : doorkeeper_.refuseEverybody(request->isOn))
             sendAway(viewer, Refusal::Everybody);
@@ -211,6 +213,7 @@ void Gate::answer(const Reply& reply) {
         loop_, caller.mapped()->admit(),
         [this, viewer = reply.viewer](Ending ending) { guestEnded(viewer, ending); });
     letGo(std::move(caller.mapped()));
+    guest->setInputPasses(inside.rights == Rights::Control && !isQuestionShown_);
     told_.reset();
     // In this order: nobody is inside of whom it has not been said.
     handlers_.tell(inside);
@@ -229,8 +232,18 @@ void Gate::setRights(const SetRights& request) {
         return;
     auto& entry = guest->second;
     entry.rights = request.rights;
+    entry.guest->setInputPasses(entry.rights == Rights::Control && !isQuestionShown_);
     handlers_.setRights(request.viewer, entry.rights);
     handlers_.tell(Inside{request.viewer, entry.peer, entry.isEncrypted, entry.rights});
+}
+
+void Gate::showQuestion(bool isShown) {
+    if (isShown == std::exchange(isQuestionShown_, isShown))
+        return;
+    for (auto& [viewer, entry] : guests_)
+        entry.guest->setInputPasses(entry.rights == Rights::Control && !isShown);
+    if (isShown)
+        handlers_.releaseInput();
 }
 
 void Gate::guestEnded(ViewerId viewer, Ending ending) {

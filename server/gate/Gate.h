@@ -29,6 +29,8 @@ class Gate {
         /// A viewer is in: an RFB server without security of its own is to serve this socket.
         std::function<void(ViewerId, platform::FileDescriptor, platform::gate::Rights)> admit;
         std::function<void(ViewerId, platform::gate::Rights)> setRights;
+        /// What viewers hold down is to be let go: their input does not pass any more.
+        std::function<void()> releaseInput;
     };
 
     /// A socket that listens on the IPv4 wildcard address, with what every viewer's socket shall
@@ -70,6 +72,7 @@ class Gate {
     void answer(const platform::gate::Reply& reply);
     void setRights(const platform::gate::SetRights& request);
     void disconnect(ViewerId viewer);
+    void showQuestion(bool isShown);
     /// Tells of the question as it is, where it is another than the one told of.
     void tellQuestion(platform::gate::Ending endingOfLast);
     void letGo(std::unique_ptr<Caller> caller);
@@ -87,6 +90,7 @@ class Gate {
     std::list<std::unique_ptr<Guest>> goneGuests_;
     std::list<Leaving> leaving_;
     std::optional<platform::gate::Question> told_;
+    bool isQuestionShown_ = false;
     /// Connections that may be taken before the next moment.
     int accepts_;
     Time acceptsAgain_;

@@ -95,9 +95,10 @@ bool Guest::readViewer() {
     do {
         if (!toServer_.empty())
             return true;
-        if (stream_.read(toServer_, part) == ViewerStream::Result::Closed)
-            return false;
-        if (!flushToServer())
+        std::string bytes;
+        const auto result = stream_.read(bytes, part);
+        if (!messages_.receive(bytes, toServer_) || !flushToServer() ||
+            result == ViewerStream::Result::Closed)
             return false;
     } while (stream_.hasMore());
     return true;

@@ -7,6 +7,7 @@
 #include "platform/linux/base/EventLoop.h"
 #include "platform/linux/base/FileDescriptor.h"
 #include "platform/linux/screen_sharing/messages/GateMessage.h"
+#include "server/gate/ViewerMessages.h"
 #include "server/gate/ViewerStream.h"
 
 namespace zelvo::server {
@@ -28,6 +29,10 @@ class Guest {
     Guest(platform::EventLoop& loop, ViewerStream stream, Ended ended);
     Guest(const Guest&) = delete;
     Guest& operator=(const Guest&) = delete;
+
+    /// Whether keys, pointer and clipboard of this viewer pass, from the next message on. They do
+    /// not at first.
+    void setInputPasses(bool passes) { messages_.setInputPasses(passes); }
 
     /// The VNC side's end, for an RFB server without security of its own; what the viewer has said
     /// already is there. Once. Empty where there are no descriptors left.
@@ -52,6 +57,7 @@ class Guest {
     const Ended ended_;
     /// What the VNC side says of version and security, which this viewer has behind it.
     std::string greeting_;
+    ViewerMessages messages_;
     std::string toServer_;
     Time standstillUntil_;
     platform::EventLoop::Watch viewerWatch_;
