@@ -52,8 +52,9 @@ class Guest {
     void end(platform::gate::Ending ending);
 
     ViewerStream stream_;
-    platform::FileDescriptor server_;
+    // Set by what makes server_, and so declared before it.
     platform::FileDescriptor serverEnd_;
+    platform::FileDescriptor server_;
     const Ended ended_;
     /// What the VNC side says of version and security, which this viewer has behind it.
     std::string greeting_;

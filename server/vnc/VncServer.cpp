@@ -1,7 +1,10 @@
 #include "server/vnc/VncServer.h"
 
 #include <rfb/rfb.h>
+// Does not say itself that it is C.
+extern "C" {
 #include <rfb/rfbregion.h>
+}
 #include <sys/epoll.h>
 
 #include <algorithm>
