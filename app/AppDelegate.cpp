@@ -63,7 +63,7 @@ void AppDelegate::enableScreenSharingServiceIfNeeded() {
             return;
         }
         platform::Alert alert;
-        alert.identifier = "Cannot activate require service";
+        alert.kind = platform::AlertKind::ScreenSharingIsOff;
         alert.messageText = text("Cannot activate require service");
         alert.informativeText =
             text("Zelvo requires Screen Sharing to be activated. Would you like to try again?");
@@ -93,7 +93,7 @@ bool AppDelegate::sessionUnderWay() const {
 
 void AppDelegate::askAboutSession() {
     platform::Alert alert;
-    alert.identifier = "Screen Sharing Session Undergoing";
+    alert.kind = platform::AlertKind::SessionUnderWay;
     alert.messageText = text("Screen Sharing Session Undergoing");
     alert.informativeText = text(
         "There is a Screen Sharing session undergoing. Quitting the app will close that "

@@ -18,25 +18,12 @@
 #include "platform/RunLoop.h"
 #include "platform/SharingServicePicker.h"
 #include "platform/Window.h"
+#include "platform/ZelvoStatus.h"
 
 namespace zelvo {
 
-/// How far the application has come on its way from Screen Sharing being off to a viewer being
-/// connected. Compared by number: "2 or later" means 2 to 7.
-enum ZelvoStatus : std::int32_t {
-    ZelvoStatusIdle = 0,
-    /// Screen Sharing is not listening, or viewers may not ask; evaluated again and again.
-    ZelvoStatusServiceDisabled = 1,
-    /// Screen Sharing is fully on; entering this starts the link and moves on to 3.
-    ZelvoStatusServiceEnabled = 2,
-    ZelvoStatusMappingPort = 3,
-    /// No link came about; the "Router Error" sheet is up.
-    ZelvoStatusMappingFailed = 4,
-    /// The link exists; entering this moves on to 6.
-    ZelvoStatusMappingSucceeded = 5,
-    ZelvoStatusWaitingForConnection = 6,
-    ZelvoStatusConnected = 7,
-};
+using platform::ZelvoStatus;
+using enum platform::ZelvoStatus;
 
 /// The application controller: launch and quit, the status machine, the watch for a viewer, the
 /// privileged tools, and the user's actions. Main thread only.
@@ -101,31 +88,35 @@ class AppDelegate : public platform::ApplicationDelegate,
     bool screenSharingRunningFormerState() const { return screenSharingRunningFormerState_; }
 
     // What the window shows
-    platform::Observable<std::string>& appIcon() override { return appIcon_; }
-    platform::Observable<std::string>& versionInfo() override { return versionInfo_; }
-    platform::Observable<std::string>& portMappingStatusIcon() override {
+    const platform::Observable<std::string>& appIcon() const override { return appIcon_; }
+    const platform::Observable<std::string>& versionInfo() const override { return versionInfo_; }
+    const platform::Observable<std::string>& portMappingStatusIcon() const override {
         return portMappingStatusIcon_;
     }
-    platform::Observable<std::string>& portMappingStatusText() override {
+    const platform::Observable<std::string>& portMappingStatusText() const override {
         return portMappingStatusText_;
     }
-    platform::Observable<bool>& animatePortMappingSpinner() override {
+    const platform::Observable<bool>& animatePortMappingSpinner() const override {
         return animatePortMappingSpinner_;
     }
-    platform::Observable<bool>& showPortMappingButton() override { return showPortMappingButton_; }
-    platform::Observable<std::string>& sharedLink() override { return sharedLink_; }
-    platform::Observable<std::string>& waitingForConnectionStatusIcon() override {
+    const platform::Observable<bool>& showPortMappingButton() const override {
+        return showPortMappingButton_;
+    }
+    const platform::Observable<std::string>& sharedLink() const override { return sharedLink_; }
+    const platform::Observable<std::string>& waitingForConnectionStatusIcon() const override {
         return waitingForConnectionStatusIcon_;
     }
-    platform::Observable<std::string>& waitingForConnectionStatusText() override {
+    const platform::Observable<std::string>& waitingForConnectionStatusText() const override {
         return waitingForConnectionStatusText_;
     }
-    platform::Observable<bool>& animateWaitingForConnectionSpinner() override {
+    const platform::Observable<bool>& animateWaitingForConnectionSpinner() const override {
         return animateWaitingForConnectionSpinner_;
     }
-    platform::Observable<bool>& readyToShare() override { return readyToShare_; }
-    platform::Observable<std::int32_t>& zelvoStatusProperty() override { return zelvoStatus_; }
-    platform::Observable<bool>& isQuitting() override { return isQuitting_; }
+    const platform::Observable<bool>& readyToShare() const override { return readyToShare_; }
+    const platform::Observable<std::int32_t>& zelvoStatusProperty() const override {
+        return zelvoStatus_;
+    }
+    const platform::Observable<bool>& isQuitting() const override { return isQuitting_; }
 
   private:
     using Timer = platform::Timer;

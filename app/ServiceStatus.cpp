@@ -103,7 +103,7 @@ void AppDelegate::showConnection(const char* key, const char* icon, bool spinner
 
 void AppDelegate::showPortMappingErrorSheet() {
     platform::Alert alert;
-    alert.identifier = "Router Error";
+    alert.kind = platform::AlertKind::NoLink;
     alert.messageText = text("Router Error");
     alert.informativeText = text("Router Error Description");
     alert.icon = "NSCaution";

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -10,9 +11,18 @@ namespace zelvo::platform {
 inline constexpr int AlertFirstButtonReturn = 1000;
 inline constexpr int AlertSecondButtonReturn = 1001;
 
+/// Which of the application's alerts it is, in any language.
+enum class AlertKind : std::uint8_t {
+    /// Screen Sharing could not be switched on.
+    ScreenSharingIsOff,
+    /// Quitting would end a viewer's session.
+    SessionUnderWay,
+    /// No link came about.
+    NoLink,
+};
+
 struct Alert {
-    /// Names the alert among others, in any language: the key of its message text.
-    std::string identifier;
+    AlertKind kind{};
     std::string messageText;
     std::string informativeText;
     /// Name of an image, such as "NSCaution".

@@ -14,9 +14,9 @@ class Explanations {
     virtual ~Explanations() = default;
 
     /// Why Screen Sharing is not on, such as a session in which no server can ask.
-    virtual Observable<std::string>& screenSharing() = 0;
+    virtual const Observable<std::string>& screenSharing() const = 0;
     /// What is known of the router: a second one above it, no answer, a protocol switched off.
-    virtual Observable<std::string>& router() = 0;
+    virtual const Observable<std::string>& router() const = 0;
 };
 
 }  // namespace zelvo::platform

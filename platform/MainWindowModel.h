@@ -4,6 +4,7 @@
 #include <string>
 
 #include "platform/Observable.h"
+#include "platform/ZelvoStatus.h"
 
 namespace zelvo::platform {
 
@@ -17,26 +18,25 @@ class MainWindowModel {
 
     /// State image: "AppIcon-Enabled" while waiting for or serving a viewer, else
     /// "AppIcon-Disabled".
-    virtual Observable<std::string>& appIcon() = 0;
-    virtual Observable<std::string>& versionInfo() = 0;
+    virtual const Observable<std::string>& appIcon() const = 0;
+    virtual const Observable<std::string>& versionInfo() const = 0;
     /// "NSStatusNone", "NSStatusAvailable" or "NSStatusUnavailable"; empty before the first one.
-    virtual Observable<std::string>& portMappingStatusIcon() = 0;
-    virtual Observable<std::string>& portMappingStatusText() = 0;
-    virtual Observable<bool>& animatePortMappingSpinner() = 0;
-    virtual Observable<bool>& showPortMappingButton() = 0;
+    virtual const Observable<std::string>& portMappingStatusIcon() const = 0;
+    virtual const Observable<std::string>& portMappingStatusText() const = 0;
+    virtual const Observable<bool>& animatePortMappingSpinner() const = 0;
+    virtual const Observable<bool>& showPortMappingButton() const = 0;
     /// The shareable link; empty while there has been none.
-    virtual Observable<std::string>& sharedLink() = 0;
-    virtual Observable<std::string>& waitingForConnectionStatusIcon() = 0;
-    virtual Observable<std::string>& waitingForConnectionStatusText() = 0;
-    virtual Observable<bool>& animateWaitingForConnectionSpinner() = 0;
-    virtual Observable<bool>& readyToShare() = 0;
-    /// ZelvoStatus, 0 to 7: 1 Screen Sharing off, 2 on, 3 mapping, 4 failed, 5 succeeded, 6 waiting
-    /// for a viewer, 7 viewer connected. Observers hear of it before the entry actions run.
-    virtual Observable<std::int32_t>& zelvoStatusProperty() = 0;
+    virtual const Observable<std::string>& sharedLink() const = 0;
+    virtual const Observable<std::string>& waitingForConnectionStatusIcon() const = 0;
+    virtual const Observable<std::string>& waitingForConnectionStatusText() const = 0;
+    virtual const Observable<bool>& animateWaitingForConnectionSpinner() const = 0;
+    virtual const Observable<bool>& readyToShare() const = 0;
+    /// A ZelvoStatus. Observers hear of it before the entry actions run.
+    virtual const Observable<std::int32_t>& zelvoStatusProperty() const = 0;
 
     /// The application has decided to quit and only takes back what it set up: nothing is asked of
     /// the user any more, and no action taken.
-    virtual Observable<bool>& isQuitting() = 0;
+    virtual const Observable<bool>& isQuitting() const = 0;
 
     /// Shows the sharing menu at the sender. Nothing without a link.
     virtual void shareLink(Button* sender) = 0;

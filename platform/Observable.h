@@ -33,8 +33,8 @@ class Subscription {
     std::function<void()> end_;
 };
 
-/// A value that tells its observers of every write, also of one that changes nothing. Main thread
-/// only.
+/// A value that tells its observers of every write, also of one that changes nothing. A constant
+/// reference is the view of those who read and observe it. Main thread only.
 template <typename T>
 class Observable {
   public:
@@ -64,7 +64,7 @@ class Observable {
     }
 
     /// Calls `observer` at every later write, until the subscription is destroyed.
-    [[nodiscard]] Subscription subscribe(Observer observer) {
+    [[nodiscard]] Subscription subscribe(Observer observer) const {
         auto id = next_++;
         observers_->emplace(id, std::move(observer));
         return Subscription([weak = std::weak_ptr(observers_), id] {
@@ -74,14 +74,14 @@ class Observable {
     }
 
     /// Calls `observer` at once with the present value, and then as `subscribe`.
-    [[nodiscard]] Subscription bind(Observer observer) {
+    [[nodiscard]] Subscription bind(Observer observer) const {
         observer(value_);
         return subscribe(std::move(observer));
     }
 
   private:
     T value_{};
-    std::uint64_t next_ = 0;
+    mutable std::uint64_t next_ = 0;
     std::shared_ptr<std::map<std::uint64_t, Observer>> observers_ =
         std::make_shared<std::map<std::uint64_t, Observer>>();
 };

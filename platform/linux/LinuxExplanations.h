@@ -9,15 +9,16 @@ namespace zelvo::platform {
 /// What Linux can say about the stages. Main thread only.
 class LinuxExplanations : public Explanations {
   public:
-    LinuxExplanations(Observable<std::string>& screenSharing, Observable<std::string>& router)
+    LinuxExplanations(const Observable<std::string>& screenSharing,
+                      const Observable<std::string>& router)
         : screenSharing_(screenSharing), router_(router) {}
 
-    Observable<std::string>& screenSharing() override { return screenSharing_; }
-    Observable<std::string>& router() override { return router_; }
+    const Observable<std::string>& screenSharing() const override { return screenSharing_; }
+    const Observable<std::string>& router() const override { return router_; }
 
   private:
-    Observable<std::string>& screenSharing_;
-    Observable<std::string>& router_;
+    const Observable<std::string>& screenSharing_;
+    const Observable<std::string>& router_;
 };
 
 }  // namespace zelvo::platform

@@ -165,7 +165,7 @@ void LinuxPlatform::whenScreenSharingEnds(std::function<void()> callback) {
     services_->serverEnd.ended = std::move(callback);
 }
 
-Explanations& LinuxPlatform::explanations() {
+const Explanations& LinuxPlatform::explanations() {
     return services_->explanations;
 }
 

@@ -67,7 +67,7 @@ class LinuxPlatform {
 
     Authorization& authorization();
 
-    Explanations& explanations();
+    const Explanations& explanations();
 
     /// `callback` is called soon after the server that Screen Sharing was found on by has ended, be
     /// it that nothing follows it, that it was started anew, or that another takes its place.

@@ -11,7 +11,7 @@
 
 namespace zelvo::platform {
 
-QtDesktop::QtDesktop(QtMainLoop& loop, const Bundle& bundle, Explanations& explanations,
+QtDesktop::QtDesktop(QtMainLoop& loop, const Bundle& bundle, const Explanations& explanations,
                      std::function<std::vector<std::string>()> logLines)
     : translator_(bundle),
       alerts(loop, bundle, explanations),
@@ -23,7 +23,7 @@ QtDesktop::QtDesktop(QtMainLoop& loop, const Bundle& bundle, Explanations& expla
       }),
       signals_([this] { application.terminateFromOutside(); }) {
     application.setSessionAnswer(
-        [this] { alerts.answer(SessionSheetIdentifier, AlertFirstButtonReturn); });
+        [this] { alerts.answer(AlertKind::SessionUnderWay, AlertFirstButtonReturn); });
 }
 
 void QtDesktop::prepareProcess() {
@@ -33,7 +33,8 @@ void QtDesktop::prepareProcess() {
     QCoreApplication::setApplicationName("zelvo");
 }
 
-void QtDesktop::attach(QWidget& window, MainWindowModel& model, ApplicationDelegate& delegate) {
+void QtDesktop::attach(QWidget& window, const MainWindowModel& model,
+                       ApplicationDelegate& delegate) {
     application.setDelegate(&delegate);
     quitting_ = model.isQuitting().subscribe([this](bool quits) {
         if (quits)

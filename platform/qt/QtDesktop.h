@@ -23,14 +23,14 @@ class MainWindowModel;
 class QtDesktop {
   public:
     /// All outlive this object. `logLines` gives the log's last lines.
-    QtDesktop(QtMainLoop& loop, const Bundle& bundle, Explanations& explanations,
+    QtDesktop(QtMainLoop& loop, const Bundle& bundle, const Explanations& explanations,
               std::function<std::vector<std::string>()> logLines);
 
     /// Settings of the process that have to stand before the QApplication is made.
     static void prepareProcess();
 
     /// Puts the services on the window, with the delegate behind it, until the window is destroyed.
-    void attach(QWidget& window, MainWindowModel& model, ApplicationDelegate& delegate);
+    void attach(QWidget& window, const MainWindowModel& model, ApplicationDelegate& delegate);
 
   private:
     BundleTranslator translator_;

@@ -9,14 +9,14 @@ bool TerminalWorkspace::openUrl(const std::string& url) {
     return true;
 }
 
-Terminal::Terminal(MainQueue& mainQueue, const Bundle& bundle, Explanations& explanations,
+Terminal::Terminal(MainQueue& mainQueue, const Bundle& bundle, const Explanations& explanations,
                    int input, int output)
     : console(input, output),
       alerts(mainQueue, console, bundle, explanations),
       workspace(console),
       signals_([this] { application.terminateFromOutside(); }) {
     application.setSessionAnswer(
-        [this] { alerts.answer(SessionSheetIdentifier, AlertFirstButtonReturn); });
+        [this] { alerts.answer(AlertKind::SessionUnderWay, AlertFirstButtonReturn); });
 }
 
 }  // namespace zelvo::platform

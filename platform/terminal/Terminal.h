@@ -17,8 +17,8 @@ class MainQueue;
 class Terminal {
   public:
     /// All outlive this object.
-    Terminal(MainQueue& mainQueue, const Bundle& bundle, Explanations& explanations, int input = 0,
-             int output = 1);
+    Terminal(MainQueue& mainQueue, const Bundle& bundle, const Explanations& explanations,
+             int input = 0, int output = 1);
 
     Console console;
     QtApplication application;

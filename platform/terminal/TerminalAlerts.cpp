@@ -35,7 +35,7 @@ std::string lettersFor(const std::vector<std::string>& titles) {
 }  // namespace
 
 TerminalAlerts::TerminalAlerts(MainQueue& mainQueue, Console& console, const Bundle& bundle,
-                               Explanations& explanations)
+                               const Explanations& explanations)
     : mainQueue_(mainQueue), console_(console), bundle_(bundle), explanations_(explanations) {}
 
 void TerminalAlerts::later(void (TerminalAlerts::*what)()) {
@@ -89,10 +89,9 @@ bool TerminalAlerts::takeKey(char key) {
     return true;
 }
 
-bool TerminalAlerts::answer(const std::string& identifier, int response) {
-    auto found = std::find_if(questions_.begin(), questions_.end(), [&](const auto& question) {
-        return question.alert.identifier == identifier;
-    });
+bool TerminalAlerts::answer(AlertKind kind, int response) {
+    auto found = std::find_if(questions_.begin(), questions_.end(),
+                              [&](const auto& question) { return question.alert.kind == kind; });
     if (found == questions_.end())
         return false;
     finish(found, response);
@@ -106,7 +105,7 @@ void TerminalAlerts::end() {
 
 // Quitting must not wait for an answer that can never come.
 void TerminalAlerts::answerWithoutInput() {
-    answer(SessionSheetIdentifier, AlertFirstButtonReturn);
+    answer(AlertKind::SessionUnderWay, AlertFirstButtonReturn);
 }
 
 void TerminalAlerts::finish(std::deque<Question>::iterator question, int response) {

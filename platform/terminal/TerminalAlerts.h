@@ -19,7 +19,7 @@ class TerminalAlerts final : public Alerts {
   public:
     /// All outlive this object.
     TerminalAlerts(MainQueue& mainQueue, Console& console, const Bundle& bundle,
-                   Explanations& explanations);
+                   const Explanations& explanations);
 
     void beginSheet(Alert alert, std::function<void(int response)> done) override;
 
@@ -27,7 +27,7 @@ class TerminalAlerts final : public Alerts {
     bool takeKey(char key);
     /// Gives the response of an alert, asked or still waiting, on the user's behalf. False when
     /// there is no such alert.
-    bool answer(const std::string& identifier, int response);
+    bool answer(AlertKind kind, int response);
     /// Drops every question unanswered and asks none any more: the application ends.
     void end();
     /// Nobody can answer any more: a question about a session is answered with its first button.
@@ -50,7 +50,7 @@ class TerminalAlerts final : public Alerts {
     MainQueue& mainQueue_;
     Console& console_;
     const Bundle& bundle_;
-    Explanations& explanations_;
+    const Explanations& explanations_;
     std::deque<Question> questions_;
     bool hasEnded_ = false;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);

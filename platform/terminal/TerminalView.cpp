@@ -31,7 +31,7 @@ bool takesColours() {
 }  // namespace
 
 TerminalView::TerminalView(Terminal& terminal, MainWindowModel& model,
-                           ApplicationDelegate& delegate, Explanations& explanations,
+                           ApplicationDelegate& delegate, const Explanations& explanations,
                            const Bundle& bundle, int output)
     : terminal_(terminal),
       model_(model),

@@ -20,7 +20,7 @@ class TerminalView {
   public:
     /// All outlive this object.
     TerminalView(Terminal& terminal, MainWindowModel& model, ApplicationDelegate& delegate,
-                 Explanations& explanations, const Bundle& bundle, int output = 1);
+                 const Explanations& explanations, const Bundle& bundle, int output = 1);
     ~TerminalView();
     TerminalView(const TerminalView&) = delete;
     TerminalView& operator=(const TerminalView&) = delete;
@@ -35,7 +35,7 @@ class TerminalView {
 
     Terminal& terminal_;
     MainWindowModel& model_;
-    Explanations& explanations_;
+    const Explanations& explanations_;
     const Bundle& bundle_;
     RowPrinter rows_;
     std::string shownReason_;

@@ -13,8 +13,8 @@
 namespace zelvo::test {
 
 struct GivenExplanations final : platform::Explanations {
-    platform::Observable<std::string>& screenSharing() override { return sharing; }
-    platform::Observable<std::string>& router() override { return routing; }
+    const platform::Observable<std::string>& screenSharing() const override { return sharing; }
+    const platform::Observable<std::string>& router() const override { return routing; }
     platform::Observable<std::string> sharing;
     platform::Observable<std::string> routing;
 };

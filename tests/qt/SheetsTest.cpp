@@ -113,7 +113,7 @@ TEST_F(SheetsTest, NothingStartsAnewWhileQuittingCleansUp) {
 TEST_F(SheetsTest, EndingWithASheetUpOrWaitingAnswersNobody) {
     int answers = 0;
     for (int i = 0; i < 2; ++i)
-        desktop.alerts.beginSheet({"a", "a", "", "NSCaution", {"b"}, false, {}},
+        desktop.alerts.beginSheet({{}, "a", "", "NSCaution", {"b"}, false, {}},
                                   [&](int) { ++answers; });
     ASSERT_TRUE(sheet());
     desktop.alerts.setWindow(nullptr);

@@ -27,7 +27,7 @@ class RouterExplanation {
     void seenFrom(const std::string& address);
 
     /// A sentence in the user's language, written when it changes; empty where all is well.
-    Observable<std::string>& text() { return text_; }
+    const Observable<std::string>& text() const { return text_; }
 
   private:
     const char* reason() const;

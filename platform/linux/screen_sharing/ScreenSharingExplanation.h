@@ -25,7 +25,7 @@ class ScreenSharingExplanation {
     /// Looks for a change, which is told in a later turn. Costs one look at the file's identity.
     void update();
 
-    Observable<std::string>& text() { return text_; }
+    const Observable<std::string>& text() const { return text_; }
 
   private:
     /// Device, inode and time of change; none without a file.

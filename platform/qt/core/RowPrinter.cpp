@@ -5,7 +5,7 @@
 
 namespace zelvo::platform {
 
-RowPrinter::RowPrinter(MainWindowModel& model, int descriptor)
+RowPrinter::RowPrinter(const MainWindowModel& model, int descriptor)
     : model_(model), descriptor_(descriptor) {
     subscriptions_.push_back(model.portMappingStatusText().bind(
         [this](const std::string& text) { show(portMapping_, text); }));

@@ -14,7 +14,7 @@ class MainWindowModel;
 class RowPrinter {
   public:
     /// The descriptor stays the caller's. A write that fails ends the writing.
-    explicit RowPrinter(MainWindowModel& model, int descriptor = 1);
+    explicit RowPrinter(const MainWindowModel& model, int descriptor = 1);
     RowPrinter(const RowPrinter&) = delete;
     RowPrinter& operator=(const RowPrinter&) = delete;
 
@@ -27,7 +27,7 @@ class RowPrinter {
     void show(Row& row, const std::string& text);
     void showLink();
 
-    MainWindowModel& model_;
+    const MainWindowModel& model_;
     int descriptor_;
     Row portMapping_{"Port mapping: ", {}};
     Row connection_{"Connection: ", {}};

@@ -5,9 +5,8 @@
 
 namespace zelvo::platform {
 
-std::string reasonFor(const Alert& alert, Explanations& explanations) {
-    return alert.identifier == RouterSheetIdentifier ? explanations.router().value()
-                                                     : std::string();
+std::string reasonFor(const Alert& alert, const Explanations& explanations) {
+    return alert.kind == AlertKind::NoLink ? explanations.router().value() : std::string();
 }
 
 }  // namespace zelvo::platform

@@ -1,7 +1,5 @@
 #include "platform/qt/core/StatusTexts.h"
 
-#include <array>
-
 #include "platform/Bundle.h"
 #include "platform/Explanations.h"
 #include "platform/MainWindowModel.h"
@@ -27,29 +25,35 @@ constexpr Texts Quitting{"Quitting",
                          "Zelvo is taking your link back and leaving your computer as it was. This "
                          "takes a few seconds at most."};
 
-constexpr std::array<Texts, 8> PerStatus{
-    Starting,
-    Texts{"Screen Sharing is off",
-          "Zelvo is switching it on. Your system may ask for your password. Press “Start Over” to "
-          "be asked again."},
-    MakingLink,
-    MakingLink,
-    Texts{"No link yet",
-          "Your router or the sharing service did not answer as hoped. Press “Start Over” to try "
-          "again, or open Router Help in the Help menu."},
-    LinkReady,
-    LinkReady,
-    Texts{"Somebody is connected",
-          "Press “Disconnect” to end the session. Your link stays valid until you quit Zelvo."},
-};
+constexpr Texts ServiceOff{"Screen Sharing is off",
+                           "Zelvo is switching it on. Your system may ask for your password. Press "
+                           "“Start Over” to be asked again."};
+constexpr Texts NoLink{"No link yet",
+                       "Your router or the sharing service did not answer as hoped. Press “Start "
+                       "Over” to try again, or open Router Help in the Help menu."};
+constexpr Texts Connected{"Somebody is connected",
+                          "Press “Disconnect” to end the session. Your link stays valid until you "
+                          "quit Zelvo."};
 
-const Texts& keysOf(MainWindowModel& model, bool nobodyGetsIn) {
+const Texts& keysOf(const MainWindowModel& model, bool nobodyGetsIn) {
     if (model.isQuitting().value())
         return Quitting;
-    auto status = static_cast<std::size_t>(model.zelvoStatusProperty().value());
-    if (status >= PerStatus.size())
-        return Starting;
-    return nobodyGetsIn && (status == 5 || status == 6) ? LinkInVain : PerStatus[status];
+    switch (model.zelvoStatusProperty().value()) {
+        case ZelvoStatusServiceDisabled:
+            return ServiceOff;
+        case ZelvoStatusServiceEnabled:
+        case ZelvoStatusMappingPort:
+            return MakingLink;
+        case ZelvoStatusMappingFailed:
+            return NoLink;
+        case ZelvoStatusMappingSucceeded:
+        case ZelvoStatusWaitingForConnection:
+            return nobodyGetsIn ? LinkInVain : LinkReady;
+        case ZelvoStatusConnected:
+            return Connected;
+        default:
+            return Starting;
+    }
 }
 
 StatusTexts localized(const Texts& keys, const Bundle& bundle) {
@@ -58,7 +62,8 @@ StatusTexts localized(const Texts& keys, const Bundle& bundle) {
 
 }  // namespace
 
-StatusTexts statusTexts(MainWindowModel& model, Explanations& explanations, const Bundle& bundle) {
+StatusTexts statusTexts(const MainWindowModel& model, const Explanations& explanations,
+                        const Bundle& bundle) {
     auto reason = reasonFor(model, explanations);
     auto texts = localized(keysOf(model, !reason.empty()), bundle);
     if (!reason.empty())
@@ -67,17 +72,19 @@ StatusTexts statusTexts(MainWindowModel& model, Explanations& explanations, cons
 }
 
 std::vector<StatusTexts> allStatusTexts(const Bundle& bundle) {
-    std::vector<StatusTexts> all{localized(LinkInVain, bundle), localized(Quitting, bundle)};
-    for (const auto& keys : PerStatus)
+    std::vector<StatusTexts> all;
+    for (const auto& keys :
+         {Starting, ServiceOff, MakingLink, NoLink, LinkReady, LinkInVain, Connected, Quitting})
         all.push_back(localized(keys, bundle));
     return all;
 }
 
-std::string reasonFor(MainWindowModel& model, Explanations& explanations) {
+std::string reasonFor(const MainWindowModel& model, const Explanations& explanations) {
     auto status = model.zelvoStatusProperty().value();
-    if (model.isQuitting().value() || status > 6)
+    if (model.isQuitting().value() || status > ZelvoStatusWaitingForConnection)
         return {};
-    return status <= 1 ? explanations.screenSharing().value() : explanations.router().value();
+    return status < ZelvoStatusServiceEnabled ? explanations.screenSharing().value()
+                                              : explanations.router().value();
 }
 
 }  // namespace zelvo::platform

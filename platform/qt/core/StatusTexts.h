@@ -17,12 +17,13 @@ struct StatusTexts {
 
 /// Of the model's status, or of its quitting. What the system knows of a stage says more than the
 /// text of its status and takes its place.
-StatusTexts statusTexts(MainWindowModel& model, Explanations& explanations, const Bundle& bundle);
+StatusTexts statusTexts(const MainWindowModel& model, const Explanations& explanations,
+                        const Bundle& bundle);
 
 /// Every one that there is, save for what the system knows.
 std::vector<StatusTexts> allStatusTexts(const Bundle& bundle);
 
 /// What the system knows about the stage that the model is at; empty when that is nothing.
-std::string reasonFor(MainWindowModel& model, Explanations& explanations);
+std::string reasonFor(const MainWindowModel& model, const Explanations& explanations);
 
 }  // namespace zelvo::platform

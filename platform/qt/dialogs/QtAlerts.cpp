@@ -20,7 +20,7 @@ constexpr int AlertIconSize = 48;
 
 }  // namespace
 
-QtAlerts::QtAlerts(MainQueue& mainQueue, const Bundle& bundle, Explanations& explanations)
+QtAlerts::QtAlerts(MainQueue& mainQueue, const Bundle& bundle, const Explanations& explanations)
     : mainQueue_(mainQueue),
       explanations_(explanations),
       imageFolder_(QString::fromStdString(bundle.resourcePath())) {}
@@ -95,7 +95,7 @@ QMessageBox* QtAlerts::makeBox(const Alert& alert) {
     if (!buttons.empty())
         box->setDefaultButton(buttons.front());
     // Escape leaves a session as it is. Elsewhere it would quit, so it does nothing.
-    if (alert.identifier == SessionSheetIdentifier && buttons.size() > 1)
+    if (alert.kind == AlertKind::SessionUnderWay && buttons.size() > 1)
         box->setEscapeButton(buttons[1]);
 
     if (alert.showsHelp) {
@@ -140,10 +140,9 @@ void QtAlerts::end() {
     sheets_.clear();
 }
 
-bool QtAlerts::answer(const std::string& identifier, int response) {
-    auto found = std::find_if(sheets_.begin(), sheets_.end(), [&](const Sheet& sheet) {
-        return sheet.alert.identifier == identifier;
-    });
+bool QtAlerts::answer(AlertKind kind, int response) {
+    auto found = std::find_if(sheets_.begin(), sheets_.end(),
+                              [&](const Sheet& sheet) { return sheet.alert.kind == kind; });
     if (found == sheets_.end())
         return false;
     if (found == sheets_.begin()) {

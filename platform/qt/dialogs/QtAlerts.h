@@ -21,7 +21,7 @@ class MainQueue;
 class QtAlerts final : public Alerts {
   public:
     /// All outlive this object.
-    QtAlerts(MainQueue& mainQueue, const Bundle& bundle, Explanations& explanations);
+    QtAlerts(MainQueue& mainQueue, const Bundle& bundle, const Explanations& explanations);
     ~QtAlerts() override;
     QtAlerts(const QtAlerts&) = delete;
     QtAlerts& operator=(const QtAlerts&) = delete;
@@ -30,7 +30,7 @@ class QtAlerts final : public Alerts {
 
     /// Gives the response of an alert, on the screen or still waiting, on the user's behalf. False
     /// when there is no such alert.
-    bool answer(const std::string& identifier, int response);
+    bool answer(AlertKind kind, int response);
 
     /// Takes every sheet down unanswered and shows none any more: the application ends.
     void end();
@@ -50,7 +50,7 @@ class QtAlerts final : public Alerts {
     void takeDown();
 
     MainQueue& mainQueue_;
-    Explanations& explanations_;
+    const Explanations& explanations_;
     QString imageFolder_;
     QWidget* window_ = nullptr;
     QPointer<QMessageBox> box_;

@@ -19,8 +19,8 @@ using Model = MainWindowModel;
 using Write = std::function<void(const QVariant&)>;
 
 struct Source {
-    Model& model;
-    Explanations& explanations;
+    const Model& model;
+    const Explanations& explanations;
     const Bundle& bundle;
 };
 
@@ -33,7 +33,7 @@ std::vector<Subscription> only(Subscription subscription) {
     return list;
 }
 
-Value of(Observable<std::string>& (Model::*text)(), const char* whileEmpty = "") {
+Value of(const Observable<std::string>& (Model::*text)() const, const char* whileEmpty = "") {
     return [text, whileEmpty](const Source& source, Write write) {
         return only((source.model.*text)().bind(
             [whileEmpty, write = std::move(write)](const std::string& value) {
@@ -42,7 +42,7 @@ Value of(Observable<std::string>& (Model::*text)(), const char* whileEmpty = "")
     };
 }
 
-Value of(Observable<bool>& (Model::*flag)()) {
+Value of(const Observable<bool>& (Model::*flag)() const) {
     return [flag](const Source& source, Write write) {
         return only(
             (source.model.*flag)().bind([write = std::move(write)](bool value) { write(value); }));
@@ -52,7 +52,9 @@ Value of(Observable<bool>& (Model::*flag)()) {
 Value whileConnected() {
     return [](const Source& source, Write write) {
         return only(source.model.zelvoStatusProperty().bind(
-            [write = std::move(write)](std::int32_t status) { write(status == 7); }));
+            [write = std::move(write)](std::int32_t status) {
+                write(status == ZelvoStatusConnected);
+            }));
     };
 }
 
@@ -126,8 +128,8 @@ Write writer(QObject* control, const char* property) {
 
 }  // namespace
 
-std::vector<Subscription> bindControls(QObject& root, MainWindowModel& model,
-                                       Explanations& explanations, const Bundle& bundle) {
+std::vector<Subscription> bindControls(QObject& root, const MainWindowModel& model,
+                                       const Explanations& explanations, const Bundle& bundle) {
     std::vector<Subscription> all;
     for (const auto& [control, property, value] : table())
         if (auto* object = root.findChild<QObject*>(control))

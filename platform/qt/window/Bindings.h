@@ -16,7 +16,7 @@ class MainWindowModel;
 
 /// Keeps the named controls below `root` up to date with the model for as long as the
 /// subscriptions live.
-std::vector<Subscription> bindControls(QObject& root, MainWindowModel& model,
-                                       Explanations& explanations, const Bundle& bundle);
+std::vector<Subscription> bindControls(QObject& root, const MainWindowModel& model,
+                                       const Explanations& explanations, const Bundle& bundle);
 
 }  // namespace zelvo::platform

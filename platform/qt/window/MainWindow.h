@@ -28,7 +28,7 @@ class MainWindow final : public QMainWindow, public Window {
     struct Surroundings {
         MainWindowModel& model;
         ApplicationDelegate& delegate;
-        Explanations& explanations;
+        const Explanations& explanations;
         Application& application;
         const Bundle& bundle;
         QtMainLoop& loop;

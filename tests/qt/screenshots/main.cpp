@@ -61,7 +61,7 @@ void takeStatuses(platform::Bundle& bundle, const Photographer& camera) {
     camera.take(world.window, "status-0");
     // These two move on within the same call.
     auto watch = world.controller.zelvoStatusProperty().subscribe([&](std::int32_t status) {
-        if (status == 2 || status == 5)
+        if (status == ZelvoStatusServiceEnabled || status == ZelvoStatusMappingSucceeded)
             camera.take(world.window, QString("status-%1").arg(status));
     });
     world.launch();
