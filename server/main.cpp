@@ -33,11 +33,16 @@ namespace {
 
 constexpr std::uint16_t standardVncPort = 5900;
 
-/// Says on standard error what is wrong, for the log, and on standard output one word for it, which
-/// the enable tool knows. The exit status.
+/// The enable tool waits for one word: how it went.
+void tell(const char* word) {
+    std::printf("%s\n", word);
+    std::fflush(stdout);
+}
+
+/// The exit status; the sentence is for the log.
 int giveUp(const char* word, const std::string& sentence) {
     std::fprintf(stderr, "screensharingd: %s\n", sentence.c_str());
-    std::printf("%s\n", word);
+    tell(word);
     return EXIT_FAILURE;
 }
 
@@ -113,6 +118,7 @@ int serve(const Options& options, const platform::FileDescriptor& signals,
     });
     watch.setEvents(EPOLLIN);
     line->tell(gate::Listening{options.port});
+    tell("listening");
     while (!isEnding) {
         loop.turn(door->nextDeadline());
         door->tick(EventLoop::Clock::now());
