@@ -9,15 +9,16 @@
 
 #include <algorithm>
 #include <array>
+#include <thread>
 #include <utility>
 
 namespace zelvo::server {
 
 namespace {
 
-/// So many keys are borrowed at most; with fewer, text in another script would change the keyboard
-/// at every letter.
-constexpr std::size_t mostSpare = 24;
+/// Programs read what a key means when they handle its event, which may be late: it keeps its
+/// meaning for at least so long.
+constexpr auto shortestMeaning = std::chrono::milliseconds(50);
 
 }  // namespace
 
@@ -44,19 +45,19 @@ X11Keyboard::X11Keyboard(X11Connection& x)
         return;
     // Keys that mean nothing. Not the first ones, which old programs take for buttons.
     for (auto code = xkb_keymap_max_keycode(keymap_.get());
-         code >= xkb_keymap_min_keycode(keymap_.get()) && spare_.size() < mostSpare; --code) {
+         code >= xkb_keymap_min_keycode(keymap_.get()); --code) {
         if (code <= 255 && xkb_keymap_num_layouts_for_key(keymap_.get(), code) == 0)
-            spare_.emplace_back(static_cast<xcb_keycode_t>(code), XKB_KEY_NoSymbol);
+            spare_.push_back({static_cast<xcb_keycode_t>(code), XKB_KEY_NoSymbol, {}});
     }
 }
 
 X11Keyboard::~X11Keyboard() {
     for (const auto& [keysym, code] : held_)
         send(code, false);
-    for (const auto& [code, keysym] : spare_) {
+    for (const auto& spare : spare_) {
         const std::array<xcb_keysym_t, 1> nothing{XKB_KEY_NoSymbol};
-        if (keysym != XKB_KEY_NoSymbol)
-            xcb_change_keyboard_mapping(x_, 1, code, nothing.size(), nothing.data());
+        if (spare.keysym != XKB_KEY_NoSymbol)
+            xcb_change_keyboard_mapping(x_, 1, spare.code, nothing.size(), nothing.data());
     }
     xcb_flush(x_);
 }
@@ -79,8 +80,9 @@ std::unique_ptr<xkb_state, X11Keyboard::FreeXkb> X11Keyboard::currentState() con
         xkb_x11_state_new_from_device(keymap_.get(), x_, device_));
 }
 
-/// Looks for the key and the modifiers under which it means the keysym in the layout that is in
-/// force, with as little change of what is held as goes. Caps Lock and Num Lock stay as they are.
+/// Looks for the key and the modifiers under which it means the keysym, best in the layout that is
+/// in force, with as little change of what is held as goes. Caps Lock and Num Lock stay as they
+/// are.
 std::optional<X11Keyboard::Stroke> X11Keyboard::find(std::uint32_t keysym) const {
     auto state = currentState();
     if (!state)
@@ -99,18 +101,22 @@ std::optional<X11Keyboard::Stroke> X11Keyboard::find(std::uint32_t keysym) const
     const auto level3 = bit("Mod5");
     const bool shiftNow = depressed & shift;
     const bool level3Now = level3 && (depressed & level3);
-    for (unsigned change = 0; change < 4; ++change) {
+    // The layout in force first; from the others only what it lacks.
+    const auto layouts = std::max(xkb_keymap_num_layouts(keymap), 1U);
+    for (unsigned change = 0; change < 4 * layouts; ++change) {
+        const auto wantsLayout = (layout + change / 4) % layouts;
         const bool wantsShift = shiftNow != ((change & 1U) != 0);
         const bool wantsLevel3 = level3Now != ((change & 2U) != 0);
         if ((wantsLevel3 && !level3) || (wantsShift && !shift))
             continue;
         const auto held = (depressed & ~(shift | level3)) | (wantsShift ? shift : 0U) |
                           (wantsLevel3 ? level3 : 0U);
-        xkb_state_update_mask(state.get(), held, latched, locked, 0, 0, layout);
+        xkb_state_update_mask(state.get(), held, latched, locked, 0, 0, wantsLayout);
         for (auto code = xkb_keymap_min_keycode(keymap); code <= xkb_keymap_max_keycode(keymap);
              ++code) {
             if (xkb_state_key_get_one_sym(state.get(), code) == keysym && code <= 255)
-                return Stroke{static_cast<xcb_keycode_t>(code), wantsShift, wantsLevel3};
+                return Stroke{static_cast<xcb_keycode_t>(code), wantsShift, wantsLevel3,
+                              wantsLayout, layout};
         }
     }
     return std::nullopt;
@@ -133,22 +139,31 @@ std::optional<xcb_keycode_t> X11Keyboard::keyOf(std::uint32_t keysym) const {
 
 std::optional<xcb_keycode_t> X11Keyboard::borrow(std::uint32_t keysym) {
     auto given = std::find_if(spare_.begin(), spare_.end(),
-                              [&](const auto& entry) { return entry.second == keysym; });
+                              [&](const auto& spare) { return spare.keysym == keysym; });
     if (given == spare_.end()) {
-        auto isFree = [&](const auto& entry) {
+        auto isFree = [&](const auto& spare) {
             return std::none_of(held_.begin(), held_.end(),
-                                [&](const auto& held) { return held.second == entry.first; });
+                                [&](const auto& held) { return held.second == spare.code; });
         };
         given = std::find_if(spare_.begin(), spare_.end(), isFree);
         if (given == spare_.end())
             return std::nullopt;
-        given->second = keysym;
+        std::this_thread::sleep_until(given->used + shortestMeaning);
+        given->keysym = keysym;
         // The same whatever is held.
         const std::array<xcb_keysym_t, 2> meaning{keysym, keysym};
-        xcb_change_keyboard_mapping(x_, 1, given->first, meaning.size(), meaning.data());
+        xcb_change_keyboard_mapping(x_, 1, given->code, meaning.size(), meaning.data());
     }
-    std::rotate(given, given + 1, spare_.end());
-    return spare_.back().first;
+    return given->code;
+}
+
+void X11Keyboard::noteUse(xcb_keycode_t code) {
+    auto used = std::find_if(spare_.begin(), spare_.end(),
+                             [&](const auto& spare) { return spare.code == code; });
+    if (used == spare_.end())
+        return;
+    used->used = std::chrono::steady_clock::now();
+    std::rotate(used, used + 1, spare_.end());
 }
 
 bool X11Keyboard::isModifier(std::uint32_t keysym) const {
@@ -191,10 +206,16 @@ void X11Keyboard::press(std::uint32_t keysym) {
         code = borrow(keysym);
     if (!code)
         return;
+    noteUse(*code);
     std::vector<std::pair<xcb_keycode_t, bool>> changes;
     if (stroke)
         changes = arrange(*stroke);
+    const bool isElsewhere = stroke && stroke->layout != stroke->layoutNow;
+    if (isElsewhere)
+        setLayout(stroke->layout);
     send(*code, true);
+    if (isElsewhere)
+        setLayout(stroke->layoutNow);
     for (auto change = changes.rbegin(); change != changes.rend(); ++change)
         send(change->first, !change->second);
     held_[keysym] = *code;
@@ -222,6 +243,11 @@ std::vector<std::pair<xcb_keycode_t, bool>> X11Keyboard::arrange(const Stroke& s
     for (const auto& [code, isDown] : changes)
         send(code, isDown);
     return changes;
+}
+
+void X11Keyboard::setLayout(std::uint32_t layout) {
+    xcb_xkb_latch_lock_state(x_, XCB_XKB_ID_USE_CORE_KBD, 0, 0, 1,
+                             static_cast<std::uint8_t>(layout), 0, 0, 0);
 }
 
 void X11Keyboard::send(xcb_keycode_t code, bool isDown) {

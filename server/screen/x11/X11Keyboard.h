@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -40,6 +41,14 @@ class X11Keyboard {
         xcb_keycode_t code = 0;
         bool shift = false;
         bool level3 = false;
+        /// The layout, and the one that is in force, where it is another.
+        std::uint32_t layout = 0;
+        std::uint32_t layoutNow = 0;
+    };
+    struct Spare {
+        xcb_keycode_t code = 0;
+        std::uint32_t keysym = 0;
+        std::chrono::steady_clock::time_point used;
     };
 
     void readKeymap();
@@ -48,11 +57,14 @@ class X11Keyboard {
     std::optional<Stroke> find(std::uint32_t keysym) const;
     std::optional<xcb_keycode_t> keyOf(std::uint32_t keysym) const;
     std::optional<xcb_keycode_t> borrow(std::uint32_t keysym);
+    /// A spare key has been used, and keeps its meaning for longer than others.
+    void noteUse(xcb_keycode_t code);
     bool isModifier(std::uint32_t keysym) const;
     void press(std::uint32_t keysym);
     /// Presses or lets go modifiers until shift and level 3 are as wanted; tells what was done, in
     /// order.
     std::vector<std::pair<xcb_keycode_t, bool>> arrange(const Stroke& stroke);
+    void setLayout(std::uint32_t layout);
     void send(xcb_keycode_t code, bool isDown);
 
     X11Connection& x_;
@@ -63,7 +75,7 @@ class X11Keyboard {
     /// What is held, and by which key: a keysym may have moved by the time it is let go.
     std::map<std::uint32_t, xcb_keycode_t> held_;
     /// Spare keys, and what each has been given, the one used longest ago first.
-    std::vector<std::pair<xcb_keycode_t, std::uint32_t>> spare_;
+    std::vector<Spare> spare_;
 };
 
 }  // namespace zelvo::server
