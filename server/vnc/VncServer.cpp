@@ -89,6 +89,8 @@ VncServer::VncServer(platform::EventLoop& loop, Screen& screen, std::string name
     vnc_ = rfbGetScreen(nullptr, nullptr, size_.width, size_.height, 8, 3, 4);
     vnc_->desktopName = name_.c_str();
     vnc_->frameBuffer = reinterpret_cast<char*>(screen_.pixels().data());
+    // 24 of the 32 bits are colour, by which Tight saves a quarter.
+    vnc_->serverFormat.depth = 24;
     vnc_->serverFormat.redShift = 16;
     vnc_->serverFormat.greenShift = 8;
     vnc_->serverFormat.blueShift = 0;
