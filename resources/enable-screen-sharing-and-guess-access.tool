@@ -1,87 +1,83 @@
 #!/bin/sh
-# Switches Screen Sharing on: screensharingd, as the asking user, which finds that user's Zelvo, has it ask
-# about everybody who wants in, and ends with it. Ends with success once the server listens; else
-# everything is as before, and run/reason says why.
+# Switches Screen Sharing on: a VNC server that shows the asking user's session and asks there before it
+# lets anybody in. Ends with success once that server listens; else everything is as before, and run/reason
+# says why.
 set -u
 # shellcheck source=resources/screen-sharing.sh
 . "$(dirname "$0")/screen-sharing.sh"
+# shellcheck source=resources/screen-sharing-servers.sh
+. "$(dirname "$0")/screen-sharing-servers.sh"
 
-# Beside the resources in a build folder, or where it is installed.
-find_program() {
-    tools=$(cd "$(dirname "$0")" && pwd) || return 1
-    for program in "${tools%/*}/screensharingd" \
-        "${tools%/share/zelvo/resources}/libexec/zelvo/screensharingd"; do
-        server_program=$(readlink -f "$program") && [ -x "$server_program" ] && return 0
+# True for a display of Xwayland, which shows programs that use X, but not the desktop.
+display_is_wayland() {
+    number=${server_display##*:}
+    number=${number%%.*}
+    for file in /proc/[0-9]*/comm; do
+        { read -r name <"$file"; } 2>/dev/null
+        [ "$name" = Xwayland ] || continue
+        tr '\0' '\n' <"${file%comm}cmdline" 2>/dev/null | grep -qxF ":$number" && return 0
     done
     return 1
 }
 
-check_session() {
-    [ -n "${XDG_RUNTIME_DIR-}" ] ||
-        give_up no-runtime-folder "There is no folder of the session (XDG_RUNTIME_DIR is not set)."
-    [ -z "${WAYLAND_DISPLAY-}" ] ||
-        give_up wayland-no-server "This is a Wayland session, whose desktop cannot be shown yet."
-    [ -n "${DISPLAY-}" ] || give_up no-display "There is no X display to share (DISPLAY is not set)."
+refuse_wayland() {
+    give_up wayland-no-server "This is a Wayland session, in which no server can show the desktop and ask first. Choose an X11 (Xorg) session when you log in."
 }
 
-# In a session of its own, so that no terminal's signals reach it, and without the lock, which would be held
-# for as long as it lives. Its log has a limit: 1 MiB, beyond which writing fails.
-start_server() {
-    : >"$run/answer"
-    (trap '' XFSZ && ulimit -f 2048 && cd / && exec_as_user setsid "$server_program" \
-        --socket "$XDG_RUNTIME_DIR/zelvo/screen-sharing" --port "$port") \
-        </dev/null >"$run/answer" 2>"$run/log" 9>&- &
-    server_pid=$!
-    server_start=$(process_start "$server_pid")
-    save_server
+find_session() {
+    server_user=$user_id server_display=${DISPLAY-}
+    server_authority=$(printf '%s\n' "${XAUTHORITY-}" | head -n 1)
+    case $server_display in
+    '')
+        [ -z "${WAYLAND_DISPLAY-}" ] || refuse_wayland
+        give_up no-display "There is no X display to share (DISPLAY is not set)."
+        ;;
+    *[!A-Za-z0-9.:_/-]* | -*) give_up no-display "\"$server_display\" is not the name of an X display." ;;
+    *:*.0) server_display=${server_display%.0} ;;
+    esac
+    ! display_is_wayland || refuse_wayland
 }
 
-wait_until_server_listens() {
-    twentieths=200
-    while :; do
-        { read -r answer <"$run/answer"; } 2>/dev/null || answer=
-        case $answer in
-        listening) return 0 ;;
-        ?*) give_up "$answer" "$(tail -n 1 "$run/log")" ;;
-        esac
-        if [ "$(process_start "$server_pid")" != "$server_start" ] || [ "$twentieths" -le 0 ]; then
-            give_up server-failed "The server did not start. Its messages are in $run/log."
-        fi
-        twentieths=$((twentieths - 1))
-        sleep 0.05
-    done
-}
-
-# Runs when the tool ends: without success there is no server and no setting, but a reason.
-settle() {
-    status=$?
-    trap - EXIT HUP INT TERM
-    if [ "$status" -eq 0 ]; then
-        rm -f "$run/reason"
-        exit 0
+# Leaves a server alone that is on already. True when it is ours, and sound.
+already_on() {
+    session="$server_user $server_display"
+    if (find_server); then
+        find_server
+        server_listens || {
+            stop_server || die "The Screen Sharing server (process $server_pid) hangs and cannot be ended."
+            find_session
+            return 1
+        }
+        [ "$server_user $server_display" = "$session" ] ||
+            give_up other-session "Screen Sharing is already on for another session (display $server_display)."
+        return 0
     fi
-    if find_server && [ "$server_user" = "$user_id" ]; then
-        stop_server
+    if [ -n "$(sockets 0A '[0-9A-F]*')" ]; then
+        write_setting off
+        give_up port-taken "Another program already listens on port $port. It is left alone, since it may let in anybody without asking. End it and try again."
     fi
-    write_setting off
-    echo "${reason:-server-failed}" | replace_file "$run/reason"
-    exit "$status"
+    return 1
 }
 
+# The application switches off at its quit what it saw come on. What comes on after its end nobody would.
+asker_is_there() {
+    [ -z "$asker" ] || { [ -n "$asker_start" ] && [ "$(process_start "$asker")" = "$asker_start" ]; }
+}
+
+asker=${ZELVO_ASKING_PROCESS-}
+asker_start=${asker:+$(process_start "$asker")}
 choose_asking_user
 open_run_folder
-trap settle EXIT
-trap 'exit 1' HUP INT TERM
-check_session
-find_program || give_up not-installed "The program screensharingd is not where it belongs."
-if find_server; then
-    # It would have ended with the Zelvo that it belongs to, and that one needs no new server.
-    [ "$server_user" = "$user_id" ] ||
-        give_up other-session "Screen Sharing is on for another user of this computer."
-    stop_server || die "The Screen Sharing server (process $server_pid) hangs and cannot be ended."
+settle_at_exit
+find_session
+if ! already_on; then
+    write_setting off || die "Cannot write the Screen Sharing setting below $root."
+    find_program x11vnc || find_program x0vncserver ||
+        give_up not-installed "Neither x11vnc nor x0vncserver is installed."
+    bring_server_up
+    # Some desktops start Xwayland only when the first program asks for it.
+    ! display_is_wayland || refuse_wayland
 fi
-write_setting off || die "Cannot write the Screen Sharing setting below $root."
-start_server
-wait_until_server_listens
 write_setting on || die "Cannot write the Screen Sharing setting below $root."
-echo "zelvo: the screen is shared on port $port, with a question to whoever sits here."
+asker_is_there || die "The application that asked has ended meanwhile."
+echo "zelvo: $server_kind shares display $server_display on port $port and asks before it lets anybody in."

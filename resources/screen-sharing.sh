@@ -3,14 +3,15 @@
 # Everything they keep lies below the system root, a folder of whoever runs them, so that nobody else can
 # name a process to be stopped:
 #   Library/Preferences/com.apple.RemoteManagement.plist  the setting that the application reads
-#   run/server  the server that was started, one value per line
-#   run/reason  one word: why the enable tool could not switch on; only after it failed
-#   run/answer  what the server said of its start
+#   run/screensharingd  link to the server: the kernel names a process after the path it was started by
+#   run/server          the server that was started, one value per line
+#   run/reason          one word: why the enable tool could not switch on; only after it failed
 #   run/log, run/lock
 # shellcheck shell=sh disable=SC2034  # sets variables for the tools
 
 root=${ZELVO_ROOT:-/var/lib/zelvo}
 run=$root/run
+link=$run/screensharingd
 
 die() {
     printf 'zelvo: %s\n' "$1" >&2
@@ -46,18 +47,19 @@ choose_asking_user() {
     fi
 }
 
-# Becomes the command, as the chosen user in the session that asks. The environment is made anew.
+# Becomes the command, as the chosen user on display $1 with the authority file $2. The words of $limit,
+# where there are any, are a program around it that keeps the rights of before. The environment is made
+# anew: the server ends where it finds WAYLAND_DISPLAY, and obeys many variables of its own.
 exec_as_user() {
-    for name in DISPLAY XAUTHORITY WAYLAND_DISPLAY XDG_RUNTIME_DIR XDG_SESSION_TYPE \
-        XDG_CURRENT_DESKTOP DBUS_SESSION_BUS_ADDRESS; do
-        eval "value=\${$name-}"
-        [ -z "$value" ] || set -- "$name=$value" "$@"
-    done
-    set -- env -i PATH="$PATH" HOME="$user_home" USER="$user_name" LOGNAME="$user_name" "$@"
+    display=$1 authority=$2
+    shift 2
+    set -- env -i PATH="$PATH" HOME="$user_home" USER="$user_name" LOGNAME="$user_name" \
+        DISPLAY="$display" ${authority:+"XAUTHORITY=$authority"} "$@"
     if [ "$(id -u)" != "$user_id" ]; then
         set -- setpriv --reuid "$user_id" --regid "$user_group" --init-groups "$@"
     fi
-    exec "$@"
+    # shellcheck disable=SC2086  # several words
+    exec ${limit-} "$@"
 }
 
 # Stops unless the server, if there is one, is the asking user's. Root itself may end anybody's.
@@ -83,6 +85,13 @@ vnc_port() {
     echo "${entry##* }"
 }
 
+# The inodes of the port's TCP sockets in state $1 (0A listening, 01 established) whose local address
+# matches the expression $2.
+sockets() {
+    awk -v state="$1" -v local="^$2:$(printf %04X "$port")\$" \
+        '$4 == state && $2 ~ local { print $10 }' /proc/net/tcp /proc/net/tcp6 2>/dev/null
+}
+
 # When the process started, in ticks since boot; nothing when it has ended, reaped or not.
 process_start() {
     { read -r stat <"/proc/$1/stat"; } 2>/dev/null || return 0
@@ -100,17 +109,30 @@ process_program() {
 }
 
 save_server() {
-    printf '%s\n' "$server_pid" "$server_start" "$server_program" "$user_id" >"$run/server"
+    printf '%s\n' "$server_pid" "$server_start" "$server_program" "$server_kind" "$server_user" \
+        "$server_display" "$server_authority" >"$run/server"
 }
 
 # Reads what save_server wrote. False when that server has ended, even if its process id lives on.
 find_server() {
-    server_pid=''
+    server_pid='' server_authority=''
     {
-        read -r server_pid && read -r server_start && read -r server_program && read -r server_user
+        read -r server_pid && read -r server_start && read -r server_program &&
+            read -r server_kind && read -r server_user && read -r server_display &&
+            read -r server_authority
     } 2>/dev/null <"$run/server" || return 1
     [ -n "$server_start" ] && [ "$(process_start "$server_pid")" = "$server_start" ] &&
         [ "$(process_program "$server_pid")" = "$server_program" ]
+}
+
+# True when the server itself holds the listening socket of the IPv4 wildcard address.
+server_listens() {
+    inode=$(sockets 0A 00000000)
+    [ -n "$inode" ] || return 1
+    for descriptor in "/proc/$server_pid/fd/"*; do
+        [ "$(readlink "$descriptor")" = "socket:[$inode]" ] && return 0
+    done
+    return 1
 }
 
 # server_ends SIGNAL TENTHS: sends the signal and waits. True when the server has ended.
@@ -138,7 +160,7 @@ replace_file() {
     return 1
 }
 
-# The application believes "on" only while the server tells it that it listens.
+# "on" names the server: the application believes the setting only while that one listens.
 write_setting() { # write_setting on|off
     folder=$root/Library/Preferences
     (umask 022 && mkdir -p "$folder") || return 1
@@ -148,6 +170,8 @@ write_setting() { # write_setting on|off
             '<plist version="1.0">' '<dict>' '	<key>ScreenSharingReqPermEnabled</key>'
         if [ "$1" = on ]; then
             echo '	<true/>'
+            printf '\t<key>%s</key>\n\t<integer>%s</integer>\n' ScreenSharingServerPid "$server_pid" \
+                ScreenSharingServerStart "$server_start"
         else
             echo '	<false/>'
         fi
