@@ -15,6 +15,8 @@ endfunction()
 
 zelvo_pkg(CURL libcurl)
 zelvo_pkg(SQLITE sqlite3)
+zelvo_pkg(VNCSERVER libvncserver)
+zelvo_pkg(X11SCREEN "xcb;xcb-damage;xcb-randr;xcb-shm;xcb-xfixes;xcb-xinput;xcb-xkb;xcb-xtest;xkbcommon-x11")
 zelvo_pkg(OPENSSL openssl)
 zelvo_pkg(MINIUPNPC miniupnpc)
 zelvo_pkg(QRENCODE libqrencode)

@@ -3,7 +3,7 @@
 #include <functional>
 #include <vector>
 
-#include "router/EventLoop.h"
+#include "router/Sockets.h"
 
 namespace zelvo::router {
 

@@ -5,9 +5,13 @@
 #include <string>
 #include <tuple>
 
+#include "platform/linux/base/EventLoop.h"
 #include "platform/linux/base/FileDescriptor.h"
 
 namespace zelvo::router {
+
+using platform::EventLoop;
+using Clock = EventLoop::Clock;
 
 /// IPv4, host byte order.
 struct Endpoint {

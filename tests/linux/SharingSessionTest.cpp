@@ -163,8 +163,14 @@ TEST(ServiceExplanation, NamesWhatWasInTheWay) {
     ServiceExplanation::Clock clock;
     ServiceExplanation service(fake.bundle, [&] { return clock; });
     Observable<std::string> none;
-    Observable<std::string> router{"the router"};
-    LinuxExplanations explanations({none, router, service.creation(), service.withdrawal()});
+    RouterExplanation router(fake.bundle, fake.log);
+    LinuxExplanations explanations(
+        {none, router, service.creation(), none, service.withdrawal()});
+    NatPortMappingReply refused;
+    refused.errorCode = NatErrorTransient;
+    router.mappingReplied(refused);
+    const auto routers = router.text().value();
+    ASSERT_NE(routers, "");
     using Trouble = ExchangeTrouble;
     const struct {
         Trouble trouble;
@@ -193,9 +199,9 @@ TEST(ServiceExplanation, NamesWhatWasInTheWay) {
             << explanations.router().value();
     }
     service.creationBegan();
-    EXPECT_EQ(explanations.router().value(), "the router");
+    EXPECT_EQ(explanations.router().value(), routers);
     service.creationEnded(true, Trouble::None);
-    router.set("");
+    router.mappingReplied(std::nullopt);
     EXPECT_EQ(explanations.router().value(), "");
     EXPECT_LE(ServiceExplanation::readSystemClock().past,
               ServiceExplanation::readSystemClock().now);

@@ -26,6 +26,8 @@ class FileDescriptor {
         descriptor_ = descriptor;
     }
 
+    /// The descriptor, which is the caller's to close from now on.
+    int release() { return std::exchange(descriptor_, -1); }
     int get() const { return descriptor_; }
     explicit operator bool() const { return descriptor_ >= 0; }
 

@@ -8,13 +8,12 @@
 
 #include "platform/linux/base/FileDescriptor.h"
 
-namespace zelvo::router {
-
-using Clock = std::chrono::steady_clock;
+namespace zelvo::platform {
 
 /// epoll(7), level-triggered.
 class EventLoop {
   public:
+    using Clock = std::chrono::steady_clock;
     using Ready = std::function<void(std::uint32_t events)>;
 
     /// One descriptor's place in the loop. It may be destroyed inside any call of a Ready.
@@ -41,9 +40,9 @@ class EventLoop {
     void turn(Clock::time_point until);
 
   private:
-    platform::FileDescriptor epoll_;
+    FileDescriptor epoll_;
     std::map<std::uint64_t, std::shared_ptr<const Ready>> ready_;
     std::uint64_t nextId_ = 0;
 };
 
-}  // namespace zelvo::router
+}  // namespace zelvo::platform

@@ -1,11 +1,11 @@
-#include "router/EventLoop.h"
+#include "platform/linux/base/EventLoop.h"
 
 #include <sys/epoll.h>
 
 #include <algorithm>
 #include <array>
 
-namespace zelvo::router {
+namespace zelvo::platform {
 
 using namespace std::chrono_literals;
 
@@ -52,4 +52,4 @@ void EventLoop::turn(Clock::time_point until) {
     }
 }
 
-}  // namespace zelvo::router
+}  // namespace zelvo::platform

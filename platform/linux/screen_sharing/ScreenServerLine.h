@@ -1,0 +1,86 @@
+#pragma once
+
+#include <QObject>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "platform/Viewers.h"
+#include "platform/linux/base/FileDescriptor.h"
+#include "platform/linux/screen_sharing/messages/GateMessage.h"
+
+class QSocketNotifier;
+
+namespace zelvo::platform {
+
+class Log;
+
+/// Where the screen server finds us, and what it tells. It ends with this connection, which no
+/// child of ours inherits: when we end, in whatever way, so does it.
+class ScreenServerLine : public Viewers {
+  public:
+    /// The name of the socket below its folder.
+    static constexpr const char* socketName = "screen-sharing";
+
+    /// Listens below the folder, which is made for nobody but us. Where that fails a line in the
+    /// log says so, and no screen server will find us.
+    ScreenServerLine(Log& log, const std::string& folder);
+    ScreenServerLine(const ScreenServerLine&) = delete;
+    ScreenServerLine& operator=(const ScreenServerLine&) = delete;
+    /// Ends the screen server.
+    ~ScreenServerLine() override;
+
+    const Observable<std::vector<Viewer>>& inside() const override { return inside_; }
+    const Observable<std::optional<ViewerQuestion>>& question() const override { return question_; }
+    const Observable<bool>& refusesEverybody() const override { return refusesEverybody_; }
+
+    void answer(std::uint32_t viewer, ViewerAnswer answer) override;
+    void setRights(std::uint32_t viewer, ViewerRights rights) override;
+    void disconnect(std::uint32_t viewer) override;
+    void disconnectEverybody() override;
+    void setRefusesEverybody(bool refuses) override;
+    void setQuestionShown(bool isShown) override;
+
+    /// Whether a server is connected and listens.
+    bool serverListens() const { return port_ != 0; }
+    /// Whether the connection to the server's port from this IPv4 address, in network order, and
+    /// port is that of somebody who is inside.
+    bool isInside(const gate::Peer& peer) const;
+    /// Ends the server, and everybody's connection with it. The next one is welcome.
+    void hangUp();
+
+    /// The server has ended, by itself or by hangUp.
+    std::function<void()> ended;
+
+  private:
+    bool listen(const std::string& folder);
+    void accept();
+    void receive();
+    void handle(const gate::Message& message);
+    void send(const gate::Message& message);
+    void publishInside();
+
+    Log& log_;
+    std::string path_;
+    FileDescriptor listener_;
+    std::unique_ptr<QSocketNotifier> newServer_;
+    FileDescriptor server_;
+    std::unique_ptr<QSocketNotifier> messages_;
+    bool hasGreeted_ = false;
+    std::uint16_t port_ = 0;
+
+    /// Ordered by number, and so by arrival.
+    std::map<std::uint32_t, std::pair<gate::Peer, Viewer>> viewers_;
+    /// Numbers of this launch begin behind those of servers before.
+    std::uint32_t firstNumber_ = 0;
+    std::uint32_t lastNumber_ = 0;
+    Observable<std::vector<Viewer>> inside_;
+    Observable<std::optional<ViewerQuestion>> question_;
+    Observable<bool> refusesEverybody_{false};
+    bool isQuestionShown_ = false;
+};
+
+}  // namespace zelvo::platform

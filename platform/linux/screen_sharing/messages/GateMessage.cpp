@@ -1,0 +1,150 @@
+#include "platform/linux/screen_sharing/messages/GateMessage.h"
+
+#include <type_traits>
+#include <utility>
+
+namespace zelvo::platform::gate {
+
+namespace {
+
+/// Writes fields in network byte order.
+class Writer {
+  public:
+    template <typename Value>
+    bool operator()(Value value) {
+        if constexpr (std::is_enum_v<Value>) {
+            return (*this)(static_cast<std::underlying_type_t<Value>>(value));
+        } else if constexpr (std::is_same_v<Value, bool>) {
+            return (*this)(static_cast<std::uint8_t>(value ? 1 : 0));
+        } else {
+            for (auto shift = sizeof value; shift-- > 0;)
+                bytes.push_back(static_cast<std::byte>(value >> (8 * shift)));
+            return true;
+        }
+    }
+    bool operator()(const Peer& peer) {
+        for (auto part : peer.address)
+            (*this)(part);
+        return (*this)(peer.port);
+    }
+
+    std::vector<std::byte> bytes;
+};
+
+constexpr bool exists(Rights rights) {
+    return rights == Rights::Watch || rights == Rights::Control;
+}
+constexpr bool exists(Answer answer) {
+    return answer <= Answer::Control;
+}
+constexpr bool exists(Ending ending) {
+    return ending >= Ending::ViewerLeft && ending <= Ending::ScreenEnded;
+}
+
+/// Reads what Writer writes; false at the first field that is missing or has no such value.
+class Reader {
+  public:
+    explicit Reader(std::span<const std::byte> bytes) : bytes_(bytes) {}
+
+    template <typename Value>
+    bool operator()(Value& value) {
+        if constexpr (std::is_enum_v<Value>) {
+            std::underlying_type_t<Value> number = 0;
+            if (!(*this)(number))
+                return false;
+            value = static_cast<Value>(number);
+            return exists(value);
+        } else if constexpr (std::is_same_v<Value, bool>) {
+            std::uint8_t number = 0;
+            if (!(*this)(number) || number > 1)
+                return false;
+            value = number == 1;
+            return true;
+        } else {
+            if (bytes_.size() < sizeof value)
+                return false;
+            std::uint64_t number = 0;
+            for (auto byte : bytes_.first(sizeof value))
+                number = number << 8U | std::to_integer<std::uint8_t>(byte);
+            value = static_cast<Value>(number);
+            bytes_ = bytes_.subspan(sizeof value);
+            return true;
+        }
+    }
+    bool operator()(Peer& peer) {
+        for (auto& part : peer.address) {
+            if (!(*this)(part))
+                return false;
+        }
+        return (*this)(peer.port);
+    }
+
+    bool isAtEnd() const { return bytes_.empty(); }
+
+  private:
+    std::span<const std::byte> bytes_;
+};
+
+/// Hands each field to the reader or writer, for as long as it says yes.
+template <typename Each, typename... Fields>
+bool eachOf(Each& each, Fields&... fields) {
+    return (each(fields) && ...);
+}
+
+template <typename Each, typename M>
+bool fields(Each& each, M& m) {
+    using Type = std::remove_const_t<M>;
+    if constexpr (std::is_same_v<Type, Hello>)
+        return true;
+    else if constexpr (std::is_same_v<Type, Listening>)
+        return eachOf(each, m.port);
+    else if constexpr (std::is_same_v<Type, Question>)
+        return eachOf(each, m.viewer, m.peer, m.isEncrypted, m.secondsLeft, m.waiting);
+    else if constexpr (std::is_same_v<Type, Inside>)
+        return eachOf(each, m.viewer, m.peer, m.isEncrypted, m.rights);
+    else if constexpr (std::is_same_v<Type, QuestionOver> || std::is_same_v<Type, Left>)
+        return eachOf(each, m.viewer, m.ending);
+    else if constexpr (std::is_same_v<Type, Reply>)
+        return eachOf(each, m.viewer, m.answer);
+    else if constexpr (std::is_same_v<Type, SetRights>)
+        return eachOf(each, m.viewer, m.rights);
+    else if constexpr (std::is_same_v<Type, Disconnect>)
+        return eachOf(each, m.viewer);
+    else if constexpr (std::is_same_v<Type, RefuseEverybody>)
+        return eachOf(each, m.isOn);
+    else
+        return eachOf(each, m.isShown);
+}
+
+template <std::size_t Kind = 0>
+std::optional<Message> readKind(std::size_t kind, Reader& reader) {
+    if constexpr (Kind < std::variant_size_v<Message>) {
+        if (kind != Kind)
+            return readKind<Kind + 1>(kind, reader);
+        std::variant_alternative_t<Kind, Message> message;
+        if (fields(reader, message) && reader.isAtEnd())
+            return message;
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+std::vector<std::byte> encode(const Message& message) {
+    Writer writer;
+    writer(messageVersion);
+    writer(static_cast<std::uint8_t>(message.index()));
+    std::visit([&](const auto& m) { fields(writer, m); }, message);
+    return std::move(writer.bytes);
+}
+
+std::optional<Message> decode(std::span<const std::byte> bytes) {
+    Reader reader(bytes);
+    std::uint8_t version = 0;
+    std::uint8_t kind = 0;
+    if (!reader(version) || version != messageVersion || !reader(kind))
+        return std::nullopt;
+    return readKind(kind, reader);
+}
+
+}  // namespace zelvo::platform::gate

@@ -1,0 +1,100 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+#include "platform/linux/base/EventLoop.h"
+#include "platform/linux/base/FileDescriptor.h"
+#include "platform/linux/screen_sharing/messages/GateMessage.h"
+#include "server/gate/AnonymousTls.h"
+#include "server/gate/Caller.h"
+#include "server/gate/Doorkeeper.h"
+#include "server/gate/Guest.h"
+
+namespace zelvo::server {
+
+/// Takes the viewers' connections, has somebody asked about each, and hands those who are let in
+/// on. Until then nothing of what a viewer says gets further than the handshake. One thread.
+class Gate {
+  public:
+    struct Handlers {
+        /// What Zelvo is told.
+        std::function<void(const platform::gate::Message&)> tell;
+        /// A viewer is in: an RFB server without security of its own is to serve this socket.
+        std::function<void(ViewerId, platform::FileDescriptor, platform::gate::Rights)> admit;
+        std::function<void(ViewerId, platform::gate::Rights)> setRights;
+        /// What viewers hold down is to be let go: their input does not pass any more.
+        std::function<void()> releaseInput;
+    };
+
+    /// A socket that listens on the IPv4 wildcard address, with what every viewer's socket shall
+    /// have: a viewer whose network died is noticed within 30 s, and segments fit a path of 1,280
+    /// bytes whose routers say nothing. Empty, with errno, on failure.
+    static platform::FileDescriptor listen(std::uint16_t port);
+
+    Gate(platform::EventLoop& loop, platform::FileDescriptor listener, Handlers handlers,
+         const Doorkeeper::Limits& limits = {});
+    Gate(const Gate&) = delete;
+    Gate& operator=(const Gate&) = delete;
+
+    /// What Zelvo says; other messages do nothing.
+    void handle(const platform::gate::Message& message);
+
+    /// When `tick` has to be called next.
+    Time nextDeadline() const;
+    void tick(Time now);
+
+  private:
+    struct GuestEntry {
+        platform::gate::Peer peer;
+        platform::gate::Rights rights;
+        bool isEncrypted;
+        std::unique_ptr<Guest> guest;
+    };
+    /// Told why it must leave; given a moment to read that.
+    struct Leaving {
+        ViewerStream stream;
+        Time until;
+    };
+
+    void accept();
+    void callerIsReady(ViewerId viewer);
+    void callerIsGone(ViewerId viewer);
+    void guestEnded(ViewerId viewer, platform::gate::Ending ending);
+    void sendAway(ViewerId viewer, Refusal refusal);
+    void sendAway(const std::vector<std::pair<ViewerId, Refusal>>& leaving);
+    void answer(const platform::gate::Reply& reply);
+    void setRights(const platform::gate::SetRights& request);
+    void disconnect(ViewerId viewer);
+    void showQuestion(bool isShown);
+    /// Tells of the question as it is, where it is another than the one told of.
+    void tellQuestion(platform::gate::Ending endingOfLast);
+    void letGo(std::unique_ptr<Caller> caller);
+
+    platform::EventLoop& loop_;
+    const platform::FileDescriptor listener_;
+    const Handlers handlers_;
+    const AnonymousTls tls_;
+    Doorkeeper doorkeeper_;
+    ViewerId lastViewer_ = 0;
+    std::map<ViewerId, std::unique_ptr<Caller>> callers_;
+    std::map<ViewerId, GuestEntry> guests_;
+    /// May not be destroyed while they are being called; they are at the end of the turn.
+    std::list<std::unique_ptr<Caller>> goneCallers_;
+    std::list<std::unique_ptr<Guest>> goneGuests_;
+    std::list<Leaving> leaving_;
+    std::optional<platform::gate::Question> told_;
+    bool isQuestionShown_ = false;
+    /// Connections that may be taken before the next moment.
+    int accepts_;
+    Time acceptsAgain_;
+    platform::EventLoop::Watch watch_;
+};
+
+}  // namespace zelvo::server
