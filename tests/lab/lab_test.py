@@ -114,6 +114,8 @@ def cable(lab):
     whole_lab(lab)
     zelvo = lab.start_zelvo(lab.start_front())
     link, port = lab.link_of(zelvo)
+    # The last that the enable tool says.
+    zelvo.wait_for_any("asks before it lets anybody in")
     shown = list(zelvo.lines)
     lab.run("router", "ip", "link", "set", "port1", "down")
     # Nothing is to happen meanwhile, so there is nothing to wait for.
@@ -216,7 +218,7 @@ def service(lab):
     front = lab.start_front()
     port = front.url.rsplit(":", 1)[1]
     lab.run("router", "nft", "add table inet cut { chain forward { type filter hook forward "
-            f"priority -10; tcp dport {port} drop; }}; }}")
+            f"priority -10; tcp dport {port} reject with tcp reset; }}; }}")
     zelvo = lab.start_zelvo(front)
 
     def fails(reason):
@@ -228,7 +230,7 @@ def service(lab):
         front.say(way + "\n")
         lab.press_in_sheet("Return")
 
-    fails("Failed to connect to .* Timeout was reached")
+    fails("Failed to connect to .* Couldn.t connect to server")
     lab.run("router", "nft", "delete table inet cut")
     for way, reason in (("noise", "wrong version number"), ("garbage", "^"),
                         ("reset", "reset by peer"), ("stranger", "SSL certificate problem")):

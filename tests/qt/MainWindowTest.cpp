@@ -75,9 +75,11 @@ TEST_F(MainWindowTest, ShowsTheModelAndWhatTheSystemKnows) {
 
 TEST_F(MainWindowTest, AnOddLinkIsShownEscapedAndCopiedAsItIs) {
     const std::string odd = "\x1B\n\"" + std::string(600'000, 'x');
-    const auto size = window.size();
     answerWith(odd);
-    launchToLink();
+    launch();
+    const auto size = window.size();
+    fake.screenSharing(true);
+    fake.loop.settle();
     EXPECT_EQ(property("linkText", "text"), "zelvo://%1B%0A\"" + std::string(1009, 'x') + "…");
     EXPECT_EQ(window.size(), size);
     controller.copyLink();
