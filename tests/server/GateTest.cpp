@@ -15,7 +15,7 @@ using namespace std::string_literals;
 using namespace platform::gate;
 using platform::FileDescriptor;
 
-const auto Greeting = "RFB 003.008\n"s;
+const auto Version38 = "RFB 003.008\n"s;
 
 /// The gate on a port of loopback, strangers on 127/8, and Zelvo's part.
 class GateTest : public testing::Test {
@@ -69,7 +69,7 @@ class GateTest : public testing::Test {
     /// A viewer of version 3.8 who has said all of the handshake.
     FileDescriptor asking(int host = 0) {
         auto socket = connect(host);
-        say(socket, Greeting + "\x01");
+        say(socket, Version38 + "\x01");
         turn();
         hear(socket);
         return socket;
@@ -107,11 +107,11 @@ TEST_F(GateTest, LetsInExactlyWhoWasMeant) {
 
     gate->handle(Reply{question.viewer, Answer::Control});
     ASSERT_TRUE(server);
-    say(server, Greeting + "\x01\x01\x00\x00\x00\x00init"s);
+    say(server, Version38 + "\x01\x01\x00\x00\x00\x00init"s);
     say(first, "\x01"s + "\x04\x01\x00\x00\x00\x00\x00\x61"s);
     turn();
     EXPECT_EQ(hear(first), "\x00\x00\x00\x00init"s);
-    EXPECT_EQ(hear(server), Greeting + "\x01\x01\x04\x01\x00\x00\x00\x00\x00\x61"s);
+    EXPECT_EQ(hear(server), Version38 + "\x01\x01\x04\x01\x00\x00\x00\x00\x00\x61"s);
 
     // While the next question can be answered nobody inside may.
     gate->handle(QuestionShown{true});

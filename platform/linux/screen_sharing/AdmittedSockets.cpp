@@ -11,13 +11,12 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/ServicesDatabase.h"
+#include "platform/linux/screen_sharing/VncPort.h"
 
 namespace zelvo::platform {
 
 namespace {
 
-constexpr std::uint16_t standardVncPort = 5900;
 constexpr std::string_view established = "ESTABLISHED";
 
 using Columns = std::array<std::string_view, 6>;
@@ -72,8 +71,7 @@ SocketListing AdmittedSockets::tcpSockets(SocketFamily family, SocketState state
     if (!listing.text || !viewers_.areKnown())
         return listing;
     auto& text = *listing.text;
-    const auto port =
-        "." + std::to_string(services_.tcpPort("vnc-server").value_or(standardVncPort)) + " ";
+    const auto port = "." + std::to_string(vncPort(services_)) + " ";
     // The ends of the connections that are not through the door, as the table writes them.
     std::set<std::pair<std::string, std::string>> pending;
     forEachMention(text, port, [&](const Columns& columns) {

@@ -6,15 +6,14 @@
 #include <limits>
 #include <utility>
 
-#include "platform/ServicesDatabase.h"
 #include "platform/linux/screen_sharing/ServerProcess.h"
+#include "platform/linux/screen_sharing/VncPort.h"
 
 namespace zelvo::platform {
 
 namespace {
 
 constexpr const char* requestSettingKey = "ScreenSharingReqPermEnabled";
-constexpr std::uint16_t standardVncPort = 5900;
 
 std::optional<std::int64_t> integerAt(const PropertyList::Dictionary& settings, const char* key) {
     auto found = settings.find(key);
@@ -58,7 +57,7 @@ bool ScreenSharingSettings::serverListens(const PropertyList::Dictionary& settin
     if (!pid || *pid <= 0 || *pid > std::numeric_limits<pid_t>::max())
         return false;
     ServerProcess server(static_cast<pid_t>(*pid), integerAt(settings, "ScreenSharingServerStart"));
-    if (!server.listensOn(services_.tcpPort("vnc-server").value_or(standardVncPort)))
+    if (!server.listensOn(vncPort(services_)))
         return false;
     options_.listens(static_cast<pid_t>(*pid));
     return true;

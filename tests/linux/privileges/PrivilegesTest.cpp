@@ -20,7 +20,7 @@ using namespace std::string_literals;
 
 namespace {
 
-const std::string tool = PolkitMachine::tool;
+const std::string ourTool = PolkitMachine::tool;
 const SystemAuthorization::Options installedHelper{.helper = PolkitMachine::helper};
 
 class PrivilegesTest : public testing::Test {
@@ -45,7 +45,7 @@ std::string PrivilegesTest::reasonAgainst;
 
 /// The statuses of the right and, if it was granted, of the start, and what was logged.
 std::string runTool(SystemAuthorization::Options options = installedHelper,
-                    const std::string& path = "/elsewhere/" + tool) {
+                    const std::string& path = "/elsewhere/" + ourTool) {
     RecordingLog log;
     SystemAuthorization authorization(log, std::move(options));
     std::unique_ptr<AuthorizationReference> reference;
@@ -120,7 +120,7 @@ TEST_F(PrivilegesTest, AsksOnceAndStartsTheToolInACheckedEnvironment) {
     EXPECT_EQ(agent->questions, question + question + question);
 
     std::vector<std::string> expected{
-        "tool="s + PolkitMachine::tools + "/" + tool +
+        "tool="s + PolkitMachine::tools + "/" + ourTool +
             " 0 uid=0:0 groups=0 umask=0022 folder=/ input=/dev/null",
         "DISPLAY=:7.0", "XAUTHORITY=" + authority, "XDG_RUNTIME_DIR=/mnt/asked",
         "XDG_CURRENT_DESKTOP=ubuntu:GNOME", "ZELVO_USER=nobody",
@@ -162,13 +162,13 @@ TEST_F(PrivilegesTest, TellsFailuresApart) {
 
 TEST_F(PrivilegesTest, TheHelperStartsNothingElse) {
     const auto nul = std::string(1, '\0');
-    const auto request = tool + nul;
+    const auto request = ourTool + nul;
     EXPECT_EQ(runHelper(""), "ready\n0\n") << "the right is given back";
     EXPECT_EQ(runHelper("/bin/sh"s + nul),
               "ready\nzelvo: \"/bin/sh\" is none of the Screen Sharing tools.\n1\n");
     EXPECT_EQ(runHelper(std::string(std::size_t{1} << 20, '/')),
               "ready\nzelvo: The request is too long.\n1\n");
-    EXPECT_EQ(runHelper(request, "PKEXEC_UID=65534", tool),
+    EXPECT_EQ(runHelper(request, "PKEXEC_UID=65534", ourTool),
               "zelvo: This program takes no arguments.\n1\n");
     // It looks with the user's eyes: their own file, in a folder that is not for them.
     shell("install -d -m 700 /mnt/hidden && install -m 600 -o nobody /dev/null /mnt/hidden/file");
