@@ -81,6 +81,11 @@ bool FileUserDefaults::store(std::string_view key, std::string_view value) {
     auto dictionary = read();
     if (!dictionary)
         return false;
+    auto found = dictionary->find(std::string(key));
+    const auto* kept = found == dictionary->end() ? nullptr : found->second.string();
+    // What stands there already is kept also where nothing can be written.
+    if (kept && *kept == value)
+        return true;
     dictionary->insert_or_assign(std::string(key), std::string(value));
     return write(*dictionary);
 }
