@@ -78,7 +78,7 @@ std::optional<SingleInstance> onlyInstance() {
     auto environment = Environment::ofProcess();
     const auto& stateHome = environment.stateHome;
     SingleInstance instance(stateHome.empty() ? stateHome : stateHome + "/zelvo",
-                            environment.runtimeFolder);
+                            environment.runtimeFolder, environment.configHome);
     switch (instance.outcome()) {
         case SingleInstance::Outcome::First:
             return instance;

@@ -23,7 +23,8 @@ FileDescriptor openLock(const std::string& path) {
 
 }  // namespace
 
-SingleInstance::SingleInstance(const std::string& stateFolder, const std::string& runtimeFolder) {
+SingleInstance::SingleInstance(const std::string& stateFolder, const std::string& runtimeFolder,
+                               const std::string& configFolder) {
     std::vector<std::string> paths;
     if (!stateFolder.empty()) {
         std::error_code failed;
@@ -31,7 +32,7 @@ SingleInstance::SingleInstance(const std::string& stateFolder, const std::string
         paths.push_back(stateFolder + "/running");
     }
     if (!runtimeFolder.empty()) {
-        auto whose = std::to_string(std::hash<std::string>()(stateFolder));
+        auto whose = std::to_string(std::hash<std::string>()(configFolder));
         paths.push_back(runtimeFolder + "/zelvo-running-" + whose);
     }
     for (const auto& path : paths) {

@@ -18,10 +18,11 @@ class SingleInstance {
         Unsure,  ///< no lock can be had, so that nobody knows
     };
 
-    /// `stateFolder` is made where it is missing. `runtimeFolder` is the user's for this login; it
-    /// holds a lock of its own for each state folder, which may be one that cannot be written.
-    /// Either is empty for a user without one.
-    SingleInstance(const std::string& stateFolder, const std::string& runtimeFolder);
+    /// `stateFolder`, where the journal lies, is made where it is missing. `runtimeFolder` is the
+    /// user's for this login; it holds a lock of its own for each `configFolder`, where the kept
+    /// link lies, which may be one that cannot be written. Each is empty for a user without one.
+    SingleInstance(const std::string& stateFolder, const std::string& runtimeFolder,
+                   const std::string& configFolder);
 
     Outcome outcome() const { return outcome_; }
 
