@@ -13,8 +13,8 @@ namespace {
 
 // From the begin of one turn to that of the next where nothing else asks for one. What a turn finds
 // is known no later than this, plus the millisecond that timers are rounded by.
-constexpr Clock::duration CalmPace = 90ms;
-constexpr Clock::duration HastyPace = 18ms;
+constexpr Clock::duration CalmPace = 70ms;
+constexpr Clock::duration HastyPace = 12ms;
 constexpr Clock::duration HasteAfterwards = 5s;
 
 /// What takes this long can be seen as a stutter.
