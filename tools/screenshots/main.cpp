@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "platform/qt/dialogs/Dialogs.h"
+#include "platform/qt/widgets/NoticeLine.h"
 #include "tests/qt/WindowWorld.h"
 
 // Makes a picture of every status, sheet and menu: zelvo_screenshots FOLDER light|dark [LANGUAGE]
@@ -84,6 +85,8 @@ void takeStatuses(platform::Bundle& bundle, const Photographer& camera) {
         camera.take(*platform::findDialog("helpDialog"), "help");
         platform::closeDialogs(world.window);
     }
+    // It would stand in the pictures that follow.
+    world.window.findChild<platform::NoticeLine*>("noticeLine")->clear();
 
     world.controller.shareLink(&world.window.shareButton());
     if (auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget())) {
