@@ -6,8 +6,8 @@
 
 namespace zelvo::platform {
 
-/// The port of Screen Sharing: the service "vnc-server", or 5900 (RFC 6143, section 1) where the
-/// services database lacks it.
+/// The port of Screen Sharing: the service "vnc-server", or 5900, which is assigned to RFB, where
+/// the services database lacks it.
 inline std::uint16_t vncPort(const ServicesDatabase& services) {
     return services.tcpPort("vnc-server").value_or(5900);
 }
