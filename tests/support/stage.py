@@ -120,6 +120,7 @@ class Stage:
         self.folder = tempfile.mkdtemp(prefix="zelvo-road-")
         self.log = open(os.path.join(self.folder, "log.txt"), "w", encoding="utf-8")
         self.programs = []
+        os.mkdir(self.path("runtime"), 0o700)
         self.display = None
         self._beside_display = ()
 
@@ -197,6 +198,7 @@ class Stage:
             "XDG_CONFIG_HOME": self.path("config"),
             "XDG_DATA_HOME": self.path("data"),
             "XDG_STATE_HOME": self.path("state"),
+            "XDG_RUNTIME_DIR": self.path("runtime"),
         })
         env.pop("ZELVO_ROUTER", None)
         if router_place:
