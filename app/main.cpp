@@ -17,6 +17,7 @@
 #include "platform/qt/core/CommandLine.h"
 #include "platform/qt/core/Display.h"
 #include "platform/qt/core/QtMainLoop.h"
+#include "platform/qt/core/SessionBus.h"
 #include "platform/qt/window/MainWindow.h"
 #include "platform/terminal/Terminal.h"
 #include "platform/terminal/TerminalView.h"
@@ -159,5 +160,8 @@ int main(int argc, char* argv[]) {
         return *status;
     if (!environmentAllows())
         return 2;
+    for (const auto& variable : passOverMuteBuses())
+        std::fprintf(stderr, "zelvo: The message bus of %s does not answer; going on without it.\n",
+                     qPrintable(variable));
     return displayIsThere() ? runInWindow(argc, argv) : runInTerminal(argc, argv);
 }
