@@ -17,6 +17,7 @@
 #include "platform/qt/core/CommandLine.h"
 #include "platform/qt/core/Display.h"
 #include "platform/qt/core/QtMainLoop.h"
+#include "platform/qt/core/SessionBus.h"
 #include "platform/qt/window/MainWindow.h"
 #include "platform/terminal/QuestionLines.h"
 #include "platform/terminal/Terminal.h"
@@ -165,6 +166,9 @@ int main(int argc, char* argv[]) {
         return *commandLine.exitStatus;
     if (!environmentAllows())
         return 2;
+    for (const auto& variable : passOverMuteBuses())
+        std::fprintf(stderr, "zelvo: The message bus of %s does not answer; going on without it.\n",
+                     qPrintable(variable));
     return displayIsThere() ? runInWindow(argc, argv, commandLine.asksInTerminal)
                             : runInTerminal(argc, argv);
 }

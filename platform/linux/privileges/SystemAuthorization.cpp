@@ -34,7 +34,7 @@ std::optional<std::string> askingUser() {
 
 /// Ours, and whom and what the tool works for.
 std::vector<std::string> toolEnvironment() {
-    std::vector<std::string> added{"ZELVO_ASKING_PROCESS=" + std::to_string(::getpid())};
+    std::vector<std::string> added;
     if (auto user = ::geteuid() == 0 ? askingUser() : std::nullopt)
         added.push_back("ZELVO_USER=" + *user);
     auto isReplaced = [&](std::string_view entry) {

@@ -101,8 +101,7 @@ TEST_F(PrivilegesTest, AsksOnceAndStartsTheToolInACheckedEnvironment) {
                  {"SHELL", "/mnt/evil"},
                  {"LC_ALL", "../../mnt/evil"},
                  {"ZELVO_ROOT", "/mnt/evil"},
-                 {"ZELVO_USER", "root"},
-                 {"ZELVO_ASKING_PROCESS", "1"}})
+                 {"ZELVO_USER", "root"}})
             ::setenv(name, value.c_str(), 1);
         ::umask(0);
         return runTool() + runTool() + runTool(installed, enableTool, "evil");
@@ -126,7 +125,6 @@ TEST_F(PrivilegesTest, AsksOnceAndStartsTheToolInACheckedEnvironment) {
             " 0 uid=0:0 groups=0 umask=0022 folder=/ input=/dev/null",
         "DISPLAY=:7.0", "XAUTHORITY=" + authority, "XDG_RUNTIME_DIR=/mnt/asked",
         "XDG_CURRENT_DESKTOP=ubuntu:GNOME", "ZELVO_USER=nobody",
-        "ZELVO_ASKING_PROCESS=" + std::to_string(process),
         "PKEXEC_UID=" + std::to_string(PolkitMachine::asked),
         "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
         // The shell's own.

@@ -131,9 +131,7 @@ int serve(const AskingUser& user, std::string_view bytes) {
 
     std::vector<std::string> environment{
         "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
-        "PKEXEC_UID=" + std::to_string(user.id), "ZELVO_USER=" + user.name,
-        // pkexec has become this process.
-        "ZELVO_ASKING_PROCESS=" + std::to_string(::getppid())};
+        "PKEXEC_UID=" + std::to_string(user.id), "ZELVO_USER=" + user.name};
     environment.insert(environment.end(), variables.assignments().begin(),
                        variables.assignments().end());
     auto journal = openJournal();
