@@ -32,22 +32,16 @@ std::optional<std::string> askingUser() {
     return std::nullopt;
 }
 
-/// Ours, and whom and what the tool works for.
+/// Ours, and whom the tool works for.
 std::vector<std::string> toolEnvironment() {
-    std::vector<std::string> added;
-    if (auto user = ::geteuid() == 0 ? askingUser() : std::nullopt)
-        added.push_back("ZELVO_USER=" + *user);
-    auto isReplaced = [&](std::string_view entry) {
-        return std::any_of(added.begin(), added.end(), [&](const std::string& assignment) {
-            return entry.starts_with(assignment.substr(0, assignment.find('=') + 1));
-        });
-    };
     std::vector<std::string> result;
+    const auto user = ::geteuid() == 0 ? askingUser() : std::nullopt;
     for (char** entry = ::environ; entry && *entry; ++entry) {
-        if (!isReplaced(*entry))
+        if (!user || !std::string_view(*entry).starts_with("ZELVO_USER="))
             result.emplace_back(*entry);
     }
-    result.insert(result.end(), added.begin(), added.end());
+    if (user)
+        result.push_back("ZELVO_USER=" + *user);
     return result;
 }
 

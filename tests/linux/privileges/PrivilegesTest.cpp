@@ -107,9 +107,7 @@ TEST_F(PrivilegesTest, AsksOnceAndStartsTheToolInACheckedEnvironment) {
         return runTool() + runTool() + runTool(installed, enableTool, "evil");
     };
     std::optional<PolkitAgent> agent;
-    pid_t process = 0;
     auto status = asUser(PolkitMachine::asked, work, [&](pid_t asking) {
-        process = asking;
         agent.emplace(asking, PolkitMachine::asked, true, "de_DE.UTF-8");
     });
     EXPECT_EQ(status, "0 0\n0 0\n0 " + std::to_string(AuthorizationToolExecuteFailure) +
