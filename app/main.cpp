@@ -104,14 +104,14 @@ int runInWindow(int& argc, char** argv) {
         return 1;
     QtMainLoop loop([](const std::string& event) { debug("loop", event); });
     LinuxPlatform system(loop);
-    QtDesktop desktop(loop, system.bundle(), system.explanations(),
+    QtDesktop desktop(loop, system.bundle(), system.explanations(), system.viewers(),
                       [&] { return system.log().recentLines(); });
     AppDelegate controller(assemble(loop, system, desktop));
     RowPrinter rows(controller);
 
     auto* content = new KVView;
     MainWindow window(content, {controller, controller, system.explanations(), desktop.application,
-                                system.bundle(), loop});
+                                system.bundle(), loop, system.viewers()});
     controller.setWindow(&window);
     controller.setShareButton(&window.shareButton());
     controller.setContainerView(content);
