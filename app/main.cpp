@@ -17,7 +17,9 @@
 #include "platform/qt/core/CommandLine.h"
 #include "platform/qt/core/Display.h"
 #include "platform/qt/core/QtMainLoop.h"
+#include "platform/qt/core/SessionBus.h"
 #include "platform/qt/window/MainWindow.h"
+#include "platform/terminal/QuestionLines.h"
 #include "platform/terminal/Terminal.h"
 #include "platform/terminal/TerminalView.h"
 
@@ -94,7 +96,7 @@ std::optional<SingleInstance> onlyInstance() {
     return std::nullopt;
 }
 
-int runInWindow(int& argc, char** argv) {
+int runInWindow(int& argc, char** argv, bool asksInTerminal) {
     QtDesktop::prepareProcess();
     // Outlives the instance: it ends by handing what was copied to the clipboard manager, which may
     // take its time, while the user may start Zelvo again.
@@ -108,6 +110,9 @@ int runInWindow(int& argc, char** argv) {
                       [&] { return system.log().recentLines(); });
     AppDelegate controller(assemble(loop, system, desktop));
     RowPrinter rows(controller);
+    std::optional<QuestionLines> questions;
+    if (asksInTerminal)
+        questions.emplace(system.viewers(), controller, system.bundle());
 
     auto* content = new KVView;
     MainWindow window(content, {controller, controller, system.explanations(), desktop.application,
@@ -135,7 +140,8 @@ int runInTerminal(int& argc, char** argv) {
     LinuxPlatform system(loop);
     Terminal terminal(loop, system.bundle(), system.explanations());
     AppDelegate controller(assemble(loop, system, terminal));
-    TerminalView view(terminal, controller, controller, system.explanations(), system.bundle());
+    TerminalView view(terminal, controller, controller, system.explanations(), system.bundle(),
+                      system.viewers());
 
     auto watch = watchTheServer(system, loop, controller);
     auto hurry = hurryAtQuit(system, controller);
@@ -155,9 +161,14 @@ bool environmentAllows() {
 
 int main(int argc, char* argv[]) {
     occupyStandardDescriptors();
-    if (auto status = answerCommandLine(argc, argv))
-        return *status;
+    const auto commandLine = readCommandLine(argc, argv);
+    if (commandLine.exitStatus)
+        return *commandLine.exitStatus;
     if (!environmentAllows())
         return 2;
-    return displayIsThere() ? runInWindow(argc, argv) : runInTerminal(argc, argv);
+    for (const auto& variable : passOverMuteBuses())
+        std::fprintf(stderr, "zelvo: The message bus of %s does not answer; going on without it.\n",
+                     qPrintable(variable));
+    return displayIsThere() ? runInWindow(argc, argv, commandLine.asksInTerminal)
+                            : runInTerminal(argc, argv);
 }

@@ -1,87 +1,106 @@
 #!/bin/sh
-# Switches Screen Sharing on: a VNC server that shows the asking user's session and asks there before it
-# lets anybody in. Ends with success once that server listens; else everything is as before, and run/reason
-# says why.
+# Switches Screen Sharing on: screensharingd, as the asking user, which finds that user's Zelvo, has it ask
+# about everybody who wants in, and ends with it. Ends with success once the server listens; else
+# everything is as before, and run/reason says why.
 set -u
 # shellcheck source=resources/screen-sharing.sh
 . "$(dirname "$0")/screen-sharing.sh"
-# shellcheck source=resources/screen-sharing-servers.sh
-. "$(dirname "$0")/screen-sharing-servers.sh"
 
-# True for a display of Xwayland, which shows programs that use X, but not the desktop.
-display_is_wayland() {
-    number=${server_display##*:}
-    number=${number%%.*}
-    for file in /proc/[0-9]*/comm; do
-        { read -r name <"$file"; } 2>/dev/null
-        [ "$name" = Xwayland ] || continue
-        tr '\0' '\n' <"${file%comm}cmdline" 2>/dev/null | grep -qxF ":$number" && return 0
+# Beside the resources in a build folder, or where it is installed.
+find_program() {
+    tools=$(cd "$(dirname "$0")" && pwd) || return 1
+    for program in "${tools%/*}/screensharingd" \
+        "${tools%/share/zelvo/resources}/libexec/zelvo/screensharingd"; do
+        server_program=$(readlink -f "$program") && [ -x "$server_program" ] && return 0
     done
     return 1
 }
 
-refuse_wayland() {
-    give_up wayland-no-server "This is a Wayland session, in which no server can show the desktop and ask first. Choose an X11 (Xorg) session when you log in."
+check_session() {
+    # Where the application looks, too.
+    runtime_folder=${XDG_RUNTIME_DIR:-/run/user/$user_id}
+    [ -d "$runtime_folder" ] || give_up no-runtime-folder "There is no folder $runtime_folder."
+    [ -z "${WAYLAND_DISPLAY-}" ] ||
+        give_up wayland-no-server "This is a Wayland session, whose desktop cannot be shown yet."
+    [ -n "${DISPLAY-}" ] || give_up no-display "There is no X display to share (DISPLAY is not set)."
 }
 
-find_session() {
-    server_user=$user_id server_display=${DISPLAY-}
-    server_authority=$(printf '%s\n' "${XAUTHORITY-}" | head -n 1)
-    case $server_display in
-    '')
-        [ -z "${WAYLAND_DISPLAY-}" ] || refuse_wayland
-        give_up no-display "There is no X display to share (DISPLAY is not set)."
-        ;;
-    *[!A-Za-z0-9.:_/-]* | -*) give_up no-display "\"$server_display\" is not the name of an X display." ;;
-    *:*.0) server_display=${server_display%.0} ;;
-    esac
-    ! display_is_wayland || refuse_wayland
+# In a session of its own, so that no terminal's signals reach it, and without the lock, which would be held
+# for as long as it lives. Its log has a limit: 1 MiB, beyond which writing fails.
+start_server() {
+    : >"$run/answer"
+    (trap '' XFSZ && ulimit -f 2048 && cd / && exec_as_user setsid "$server_program" \
+        --socket "$runtime_folder/zelvo/screen-sharing" --port "$port") \
+        </dev/null >"$run/answer" 2>"$run/log" 9>&- &
+    server_pid=$!
+    started=yes
+    server_start=$(process_start "$server_pid")
+    save_server
 }
 
-# Leaves a server alone that is on already. True when it is ours, and sound.
+wait_until_server_listens() {
+    twentieths=200
+    while :; do
+        # First, as the word may be its last.
+        runs=yes
+        [ "$(process_start "$server_pid")" = "$server_start" ] || runs=
+        { read -r answer <"$run/answer"; } 2>/dev/null || answer=
+        case $answer in
+        listening) return 0 ;;
+        ?*) give_up "$answer" "$(tail -n 1 "$run/log")" ;;
+        esac
+        if [ -z "$runs" ] || [ "$twentieths" -le 0 ]; then
+            give_up server-failed "The server did not start. Its messages are in $run/log."
+        fi
+        twentieths=$((twentieths - 1))
+        sleep 0.05
+    done
+}
+
+# Where the asking user's Zelvo has a server, it needs no other. One whose Zelvo has ended ends by itself,
+# unless it was stopped.
 already_on() {
-    session="$server_user $server_display"
-    if (find_server); then
-        find_server
-        server_listens || {
-            stop_server || die "The Screen Sharing server (process $server_pid) hangs and cannot be ended."
-            find_session
-            return 1
-        }
-        [ "$server_user $server_display" = "$session" ] ||
-            give_up other-session "Screen Sharing is already on for another session (display $server_display)."
-        return 0
-    fi
-    if [ -n "$(sockets 0A '[0-9A-F]*')" ]; then
-        write_setting off
-        give_up port-taken "Another program already listens on port $port. It is left alone, since it may let in anybody without asking. End it and try again."
-    fi
+    find_server || return 1
+    [ "$server_user" = "$user_id" ] ||
+        give_up other-session "Screen Sharing is on for another user of this computer."
+    kill -s CONT "$server_pid" 2>/dev/null
+    sleep 0.3
+    find_server || return 1
+    grep -qx listening "$run/answer" && return 0
+    stop_server || die "The Screen Sharing server (process $server_pid) hangs and cannot be ended."
     return 1
 }
 
-# The application switches off at its quit what it saw come on. What comes on after its end nobody would.
-asker_is_there() {
-    [ -z "$asker" ] || { [ -n "$asker_start" ] && [ "$(process_start "$asker")" = "$asker_start" ]; }
+# Runs when the tool ends: without success there is no server and no setting, but a reason.
+settle() {
+    status=$?
+    trap - EXIT HUP INT TERM
+    if [ "$status" -eq 0 ]; then
+        rm -f "$run/reason"
+        exit 0
+    fi
+    if [ -n "${started-}" ]; then
+        if [ -n "$server_start" ] && [ "$(process_start "$server_pid")" = "$server_start" ]; then
+            stop_server
+        fi
+        rm -f "$run/server"
+        write_setting off
+    fi
+    # A full disk still has a place for an empty file.
+    echo "${reason:-server-failed}" | replace_file "$run/reason" || : >"$run/reason"
+    exit "$status"
 }
 
-asker=${ZELVO_ASKING_PROCESS-}
-asker_start=${asker:+$(process_start "$asker")}
 choose_asking_user
 open_run_folder
-settle_at_exit
-find_session
+trap settle EXIT
+trap 'exit 1' HUP INT TERM
+check_session
+find_program || give_up not-installed "The program screensharingd is not where it belongs."
 if ! already_on; then
     write_setting off || cannot_write
-    find_program x11vnc || find_program x0vncserver ||
-        give_up not-installed "Neither x11vnc nor x0vncserver is installed."
-    bring_server_up
-    # Some desktops start Xwayland only when the first program asks for it.
-    ! display_is_wayland || refuse_wayland
+    start_server
+    wait_until_server_listens
 fi
 write_setting on || cannot_write
-# It may be ending without having seen the setting.
-for pause in 0 1; do
-    [ -z "$asker" ] || sleep "$pause"
-    asker_is_there || die "The application that asked has ended meanwhile."
-done
-echo "zelvo: $server_kind shares display $server_display on port $port and asks before it lets anybody in."
+echo "zelvo: the screen is shared on port $port, with a question to whoever sits here."

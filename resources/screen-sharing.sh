@@ -3,16 +3,15 @@
 # Everything they keep lies below the system root, a folder of whoever runs them, so that nobody else can
 # name a process to be stopped:
 #   Library/Preferences/com.apple.RemoteManagement.plist  the setting that the application reads
-#   run/screensharingd  link to the server: the kernel names a process after the path it was started by
-#   run/server          the server that was started, one value per line
-#   run/reason          one word: why the enable tool could not switch on; only after it failed; empty
-#                       where not even the word could be written
+#   run/server  the server that was started, one value per line
+#   run/reason  one word: why the enable tool could not switch on; only after it failed; empty where not even
+#               the word could be written
+#   run/answer  what the server said of its start
 #   run/log, run/lock
 # shellcheck shell=sh disable=SC2034  # sets variables for the tools
 
 root=${ZELVO_ROOT:-/var/lib/zelvo}
 run=$root/run
-link=$run/screensharingd
 setting=$root/Library/Preferences/com.apple.RemoteManagement.plist
 
 die() {
@@ -49,19 +48,18 @@ choose_asking_user() {
     fi
 }
 
-# Becomes the command, as the chosen user on display $1 with the authority file $2. The words of $limit,
-# where there are any, are a program around it that keeps the rights of before. The environment is made
-# anew: the server ends where it finds WAYLAND_DISPLAY, and obeys many variables of its own.
+# Becomes the command, as the chosen user in the session that asks. The environment is made anew.
 exec_as_user() {
-    display=$1 authority=$2
-    shift 2
-    set -- env -i PATH="$PATH" HOME="$user_home" USER="$user_name" LOGNAME="$user_name" \
-        DISPLAY="$display" ${authority:+"XAUTHORITY=$authority"} "$@"
+    for name in DISPLAY XAUTHORITY WAYLAND_DISPLAY XDG_RUNTIME_DIR XDG_SESSION_TYPE \
+        XDG_CURRENT_DESKTOP DBUS_SESSION_BUS_ADDRESS; do
+        eval "value=\${$name-}"
+        [ -z "$value" ] || set -- "$name=$value" "$@"
+    done
+    set -- env -i PATH="$PATH" HOME="$user_home" USER="$user_name" LOGNAME="$user_name" "$@"
     if [ "$(id -u)" != "$user_id" ]; then
         set -- setpriv --reuid "$user_id" --regid "$user_group" --init-groups "$@"
     fi
-    # shellcheck disable=SC2086  # several words
-    exec ${limit-} "$@"
+    exec "$@"
 }
 
 # Stops unless the server, if there is one, is the asking user's. Root itself may end anybody's.
@@ -87,13 +85,6 @@ vnc_port() {
     echo "${entry##* }"
 }
 
-# The inodes of the port's TCP sockets in state $1 (0A listening, 01 established) whose local address
-# matches the expression $2.
-sockets() {
-    awk -v state="$1" -v local="^$2:$(printf %04X "$port")\$" \
-        '$4 == state && $2 ~ local { print $10 }' /proc/net/tcp /proc/net/tcp6 2>/dev/null
-}
-
 # When the process started, in ticks since boot; nothing when it has ended, reaped or not.
 process_start() {
     { read -r stat <"/proc/$1/stat"; } 2>/dev/null || return 0
@@ -111,30 +102,17 @@ process_program() {
 }
 
 save_server() {
-    printf '%s\n' "$server_pid" "$server_start" "$server_program" "$server_kind" "$server_user" \
-        "$server_display" "$server_authority" >"$run/server"
+    printf '%s\n' "$server_pid" "$server_start" "$server_program" "$user_id" >"$run/server"
 }
 
 # Reads what save_server wrote. False when that server has ended, even if its process id lives on.
 find_server() {
-    server_pid='' server_authority=''
+    server_pid=''
     {
-        read -r server_pid && read -r server_start && read -r server_program &&
-            read -r server_kind && read -r server_user && read -r server_display &&
-            read -r server_authority
+        read -r server_pid && read -r server_start && read -r server_program && read -r server_user
     } 2>/dev/null <"$run/server" || return 1
     [ -n "$server_start" ] && [ "$(process_start "$server_pid")" = "$server_start" ] &&
         [ "$(process_program "$server_pid")" = "$server_program" ]
-}
-
-# True when the server itself holds the listening socket of the IPv4 wildcard address.
-server_listens() {
-    inode=$(sockets 0A 00000000)
-    [ -n "$inode" ] || return 1
-    for descriptor in "/proc/$server_pid/fd/"*; do
-        [ "$(readlink "$descriptor")" = "socket:[$inode]" ] && return 0
-    done
-    return 1
 }
 
 # server_ends SIGNAL TENTHS: sends the signal and waits. True when the server has ended.
@@ -164,7 +142,7 @@ replace_file() {
 
 cannot_write() { give_up cannot-write "Cannot write the Screen Sharing setting below $root."; }
 
-# "on" names the server: the application believes the setting only while that one listens.
+# The application believes "on" only while the server tells it that it listens.
 write_setting() { # write_setting on|off
     (umask 022 && mkdir -p "${setting%/*}") || return 1
     {
@@ -173,8 +151,6 @@ write_setting() { # write_setting on|off
             '<plist version="1.0">' '<dict>' '	<key>ScreenSharingReqPermEnabled</key>'
         if [ "$1" = on ]; then
             echo '	<true/>'
-            printf '\t<key>%s</key>\n\t<integer>%s</integer>\n' ScreenSharingServerPid "$server_pid" \
-                ScreenSharingServerStart "$server_start"
         else
             echo '	<false/>'
         fi

@@ -24,9 +24,10 @@
 #include "platform/linux/privileges/SystemAuthorization.h"
 #include "platform/linux/property_lists/FileUserDefaults.h"
 #include "platform/linux/property_lists/PlistReader.h"
+#include "platform/linux/screen_sharing/AdmittedSockets.h"
+#include "platform/linux/screen_sharing/ScreenServerLine.h"
 #include "platform/linux/screen_sharing/ScreenSharingExplanation.h"
 #include "platform/linux/screen_sharing/ScreenSharingSettings.h"
-#include "platform/linux/screen_sharing/ServerEndWatch.h"
 
 namespace zelvo::platform {
 
@@ -83,15 +84,17 @@ struct LinuxPlatform::Services {
 
     ScreenSharingExplanation screenSharing{mainQueue, bundle,
                                            environment.systemRoot + "/run/reason"};
-    ServerEndWatch serverEnd;
-    ScreenSharingSettings settings{propertyLists,
-                                   services,
-                                   {.asked = [this] { screenSharing.update(); },
-                                    .listens =
-                                        [this](pid_t server) {
-                                            serverEnd.watch(server);
-                                            screenSharing.serverListens();
-                                        }}};
+    ScreenServerLine screenServer{log, ownFolder(environment.runtimeFolder)};
+    AdmittedSockets admittedSockets{
+        sockets,
+        services,
+        {.areKnown = [this] { return screenServer.serverListens(); },
+         .isInside = [this](const auto& peer) { return screenServer.isInside(peer); }}};
+    ScreenSharingSettings settings{
+        propertyLists,
+        {.serverListens = [this] { return screenServer.serverListens(); },
+         .asked = [this] { screenSharing.update(); },
+         .believed = [this] { screenSharing.serverListens(); }}};
     RouterExplanation router{bundle, log};
     ServiceExplanation service{bundle};
     Observable<std::string> keptLink;
@@ -161,7 +164,7 @@ ServicesDatabase& LinuxPlatform::services() {
     return services_->services;
 }
 SocketTable& LinuxPlatform::sockets() {
-    return services_->sockets;
+    return services_->admittedSockets;
 }
 ProcessTable& LinuxPlatform::processes() {
     return services_->processes;
@@ -206,10 +209,15 @@ Authorization& LinuxPlatform::authorization() {
     return services_->authorization;
 }
 
+Viewers& LinuxPlatform::viewers() {
+    return services_->screenServer;
+}
+
 void LinuxPlatform::whenScreenSharingEnds(std::function<void()> callback) {
-    services_->serverEnd.ended = [this, callback = std::move(callback)] {
+    services_->screenServer.ended = [this, callback = std::move(callback)] {
         services_->screenSharing.serverEnded();
-        callback();
+        // It may be what somebody says to the server by which its end shows.
+        services_->mainQueue.async(callback);
     };
 }
 
@@ -218,6 +226,8 @@ const Observable<bool>& LinuxPlatform::enableToolWorks() const {
 }
 
 void LinuxPlatform::quitBegins() {
+    services_->screenServer.ended = nullptr;
+    services_->screenServer.hangUp();
     services_->urlSession.quitBegins();
 }
 

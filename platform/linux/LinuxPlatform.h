@@ -25,6 +25,7 @@ class SystemLog;
 class TextInputSources;
 class UrlSession;
 class UserDefaults;
+class Viewers;
 struct Environment;
 template <typename T>
 class Observable;
@@ -71,12 +72,14 @@ class LinuxPlatform {
 
     const Explanations& explanations();
 
-    /// To be called once it is certain that the application ends: nothing that it waits for takes
-    /// long from then on.
+    Viewers& viewers();
+
+    /// To be called once it is certain that the application ends: the screen server ends at once,
+    /// and nothing that the application waits for takes long from then on.
     void quitBegins();
 
-    /// `callback` is called soon after the server that Screen Sharing was found on by has ended, be
-    /// it that nothing follows it, that it was started anew, or that another takes its place.
+    /// `callback` is called soon after the screen server has ended, be it that nothing follows it
+    /// or that it is being started anew.
     void whenScreenSharingEnds(std::function<void()> callback);
 
     /// Whether the enable tool was started from here and has neither succeeded nor failed yet.

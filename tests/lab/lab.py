@@ -11,14 +11,13 @@ import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "support"))
-from stage import SKIPPED, Stage, service_info, wait_until  # noqa: E402
+from stage import SKIPPED, Stage, let_in, service_info, wait_until  # noqa: E402
 
 HOST = "192.168.77.20"
 WIRELESS = "192.168.77.21"
 OUTSIDE = "44.128.7.1"
 SERVICE = "44.128.7.2"
-NEEDED = ("ip", "nft", "miniupnpd", "ss", "Xvfb", "x11vnc", "xdotool", "gvnccapture", "curl",
-          "openssl")
+NEEDED = ("ip", "nft", "miniupnpd", "ss", "Xvfb", "xdotool", "gvnccapture", "curl", "openssl")
 
 
 def leave_out_where_impossible(*others):
@@ -135,22 +134,20 @@ class Lab(Stage):
     def start_host(self):
         self.start_display(prefix=self.within("host"))
 
-    def start_zelvo(self, service=None, **how):
-        """The application, whose log lines come among its rows; in the terminal if it takes input."""
+    def start_zelvo(self, service=None, in_terminal=False):
+        """The application, whose log lines come among its rows. It asks where it was started."""
         env = self.environment((service or self.service).url)
-        if how.get("takes_input"):
-            del env["DISPLAY"]
-        return self.start([os.path.join(self.build, "zelvo")], env, log=subprocess.STDOUT,
-                          prefix=self.within("host"), **how)
-
-    def switch(self, state):
-        """Screen Sharing, on or off, as the application would do it."""
-        tool = os.path.join(self.build, "resources",
-                            f"{state}-screen-sharing-and-guess-access.tool")
-        self.run_with(self.environment(""), "host", "sh", tool)
-
-    def run_with(self, env, place, *command):
-        subprocess.run([*self.within(place), *command], env=env, check=True, capture_output=True)
+        how = {"log": subprocess.STDOUT, "prefix": self.within("host"), "takes_input": True}
+        program = os.path.join(self.build, "zelvo")
+        if not in_terminal:
+            return self.start([program, "--ask-in-terminal"], env, **how)
+        screenless = {name: value for name, value in env.items() if name != "DISPLAY"}
+        zelvo = self.start([program], screenless, **how)
+        zelvo.wait_for_any("^Port mapping: ")
+        # It finds no screen itself.
+        tool = os.path.join(self.build, "resources", "enable-screen-sharing-and-guess-access.tool")
+        subprocess.run([*self.within("host"), "sh", tool], env=env, check=True, capture_output=True)
+        return zelvo
 
     def link_of(self, zelvo, seconds=20):
         """Waits for the link; what the service publishes about it is the router's side of it."""
@@ -163,11 +160,12 @@ class Lab(Stage):
         return link, port
 
     def hold_connection(self, zelvo, port):
-        """A viewer who stays."""
-        viewer = self.start(["bash", "-c", f"exec 3<>/dev/tcp/{OUTSIDE}/{port} && exec sleep 60"],
+        """A viewer who is let in, looks at nothing, and stays."""
+        viewer = self.start(["bash", "-c", f"exec 3<>/dev/tcp/{OUTSIDE}/{port} && "
+                             r"printf 'RFB 003.008\n\001\001' >&3 && exec sleep 60"],
                             prefix=self.within("internet"))
+        let_in(zelvo)
         zelvo.wait_for(r"^Connection: Connection established\.$", 10)
-        self.answer_question("y")
         return viewer
 
     def view(self, zelvo, link):
@@ -176,20 +174,13 @@ class Lab(Stage):
         place = f"{facts['IPAddress']}:{int(facts['Port']) - 5900}"
         picture = self.path("screen.png")
         viewer = self.start(["gvnccapture", place, picture], prefix=self.within("internet"))
-        zelvo.wait_for(r"^Connection: Connection established\.$", 10)
-        self.answer_question("y")
+        let_in(zelvo)
+        zelvo.wait_for(" is in and can use your screen")
         assert viewer.wait(15) == 0, viewer.lines
         with open(picture, "rb") as file:
             size = struct.unpack(">II", file.read(24)[16:])
         assert size == (1024, 768), size
-        zelvo.wait_for(r"^Connection: Waiting for connection\.\.\.$", 10)
-
-    def answer_question(self, key):
-        """To the VNC server's question whether to let the viewer in."""
-        def asked():
-            return self.xdotool("search", "--onlyvisible", "--name", "^new x11vnc client$").split()
-        wait_until(asked, 10, "the question")
-        self.xdotool("key", "--window", asked()[0], key)
+        zelvo.wait_for(" has left", 10)
 
     def quit(self, zelvo, seconds=5):
         """Seconds from the request to the end, and to the empty table."""

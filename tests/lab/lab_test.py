@@ -50,8 +50,6 @@ def killed(lab):
     whole_lab(lab, "upnp")
     zelvo = lab.start_zelvo()
     link, old = lab.link_of(zelvo)
-    # Before its last words the enable tool takes the server back when who asked has ended.
-    zelvo.wait_for_any("asks before it lets anybody in")
     zelvo.end(signal.SIGKILL)
     assert lab.mapped() == {old}
     zelvo = lab.start_zelvo()
@@ -66,8 +64,7 @@ def router_restarted(lab):
     """The router, by NAT-PMP, forgets the port and has it for nobody: that is said to whom a viewer
     looks at, too. When it can be had again the link leads here."""
     whole_lab(lab, "nat-pmp")
-    lab.switch("enable")
-    zelvo = lab.start_zelvo(takes_input=True)
+    zelvo = lab.start_zelvo(in_terminal=True)
     link, port = lab.link_of(zelvo)
     viewer = lab.hold_connection(zelvo, port)
     lab.lose_router()
@@ -87,8 +84,7 @@ def router_restarted(lab):
 def addresses(lab):
     """The router's address outside changes, then the host's inside: the mapping follows."""
     whole_lab(lab)
-    lab.switch("enable")
-    zelvo = lab.start_zelvo(takes_input=True)
+    zelvo = lab.start_zelvo(in_terminal=True)
     link, port = lab.link_of(zelvo)
     lab.run("router", "ip", "addr", "add", "44.128.7.9/32", "dev", "wan")
     lab.run("router", "ip", "addr", "del", "44.128.7.1/24", "dev", "wan")
@@ -103,7 +99,7 @@ def addresses(lab):
     assert zelvo.wait(5) == 0
 
     # Starting again is what the user is told to do.
-    zelvo = lab.start_zelvo(takes_input=True)
+    zelvo = lab.start_zelvo(in_terminal=True)
     zelvo.wait_for(f"^Link: zelvo://{link}$")
     facts = lab.published(link)
     assert facts["IPAddress"] == "44.128.7.9", facts
@@ -117,7 +113,7 @@ def cable(lab):
     zelvo = lab.start_zelvo(lab.start_front())
     link, port = lab.link_of(zelvo)
     # The last that the enable tool says.
-    zelvo.wait_for_any("asks before it lets anybody in")
+    zelvo.wait_for_any("the screen is shared")
     shown = list(zelvo.lines)
     lab.run("router", "ip", "link", "set", "port1", "down")
     # Nothing is to happen meanwhile, so there is nothing to wait for.
@@ -172,8 +168,7 @@ def routers(lab):
     lab.start_router(speaks="none")
     lab.start_internet()
     lab.start_host()
-    lab.switch("enable")
-    zelvo = lab.start_zelvo(takes_input=True)
+    zelvo = lab.start_zelvo(in_terminal=True)
 
     def fails(reason, within):
         zelvo.wait_for(r"^Port mapping: Applying Port Mapping\.\.\.$")

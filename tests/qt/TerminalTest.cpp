@@ -9,6 +9,7 @@
 #include "platform/terminal/TerminalView.h"
 #include "tests/qt/FrontEndWorld.h"
 #include "tests/qt/Wait.h"
+#include "tests/support/FakeViewers.h"
 
 namespace zelvo::test {
 namespace {
@@ -59,8 +60,10 @@ struct TerminalTest : testing::Test, Pipes, FrontEndWorld<platform::Terminal> {
     }
 
     platform::Terminal& terminal = frontEnd;
-    platform::TerminalView view{terminal,     controller,  controller,
-                                explanations, fake.bundle, output.ends[1]};
+    platform::FakeViewers viewers;
+    platform::QuestionPrompt::Clock::time_point now{};
+    platform::TerminalView view{terminal,    controller, controller,     explanations,
+                                fake.bundle, viewers,    output.ends[1], [this] { return now; }};
 };
 
 TEST_F(TerminalTest, ShowsRowsAndTheLinkPlainlyAndQuits) {

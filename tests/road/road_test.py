@@ -15,12 +15,14 @@ from stage import (ROOT, Stage, connect_viewer, enter_own_network,  # noqa: E402
                    is_listening, own_environment, processes_named, service_info, wait_until)
 
 VNC_PORT = 5900
+# A viewer's version, and no security (RFC 6143, sections 7.1.1 and 7.1.2).
+GREETING = b"RFB 003.008\n\1\1"
 
 
 def the_whole_road(stage):
     """scripts/run alone brings the link, a viewer comes and goes, and SIGINT takes everything back."""
     env = dict(own_environment(), ZELVO_BUILD=stage.build, ZELVO_RUN=stage.path("run"))
-    run = stage.start([os.path.join(ROOT, "scripts", "run")], env)
+    run = stage.start([os.path.join(ROOT, "scripts", "run")], env, takes_input=True)
     url = run.wait_for(r"^Service: (https://\S+)$").group(1)
     run.wait_for(r"^Router: 127\.0\.0\.1:\d+$")
     run.wait_for(r"^Port mapping: Applying Port Mapping\.\.\.$")
@@ -41,6 +43,12 @@ def the_whole_road(stage):
 
     viewer, greeting = connect_viewer(facts["IPAddress"], external)
     assert greeting == b"RFB 003.008\n", greeting
+    viewer.sendall(GREETING)
+    # Somebody who is asked about is no connection yet, however long that takes.
+    time.sleep(4)
+    assert run.row("Connection") == "Waiting for connection..."
+    run.say("help\n")
+    run.wait_for(" is in and can use your screen")
     run.wait_for(r"^Connection: Connection established\.$", 6)
     viewer.close()
     run.wait_for(r"^Connection: Waiting for connection\.\.\.$", 6)

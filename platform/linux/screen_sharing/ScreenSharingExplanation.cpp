@@ -30,18 +30,20 @@ constexpr std::array toolReasons{
         "wayland-no-server",
         "In this kind of session (Wayland) no program can show your screen and ask you first. "
         "Log out, choose an “Xorg” session, and start Zelvo again."},
-    ToolReason{
-        "not-installed",
-        "No program that can show your screen is installed. Install “x11vnc”, then press “Start "
-        "Over”."},
+    ToolReason{"no-runtime-folder",
+               "This session has no folder of its own for running programs (XDG_RUNTIME_DIR). Log "
+               "out and in again, then start Zelvo again."},
+    ToolReason{"not-installed",
+               "The program that shows your screen (screensharingd) is missing. Install Zelvo "
+               "again."},
     ToolReason{
         "port-taken",
         "Another program shares your screen already, and may let people in without asking you. "
         "Zelvo leaves it alone. End it, then press “Start Over”."},
     ToolReason{
         "other-session",
-        "Screen Sharing is on for another session on this computer. End it there, then press "
-        "“Start Over”."},
+        "Screen Sharing is on for another user of this computer. End it there, then press “Start "
+        "Over”."},
     ToolReason{"display-refused",
                "The program that shows your screen was not let in by the display."},
     ToolReason{"cannot-write", cannotWrite},
@@ -89,6 +91,7 @@ void ScreenSharingExplanation::serverListens() {
 }
 
 void ScreenSharingExplanation::serverEnded() {
+    toolEnded();
     say(bundle_.localizedString(hasEnded));
 }
 

@@ -20,8 +20,8 @@ using namespace std::string_literals;
 
 namespace {
 
-const std::string ourTool = PolkitMachine::tool;
-const SystemAuthorization::Options installedHelper{.helper = PolkitMachine::helper};
+const std::string enableTool = PolkitMachine::names[0];
+const SystemAuthorization::Options installed{.helpers = PolkitMachine::helpers};
 
 class PrivilegesTest : public testing::Test {
   protected:
@@ -43,13 +43,15 @@ class PrivilegesTest : public testing::Test {
 PolkitMachine* PrivilegesTest::machine = nullptr;
 std::string PrivilegesTest::reasonAgainst;
 
-/// The statuses of the right and, if it was granted, of the start, and what was logged.
-std::string runTool(SystemAuthorization::Options options = installedHelper,
-                    const std::string& path = "/elsewhere/" + ourTool) {
+/// The statuses of the right to start a tool and, if it was granted, of a start, and what was
+/// logged.
+std::string runTool(SystemAuthorization::Options options = installed,
+                    const std::string& tool = enableTool, const std::string& started = "") {
+    const auto path = "/elsewhere/" + (started.empty() ? tool : started);
     RecordingLog log;
     SystemAuthorization authorization(log, std::move(options));
     std::unique_ptr<AuthorizationReference> reference;
-    if (authorization.create(reference) != AuthorizationSuccess)
+    if (authorization.create(tool, reference) != AuthorizationSuccess)
         return "no reference";
     auto right = reference->copyRights("system.privilege.admin", 19);
     auto result = std::to_string(right);
@@ -73,7 +75,7 @@ void shell(const std::string& command) {
 std::string runHelper(const std::string& input, const std::string& before = "PKEXEC_UID=65534",
                       const std::string& arguments = "") {
     std::ofstream("/mnt/input") << input;
-    shell(before + " " + PolkitMachine::helper + " " + arguments +
+    shell(before + " " + PolkitMachine::helpers + "/zelvo-screen-sharing-helper " + arguments +
           " </mnt/input >/mnt/output 2>&1; echo $? >>/mnt/output");
     std::ifstream output("/mnt/output");
     return {std::istreambuf_iterator<char>(output), {}};
@@ -99,11 +101,10 @@ TEST_F(PrivilegesTest, AsksOnceAndStartsTheToolInACheckedEnvironment) {
                  {"SHELL", "/mnt/evil"},
                  {"LC_ALL", "../../mnt/evil"},
                  {"ZELVO_ROOT", "/mnt/evil"},
-                 {"ZELVO_USER", "root"},
-                 {"ZELVO_ASKING_PROCESS", "1"}})
+                 {"ZELVO_USER", "root"}})
             ::setenv(name, value.c_str(), 1);
         ::umask(0);
-        return runTool() + runTool() + runTool(installedHelper, "/elsewhere/evil");
+        return runTool() + runTool() + runTool(installed, enableTool, "evil");
     };
     std::optional<PolkitAgent> agent;
     pid_t process = 0;
@@ -116,15 +117,14 @@ TEST_F(PrivilegesTest, AsksOnceAndStartsTheToolInACheckedEnvironment) {
     // No right is kept: each call has a question of its own, and no more than one.
     auto question =
         "app.zelvo.Zelvo.screen-sharing: Zelvo braucht die Erlaubnis eines Administrators, um die "
-        "Bildschirmfreigabe ein- oder auszuschalten oder einen Gast zu trennen.\n"s;
+        "Bildschirmfreigabe einzuschalten.\n"s;
     EXPECT_EQ(agent->questions, question + question + question);
 
     std::vector<std::string> expected{
-        "tool="s + PolkitMachine::tools + "/" + ourTool +
+        "tool="s + PolkitMachine::tools + "/" + enableTool +
             " 0 uid=0:0 groups=0 umask=0022 folder=/ input=/dev/null",
         "DISPLAY=:7.0", "XAUTHORITY=" + authority, "XDG_RUNTIME_DIR=/mnt/asked",
         "XDG_CURRENT_DESKTOP=ubuntu:GNOME", "ZELVO_USER=nobody",
-        "ZELVO_ASKING_PROCESS=" + std::to_string(process),
         "PKEXEC_UID=" + std::to_string(PolkitMachine::asked),
         "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
         // The shell's own.
@@ -134,6 +134,50 @@ TEST_F(PrivilegesTest, AsksOnceAndStartsTheToolInACheckedEnvironment) {
     std::sort(expected.begin(), expected.end());
     for (int i = 0; i < 2; ++i)
         EXPECT_EQ(machine->answer(), expected);
+}
+
+TEST_F(PrivilegesTest, EndingAsksNobodyInFrontOfTheComputer) {
+    const auto nobodyToAsk = std::to_string(AuthorizationInteractionNotAllowed) + " ";
+    const std::string granted = "0 0 ";
+    const struct {
+        const char* session;
+        bool isExampleInstalled;
+        std::string enable, end;
+    } cases[] = {{"", false, nobodyToAsk, nobodyToAsk},
+                 {"inactive", false, nobodyToAsk, nobodyToAsk},
+                 {"active", false, nobodyToAsk, granted},
+                 {"inactive", true, nobodyToAsk, nobodyToAsk},
+                 {"active", true, granted, granted}};
+    const std::filesystem::path example = "/etc/polkit-1/rules.d/50-example.rules";
+    auto statuses = [] {
+        std::string result;
+        for (const auto* tool : PolkitMachine::names) {
+            auto outcome = runTool(installed, tool);
+            result.append(outcome, 0, outcome.find('\n')).append(" ");
+        }
+        // The right to end is none to begin.
+        return result + runTool(installed, PolkitMachine::names[2], enableTool);
+    };
+    for (const auto& [session, isExampleInstalled, enable, end] : cases) {
+        SCOPED_TRACE(session + (isExampleInstalled ? " with the example"s : ""));
+        if (isExampleInstalled && !std::filesystem::exists(example)) {
+            machine->stopBus();
+            std::filesystem::copy_file(ZELVO_EXAMPLE_RULES, example);
+            machine->startBus();
+        }
+        auto result = asUser(PolkitMachine::asked, statuses, [&](pid_t process) {
+            if (*session)
+                machine->enterSession(process, PolkitMachine::asked, session == "active"s);
+        });
+        EXPECT_TRUE(result.starts_with(enable + end + end)) << result;
+        EXPECT_EQ(result.ends_with(" " + std::to_string(AuthorizationToolExecuteFailure) +
+                                   "\nzelvo: This program only ends Screen Sharing.\n"),
+                  end == granted)
+            << result;
+        for (int i = 0; i < (enable == granted) + 2 * (end == granted); ++i)
+            EXPECT_FALSE(machine->answer().empty());
+    }
+    std::filesystem::remove(example);
 }
 
 TEST_F(PrivilegesTest, TellsFailuresApart) {
@@ -152,23 +196,22 @@ TEST_F(PrivilegesTest, TellsFailuresApart) {
         EXPECT_TRUE(result.starts_with(std::to_string(status) + "\n")) << result;
         EXPECT_GE(std::count(result.begin(), result.end(), '\n'), 2) << "a reason: " << result;
     };
-    expect(PolkitMachine::refused, installedHelper, AuthorizationDenied);
-    expect(PolkitMachine::asked, installedHelper, AuthorizationInteractionNotAllowed);
+    expect(PolkitMachine::refused, installed, AuthorizationDenied);
     expect(PolkitMachine::asked, {.pkexec = "/mnt/nowhere"}, AuthorizationInternal);
     machine->stopBus();
-    expect(PolkitMachine::asked, installedHelper, AuthorizationInternal);
+    expect(PolkitMachine::asked, installed, AuthorizationInternal);
     machine->startBus();
 }
 
 TEST_F(PrivilegesTest, TheHelperStartsNothingElse) {
     const auto nul = std::string(1, '\0');
-    const auto request = ourTool + nul;
+    const auto request = enableTool + nul;
     EXPECT_EQ(runHelper(""), "ready\n0\n") << "the right is given back";
     EXPECT_EQ(runHelper("/bin/sh"s + nul),
               "ready\nzelvo: \"/bin/sh\" is none of the Screen Sharing tools.\n1\n");
     EXPECT_EQ(runHelper(std::string(std::size_t{1} << 20, '/')),
               "ready\nzelvo: The request is too long.\n1\n");
-    EXPECT_EQ(runHelper(request, "PKEXEC_UID=65534", ourTool),
+    EXPECT_EQ(runHelper(request, "PKEXEC_UID=65534", enableTool),
               "zelvo: This program takes no arguments.\n1\n");
     // It looks with the user's eyes: their own file, in a folder that is not for them.
     shell("install -d -m 700 /mnt/hidden && install -m 600 -o nobody /dev/null /mnt/hidden/file");

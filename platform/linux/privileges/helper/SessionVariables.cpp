@@ -14,8 +14,9 @@ namespace {
 constexpr std::size_t longestValue = 1024;
 
 /// The order in which they are taken from the environment.
-constexpr std::array variableNames{"DISPLAY",         "XAUTHORITY",       "XDG_RUNTIME_DIR",
-                                   "WAYLAND_DISPLAY", "XDG_SESSION_TYPE", "XDG_CURRENT_DESKTOP"};
+constexpr std::array variableNames{
+    "DISPLAY",          "XAUTHORITY",          "XDG_RUNTIME_DIR",         "WAYLAND_DISPLAY",
+    "XDG_SESSION_TYPE", "XDG_CURRENT_DESKTOP", "DBUS_SESSION_BUS_ADDRESS"};
 
 // sd_session_get_type(3).
 constexpr std::array<std::string_view, 6> sessionTypes{"unspecified", "tty", "x11",
@@ -66,6 +67,16 @@ bool isXDisplay(std::string_view text) {
 bool isPath(std::string_view text) {
     auto isControl = [](unsigned char c) { return c < ' ' || c == 0x7f; };
     return text.starts_with('/') && std::none_of(text.begin(), text.end(), isControl);
+}
+
+/// A message bus on a socket of this computer. Whose it is the bus itself checks: what is started
+/// there has the user's rights and no more.
+bool isBusAddress(std::string_view text) {
+    auto isAllowed = [](char c) {
+        return isNameCharacter(c) || c == '/' || c == ':' || c == '=' || c == ',' || c == '%' ||
+               c == ';';
+    };
+    return text.starts_with("unix:") && std::all_of(text.begin(), text.end(), isAllowed);
 }
 
 bool isOwn(const std::string& path, uid_t user, mode_t type, mode_t forbidden) {
@@ -129,6 +140,8 @@ std::optional<std::string> SessionVariables::add(std::string_view name, const st
         return refusal("not a type of session.");
     if (name == "XDG_CURRENT_DESKTOP" && (value.empty() || knownDesktops(value) != value))
         return refusal("not a list of known desktops.");
+    if (name == "DBUS_SESSION_BUS_ADDRESS" && !isBusAddress(value))
+        return refusal("not the address of a message bus on this computer.");
     assignments_.push_back(std::string(name) + "=" + value);
     return std::nullopt;
 }
