@@ -158,6 +158,8 @@ void QuestionDialog::put(const ViewerQuestion& question) {
     isAnswered_ = false;
     update(question);
     rest();
+    // What lies in layouts within is measured anew by this alone.
+    layout()->activate();
     setFixedHeight(layout()->totalHeightForWidth(width()));
     // What is shown anew is announced by the toolkit.
     if (!isVisible())

@@ -120,10 +120,13 @@ void MainWindow::resizeEvent(QResizeEvent* event) {
 }
 
 bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
-    if (watched == centralWidget() && event->type() == QEvent::LayoutRequest)
+    if (watched == centralWidget() && event->type() == QEvent::LayoutRequest) {
+        // What lies in layouts within is measured anew by this alone.
+        ui_->content->activate();
         reserveSpace();
-    else if (watched == ui_->statePanel && event->type() == QEvent::PaletteChange)
+    } else if (watched == ui_->statePanel && event->type() == QEvent::PaletteChange) {
         applyLook();
+    }
     return QMainWindow::eventFilter(watched, event);
 }
 
