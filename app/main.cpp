@@ -106,7 +106,7 @@ int runInWindow(int& argc, char** argv, bool asksInTerminal) {
         return 1;
     QtMainLoop loop([](const std::string& event) { debug("loop", event); });
     LinuxPlatform system(loop);
-    QtDesktop desktop(loop, system.bundle(), system.explanations(),
+    QtDesktop desktop(loop, system.bundle(), system.explanations(), system.viewers(),
                       [&] { return system.log().recentLines(); });
     AppDelegate controller(assemble(loop, system, desktop));
     RowPrinter rows(controller);
@@ -116,7 +116,7 @@ int runInWindow(int& argc, char** argv, bool asksInTerminal) {
 
     auto* content = new KVView;
     MainWindow window(content, {controller, controller, system.explanations(), desktop.application,
-                                system.bundle(), loop});
+                                system.bundle(), loop, system.viewers()});
     controller.setWindow(&window);
     controller.setShareButton(&window.shareButton());
     controller.setContainerView(content);

@@ -26,6 +26,7 @@ zelvo_pkg(JSON nlohmann_json)
 zelvo_pkg(GIO gio-2.0)
 zelvo_pkg(XCB xcb)
 zelvo_pkg(XCB_XKB xcb-xkb)
+zelvo_pkg(XCB_XINPUT xcb-xinput)
 
 function(zelvo_leave_out what)
   foreach(missing ${ARGN})

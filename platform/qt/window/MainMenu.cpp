@@ -50,7 +50,7 @@ void addMenu(QMainWindow& window, QtMainLoop& loop, const char* title,
 }  // namespace
 
 void makeMainMenu(QMainWindow& window, MainWindowModel& model, Application& application,
-                  QtMainLoop& loop) {
+                  QtMainLoop& loop, std::function<void()> disconnect) {
     auto* share = window.findChild<QPushButton*>("shareButton");
     addMenu(window, loop, "&Link",
             {
@@ -65,7 +65,7 @@ void makeMainMenu(QMainWindow& window, MainWindowModel& model, Application& appl
                 {"actionDisconnect",
                  "&Disconnect Viewer",
                  {QKeySequence(Qt::CTRL | Qt::Key_D)},
-                 [&model] { model.closeConnection(); }},
+                 std::move(disconnect)},
                 Separator,
                 {"actionQuit",
                  "&Quit",
