@@ -13,7 +13,7 @@ import sys
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
 from stage import SKIPPED, Stage, wait_until  # noqa: E402
 
-PROGRAMS = ("Xvfb", "x11vnc", "X0tigervnc", "gvnccapture", "xdotool", "identify", "pkexec",
+PROGRAMS = ("Xvfb", "gvnccapture", "xdotool", "identify", "pkexec",
             "dbus-daemon", "hostnamectl", "setpriv", "cmake", "/usr/lib/polkit-1/polkitd",
             "/lib/systemd/systemd-hostnamed", "avahi-daemon")
 USER = "zelvo-road"
@@ -150,19 +150,19 @@ class Desktop(Stage):
         return subprocess.run(["xdotool", *words], env={**os.environ, **self.session},
                               capture_output=True, text=True, check=False, timeout=20).stdout
 
-    def window(self, title):
-        """The visible window of that title, once it is there."""
+    def windows(self, title, count=1):
+        """The visible windows of that title, the topmost last, once there are so many."""
         found = []
 
         def search():
             found[:] = self.xdotool("search", "--onlyvisible", "--name", title).split()
-            return found
-        wait_until(search, 20, "the window " + title)
-        return found[-1]
+            return len(found) >= count
+        wait_until(search, 20, f"{count} windows of {title}")
+        return found
 
     def press(self, title, key):
         # Nobody manages windows here, so the focus has to be given.
-        self.xdotool("windowfocus", "--sync", self.window(title), "key", key)
+        self.xdotool("windowfocus", "--sync", self.windows(title)[-1], "key", key)
 
     def join_neighbour(self):
         """Another computer at the other end of the link desk0, on a bus of its own, which has the name
@@ -189,11 +189,6 @@ class Desktop(Stage):
         command = (f"{before}mkdir /run/avahi-daemon; exec avahi-daemon -f {settings} "
                    "--no-drop-root --no-chroot --no-rlimits --no-proc-title 2>&1")
         return self.start(["sh", "-ec", command], dict(os.environ, DBUS_SYSTEM_BUS_ADDRESS=bus), prefix)
-
-    def hide(self, program):
-        """As if it were not installed."""
-        subprocess.run(["mount", "--bind", "/dev/null", os.path.realpath(shutil.which(program))],
-                       check=True)
 
 
 def install_prefix(build):
