@@ -31,7 +31,7 @@ BUS = """<busconfig>
 """
 SERVICES = {"org.freedesktop.PolicyKit1": "/usr/lib/polkit-1/polkitd --no-debug",
             "org.freedesktop.hostname1": "/lib/systemd/systemd-hostnamed"}
-# The administrator's answer to every question.
+# The administrator's answer to the question whether to switch on; other questions have none.
 RULES = """polkit.addRule(function(action, subject) {
     if (action.id == "app.zelvo.Zelvo.screen-sharing")
         return subject.user == "%s" ? polkit.Result.YES : polkit.Result.NO;
@@ -88,7 +88,8 @@ class Desktop(Stage):
         for folder in ("/run", "/var/lib", "/usr/share/polkit-1"):
             run("mount", "-t", "tmpfs", "-o", "mode=755", "none", folder)
         # hostnamectl looks for the one of systemd.
-        for folder in ("/run/dbus", "/run/services", "/run/systemd/system",
+        for folder in ("/run/dbus", "/run/services", "/run/systemd/system", "/run/systemd/sessions",
+                       "/run/systemd/users",
                        "/usr/share/polkit-1/actions", "/usr/share/polkit-1/rules.d", self.home,
                        f"/run/user/{USER_ID}"):
             os.makedirs(folder)
@@ -98,6 +99,10 @@ class Desktop(Stage):
         append("/etc/passwd", f"{USER}:x:{USER_ID}:{USER_ID}::{self.home}:/bin/sh\n")
         append("/etc/group", f"{USER}:x:{USER_ID}:\n")
         append("/etc/polkit-1/rules.d/10-test.rules", RULES)
+        scope = f"/user.slice/user-{USER_ID}.slice/session-1.scope\n"
+        append("/run/session-cgroup", f"1:name=systemd:{scope}0::{scope}")
+        append("/run/systemd/sessions/1", f"UID={USER_ID}\nSEAT=seat0\nACTIVE=1\n")
+        append(f"/run/systemd/users/{USER_ID}", "STATE=active\n")
         append("/etc/machine-info", "PRETTY_HOSTNAME=\"Ann's Desk\"\n", "w")
         append("/run/bus.conf", BUS)
         for name, command in SERVICES.items():
@@ -116,8 +121,9 @@ class Desktop(Stage):
         self.zelvo = os.path.join(prefix, "bin", "zelvo")
 
     def start_as_user(self, command, env):
-        """With nothing of the environment of the test."""
-        user = ["setpriv", "--reuid", str(USER_ID), "--regid", str(USER_ID), "--clear-groups"]
+        """With nothing of the environment of the test, in a session that is on screen."""
+        user = ["sh", "-ec", 'mount --bind /run/session-cgroup /proc/$$/cgroup; exec "$@"', "sh",
+                "setpriv", "--reuid", str(USER_ID), "--regid", str(USER_ID), "--clear-groups"]
         return self.start(command, {"PATH": "/usr/local/bin:/usr/bin:/bin", **env}, user)
 
     def start_session(self):
