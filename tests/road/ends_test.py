@@ -22,11 +22,12 @@ GREETING = b"RFB 003.008\n\1\1"
 
 
 class Viewers(threading.Thread):
-    """Come as soon as somebody listens; the first is let in."""
+    """Come as soon as somebody listens; the first is let in, if any."""
 
-    def __init__(self, application):
+    def __init__(self, application, let_in_one):
         super().__init__(daemon=True)
         self.application = application
+        self.let_in_one = let_in_one
         self.stays = True
         self.came = 0
 
@@ -41,7 +42,7 @@ class Viewers(threading.Thread):
                 continue
             viewers.append(viewer)
             self.came += 1
-            if self.came == 1:
+            if self.came == 1 and self.let_in_one:
                 threading.Thread(target=self.answer, daemon=True).start()
         while self.stays:
             time.sleep(0.02)
@@ -56,7 +57,8 @@ class Viewers(threading.Thread):
 
 def one_end(stage, service, router, number, delay):
     application = stage.start_application(service, router)
-    viewers = Viewers(application)
+    # With somebody inside, a quit would ask.
+    viewers = Viewers(application, number == signal.SIGKILL)
     viewers.start()
     time.sleep(delay)
     was_on = is_listening(VNC_PORT)
