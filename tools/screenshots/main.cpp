@@ -23,7 +23,9 @@ class Photographer {
 
     void take(QWidget& window, const QString& name, QWidget* above = nullptr,
               QPoint at = QPoint()) const {
-        QCoreApplication::processEvents();
+        // What is laid out within what is laid out takes a round each.
+        for (int round = 0; round < 10; ++round)
+            QCoreApplication::processEvents();
         QImage image = window.grab().toImage();
         if (above) {
             QPainter painter(&image);

@@ -14,6 +14,7 @@
 #include "platform/qt/viewers/KeysElsewhere.h"
 #include "platform/qt/viewers/ViewerTexts.h"
 #include "platform/qt/widgets/ImageView.h"
+#include "platform/qt/widgets/Images.h"
 #include "platform/qt/widgets/Panel.h"
 #include "platform/qt/widgets/StatusLabel.h"
 
@@ -49,6 +50,7 @@ QuestionDialog::QuestionDialog(const QString& images, AnswerGuard::Clock clock, 
       listener_(std::move(listener)) {
     setObjectName("questionDialog");
     setWindowTitle(localized("Zelvo"));
+    setWindowIcon(renderImage(images, "zelvo", {64, 64}, 1));
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(28, 24, 28, 18);
     layout->setSpacing(16);
