@@ -58,7 +58,8 @@ class Screen {
   public:
     virtual ~Screen() = default;
 
-    /// Readable when `dispatch` has something to do.
+    /// Readable when `dispatch` has something to do; after a key or a pointer's movement it may
+    /// have without that.
     virtual int descriptor() const = 0;
     virtual void dispatch(ScreenObserver& observer) = 0;
 

@@ -298,6 +298,7 @@ void VncServer::fitToScreen() {
 
 void VncServer::tick(Time now) {
     removeGone();
+    screen_.dispatch(*this);
     if (hasChanged_ && now >= captureAgain_ && anybodyWaits())
         capture(now);
     for (auto& [id, viewer] : viewers_) {

@@ -35,6 +35,8 @@ class X11Picture {
     void captureRows(const Rectangle& band, std::vector<Rectangle>& changed);
     /// The pixels of a band as the X server has them; null on failure.
     const std::byte* fetch(const Rectangle& band);
+    /// The bytes of a row of the X server's.
+    std::size_t stride(int width) const;
     void compare(const Rectangle& band, const std::byte* image, std::vector<Rectangle>& changed);
     void convertRow(const std::byte* from, std::uint32_t* to, int count) const;
     void openSharedMemory();
@@ -50,7 +52,6 @@ class X11Picture {
 
     xcb_shm_seg_t segment_ = XCB_NONE;
     std::byte* shared_ = nullptr;
-    std::size_t sharedSize_ = 0;
     /// The image where there is no shared memory.
     Reply<xcb_get_image_reply_t> reply_;
     /// A converted row.
