@@ -1,12 +1,16 @@
 #include "server/screen/x11/X11Picture.h"
 
 #include <sys/ipc.h>
+#include <sys/mman.h>
 #include <sys/shm.h>
+#include <unistd.h>
 #include <xcb/xfixes.h>
 
 #include <algorithm>
 #include <bit>
+#include <cstdlib>
 #include <cstring>
+#include <new>
 
 namespace zelvo::server {
 
@@ -17,9 +21,9 @@ constexpr int tile = 64;
 /// More parts than these are taken as one.
 constexpr std::size_t mostParts = 24;
 /// Shared with the X server, and so the most that is fetched at once, save where a single row of
-/// tiles is more: 256 rows of a screen that is 1,920 wide. A whole screen would cost as much memory
+/// tiles is more: of a screen that is 1,920 wide, one. A whole screen would cost as much memory
 /// again as the picture itself.
-constexpr std::size_t sharedMemory = 2 * 1024 * 1024;
+constexpr std::size_t sharedMemory = 512 * 1024;
 
 Rectangle within(Rectangle part, Size size) {
     const int right = std::min(part.x + part.width, size.width);
@@ -67,7 +71,11 @@ void X11Picture::resize(Size size) {
     if (size == size_ || size.width <= 0 || size.height <= 0)
         return;
     size_ = size;
-    pixels_.assign(static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height), 0);
+    const auto count = static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height);
+    memory_.reset(static_cast<std::uint32_t*>(std::calloc(count, sizeof(std::uint32_t))));
+    if (!memory_)
+        throw std::bad_alloc();
+    pixels_ = {memory_.get(), count};
     row_.resize(static_cast<std::size_t>(size.width));
     wantsAll_ = true;
     closeSharedMemory();
@@ -119,8 +127,18 @@ void X11Picture::setWatched(bool isWatched) {
         wantsAll_ = true;
     } else {
         xcb_damage_destroy(x_, damage_);
+        forget();
     }
     xcb_flush(x_);
+}
+
+/// Nobody needs the picture for now, nor its memory: it is black again.
+void X11Picture::forget() {
+    void* first = pixels_.data();
+    auto size = pixels_.size_bytes();
+    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    if (std::align(page, page, first, size))
+        ::madvise(first, size / page * page, MADV_DONTNEED);
 }
 
 std::vector<Rectangle> X11Picture::damage() {

@@ -31,6 +31,7 @@ class X11Picture {
     std::span<std::uint32_t> pixels() { return pixels_; }
 
   private:
+    void forget();
     std::vector<Rectangle> damage();
     void captureRows(const Rectangle& band, std::vector<Rectangle>& changed);
     /// The pixels of a band as the X server has them; null on failure.
@@ -44,7 +45,8 @@ class X11Picture {
 
     X11Connection& x_;
     Size size_;
-    std::vector<std::uint32_t> pixels_;
+    std::unique_ptr<std::uint32_t, FreeReply> memory_;
+    std::span<std::uint32_t> pixels_;
     bool isWatched_ = false;
     bool wantsAll_ = true;
     xcb_damage_damage_t damage_ = XCB_NONE;
