@@ -113,7 +113,7 @@ int serve(const Options& options, const platform::FileDescriptor& signals,
             .admit = [&](auto viewer, auto socket,
                          auto rights) { screenThread.admit(viewer, std::move(socket), rights); },
             .setRights = [&](auto viewer, auto rights) { screenThread.setRights(viewer, rights); },
-            .releaseInput = [&] { screenThread.releaseInput(); }});
+            .setInputPasses = [&](bool passes) { screenThread.setInputPasses(passes); }});
     EventLoop::Watch watch(loop, signals.get(), [&](auto) {
         signalfd_siginfo signal{};
         while (::read(signals.get(), &signal, sizeof signal) == sizeof signal) {

@@ -258,8 +258,7 @@ void Gate::showQuestion(bool isShown) {
         return;
     for (auto& [viewer, entry] : guests_)
         entry.guest->setInputPasses(entry.rights == Rights::Control && !isShown);
-    if (isShown)
-        handlers_.releaseInput();
+    handlers_.setInputPasses(!isShown);
 }
 
 void Gate::guestEnded(ViewerId viewer, Ending ending) {

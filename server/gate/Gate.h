@@ -30,8 +30,9 @@ class Gate {
         /// A viewer is in: an RFB server without security of its own is to serve this socket.
         std::function<void(ViewerId, platform::FileDescriptor, platform::gate::Rights)> admit;
         std::function<void(ViewerId, platform::gate::Rights)> setRights;
-        /// What viewers hold down is to be let go: their input does not pass any more.
-        std::function<void()> releaseInput;
+        /// Whether input of viewers counts: where it does not, also what has left the gate already,
+        /// and what they hold down is to be let go.
+        std::function<void(bool)> setInputPasses;
     };
 
     /// A socket that listens on the IPv4 wildcard address, with what every viewer's socket shall

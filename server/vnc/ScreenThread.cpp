@@ -44,13 +44,16 @@ void ScreenThread::setRights(ViewerId viewer, platform::gate::Rights rights) {
     post([=](VncServer& vnc) { vnc.setRights(viewer, rights); });
 }
 
-void ScreenThread::releaseInput() {
-    post([](VncServer& vnc) { vnc.releaseInput(); });
+void ScreenThread::setInputPasses(bool passes) {
+    // Not behind what keeps the thread busy, for that a viewer can prolong.
+    inputPasses_ = passes;
+    if (!passes)
+        post([](VncServer& vnc) { vnc.releaseInput(); });
 }
 
 void ScreenThread::run() {
     platform::EventLoop loop;
-    VncServer vnc(loop, *screen_, name_, ended_);
+    VncServer vnc(loop, *screen_, name_, inputPasses_, ended_);
     platform::EventLoop::Watch watch(loop, wake_.get(), [this](auto) {
         eventfd_t count = 0;
         ::eventfd_read(wake_.get(), &count);

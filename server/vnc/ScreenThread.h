@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -27,7 +28,9 @@ class ScreenThread {
 
     void admit(ViewerId viewer, platform::FileDescriptor socket, platform::gate::Rights rights);
     void setRights(ViewerId viewer, platform::gate::Rights rights);
-    void releaseInput();
+    /// Without it, what viewers do is dropped, also what has been on its way to the screen, and
+    /// what they hold down is let go.
+    void setInputPasses(bool passes);
 
   private:
     using Task = std::function<void(VncServer&)>;
@@ -39,6 +42,7 @@ class ScreenThread {
     const std::string name_;
     const std::function<void()> ended_;
     platform::FileDescriptor wake_;
+    std::atomic<bool> inputPasses_ = true;
     std::mutex mutex_;
     std::vector<Task> tasks_;
     bool isEnding_ = false;

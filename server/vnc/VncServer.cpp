@@ -75,14 +75,15 @@ struct VncServer::Viewer {
     Point position;
 
     static Viewer& of(rfbClientPtr client) { return *static_cast<Viewer*>(client->clientData); }
-    bool mayAct() const { return rights == Rights::Control; }
+    bool mayAct() const { return rights == Rights::Control && server.inputPasses_; }
 };
 
 VncServer::VncServer(platform::EventLoop& loop, Screen& screen, std::string name,
-                     std::function<void()> screenEnded)
+                     const std::atomic<bool>& inputPasses, std::function<void()> screenEnded)
     : loop_(loop),
       screen_(screen),
       name_(std::move(name)),
+      inputPasses_(inputPasses),
       screenEnded_(std::move(screenEnded)),
       size_(screen.size()),
       watch_(loop, screen.descriptor(), [this](auto) { screen_.dispatch(*this); }) {
@@ -258,7 +259,7 @@ void VncServer::clipboardChanged(const std::string& text) {
     // The library tells all who have a socket.
     std::map<rfbClientPtr, rfbSocket> hidden;
     for (auto& [id, viewer] : viewers_) {
-        if (!viewer->mayAct()) {
+        if (viewer->rights != Rights::Control) {
             hidden[viewer->client] = viewer->client->sock;
             viewer->client->sock = RFB_INVALID_SOCKET;
         }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -27,9 +28,10 @@ class VncServer : private ScreenObserver {
   public:
     using Time = platform::EventLoop::Clock::time_point;
 
-    /// `screenEnded` is called once, when the desktop has gone.
+    /// What viewers do counts only while `inputPasses`, which any thread may set. `screenEnded` is
+    /// called once, when the desktop has gone.
     VncServer(platform::EventLoop& loop, Screen& screen, std::string name,
-              std::function<void()> screenEnded);
+              const std::atomic<bool>& inputPasses, std::function<void()> screenEnded);
     VncServer(const VncServer&) = delete;
     VncServer& operator=(const VncServer&) = delete;
     ~VncServer() override;
@@ -68,6 +70,7 @@ class VncServer : private ScreenObserver {
     platform::EventLoop& loop_;
     Screen& screen_;
     const std::string name_;
+    const std::atomic<bool>& inputPasses_;
     const std::function<void()> screenEnded_;
     _rfbScreenInfo* vnc_ = nullptr;
     Size size_;
