@@ -1,5 +1,6 @@
 #include <QMouseEvent>
 #include <QTest>
+#include <QWindow>
 
 #include "platform/qt/dialogs/Dialogs.h"
 #include "platform/qt/viewers/Doorkeeper.h"
@@ -101,6 +102,8 @@ TEST_F(DoorkeeperTest, KeysLetNobodyInUnlessTheUserHasAskedForTheQuestion) {
     now += 1s;
     key(Qt::Key_Space);
     EXPECT_EQ(said().back(), "answer " + std::to_string(Qt::Key_Return) + " control");
+    ask(1);
+    EXPECT_TRUE(dialog()->windowHandle()->flags() & Qt::WindowDoesNotAcceptFocus);
 }
 
 TEST_F(DoorkeeperTest, WhatIsNotAYesRefuses) {
