@@ -160,6 +160,8 @@ void VncServer::admit(ViewerId id, platform::FileDescriptor socket, Rights right
     if (viewers_.size() == 1) {
         screen_.setWatched(true);
         hasChanged_ = true;
+        // What is there is no picture of now.
+        captureAgain_ = {};
     }
 }
 
