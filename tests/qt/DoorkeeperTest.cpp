@@ -163,6 +163,8 @@ TEST_F(WindowTest, TheWindowTellsWhoAsksAndWhoIsInside) {
             {"viewerDisconnect1", "visible", "false"},
             {"questionLine", "visible", "false"}});
     viewers.isInside.set({one, viewer(2)});
+    // Who controls is not to let others do so.
+    expect({{"viewerRights1", "enabled", "true"}, {"viewerRights2", "enabled", "false"}});
     find<QPushButton>("viewerDisconnect2")->click();
     viewers.said.clear();
     fake.authorization.onTool = [&](const std::string&) {
