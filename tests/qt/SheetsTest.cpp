@@ -52,6 +52,7 @@ TEST_F(SheetsTest, ASheetKeepsNobodyFromQuitting) {
     connectViewer(true);
     controller.setZelvoStatus(ZelvoStatusMappingFailed);
     ASSERT_TRUE(sheet());
+    EXPECT_TRUE(find("disconnectButton")->isEnabled()) << "who is in can be put out at any time";
     EXPECT_FALSE(QGuiApplication::modalWindow()) << "which Qt lets nobody close a window below";
     EXPECT_FALSE(window.close());
     auto* box = sheet();

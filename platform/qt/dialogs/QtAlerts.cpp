@@ -13,6 +13,7 @@
 #include "platform/qt/content/Localized.h"
 #include "platform/qt/content/Sheets.h"
 #include "platform/qt/widgets/Images.h"
+#include "platform/qt/widgets/Panel.h"
 
 namespace zelvo::platform {
 
@@ -142,8 +143,13 @@ void QtAlerts::takeDown() {
 }
 
 void QtAlerts::setContentEnabled(bool enabled) {
-    if (auto* main = qobject_cast<QMainWindow*>(window_))
-        main->centralWidget()->setEnabled(enabled);
+    auto* main = qobject_cast<QMainWindow*>(window_);
+    // A quit that goes on has put all of it to rest.
+    if (!main || hasEnded_)
+        return;
+    for (auto* part : main->centralWidget()->findChildren<Panel*>())
+        if (!part->property("worksUnderSheets").toBool())
+            part->setEnabled(enabled);
 }
 
 void QtAlerts::end() {
