@@ -130,6 +130,9 @@ int serve(const Options& options, const platform::FileDescriptor& signals,
         loop.turn(door->nextDeadline());
         door->tick(EventLoop::Clock::now());
     }
+    door.reset();
+    // A display that hangs keeps us no longer.
+    ::alarm(1);
     return EXIT_SUCCESS;
 }
 

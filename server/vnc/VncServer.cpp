@@ -72,7 +72,6 @@ struct VncServer::Viewer {
     /// What it holds down.
     std::set<std::uint32_t> keys;
     std::uint8_t buttons = 0;
-    Point position;
 
     static Viewer& of(rfbClientPtr client) { return *static_cast<Viewer*>(client->clientData); }
     bool mayAct() const { return rights == Rights::Control && server.inputPasses_; }
@@ -114,7 +113,6 @@ VncServer::VncServer(platform::EventLoop& loop, Screen& screen, std::string name
     vnc_->ptrAddEvent = [](int buttons, int x, int y, rfbClientPtr client) {
         auto& viewer = Viewer::of(client);
         viewer.server.pointer(viewer, {x, y}, static_cast<std::uint8_t>(buttons));
-        rfbDefaultPtrAddEvent(buttons, x, y, client);
     };
     vnc_->setXCutText = [](char* text, int size, rfbClientPtr client) {
         auto& viewer = Viewer::of(client);
@@ -135,6 +133,7 @@ VncServer::VncServer(platform::EventLoop& loop, Screen& screen, std::string name
 VncServer::~VncServer() {
     while (!viewers_.empty()) {
         auto viewer = viewers_.extract(viewers_.begin());
+        release(*viewer.mapped());
         viewer.mapped()->watch.reset();
         rfbCloseClient(viewer.mapped()->client);
         rfbClientConnectionGone(viewer.mapped()->client);
@@ -183,8 +182,9 @@ void VncServer::releaseInput() {
 void VncServer::release(Viewer& viewer) {
     for (auto keysym : std::exchange(viewer.keys, {}))
         screen_.key(keysym, false);
+    // Where it is by now: the user may be about to click.
     if (std::exchange(viewer.buttons, 0) != 0)
-        screen_.pointer(viewer.position, 0);
+        screen_.pointer({vnc_->cursorX, vnc_->cursorY}, 0);
 }
 
 void VncServer::key(Viewer& viewer, std::uint32_t keysym, bool isDown) {
@@ -201,10 +201,11 @@ void VncServer::key(Viewer& viewer, std::uint32_t keysym, bool isDown) {
 void VncServer::pointer(Viewer& viewer, Point position, std::uint8_t buttons) {
     if (!viewer.mayAct())
         return;
-    viewer.position = {std::clamp(position.x, 0, size_.width - 1),
-                       std::clamp(position.y, 0, size_.height - 1)};
+    position = {std::clamp(position.x, 0, size_.width - 1),
+                std::clamp(position.y, 0, size_.height - 1)};
     const bool isClick = std::exchange(viewer.buttons, buttons) != buttons;
-    screen_.pointer(viewer.position, buttons);
+    screen_.pointer(position, buttons);
+    rfbDefaultPtrAddEvent(buttons, position.x, position.y, viewer.client);
     if (isClick)
         beEager();
 }

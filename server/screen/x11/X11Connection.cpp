@@ -58,7 +58,8 @@ X11Connection::Problem X11Connection::setUp(int screenNumber) {
             randrEvent_ = randr->first_event;
     }
     if (const auto* input = present(&xcb_input_id)) {
-        auto version = xcb_input_xi_query_version(connection_, 2, 0);
+        // From 2.1 on raw events come also while a program has grabbed the pointer.
+        auto version = xcb_input_xi_query_version(connection_, 2, 1);
         Reply<xcb_input_xi_query_version_reply_t> reply(
             xcb_input_xi_query_version_reply(connection_, version, nullptr));
         if (reply)

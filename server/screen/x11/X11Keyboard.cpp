@@ -59,7 +59,9 @@ X11Keyboard::~X11Keyboard() {
         if (spare.keysym != XKB_KEY_NoSymbol)
             xcb_change_keyboard_mapping(x_, 1, spare.code, nothing.size(), nothing.data());
     }
-    xcb_flush(x_);
+    // The X server forgets what it has not read when the connection ends.
+    Reply<xcb_get_input_focus_reply_t>(
+        xcb_get_input_focus_reply(x_, xcb_get_input_focus(x_), nullptr));
 }
 
 void X11Keyboard::readKeymap() {
