@@ -11,7 +11,7 @@ import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "support"))
-from stage import SKIPPED, Stage, let_in, service_info, wait_until  # noqa: E402
+from stage import Stage, let_in, service_info, skip_where_missing, wait_until  # noqa: E402
 
 HOST = "192.168.77.20"
 WIRELESS = "192.168.77.21"
@@ -21,13 +21,10 @@ NEEDED = ("ip", "nft", "miniupnpd", "ss", "Xvfb", "xdotool", "gvnccapture", "cur
 
 
 def leave_out_where_impossible(*others):
-    missing = [program for program in (*NEEDED, *others) if not shutil.which(program)]
-    reason = f"missing: {' '.join(missing)}" if missing else ""
+    reason = ""
     if os.geteuid() != 0 or subprocess.run(["unshare", "-n", "true"], check=False).returncode:
         reason = "no right to make network namespaces"
-    if reason:
-        print(f"SKIPPED: {reason}")
-        sys.exit(SKIPPED)
+    skip_where_missing(*NEEDED, *others, reason=reason)
 
 
 class Lab(Stage):
@@ -45,8 +42,7 @@ class Lab(Stage):
             self.namespaces("up")
         except subprocess.CalledProcessError as error:
             self.__exit__(None)
-            print(f"SKIPPED: no network namespaces: {error.stderr}")
-            sys.exit(SKIPPED)
+            skip_where_missing(reason=f"no network namespaces: {error.stderr}")
         if self.far:
             self._go_far(*self.far)
         return self

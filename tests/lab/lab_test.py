@@ -95,8 +95,7 @@ def addresses(lab):
     lab.run("host", "ip", "addr", "add", "192.168.77.21/24", "dev", "eth0")
     lab.run("host", "ip", "route", "add", "default", "via", "192.168.77.1")
     wait_until(lambda: lab.mapped("192.168.77.21"), 10, "the mapping to the new address")
-    zelvo.send(signal.SIGTERM)
-    assert zelvo.wait(5) == 0
+    zelvo.quit(5)
 
     # Starting again is what the user is told to do.
     zelvo = lab.start_zelvo(in_terminal=True)
@@ -138,9 +137,8 @@ def cable(lab):
     lab.link_of(zelvo)
     lab.run("router", "ip", "link", "set", "port1", "down")
     begun = time.monotonic()
-    zelvo.send(signal.SIGTERM)
     # The service's open connection is given up, a new one is not made, the router is silent.
-    assert zelvo.wait(20) == 0
+    zelvo.quit(20)
     print(f"quit without a cable: {time.monotonic() - begun:.1f} s")
 
 
@@ -154,7 +152,7 @@ def far_away(lab):
         # It happens that the service's packets get lost again and again.
         tries += 1
         assert tries <= 3
-        lab.press_in_sheet("Return")
+        lab.press("Return")
     zelvo.wait_for(r"^Link: ")
     print(f"a link after {tries} tries")
     zelvo.send(signal.SIGTERM)
@@ -225,7 +223,7 @@ def service(lab):
 
     def try_again(way):
         front.say(way + "\n")
-        lab.press_in_sheet("Return")
+        lab.press("Return")
 
     fails("Failed to connect to .* Couldn.t connect to server")
     lab.run("router", "nft", "delete table inet cut")

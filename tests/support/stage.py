@@ -14,6 +14,17 @@ import time
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 SKIPPED = 77
+VNC_PORT = 5900
+# A viewer's version, no security, and that others may stay (RFC 6143, sections 7.1.1, 7.1.2, 7.3.1).
+GREETING = b"RFB 003.008\n\1\1"
+
+
+def skip_where_missing(*programs, reason=""):
+    """Ends a test that cannot be where these are missing, or for that reason."""
+    missing = [program for program in programs if not shutil.which(program)]
+    if missing or reason:
+        print("SKIPPED: " + (reason or "missing: " + " ".join(missing)))
+        sys.exit(SKIPPED)
 
 
 def enter_own_network():
@@ -22,8 +33,7 @@ def enter_own_network():
         return
     possible = subprocess.run(["unshare", "-n", "true"], capture_output=True, check=False)
     if possible.returncode != 0:
-        print("SKIPPED: no right to make a network namespace")
-        sys.exit(SKIPPED)
+        skip_where_missing(reason="no right to make a network namespace")
     os.environ["ZELVO_OWN_NETWORK"] = "1"
     command = 'ip link set lo up && exec "$@"'
     os.execvp("unshare", ["unshare", "-n", "sh", "-c", command, "sh", sys.executable, *sys.argv])
@@ -101,6 +111,11 @@ class Program:
 
     def wait(self, seconds):
         return self.process.wait(timeout=seconds)
+
+    def quit(self, seconds=15, number=signal.SIGTERM):
+        """In order, and within the time."""
+        self.send(number)
+        assert self.wait(seconds) == 0, self.process.returncode
 
     def end(self, number=signal.SIGTERM):
         if self.process.poll() is None:
@@ -209,13 +224,37 @@ class Stage:
         return self.start([os.path.join(self.build, "zelvo"), "--ask-in-terminal"],
                           self.environment(service.url, router.place), takes_input=True)
 
-    def press_in_sheet(self, key):
-        """A key for the sheet on the window, once it is up."""
-        def windows():
-            return self.xdotool("search", "--onlyvisible", "--name", ".").split()
-        wait_until(lambda: len(windows()) > 1, 10, "a sheet")
+    def set_up(self):
+        """All that the application needs: the service and the router."""
+        self.start_display()
+        self.make_certificate()
+        return self.start_service(), self.start_router()
+
+    def windows(self, name="."):
+        """The visible ones, the topmost last."""
+        return self.xdotool("search", "--onlyvisible", "--name", name).split()
+
+    def press(self, key, count=2):
+        """A key for the topmost of so many windows, of which the second is a sheet."""
+        wait_until(lambda: len(self.windows()) >= count, 20, f"{count} windows")
         # Nobody manages windows here, so the focus has to be given.
-        self.xdotool("windowfocus", "--sync", windows()[-1], "key", key)
+        self.xdotool("windowfocus", "--sync", self.windows()[-1], "key", key)
+
+    def question(self):
+        """The window of the question, which comes on top of the application's."""
+        windows = self.windows("^Zelvo$")
+        return windows[-1] if len(windows) > 1 else None
+
+    def click(self, button):
+        """On "help" or "refuse" in the question."""
+        wait_until(self.question, 20, "the question")
+        # The buttons rest at first.
+        time.sleep(1.3)
+        place = dict(line.split("=") for line in self.xdotool(
+            "getwindowgeometry", "--shell", self.question()).split())
+        across = 0.2 if button == "help" else 0.8
+        self.xdotool("mousemove", str(int(place["X"]) + int(int(place["WIDTH"]) * across)),
+                     str(int(place["Y"]) + int(place["HEIGHT"]) - 84), "click", "1")
 
 
 def let_in(zelvo, word="help"):
@@ -235,7 +274,7 @@ def service_info(url, authority, link, prefix=()):
 
 
 def connect_viewer(address, port):
-    """A connection as a viewer makes it, and the server's greeting (RFC 6143, section 7.1.1)."""
+    """A connection as a viewer makes it, and the server's version (RFC 6143, section 7.1.1)."""
     viewer = socket.create_connection((address, port), timeout=10)
     greeting = b""
     while len(greeting) < 12:
@@ -264,6 +303,11 @@ def processes_named(name):
         except OSError:
             continue
     return found
+
+
+def wait_until_off(seconds=10):
+    wait_until(lambda: not is_listening(VNC_PORT) and not processes_named("screensharingd"), seconds,
+               "the end of Screen Sharing")
 
 
 def wait_until(condition, seconds, what):
