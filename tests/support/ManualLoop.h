@@ -88,6 +88,8 @@ class ManualLoop : public platform::MainQueue, public platform::RunLoop {
     std::size_t timers() const { return count(true); }
 
   private:
+    using Time = std::chrono::milliseconds;
+
     struct FakeTimer : platform::Timer {
         FakeTimer(ManualLoop& loop, Time delay, bool repeats,
                   std::function<void(platform::Timer&)> tick)
@@ -109,8 +111,6 @@ class ManualLoop : public platform::MainQueue, public platform::RunLoop {
         Time at;
         std::function<void(platform::Timer&)> tick;
     };
-
-    using Time = std::chrono::milliseconds;
 
     std::size_t count(bool repeating, Time until = Time::max()) const {
         return static_cast<std::size_t>(
