@@ -2,7 +2,6 @@
 
 import os
 import re
-import shutil
 import signal
 import struct
 import subprocess
@@ -30,10 +29,9 @@ def leave_out_where_impossible(*others):
 class Lab(Stage):
     """The namespaces `host`, `router` and `internet`; see the file "namespaces"."""
 
-    def __init__(self, build, far=None):
+    def __init__(self, build):
         super().__init__(build)
         self.name = f"zl{os.getpid()}"
-        self.far = far
         self.router = None
         self.service = None
 
@@ -43,8 +41,6 @@ class Lab(Stage):
         except subprocess.CalledProcessError as error:
             self.__exit__(None)
             skip_where_missing(reason=f"no network namespaces: {error.stderr}")
-        if self.far:
-            self._go_far(*self.far)
         return self
 
     def __exit__(self, *error):
@@ -61,12 +57,6 @@ class Lab(Stage):
     def run(self, place, *command, check=True):
         return subprocess.run([*self.within(place), *command], check=check, capture_output=True,
                               text=True).stdout
-
-    def _go_far(self, delay, loss):
-        self.namespaces("wire")
-        wire = self.start([sys.executable, os.path.join(HERE, "wire.py"), "left", "right",
-                           str(delay), str(loss)], prefix=self.within("wire"))
-        wire.wait_for(r"^Wire: ready$")
 
     # The router
 
