@@ -104,8 +104,7 @@ class Lab(Stage):
 
     def start_front(self):
         """What stands before the service; see "front.py"."""
-        self.make_certificate(SERVICE, "strange", "strange-ca")
-        files = ("ca.pem", "service.pem", "service.key", "strange.pem", "strange.key")
+        files = ("ca.pem", "service.pem", "service.key")
         front = self.start([sys.executable, os.path.join(HERE, "front.py"), SERVICE,
                             self.service.url, *map(self.path, files)],
                            prefix=self.within("internet"), takes_input=True)

@@ -228,7 +228,7 @@ def service(lab):
     fails("Failed to connect to .* Couldn.t connect to server")
     lab.run("router", "nft", "delete table inet cut")
     for way, reason in (("noise", "wrong version number"), ("garbage", "^"),
-                        ("reset", "reset by peer"), ("stranger", "SSL certificate problem")):
+                        ("reset", "reset by peer")):
         try_again(way)
         fails(reason)
     try_again("slow 40")

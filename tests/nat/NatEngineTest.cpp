@@ -213,6 +213,15 @@ TEST_F(NatEngineTest, WhatIsMappedWhileTheNetworkChangesIsAskedForAgain) {
     engine->checkAll();
     run(1s);
     EXPECT_EQ(asked, (Asked{"pcp maps 23456", "pcp maps 23456"}));
+
+    table = {{Neighbour, {23456, {}}}};
+    engine->checkAll();
+    run(2s);
+    EXPECT_EQ(port(), 23457) << "somebody else has it";
+    table.erase(Neighbour);
+    engine->checkAll();
+    run(2s);
+    EXPECT_EQ(port(), 23456) << "he has gone";
 }
 
 TEST_F(NatEngineTest, RouterIsHeardWhenItAnnouncesAndNobodyElseIs) {

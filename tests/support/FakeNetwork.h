@@ -68,14 +68,20 @@ class RecordingPeer : public platform::UrlSession {
                   std::function<void(platform::UrlResult)> done) override {
         if (!loop_.isOpen())
             return;
-        auto answer = [result = record(request), done = std::move(done)] { done(result); };
+        auto answer = [result = sendSynchronously(request), done = std::move(done)] {
+            done(result);
+        };
         if (held_)
             waiting_.push_back(std::move(answer));
         else
             loop_.async(std::move(answer));
     }
     platform::UrlResult sendSynchronously(const platform::UrlRequest& request) override {
-        return record(request);
+        auto endpoint = request.url.substr(request.url.rfind('/') + 1);
+        requests.push_back({request, endpoint, fieldsOf(request.body)});
+        if (auto found = answers_.find(endpoint); found != answers_.end())
+            return found->second;
+        return {std::nullopt, platform::Error{platform::UrlErrorDomain, 7, "no connection"}};
     }
     std::unique_ptr<platform::SerialQueue> makeSerialQueue() override {
         ++serialQueuesMade;
@@ -125,14 +131,6 @@ class RecordingPeer : public platform::UrlSession {
     int serialQueuesMade = 0;
 
   private:
-    platform::UrlResult record(const platform::UrlRequest& request) {
-        auto endpoint = request.url.substr(request.url.rfind('/') + 1);
-        requests.push_back({request, endpoint, fieldsOf(request.body)});
-        if (auto found = answers_.find(endpoint); found != answers_.end())
-            return found->second;
-        return {std::nullopt, platform::Error{platform::UrlErrorDomain, 7, "no connection"}};
-    }
-
     ManualLoop& loop_;
     bool held_ = false;
     std::map<std::string, platform::UrlResult> answers_;

@@ -172,20 +172,17 @@ class Stage:
                               env=dict(os.environ, DISPLAY=self.display), capture_output=True,
                               check=False).stdout
 
-    def make_certificate(self, address="127.0.0.1", name="service", authority="ca"):
+    def make_certificate(self, address="127.0.0.1"):
         run = lambda *words: subprocess.run(["openssl", *words], check=True, capture_output=True,
                                             cwd=self.folder)
         key = ["-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes"]
         run("req", "-x509", *key, "-subj", "/CN=Test authority", "-addext",
-            "basicConstraints=critical,CA:TRUE", "-keyout", f"{authority}.key",
-            "-out", f"{authority}.pem")
-        run("req", *key, "-subj", f"/CN={address}", "-keyout", f"{name}.key",
-            "-out", f"{name}.csr")
+            "basicConstraints=critical,CA:TRUE", "-keyout", "ca.key", "-out", "ca.pem")
+        run("req", *key, "-subj", f"/CN={address}", "-keyout", "service.key", "-out", "service.csr")
         with open(self.path("names"), "w", encoding="utf-8") as names:
             names.write(f"subjectAltName=IP:{address}")
-        run("x509", "-req", "-in", f"{name}.csr", "-CA", f"{authority}.pem",
-            "-CAkey", f"{authority}.key", "-CAcreateserial", "-extfile", "names",
-            "-out", f"{name}.pem")
+        run("x509", "-req", "-in", "service.csr", "-CA", "ca.pem", "-CAkey", "ca.key",
+            "-CAcreateserial", "-extfile", "names", "-out", "service.pem")
 
     def start_service(self, port=0, address="127.0.0.1", **how):
         service = self.start([os.path.join(self.build, "zelvo-service"), "--database",
