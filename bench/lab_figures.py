@@ -31,8 +31,8 @@ def milliseconds_since(begun):
 def time_to_mapping(lab, protocol, port):
     """From the start of the process, which asks for both transports, to its first word."""
     begun = time.monotonic()
-    mapper = lab.start([os.path.join(lab.build, "tests", "nat", "zelvo-map-port"), "5900", port,
-                        protocol], prefix=lab.within("host"))
+    mapper = lab.start([os.path.join(lab.build, "zelvo-map-port"), "5900", port, protocol],
+                       prefix=lab.within("host"))
     mapper.wait_for(r"^Mapped ")
     took = milliseconds_since(begun)
     mapper.end()

@@ -13,6 +13,8 @@ constexpr const char* Disable = "disable-screen-sharing-and-guess-access.tool";
 constexpr const char* Disconnect = "disconnect-screen-sharing.tool";
 
 TEST_F(LaunchAndQuitTest, LaunchPreparesTheWindowAndLeavesAServiceThatIsOnAlone) {
+    // A connection without our server's process is no session to ask about at the end.
+    fake.processes.records = {{"x11vnc", 7}};
     launchToLink();
     EXPECT_EQ(fake.feedback.calls, (std::vector<std::string>{"tracking", "issues on"}));
     ASSERT_TRUE(view.color);
@@ -24,6 +26,7 @@ TEST_F(LaunchAndQuitTest, LaunchPreparesTheWindowAndLeavesAServiceThatIsOnAlone)
     fake.loop.advance(10s);
     EXPECT_TRUE(fake.authorization.tools.empty());
 
+    fake.sockets.connect(true);
     controller.applicationShouldTerminate();
     fake.loop.settle();
     EXPECT_EQ(fake.application.replies, Replies{true});
@@ -50,14 +53,22 @@ TEST_F(LaunchAndQuitTest, WhatItSwitchedOnItSwitchesOffAgain) {
     EXPECT_EQ(fake.application.replies, Replies{true});
 }
 
-TEST_F(LaunchAndQuitTest, NothingIsSwitchedOffThatNeverCameUpOrWasUpBefore) {
-    launch();
-    fake.loop.advance(500ms);
-    EXPECT_EQ(fake.authorization.tools, Tools{Enable});
-    controller.applicationShouldTerminate();
-    EXPECT_EQ(fake.authorization.tools, Tools{Enable});
-    EXPECT_EQ(fake.application.replies, Replies{true});
-    EXPECT_TRUE(fake.peer.requests.empty());
+TEST_F(LaunchAndQuitTest, NothingIsSwitchedOffThatNeverCameUpOrListenedBefore) {
+    for (const bool listensBefore : {false, true}) {
+        fake.sockets.listen(listensBefore);
+        if (listensBefore)
+            fake.authorization.onTool = [this](const std::string&) { fake.screenSharing(true); };
+        AppDelegate controller{fake.platform};
+        controller.applicationDidFinishLaunching();
+        fake.loop.advance(500ms);
+        fake.loop.settle();
+        EXPECT_EQ(controller.zelvoStatus() == ZelvoStatusWaitingForConnection, listensBefore);
+        EXPECT_EQ(fake.peer.requests.empty(), !listensBefore);
+        controller.applicationShouldTerminate();
+        fake.loop.settle();
+        EXPECT_EQ(std::exchange(fake.authorization.tools, {}), Tools{Enable});
+        EXPECT_EQ(std::exchange(fake.application.replies, {}), Replies{true});
+    }
 }
 
 TEST_F(LaunchAndQuitTest, WhatComesOnDuringTheQuitIsTakenBackToo) {
@@ -82,17 +93,6 @@ TEST_F(LaunchAndQuitTest, WhatComesOnDuringTheQuitIsTakenBackToo) {
     EXPECT_EQ(fake.application.replies, Replies{true});
 }
 
-TEST_F(LaunchAndQuitTest, AListenerThatDidNotAskIsSetUpButLeftOn) {
-    fake.sockets.listen(true);
-    fake.authorization.onTool = [this](const std::string&) { fake.screenSharing(true); };
-    launch();
-    fake.loop.advance(500ms);
-    fake.loop.settle();
-    EXPECT_EQ(controller.zelvoStatus(), ZelvoStatusWaitingForConnection);
-    controller.applicationShouldTerminate();
-    EXPECT_EQ(fake.authorization.tools, Tools{Enable});
-}
-
 TEST_F(LaunchAndQuitTest, ARefusedRightAsksAgainOrQuits) {
     fake.authorization.rightStatus = platform::AuthorizationCanceled;
     launch();
@@ -107,17 +107,6 @@ TEST_F(LaunchAndQuitTest, ARefusedRightAsksAgainOrQuits) {
     fake.alerts.press(platform::AlertSecondButtonReturn);
     EXPECT_EQ(fake.application.replies, Replies{true});
     EXPECT_TRUE(fake.authorization.tools.empty());
-}
-
-TEST_F(LaunchAndQuitTest, ASessionUnderWayIsAskedAbout) {
-    launchToLink();
-    fake.sockets.connect(true);
-    // A connection without our server's process is no session.
-    fake.processes.records = {{"x11vnc", 7}};
-    fake.peer.hold(true);
-    controller.applicationShouldTerminate();
-    EXPECT_TRUE(fake.alerts.shown.empty());
-    EXPECT_EQ(fake.peer.count("update.php"), 1u);
 }
 
 TEST_F(LaunchAndQuitTest, TheSessionSheetDecides) {

@@ -9,7 +9,9 @@ namespace zelvo {
 namespace {
 
 using platform::PropertyList;
-using Dictionary = PropertyList::Dictionary;
+using namespace std::string_literals;
+using Array = PropertyList::Array;
+using Map = PropertyList::Dictionary;
 using Lines = std::vector<std::string>;
 
 struct RecordingDelegate : SystemInformationDelegate {
@@ -91,27 +93,17 @@ TEST_F(SystemInformationTest, Ports) {
     EXPECT_EQ(information.vncListeningPort(), 5900);
     host.services.ports = {{"ssh", 2022}, {"65536", 7}, {"s\xC3\xA9", 8}, {"vnc-server", 5999}};
     EXPECT_EQ(information.vncListeningPort(), 5999);
-    const std::pair<PropertyList, int> cases[] = {{"ssh", 2022},
-                                                  {std::string("ssh\0x", 5), 2022},
-                                                  {"unknown", 22},
-                                                  {"s\xC3\xA9", 22},
-                                                  {2222, 2222},
-                                                  {"2222", 2222},
-                                                  {70000, 4464},
-                                                  {-1, 65535},
-                                                  {65536, 7},
-                                                  {0, 22},
-                                                  {false, 22},
-                                                  {0.5, 22},
-                                                  {Dictionary{}, 65535},
-                                                  {PropertyList::Array{}, 65535}};
+    const std::pair<PropertyList, int> cases[] = {
+        {"ssh", 2022},  {"ssh\0x"s, 2022}, {"unknown", 22}, {"s\xC3\xA9", 22}, {2222, 2222},
+        {"2222", 2222}, {70000, 4464},     {-1, 65535},     {65536, 7},        {0, 22},
+        {false, 22},    {0.5, 22},         {Map{}, 65535},  {Array{}, 65535}};
     auto& file = host.propertyLists.files["/System/Library/LaunchDaemons/ssh.plist"];
     for (const auto& [name, port] : cases) {
-        Dictionary listeners{{"SockServiceName", name}};
-        file = Dictionary{{"Sockets", Dictionary{{"Listeners", listeners}}}};
+        Map listeners{{"SockServiceName", name}};
+        file = Map{{"Sockets", Map{{"Listeners", listeners}}}};
         EXPECT_EQ(information.sshListeningPort(), port);
     }
-    file = Dictionary{{"Sockets", Dictionary{{"Listeners", "not a dictionary"}}}};
+    file = Map{{"Sockets", Map{{"Listeners", "not a dictionary"}}}};
     EXPECT_EQ(information.sshListeningPort(), 22);
 }
 

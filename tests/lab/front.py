@@ -1,10 +1,9 @@
 #!/usr/bin/env python3
 """Stands before the sharing service and spoils its answers in the way that standard input says.
 
-usage: front.py ADDRESS UPSTREAM AUTHORITY CERTIFICATE KEY STRANGE_CERTIFICATE STRANGE_KEY
+usage: front.py ADDRESS UPSTREAM AUTHORITY CERTIFICATE KEY
 
-The ways: pass; slow SECONDS; reset; garbage; noise (not even TLS); stranger (a certificate of an
-authority that nobody knows).
+The ways: pass; slow SECONDS; reset; garbage; noise (not even TLS).
 """
 
 import http.server
@@ -25,12 +24,6 @@ def read_ways():
         way[:] = line.split()
 
 
-def server_side(certificate, key):
-    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-    context.load_cert_chain(certificate, key)
-    return context
-
-
 class Front(http.server.BaseHTTPRequestHandler):
     # Connections stay open, as those of most services do.
     protocol_version = "HTTP/1.1"
@@ -40,8 +33,7 @@ class Front(http.server.BaseHTTPRequestHandler):
             self.request.sendall(os.urandom(512))
             raise ConnectionAbortedError
         self.request.settimeout(120)
-        context = self.server.strange if way[0] == "stranger" else self.server.known
-        self.request = context.wrap_socket(self.request, server_side=True)
+        self.request = self.server.known.wrap_socket(self.request, server_side=True)
         super().setup()
 
     def do_POST(self):  # pylint: disable=invalid-name
@@ -75,11 +67,12 @@ class Server(http.server.ThreadingHTTPServer):
 
 
 def main():
-    address, upstream, authority, *pairs = sys.argv[1:]
+    address, upstream, authority, *pair = sys.argv[1:]
     server = Server((address, 0), Front)
     server.upstream = upstream
     server.trust = ssl.create_default_context(cafile=authority)
-    server.known, server.strange = server_side(*pairs[:2]), server_side(*pairs[2:])
+    server.known = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+    server.known.load_cert_chain(*pair)
     threading.Thread(target=read_ways, daemon=True).start()
     print(f"Service: https://{address}:{server.server_address[1]}", flush=True)
     server.serve_forever()

@@ -2,7 +2,6 @@
 
 import os
 import re
-import shutil
 import signal
 import struct
 import subprocess
@@ -11,7 +10,7 @@ import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "support"))
-from stage import SKIPPED, Stage, let_in, service_info, wait_until  # noqa: E402
+from stage import Stage, let_in, service_info, skip_where_missing, wait_until  # noqa: E402
 
 HOST = "192.168.77.20"
 WIRELESS = "192.168.77.21"
@@ -21,22 +20,18 @@ NEEDED = ("ip", "nft", "miniupnpd", "ss", "Xvfb", "xdotool", "gvnccapture", "cur
 
 
 def leave_out_where_impossible(*others):
-    missing = [program for program in (*NEEDED, *others) if not shutil.which(program)]
-    reason = f"missing: {' '.join(missing)}" if missing else ""
+    reason = ""
     if os.geteuid() != 0 or subprocess.run(["unshare", "-n", "true"], check=False).returncode:
         reason = "no right to make network namespaces"
-    if reason:
-        print(f"SKIPPED: {reason}")
-        sys.exit(SKIPPED)
+    skip_where_missing(*NEEDED, *others, reason=reason)
 
 
 class Lab(Stage):
     """The namespaces `host`, `router` and `internet`; see the file "namespaces"."""
 
-    def __init__(self, build, far=None):
+    def __init__(self, build):
         super().__init__(build)
         self.name = f"zl{os.getpid()}"
-        self.far = far
         self.router = None
         self.service = None
 
@@ -45,10 +40,7 @@ class Lab(Stage):
             self.namespaces("up")
         except subprocess.CalledProcessError as error:
             self.__exit__(None)
-            print(f"SKIPPED: no network namespaces: {error.stderr}")
-            sys.exit(SKIPPED)
-        if self.far:
-            self._go_far(*self.far)
+            skip_where_missing(reason=f"no network namespaces: {error.stderr}")
         return self
 
     def __exit__(self, *error):
@@ -65,12 +57,6 @@ class Lab(Stage):
     def run(self, place, *command, check=True):
         return subprocess.run([*self.within(place), *command], check=check, capture_output=True,
                               text=True).stdout
-
-    def _go_far(self, delay, loss):
-        self.namespaces("wire")
-        wire = self.start([sys.executable, os.path.join(HERE, "wire.py"), "left", "right",
-                           str(delay), str(loss)], prefix=self.within("wire"))
-        wire.wait_for(r"^Wire: ready$")
 
     # The router
 
@@ -118,8 +104,7 @@ class Lab(Stage):
 
     def start_front(self):
         """What stands before the service; see "front.py"."""
-        self.make_certificate(SERVICE, "strange", "strange-ca")
-        files = ("ca.pem", "service.pem", "service.key", "strange.pem", "strange.key")
+        files = ("ca.pem", "service.pem", "service.key")
         front = self.start([sys.executable, os.path.join(HERE, "front.py"), SERVICE,
                             self.service.url, *map(self.path, files)],
                            prefix=self.within("internet"), takes_input=True)

@@ -94,6 +94,10 @@ const Dictionary sampleValue{
     {"list", Array{Dictionary{}, ""}},
 };
 
+const std::string textSample = R"(// a comment
+{ name = "Zelvo \"x\""; /* another */ 'other key' = (a, "b c", (), {},);
+  data = <0fbd77 1c>; path = /usr/bin-1.2; })";
+
 std::string nestedXml(int depth) {
     std::string opened;
     std::string closed;
@@ -110,7 +114,6 @@ TEST(PlistReader, ReadsAllThreeForms) {
     EXPECT_EQ(parsed(sample), PropertyList(sampleValue));
     EXPECT_EQ(parsed(binarySample), PropertyList(sampleValue));
     EXPECT_EQ(parsed("{ StatusCode = 0; }"), PropertyList(Dictionary{{"StatusCode", "0"}}));
-    EXPECT_EQ(parsed("<68 69>"), PropertyList(sampleValue.at("data")));
     EXPECT_EQ(parsed("\xEF\xBB\xBF<plist><string>x</string></plist>"), PropertyList("x"));
     EXPECT_EQ(parsed("<!-- <a --><dict><key>a</key><true/></dict>"),
               PropertyList(Dictionary{{"a", true}}));
@@ -133,8 +136,8 @@ TEST(PlistReader, ReadsNumbersInEveryNotation) {
 
 TEST(PlistReader, RefusesWhatIsNoPropertyList) {
     for (const auto* text :
-         {"", "<html><body><h1>502</h1></body></html>", "{\"StatusCode\": 0}", "<plist/>",
-          "<plist></plist>", "<plist><string>a</string>",
+         {"", "<html><body><h1>502</h1></body></html>", "<plist/>", "<plist></plist>",
+          "<plist><string>a</string>",
           "<!DOCTYPE plist [ <!ENTITY a \"b\"> ]><plist><string>&a;</string></plist>"})
         expectCorrupt(text);
     const std::pair<std::string, std::vector<const char*>> wrongInside[] = {
@@ -171,6 +174,48 @@ TEST(PlistReader, RefusesWhatIsNoPropertyList) {
     };
     parsed(filled(1 << 20));
     expectCorrupt(filled((1 << 20) + 1));
+}
+
+TEST(PlistReader, ReadsText) {
+    PropertyList::Data data{std::byte{0x0F}, std::byte{0xBD}, std::byte{0x77}, std::byte{0x1C}};
+    EXPECT_EQ(parsed(textSample), PropertyList(Dictionary{
+                                      {"name", "Zelvo \"x\""},
+                                      {"other key", Array{"a", "b c", Array{}, Dictionary{}}},
+                                      {"data", data},
+                                      {"path", "/usr/bin-1.2"},
+                                  }));
+    EXPECT_EQ(parsed(" hello\n"), PropertyList("hello"));
+    EXPECT_EQ(parsed("<>"), PropertyList(PropertyList::Data{}));
+    EXPECT_EQ(parsed("/* Title */\n\"a b\" = \"c\";\nsame;\n\"a b\" = \"last\";\n"),
+              PropertyList(Dictionary{{"a b", "last"}, {"same", "same"}}));
+    // UTF-16 with its mark, in both orders, and UTF-8 with one.
+    using namespace std::string_literals;
+    for (const auto& marked : {"\xFF\xFEk\0=\0\"\0\xE9\0\"\0;\0"s,
+                               "\xFE\xFF\0k\0=\0\"\0\xE9\0\"\0;"s, "\xEF\xBB\xBFk=\"\u00e9\";"s})
+        EXPECT_EQ(parsed(marked), PropertyList(Dictionary{{"k", "\u00e9"}}));
+    // Octal escapes are bytes of the NeXTSTEP character set.
+    for (const auto& [escaped, text] : {std::pair(R"("\n\t\\\"\'\101\12x\q")", "\n\t\\\"'A\nxq"),
+                                        {R"("\341\320")", "\u00c6\u2014"},
+                                        {R"("\U00e9\U20AC\Ud83d\Ude00")", "\u00e9\u20ac\U0001F600"},
+                                        {R"("\Ud83dx\Ude00")", "\uFFFDx\uFFFD"}})
+        EXPECT_EQ(parsed(escaped), PropertyList(text));
+}
+
+TEST(PlistReader, RefusesWhatIsNoText) {
+    for (const auto* text : {" \n// nothing\n", "{a=1}", "{a=1;", "(a", "\"open", "a=", "\"\\",
+                             "/* open", "502 Bad Gateway", "(a b)", "<0f0>", "<0g>", "{a=1;} b",
+                             "{\"a\": 1}", "[1]", "}", "\xC3(", "\xFF\xFE\x41", "<html>x</html>"})
+        expectCorrupt(text);
+    EXPECT_NE(describe(*parse("{\n\na = 1\n}").error).find("text form: ; expected in line 4"),
+              std::string::npos);
+    auto nested = [](std::size_t depth) {
+        return std::string(depth, '(') + std::string(depth, ')');
+    };
+    parsed(nested(64));
+    expectCorrupt(nested(65));
+    expectCorrupt(std::string(500'000, '{'));
+    parsed(std::string(1 << 20, 'a'));
+    expectCorrupt(std::string((1 << 20) + 1, 'a'));
 }
 
 TEST(PlistReader, RefusesHostileBinaries) {
@@ -218,6 +263,7 @@ TEST(PlistReader, SurvivesCutAndChangedBytes) {
     };
     mutate(sample, 3000, call);
     mutate(binarySample, 10000, call);
+    mutate(textSample, 5000, call);
 }
 
 TEST(PlistReader, ReadsFilesBelowTheSystemRoot) {

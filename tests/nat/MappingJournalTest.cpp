@@ -5,7 +5,6 @@
 
 #include <csignal>
 
-#include "platform/linux/nat/ExternalAddress.h"
 #include "platform/linux/nat/RouterAnnouncements.h"
 #include "platform/linux/nat/base/HttpResponseReader.h"
 #include "tests/support/RecordingLog.h"
@@ -156,17 +155,6 @@ TEST(RestartDetectorTest, TellsARestartFromARepetition) {
             says("alive", "Location: http://192.168.1.1/" + std::to_string(number) + "\r\n");
     }
     EXPECT_LT(restarts, 20) << "not to be led to ask without end";
-}
-
-TEST(ExternalAddressTest, KnowsTheNetworksBehindAnotherRouter) {
-    for (const std::uint32_t inside : {0x0a000001u, 0xac1f0001u, 0xc0a80001u, 0x647f0001u}) {
-        EXPECT_TRUE(isBehindAnotherRouter(inside));
-        EXPECT_NE(explainExternalAddress(inside).find(addressText(inside)), std::string::npos);
-    }
-    for (const std::uint32_t outside : {0x0b000001u, 0xac200001u, 0xc0a90001u, 0x64800001u}) {
-        EXPECT_EQ(explainExternalAddress(outside), "");
-    }
-    EXPECT_NE(explainExternalAddress(0), "");
 }
 
 }  // namespace zelvo::test

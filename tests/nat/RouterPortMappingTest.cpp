@@ -92,15 +92,14 @@ TEST_F(RouterPortMappingTest, RouterThatIsNotThereIsAFailureReply) {
 
 TEST_F(RouterPortMappingTest, NonsenseIsRefusedAtOnce) {
     serve("127.0.0.1:9");
-    const auto refused = [this](const std::function<void(NatPortMappingRequest&)>& spoil) {
+    for (const auto spoil : {+[](NatPortMappingRequest& r) { r.internalPort = 0; },
+                             +[](NatPortMappingRequest& r) { r.protocol = 0; },
+                             +[](NatPortMappingRequest& r) { r.protocol |= 1; },
+                             +[](NatPortMappingRequest& r) { r.flags = 1; }}) {
         NatPortMappingRequest spoilt = request();
         spoil(spoilt);
-        return service->create(reference, spoilt, [](const auto&) {});
-    };
-    EXPECT_EQ(refused([](auto& r) { r.internalPort = 0; }), NatErrorBadParam);
-    EXPECT_EQ(refused([](auto& r) { r.protocol = 0; }), NatErrorBadParam);
-    EXPECT_EQ(refused([](auto& r) { r.protocol |= 1; }), NatErrorBadParam);
-    EXPECT_EQ(refused([](auto& r) { r.flags = 1; }), NatErrorBadParam);
+        EXPECT_EQ(service->create(reference, spoilt, [](const auto&) {}), NatErrorBadParam);
+    }
     EXPECT_EQ(service->create(reference, request(), nullptr), NatErrorBadParam);
     EXPECT_EQ(reference, nullptr);
     for (const char* router : {"router", "127.0.0.1:", "127.0.0.1:0", "127.0.0.1:70000", "::1"}) {

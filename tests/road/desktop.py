@@ -11,7 +11,7 @@ import subprocess
 import sys
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
-from stage import SKIPPED, Stage, wait_until  # noqa: E402
+from stage import Stage, skip_where_missing, wait_until  # noqa: E402
 
 PROGRAMS = ("Xvfb", "gvnccapture", "xdotool", "identify", "pkexec",
             "dbus-daemon", "hostnamectl", "setpriv", "cmake", "/usr/lib/polkit-1/polkitd",
@@ -44,19 +44,14 @@ def enter_own_machine(build):
     mounts = os.readlink("/proc/self/ns/mnt")
     if os.environ.get("ZELVO_MOUNTS_OUTSIDE", mounts) != mounts:
         return
-    reason = None
     unshare = ["unshare", "-nmupf", "--kill-child", "--mount-proc"]
+    prefix, reason = install_prefix(build), ""
     if os.geteuid() != 0 or subprocess.run([*unshare, "true"], capture_output=True,
                                            check=False).returncode != 0:
         reason = "needs root and namespaces"
-    for program in PROGRAMS:
-        if not shutil.which(program):
-            reason = program + " is missing"
-    if install_prefix(build) == "/usr" or not os.path.isdir(install_prefix(build)):
-        reason = install_prefix(build) + " cannot be covered; configure with another prefix"
-    if reason:
-        print("SKIPPED: " + reason)
-        sys.exit(SKIPPED)
+    elif prefix == "/usr" or not os.path.isdir(prefix):
+        reason = prefix + " cannot be covered; configure with another prefix"
+    skip_where_missing(*PROGRAMS, reason=reason)
     os.environ["ZELVO_MOUNTS_OUTSIDE"] = mounts
     # The shell stays, since somebody has to reap what has lost its parent.
     command = 'ip link set lo up && "$@"; exit $?'
@@ -155,20 +150,6 @@ class Desktop(Stage):
     def xdotool(self, *words):
         return subprocess.run(["xdotool", *words], env={**os.environ, **self.session},
                               capture_output=True, text=True, check=False, timeout=20).stdout
-
-    def windows(self, title, count=1):
-        """The visible windows of that title, the topmost last, once there are so many."""
-        found = []
-
-        def search():
-            found[:] = self.xdotool("search", "--onlyvisible", "--name", title).split()
-            return len(found) >= count
-        wait_until(search, 20, f"{count} windows of {title}")
-        return found
-
-    def press(self, title, key):
-        # Nobody manages windows here, so the focus has to be given.
-        self.xdotool("windowfocus", "--sync", self.windows(title)[-1], "key", key)
 
     def join_neighbour(self):
         """Another computer at the other end of the link desk0, on a bus of its own, which has the name

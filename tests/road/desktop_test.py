@@ -5,18 +5,14 @@ usage: desktop_test.py BUILD_FOLDER sharing|names
 """
 
 import os
-import signal
 import sqlite3
 import subprocess
 import sys
 import time
 
 from desktop import USER_ID, Desktop, enter_own_machine
-from stage import connect_viewer, is_listening, processes_named, service_info, wait_until
-
-VNC_PORT = 5900
-# A viewer's version, and no security (RFC 6143, sections 7.1.1 and 7.1.2).
-GREETING = b"RFB 003.008\n\1\1"
+from stage import (GREETING, VNC_PORT, connect_viewer, is_listening, processes_named, service_info,
+                   wait_until, wait_until_off)
 
 
 def server_process():
@@ -27,23 +23,11 @@ def server_process():
     return found[0]
 
 
-def click(desktop, button):
-    """On "help" or "refuse" in the question, which lies above the window."""
-    asked = desktop.windows("Zelvo", 2)[-1]
-    # The buttons rest at first.
-    time.sleep(1.2)
-    place = dict(line.split("=") for line in desktop.xdotool(
-        "getwindowgeometry", "--shell", asked).split())
-    across = 0.2 if button == "help" else 0.8
-    desktop.xdotool("mousemove", str(int(place["X"]) + int(int(place["WIDTH"]) * across)),
-                    str(int(place["Y"]) + int(place["HEIGHT"]) - 84), "click", "1")
-
-
 def captured(desktop, port, button):
     """The colours of the screen that a real viewer gets, whom the user answers so; 0 for none."""
     picture = desktop.path("screen.png")
     viewer = desktop.start(["gvnccapture", f"127.0.0.1:{port - VNC_PORT}", picture])
-    click(desktop, button)
+    desktop.click(button)
     if viewer.wait(20) != 0:
         assert not os.path.exists(picture)
         return 0
@@ -67,9 +51,9 @@ def share_and_quit(desktop):
     viewer, greeting = connect_viewer("127.0.0.1", port)
     assert greeting == b"RFB 003.008\n", greeting
     viewer.sendall(GREETING)
-    click(desktop, "help")
+    desktop.click("help")
     zelvo.wait_for(r"^Connection: Connection established\.$", 10)
-    desktop.press("Zelvo", "ctrl+d")
+    desktop.press("ctrl+d", 1)
     zelvo.wait_for(r"^Connection: Waiting for connection\.\.\.$", 20)
     viewer.settimeout(1)
     while viewer.recv(4096):
@@ -78,25 +62,19 @@ def share_and_quit(desktop):
     assert service_info(desktop.service.url, desktop.path("ca.pem"), link)["Port"] == str(port)
     assert captured(desktop, port, "refuse") == 0
 
-    desktop.press("Zelvo", "ctrl+q")
+    desktop.press("ctrl+q", 1)
     assert zelvo.wait(15) == 0
-    wait_until(lambda: not is_listening(VNC_PORT), 10, "Screen Sharing off")
-    wait_until(lambda: not processes_named("screensharingd"), 10, "the server's end")
+    wait_until_off()
     facts = service_info(desktop.service.url, desktop.path("ca.pem"), link)
     assert int(facts["availabilityStatus"]) == 1, facts
 
 
-def quit_too_early(desktop):
+def sharing(desktop):
+    """Screen Sharing comes up as the user, asks, disconnects, and goes, also when it has just begun."""
     zelvo = desktop.start_application()
     wait_until(lambda: processes_named("screensharingd"), 20, "the server's start")
-    zelvo.send(signal.SIGTERM)
-    assert zelvo.wait(15) == 0
-    wait_until(lambda: not processes_named("screensharingd"), 20, "the server's end")
-
-
-def sharing(desktop):
-    """Screen Sharing comes up as the user, asks, disconnects, and goes."""
-    quit_too_early(desktop)
+    zelvo.quit()
+    wait_until_off(20)
     share_and_quit(desktop)
 
 
@@ -131,8 +109,7 @@ def names(desktop):
     # Longer than a second request would take.
     time.sleep(1)
     assert updates() == expected
-    zelvo.send(signal.SIGTERM)
-    assert zelvo.wait(15) == 0
+    zelvo.quit()
 
 
 def main():

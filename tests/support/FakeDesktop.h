@@ -124,7 +124,20 @@ class FakePasteboard : public platform::Pasteboard {
 class FakeWorkspace : public platform::Workspace {
   public:
     void openUrl(const std::string& url) override { opened.push_back(url); }
-    std::vector<std::unique_ptr<platform::RunningApplication>> runningApplications() override;
+    std::vector<std::unique_ptr<platform::RunningApplication>> runningApplications() override {
+        struct Running : platform::RunningApplication {
+            Running(FakeWorkspace& workspace, std::size_t index)
+                : workspace(workspace), index(index) {}
+            std::string bundleIdentifier() const override { return workspace.running[index]; }
+            void terminate() override { workspace.quit.push_back(index); }
+            FakeWorkspace& workspace;
+            std::size_t index;
+        };
+        std::vector<std::unique_ptr<platform::RunningApplication>> result;
+        for (std::size_t i = 0; i < running.size(); ++i)
+            result.push_back(std::make_unique<Running>(*this, i));
+        return result;
+    }
 
     std::vector<std::string> opened;
     std::vector<std::string> running;
@@ -136,7 +149,12 @@ class FakeWorkspace : public platform::Workspace {
 class FakeAuthorization : public platform::Authorization {
   public:
     std::int32_t create(const std::string& tool,
-                        std::unique_ptr<platform::AuthorizationReference>& reference) override;
+                        std::unique_ptr<platform::AuthorizationReference>& reference) override {
+        if (createStatus != 0)
+            return createStatus;
+        reference = std::make_unique<Reference>(*this, tool);
+        return 0;
+    }
 
     struct Request {
         std::string right;
@@ -154,7 +172,32 @@ class FakeAuthorization : public platform::Authorization {
     std::function<void(const std::string& tool)> onTool;
 
   private:
-    struct Reference;
+    struct Reference : platform::AuthorizationReference {
+        Reference(FakeAuthorization& owner, std::string tool)
+            : owner(owner), tool(std::move(tool)) {
+            ++owner.alive;
+        }
+        ~Reference() override { --owner.alive; }
+        std::int32_t copyRights(const std::string& right, std::uint32_t flags) override {
+            owner.requests.push_back({right, flags});
+            return owner.rightStatus;
+        }
+        std::int32_t executeWithPrivileges(const std::string& toolPath) override {
+            if (owner.executeStatus != 0)
+                return owner.executeStatus;
+            if (!toolPath.ends_with("/" + tool))
+                return platform::AuthorizationDenied;
+            owner.toolPaths.push_back(toolPath);
+            owner.tools.push_back(tool);
+            if (owner.onTool)
+                owner.onTool(owner.tools.back());
+            return 0;
+        }
+        void free(std::uint32_t flags) override { owner.freed.push_back(flags); }
+
+        FakeAuthorization& owner;
+        const std::string tool;
+    };
 };
 
 class FakeFeedback : public platform::Feedback {

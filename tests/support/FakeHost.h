@@ -1,7 +1,9 @@
 #pragma once
 
+#include <algorithm>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -81,14 +83,28 @@ class FakeProcessTable : public platform::ProcessTable {
 
 class FakeDynamicStore : public platform::DynamicStore {
   public:
-    std::unique_ptr<platform::DynamicStoreConnection> create(const std::string& name,
-                                                             Callback callback) override;
+    std::unique_ptr<platform::DynamicStoreConnection> create(const std::string&,
+                                                             Callback callback) override {
+        if (!opens)
+            return nullptr;
+        return std::make_unique<Connection>(*this, std::move(callback));
+    }
     std::string keyCreateComputerName() const override { return "key:computer"; }
     std::string keyCreateHostNames() const override { return "key:hosts"; }
     std::optional<std::string> localizedHostName() const override { return localizedName; }
 
     /// Sends a notice with these keys to every connection that listens for one of them.
-    void notify(const std::vector<std::string>& keys);
+    void notify(const std::vector<std::string>& keys) {
+        for (auto* connection : std::vector(connections_)) {
+            std::vector<std::string> wanted;
+            for (const auto& key : keys)
+                if (std::find(connection->keys.begin(), connection->keys.end(), key) !=
+                    connection->keys.end())
+                    wanted.push_back(key);
+            if (connection->delivers && !wanted.empty())
+                connection->callback(wanted);
+        }
+    }
 
     bool opens = true;
     std::optional<std::string> computerName = "Anna's Computer";
@@ -96,7 +112,23 @@ class FakeDynamicStore : public platform::DynamicStore {
     std::optional<std::string> localizedName;
 
   private:
-    struct Connection;
+    struct Connection : platform::DynamicStoreConnection {
+        Connection(FakeDynamicStore& store, Callback callback)
+            : store(store), callback(std::move(callback)) {
+            store.connections_.push_back(this);
+        }
+        ~Connection() override { std::erase(store.connections_, this); }
+
+        std::optional<std::string> copyComputerName() override { return store.computerName; }
+        std::optional<std::string> copyLocalHostName() override { return store.localHostName; }
+        void setNotificationKeys(const std::vector<std::string>& wanted) override { keys = wanted; }
+        void setMainQueue() override { delivers = true; }
+
+        FakeDynamicStore& store;
+        Callback callback;
+        std::vector<std::string> keys;
+        bool delivers = false;
+    };
     std::vector<Connection*> connections_;
 };
 
@@ -112,7 +144,12 @@ class FakeHardwareRegistry : public platform::HardwareRegistry {
     }
     std::string machineModel() const override { return "Model 1"; }
 
-    void setAddress(std::vector<unsigned char> bytes);
+    void setAddress(std::vector<unsigned char> bytes) {
+        std::vector<std::byte> address;
+        for (auto byte : bytes)
+            address.push_back(static_cast<std::byte>(byte));
+        match = {true, 0, {{0, address}}};
+    }
 
     platform::InterfaceMatch match;
     platform::DeviceTreeSearch deviceTree;
@@ -173,12 +210,29 @@ class FakeAddressParser : public platform::AddressParser {
 /// Files in memory; `encode` makes bytes that this reader, and no other, takes for the value.
 class FakePropertyListReader : public platform::PropertyListReader {
   public:
-    platform::PropertyListResult parse(std::span<const std::byte> bytes) const override;
+    platform::PropertyListResult parse(std::span<const std::byte> bytes) const override {
+        std::string text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+        if (text.starts_with("encoded:"))
+            return {encoded_.at(std::stoul(text.substr(8))), std::nullopt};
+        return {std::nullopt,
+                platform::Error{platform::CocoaErrorDomain, platform::PropertyListReadCorruptError,
+                                "not a list"}};
+    }
     std::optional<PropertyList::Dictionary> dictionaryWithContentsOfFile(
-        const std::string& path) const override;
+        const std::string& path) const override {
+        auto found = files.find(path);
+        if (found == files.end() || !found->second.dictionary())
+            return std::nullopt;
+        return *found->second.dictionary();
+    }
     bool fileExists(const std::string& path) const override { return files.count(path) > 0; }
 
-    std::vector<std::byte> encode(const PropertyList& value);
+    std::vector<std::byte> encode(const PropertyList& value) {
+        auto text = "encoded:" + std::to_string(encoded_.size());
+        encoded_.push_back(value);
+        auto bytes = std::as_bytes(std::span(text));
+        return {bytes.begin(), bytes.end()};
+    }
 
     std::map<std::string, PropertyList> files;
 
@@ -188,8 +242,16 @@ class FakePropertyListReader : public platform::PropertyListReader {
 
 class FakeUserDefaults : public platform::UserDefaults {
   public:
-    bool boolForKey(std::string_view key) const override;
-    std::optional<std::string> stringForKey(std::string_view key) const override;
+    bool boolForKey(std::string_view key) const override {
+        auto found = values.find(std::string(key));
+        return found != values.end() && found->second.booleanReading();
+    }
+    std::optional<std::string> stringForKey(std::string_view key) const override {
+        auto found = values.find(std::string(key));
+        if (found == values.end() || !found->second.string())
+            return std::nullopt;
+        return *found->second.string();
+    }
     void setString(std::string_view key, std::string_view value) override {
         values[std::string(key)] = std::string(value);
     }

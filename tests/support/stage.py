@@ -14,6 +14,17 @@ import time
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 SKIPPED = 77
+VNC_PORT = 5900
+# A viewer's version, no security, and that others may stay (RFC 6143, sections 7.1.1, 7.1.2, 7.3.1).
+GREETING = b"RFB 003.008\n\1\1"
+
+
+def skip_where_missing(*programs, reason=""):
+    """Ends a test that cannot be where these are missing, or for that reason."""
+    missing = [program for program in programs if not shutil.which(program)]
+    if missing or reason:
+        print("SKIPPED: " + (reason or "missing: " + " ".join(missing)))
+        sys.exit(SKIPPED)
 
 
 def enter_own_network():
@@ -22,8 +33,7 @@ def enter_own_network():
         return
     possible = subprocess.run(["unshare", "-n", "true"], capture_output=True, check=False)
     if possible.returncode != 0:
-        print("SKIPPED: no right to make a network namespace")
-        sys.exit(SKIPPED)
+        skip_where_missing(reason="no right to make a network namespace")
     os.environ["ZELVO_OWN_NETWORK"] = "1"
     command = 'ip link set lo up && exec "$@"'
     os.execvp("unshare", ["unshare", "-n", "sh", "-c", command, "sh", sys.executable, *sys.argv])
@@ -102,6 +112,11 @@ class Program:
     def wait(self, seconds):
         return self.process.wait(timeout=seconds)
 
+    def quit(self, seconds=15, number=signal.SIGTERM):
+        """In order, and within the time."""
+        self.send(number)
+        assert self.wait(seconds) == 0, self.process.returncode
+
     def end(self, number=signal.SIGTERM):
         if self.process.poll() is None:
             self.process.send_signal(number)
@@ -157,20 +172,17 @@ class Stage:
                               env=dict(os.environ, DISPLAY=self.display), capture_output=True,
                               check=False).stdout
 
-    def make_certificate(self, address="127.0.0.1", name="service", authority="ca"):
+    def make_certificate(self, address="127.0.0.1"):
         run = lambda *words: subprocess.run(["openssl", *words], check=True, capture_output=True,
                                             cwd=self.folder)
         key = ["-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes"]
         run("req", "-x509", *key, "-subj", "/CN=Test authority", "-addext",
-            "basicConstraints=critical,CA:TRUE", "-keyout", f"{authority}.key",
-            "-out", f"{authority}.pem")
-        run("req", *key, "-subj", f"/CN={address}", "-keyout", f"{name}.key",
-            "-out", f"{name}.csr")
+            "basicConstraints=critical,CA:TRUE", "-keyout", "ca.key", "-out", "ca.pem")
+        run("req", *key, "-subj", f"/CN={address}", "-keyout", "service.key", "-out", "service.csr")
         with open(self.path("names"), "w", encoding="utf-8") as names:
             names.write(f"subjectAltName=IP:{address}")
-        run("x509", "-req", "-in", f"{name}.csr", "-CA", f"{authority}.pem",
-            "-CAkey", f"{authority}.key", "-CAcreateserial", "-extfile", "names",
-            "-out", f"{name}.pem")
+        run("x509", "-req", "-in", "service.csr", "-CA", "ca.pem", "-CAkey", "ca.key",
+            "-CAcreateserial", "-extfile", "names", "-out", "service.pem")
 
     def start_service(self, port=0, address="127.0.0.1", **how):
         service = self.start([os.path.join(self.build, "zelvo-service"), "--database",
@@ -209,13 +221,42 @@ class Stage:
         return self.start([os.path.join(self.build, "zelvo"), "--ask-in-terminal"],
                           self.environment(service.url, router.place), takes_input=True)
 
-    def press_in_sheet(self, key):
-        """A key for the sheet on the window, once it is up."""
-        def windows():
-            return self.xdotool("search", "--onlyvisible", "--name", ".").split()
-        wait_until(lambda: len(windows()) > 1, 10, "a sheet")
+    def set_up(self):
+        """All that the application needs: the service and the router."""
+        self.start_display()
+        self.make_certificate()
+        return self.start_service(), self.start_router()
+
+    def windows(self, name="."):
+        """The visible ones, the topmost last."""
+        return self.xdotool("search", "--onlyvisible", "--name", name).split()
+
+    def press(self, key, count=2):
+        """A key for the topmost of so many windows, of which the second is a sheet."""
+        wait_until(lambda: len(self.windows()) >= count, 20, f"{count} windows")
         # Nobody manages windows here, so the focus has to be given.
-        self.xdotool("windowfocus", "--sync", windows()[-1], "key", key)
+        self.xdotool("windowfocus", "--sync", self.windows()[-1], "key", key)
+
+    def question(self):
+        """The window of the question, which comes on top of the application's."""
+        windows = self.windows("^Zelvo$")
+        return windows[-1] if len(windows) > 1 else None
+
+    def place(self, window):
+        """Its left and upper edge, its width and its height."""
+        shown = dict(line.split("=") for line in
+                     self.xdotool("getwindowgeometry", "--shell", window).split())
+        return [int(shown[name]) for name in ("X", "Y", "WIDTH", "HEIGHT")]
+
+    def click(self, button):
+        """On "help" or "refuse" in the question; where that is on the screen."""
+        wait_until(self.question, 20, "the question")
+        # The buttons rest at first.
+        time.sleep(1.3)
+        x, y, width, height = self.place(self.question())
+        place = (x + int(width * (0.2 if button == "help" else 0.8)), y + height - 84)
+        self.xdotool("mousemove", *map(str, place), "click", "1")
+        return place
 
 
 def let_in(zelvo, word="help"):
@@ -235,7 +276,7 @@ def service_info(url, authority, link, prefix=()):
 
 
 def connect_viewer(address, port):
-    """A connection as a viewer makes it, and the server's greeting (RFC 6143, section 7.1.1)."""
+    """A connection as a viewer makes it, and the server's version (RFC 6143, section 7.1.1)."""
     viewer = socket.create_connection((address, port), timeout=10)
     greeting = b""
     while len(greeting) < 12:
@@ -264,6 +305,11 @@ def processes_named(name):
         except OSError:
             continue
     return found
+
+
+def wait_until_off(seconds=10):
+    wait_until(lambda: not is_listening(VNC_PORT) and not processes_named("screensharingd"), seconds,
+               "the end of Screen Sharing")
 
 
 def wait_until(condition, seconds, what):

@@ -25,22 +25,19 @@ const SystemAuthorization::Options installed{.helpers = PolkitMachine::helpers};
 class PrivilegesTest : public testing::Test {
   protected:
     static void SetUpTestSuite() {
-        machine = new PolkitMachine;
+        machine = std::make_unique<PolkitMachine>();
         reasonAgainst = machine->start();
     }
-    static void TearDownTestSuite() { delete machine; }
+    static void TearDownTestSuite() { machine.reset(); }
     void SetUp() override {
         if (!reasonAgainst.empty())
             GTEST_SKIP() << reasonAgainst;
     }
     void TearDown() override { EXPECT_TRUE(reasonAgainst.size() || machine->isQuiet()); }
 
-    static PolkitMachine* machine;
-    static std::string reasonAgainst;
+    static inline std::unique_ptr<PolkitMachine> machine;
+    static inline std::string reasonAgainst;
 };
-
-PolkitMachine* PrivilegesTest::machine = nullptr;
-std::string PrivilegesTest::reasonAgainst;
 
 /// The statuses of the right to start a tool and, if it was granted, of a start, and what was
 /// logged.
