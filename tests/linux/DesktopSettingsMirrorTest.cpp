@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <QCoreApplication>
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
@@ -42,6 +43,7 @@ class DesktopSettingsMirrorTest : public testing::Test {
                                            .sessionBus = "unix:path=" + folder / "bus",
                                            .systemBus = "unix:path=" + folder / "bus",
                                            .keyboardFile = folder / "keyboard",
+                                           .programFolder = programFolder,
                                            .patience = patience},
             bundle, reader, log);
         return mirror->currentKeyboardInputSourceId();
@@ -85,6 +87,10 @@ class DesktopSettingsMirrorTest : public testing::Test {
         return condition();
     }
 
+    int argumentCount = 0;
+    char* arguments[1] = {nullptr};
+    QCoreApplication application{argumentCount, arguments};
+    std::string programFolder = ZELVO_BUILD;
     TemporaryFolder folder;
     PlistReader reader{folder.path()};
     OsReleaseProcessInfo system{folder.path()};
