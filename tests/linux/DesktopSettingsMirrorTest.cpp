@@ -5,7 +5,13 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusVirtualObject>
+#include <QThread>
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <memory>
@@ -29,6 +35,42 @@ using namespace std::chrono_literals;
 
 namespace {
 
+/// The system's locale service and KDE's keyboard service, on a thread of their own.
+class KeyboardServices : public QDBusVirtualObject {
+  public:
+    explicit KeyboardServices(const std::string& address)
+        : bus_(QDBusConnection::connectToBus(QString::fromStdString(address), "keyboards")) {
+        bus_.registerVirtualObject("/", this, QDBusConnection::SubPath);
+        moveToThread(&thread_);
+        thread_.start();
+        for (const auto* service : {"org.freedesktop.locale1", "org.kde.keyboard"})
+            EXPECT_TRUE(bus_.registerService(service));
+    }
+    ~KeyboardServices() override {
+        QDBusConnection::disconnectFromBus(bus_.name());
+        thread_.quit();
+        thread_.wait();
+    }
+
+    QString introspect(const QString&) const override { return {}; }
+    bool handleMessage(const QDBusMessage& message, const QDBusConnection&) override {
+        auto isLocale = message.member() == "GetAll";
+        return bus_.send(
+            isLocale ? message.createReply(QVariantMap{{"X11Layout", "cz"}, {"X11Model", "pc105"}})
+                     : message.createReply(layout_.load()));
+    }
+    void use(unsigned layout) {
+        layout_ = layout;
+        bus_.send(QDBusMessage::createSignal("/Layouts", "org.kde.KeyboardLayouts",
+                                             "currentLayoutChanged"));
+    }
+
+  private:
+    QDBusConnection bus_;
+    std::atomic<unsigned> layout_ = 1;
+    QThread thread_;
+};
+
 class DesktopSettingsMirrorTest : public testing::Test {
   protected:
     /// As an application under that desktop has it just before it describes the host.
@@ -42,6 +84,7 @@ class DesktopSettingsMirrorTest : public testing::Test {
                                            .sessionBus = "unix:path=" + folder / "bus",
                                            .systemBus = "unix:path=" + folder / "bus",
                                            .keyboardFile = folder / "keyboard",
+                                           .programFolder = programFolder,
                                            .patience = patience},
             bundle, reader, log);
         return mirror->currentKeyboardInputSourceId();
@@ -85,6 +128,10 @@ class DesktopSettingsMirrorTest : public testing::Test {
         return condition();
     }
 
+    int argumentCount = 0;
+    char* arguments[1] = {nullptr};
+    QCoreApplication application{argumentCount, arguments};
+    std::string programFolder = ZELVO_BUILD;
     TemporaryFolder folder;
     PlistReader reader{folder.path()};
     OsReleaseProcessInfo system{folder.path()};
@@ -185,6 +232,26 @@ TEST_F(DesktopSettingsMirrorTest, LeavesFilesAloneThatItHasNotWritten) {
         EXPECT_FALSE(std::filesystem::exists(link));
     }
     EXPECT_TRUE(log.lines.empty());
+}
+
+TEST_F(DesktopSettingsMirrorTest, AsksTheServicesOfTheBuses) {
+    zelvo::test::ChildProcess daemon(
+        "exec dbus-daemon --session --nofork --nopidfile --print-address --address=unix:path=" +
+        folder / "bus");
+    ASSERT_NE(daemon.readLine(), "");
+    KeyboardServices services("unix:path=" + folder / "bus");
+    folder.write("config/kxkbrc", "[Layout]\nLayoutList=de,us,fr\nUse=true\n");
+    EXPECT_EQ(ask("KDE"), "us");
+    services.use(2);
+    EXPECT_TRUE(comes([&] { return mirror->currentKeyboardInputSourceId() == "fr"; }));
+    EXPECT_EQ(ask("XFCE"), "cz");
+    EXPECT_TRUE(log.lines.empty());
+
+    // Without its module a desktop is not known.
+    programFolder = folder / "elsewhere";
+    EXPECT_EQ(ask("GNOME"), "cz");
+    EXPECT_EQ(hotKeys(), "32=0NoSymbol 33=0NoSymbol 64=0NoSymbol 79=0NoSymbol 81=0NoSymbol ");
+    EXPECT_EQ(log.lines.size(), 1U);
 }
 
 TEST_F(DesktopSettingsMirrorTest, EndsAndAnswersWhileABusIsSilent) {

@@ -1,6 +1,5 @@
 #include "platform/linux/desktop/DesktopPreferences.h"
 
-#include <glib.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,6 +11,7 @@
 #include "platform/Log.h"
 #include "platform/linux/base/Debug.h"
 #include "platform/linux/base/FileReading.h"
+#include "platform/linux/files/FileReplacement.h"
 
 namespace zelvo::platform {
 
@@ -76,19 +76,19 @@ bool isOurs(const std::string& path) {
     return readTextFile(path).value_or("").find(mark) != std::string::npos;
 }
 
-/// 0, else the error's number.
-int put(const std::string& path, const std::string& content, bool replaces) {
+/// What went wrong, beginning with "cannot".
+std::string put(const std::string& path, const std::string& content, bool replaces) {
     auto draft = path + ".zelvo";
-    errno = EIO;
-    if (!g_file_set_contents(draft.c_str(), content.data(), static_cast<gssize>(content.size()),
-                             nullptr))
-        return errno;
+    // Cut off by a power cut it would lack the mark, and be left alone for good.
+    if (auto error = replaceFile(draft, content); !error.empty())
+        return error;
     // A link does not replace what somebody has put there meanwhile.
     auto isDone = replaces ? ::rename(draft.c_str(), path.c_str()) == 0
                            : ::link(draft.c_str(), path.c_str()) == 0;
-    int error = isDone ? 0 : errno;
+    int error = isDone || errno == EEXIST ? 0 : errno;
     ::unlink(draft.c_str());
-    return error;
+    return error == 0 ? std::string()
+                      : "cannot write " + path + ": " + std::generic_category().message(error);
 }
 
 }  // namespace
@@ -115,12 +115,8 @@ void DesktopPreferences::replace(const std::string& name,
         ::unlink(path.c_str());
         return;
     }
-    std::error_code folderError;
-    std::filesystem::create_directories(folder_, folderError);
-    if (int error = folderError ? folderError.value() : put(path, *content, isThere);
-        error != 0 && error != EEXIST)
-        log_.line("Preferences: cannot write " + path + ": " +
-                  std::generic_category().message(error));
+    if (auto error = put(path, *content, isThere); !error.empty())
+        log_.line("Preferences: " + error);
 }
 
 }  // namespace zelvo::platform

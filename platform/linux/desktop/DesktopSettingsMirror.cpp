@@ -1,5 +1,8 @@
 #include "platform/linux/desktop/DesktopSettingsMirror.h"
 
+#include <QCoreApplication>
+#include <QThread>
+#include <QTimer>
 #include <utility>
 
 #include "platform/Bundle.h"
@@ -15,21 +18,21 @@ namespace zelvo::platform {
 namespace {
 
 /// One change of the user's is often several of the desktop's.
-constexpr guint settlingMilliseconds = 100;
+constexpr std::chrono::milliseconds settlingTime(100);
 
 std::string preferencesFolder(const Bundle& bundle) {
     auto library = bundle.userLibraryDirectory();
     return library ? *library + "/Preferences" : std::string();
 }
 
-}  // namespace
+/// Qt looks for it at the first question, which is for the main thread to ask.
+DesktopSettingsMirror::Options withProgramFolder(DesktopSettingsMirror::Options options) {
+    if (options.programFolder.empty())
+        options.programFolder = QCoreApplication::applicationDirPath().toStdString();
+    return options;
+}
 
-/// What both threads have of the thread's loop.
-struct DesktopSettingsMirror::Loop {
-    std::unique_ptr<GMainContext, decltype(&g_main_context_unref)> context{g_main_context_new(),
-                                                                           g_main_context_unref};
-    GObjectPointer<GCancellable> cancellable{g_cancellable_new()};
-};
+}  // namespace
 
 /// What the thread has.
 class DesktopSettingsMirror::Worker {
@@ -39,45 +42,46 @@ class DesktopSettingsMirror::Worker {
           keyboard_({.display = mirror.options_.display,
                      .bus = mirror.options_.systemBus,
                      .file = mirror.options_.keyboardFile},
-                    mirror.loop_->cancellable.get(), [this] { changed(); }) {
+                    [this] { changed(); }) {
+        settling_.setSingleShot(true);
+        settling_.setInterval(settlingTime);
+        QObject::connect(&settling_, &QTimer::timeout, &settling_, [this] { read(); });
         auto desktops = ":" + mirror.options_.desktop + ":";
         auto has = [&](const char* name) {
             return desktops.find(":" + std::string(name) + ":") != desktops.npos;
         };
         // These two are GNOME's relatives with another window manager.
         if (has("GNOME") && !has("Budgie") && !has("GNOME-Flashback"))
-            desktop_ = std::make_unique<GnomeSettings>([this] { changed(); });
+            desktop_ = GnomeSettings::open(mirror.options_.programFolder, mirror.log_,
+                                           [this] { changed(); });
         else if (has("KDE"))
             desktop_ = std::make_unique<KdeSettings>(
-                mirror.options_.configHome, mirror.options_.sessionBus,
-                mirror.loop_->cancellable.get(), [this] { changed(); });
-    }
-
-    void run() {
+                mirror.options_.configHome, mirror.options_.sessionBus, [this] { changed(); });
         read();
-        while (!mirror_.isEnding_)
-            g_main_context_iteration(mirror_.loop_->context.get(), TRUE);
     }
 
   private:
     void changed() {
-        if (settling_)
-            return;
-        settling_.reset(g_timeout_source_new(settlingMilliseconds));
-        auto settled = [](gpointer self) -> gboolean {
-            auto& worker = *static_cast<Worker*>(self);
-            worker.settling_.reset();
-            worker.read();
-            return G_SOURCE_REMOVE;
-        };
-        g_source_set_callback(settling_.get(), settled, this, nullptr);
-        g_source_attach(settling_.get(), mirror_.loop_->context.get());
+        if (!settling_.isActive())
+            settling_.start();
     }
 
     void read() {
+        // Who waits for a bus lets the timer run.
+        if (isReading_)
+            return changed();
+        isReading_ = true;
+        readOnce();
+        isReading_ = false;
+    }
+
+    void readOnce() {
         auto inputSource = desktop_ ? desktop_->inputSource() : std::nullopt;
         if (!inputSource)
             inputSource = keyboard_.inputSource();
+        // Then it may be that nobody waited for the answer.
+        if (QThread::currentThread()->isInterruptionRequested())
+            return;
         auto table = mirror_.reader_.dictionaryWithContentsOfFile(mirror_.keyboardTableFile_);
         KeyCombinations combinations(table.value_or(PropertyList::Dictionary()),
                                      inputSource.value_or(""));
@@ -91,29 +95,42 @@ class DesktopSettingsMirror::Worker {
     /// Null for a desktop that is not known.
     std::unique_ptr<DesktopReader> desktop_;
     /// Runs while a change waits to be read.
-    GSourcePointer settling_;
+    QTimer settling_;
+    bool isReading_ = false;
+};
+
+class DesktopSettingsMirror::Thread : public QThread {
+  public:
+    explicit Thread(DesktopSettingsMirror& mirror) : mirror_(mirror) {
+        setObjectName("desktop");
+        start();
+    }
+    ~Thread() override {
+        requestInterruption();
+        quit();
+        wait();
+    }
+
+  private:
+    void run() override {
+        platform::blockSignals();
+        Worker worker(mirror_);
+        exec();
+    }
+
+    DesktopSettingsMirror& mirror_;
 };
 
 DesktopSettingsMirror::DesktopSettingsMirror(Options options, const Bundle& bundle,
                                              const PropertyListReader& reader, Log& log)
-    : options_(std::move(options)),
+    : options_(withProgramFolder(std::move(options))),
       keyboardTableFile_(bundle.resourcePath() + "/KeycodeToKeysym.plist"),
       reader_(reader),
+      log_(log),
       preferences_(preferencesFolder(bundle), log),
-      loop_(std::make_unique<Loop>()),
-      thread_([this] {
-          blockSignals();
-          g_main_context_push_thread_default(loop_->context.get());
-          Worker(*this).run();
-          g_main_context_pop_thread_default(loop_->context.get());
-      }) {}
+      thread_(std::make_unique<Thread>(*this)) {}
 
-DesktopSettingsMirror::~DesktopSettingsMirror() {
-    isEnding_ = true;
-    g_cancellable_cancel(loop_->cancellable.get());
-    g_main_context_wakeup(loop_->context.get());
-    thread_.join();
-}
+DesktopSettingsMirror::~DesktopSettingsMirror() = default;
 
 std::optional<std::string> DesktopSettingsMirror::currentKeyboardInputSourceId() const {
     std::unique_lock lock(mutex_);

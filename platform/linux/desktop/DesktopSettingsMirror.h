@@ -1,13 +1,11 @@
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
 
 #include "platform/TextInputSources.h"
 #include "platform/linux/desktop/DesktopPreferences.h"
@@ -19,7 +17,8 @@ class PropertyListReader;
 
 /// Keeps what the desktop says of hot keys and screen corners in the user's preference files, and
 /// the keyboard's input source at hand, from its construction to its destruction. A thread of its
-/// own reads and writes them, at once and within a second of each change.
+/// own reads and writes them, at once and within a second of each change. Needs the application
+/// object, whose event loop need not run.
 ///
 /// The input source is the desktop's, else that of the X server, of the system's locale service or
 /// of the system's file.
@@ -36,6 +35,8 @@ class DesktopSettingsMirror : public TextInputSources {
         std::string sessionBus{};
         std::string systemBus{};
         std::string keyboardFile = "/etc/default/keyboard";
+        /// By which modules are found; empty for the application's own.
+        std::string programFolder{};
         /// How long the first question waits for the first reading.
         std::chrono::milliseconds patience{100};
     };
@@ -54,7 +55,7 @@ class DesktopSettingsMirror : public TextInputSources {
     std::optional<std::string> currentKeyboardInputSourceId() const override;
 
   private:
-    struct Loop;
+    class Thread;
     class Worker;
 
     void publish(std::optional<std::string> inputSource);
@@ -62,17 +63,16 @@ class DesktopSettingsMirror : public TextInputSources {
     const Options options_;
     const std::string keyboardTableFile_;
     const PropertyListReader& reader_;
+    Log& log_;
     DesktopPreferences preferences_;
-
-    const std::unique_ptr<Loop> loop_;
-    std::atomic<bool> isEnding_ = false;
 
     mutable std::mutex mutex_;
     mutable std::condition_variable published_;
     bool hasRead_ = false;
     std::optional<std::string> inputSource_;
 
-    std::thread thread_;
+    /// Last, so that it ends first.
+    std::unique_ptr<Thread> thread_;
 };
 
 }  // namespace zelvo::platform

@@ -1,11 +1,15 @@
 #include "platform/linux/desktop/GnomeSettings.h"
 
-#include <algorithm>
+#include <unistd.h>
+
+#include <QLibrary>
 #include <array>
 #include <utility>
 #include <vector>
 
+#include "platform/Log.h"
 #include "platform/linux/desktop/KeyCombinations.h"
+#include "platform/linux/desktop/SettingsStore.h"
 
 namespace zelvo::platform {
 
@@ -36,103 +40,79 @@ constexpr std::array<Binding, 6> bindings{{
     {Settings::AllWindows, windowManager, "overlay-key"},
 }};
 
-/// The texts of a string or of a list of strings.
-std::vector<std::string> texts(GVariant* value) {
-    std::vector<std::string> result;
-    if (value && g_variant_is_of_type(value, G_VARIANT_TYPE_STRING))
-        result.emplace_back(g_variant_get_string(value, nullptr));
-    if (!value || !g_variant_is_of_type(value, G_VARIANT_TYPE_STRING_ARRAY))
-        return result;
-    for (std::size_t i = 0; i < g_variant_n_children(value); ++i) {
-        GVariantPointer text(g_variant_get_child_value(value, i));
-        result.emplace_back(g_variant_get_string(text.get(), nullptr));
+bool contains(const std::vector<std::string>& pairs, const std::string& first,
+              const std::string& second) {
+    for (std::size_t i = 0; i + 1 < pairs.size(); i += 2) {
+        if (pairs[i] == first && pairs[i + 1] == second)
+            return true;
     }
-    return result;
+    return false;
 }
 
-using Source = std::pair<std::string, std::string>;
-
-std::vector<Source> sources(GVariant* value) {
-    std::vector<Source> result;
-    if (!value || !g_variant_is_of_type(value, G_VARIANT_TYPE("a(ss)")))
-        return result;
-    for (std::size_t i = 0; i < g_variant_n_children(value); ++i) {
-        const char* kind = nullptr;
-        const char* name = nullptr;
-        g_variant_get_child(value, i, "(&s&s)", &kind, &name);
-        result.emplace_back(kind, name);
-    }
-    return result;
-}
-
-void settingChanged(GSettings*, const char*, const std::function<void()>* changed) {
-    (*changed)();
+/// Beside the program where both were built, else where both are installed.
+std::string placeOfModule(const std::string& programFolder) {
+    constexpr const char* name = "/zelvo-gsettings.so";
+    auto built = programFolder + name;
+    return ::access(built.c_str(), F_OK) == 0 ? built : programFolder + "/" ZELVO_MODULES + name;
 }
 
 }  // namespace
 
-GnomeSettings::GnomeSettings(std::function<void()> changed) : changed_(std::move(changed)) {
-    auto* source = g_settings_schema_source_get_default();
-    if (!source)
-        return;
-    for (const auto* name :
-         {inputSources, desktopInterface, windowKeys, shellKeys, mediaKeys, windowManager}) {
-        // The library ends the process that asks for a schema which is not there.
-        auto* schema = g_settings_schema_source_lookup(source, name, TRUE);
-        if (!schema)
-            continue;
-        auto* settings = g_settings_new_full(schema, nullptr, nullptr);
-        g_settings_schema_unref(schema);
-        g_signal_connect(settings, "changed", G_CALLBACK(settingChanged),
-                         const_cast<std::function<void()>*>(&changed_));
-        schemas_.emplace(name, settings);
+std::unique_ptr<GnomeSettings> GnomeSettings::open(const std::string& programFolder, Log& log,
+                                                   std::function<void()> changed) {
+    QLibrary module(QString::fromStdString(placeOfModule(programFolder)));
+    // The library below registers types, which cannot be taken back.
+    module.setLoadHints(QLibrary::PreventUnloadHint | QLibrary::ResolveAllSymbolsHint);
+    auto* make = reinterpret_cast<MakeSettingsStore*>(module.resolve(makeSettingsStore));
+    std::unique_ptr<SettingsStore> store(make ? make({inputSources, desktopInterface, windowKeys,
+                                                      shellKeys, mediaKeys, windowManager},
+                                                     std::move(changed))
+                                              : nullptr);
+    if (!store) {
+        auto reason = make ? "Qt runs without GLib" : module.errorString().toStdString();
+        log.line("Desktop: GNOME's settings cannot be read: " + reason);
+        return nullptr;
     }
+    return std::unique_ptr<GnomeSettings>(new GnomeSettings(std::move(store)));
 }
 
+GnomeSettings::GnomeSettings(std::unique_ptr<SettingsStore> store) : store_(std::move(store)) {}
+
 std::optional<std::string> GnomeSettings::inputSource() const {
-    auto all = sources(value(inputSources, "sources").get());
-    if (all.empty())
+    // Each a kind and a name.
+    auto all = store_->texts(inputSources, "sources");
+    if (all.size() < 2)
         return std::nullopt;
-    auto current = all[0];
-    for (const auto& used : sources(value(inputSources, "mru-sources").get())) {
-        if (std::find(all.begin(), all.end(), used) != all.end()) {
-            current = used;
+    auto kind = all[0];
+    auto name = all[1];
+    auto used = store_->texts(inputSources, "mru-sources");
+    for (std::size_t i = 0; i + 1 < used.size(); i += 2) {
+        if (contains(all, used[i], used[i + 1])) {
+            kind = used[i];
+            name = used[i + 1];
             break;
         }
     }
-    if (current.first != "xkb" || current.second.empty())
+    if (kind != "xkb" || name.empty())
         return std::nullopt;
-    return current.second;
+    return name;
 }
 
 std::optional<DesktopSettings> GnomeSettings::settings(const KeyCombinations& combinations) const {
-    if (!schemas_.contains(windowKeys))
+    if (!store_->hasSchema(windowKeys))
         return std::nullopt;
     Settings settings;
     for (const auto& [id, schema, key] : bindings) {
-        for (const auto& text : texts(value(schema, key).get())) {
+        for (const auto& text : store_->texts(schema, key)) {
             if (auto hotKey = combinations.fromGtk(text)) {
                 settings.hotKeys.emplace(id, *hotKey);
                 break;
             }
         }
     }
-    auto corner = value(desktopInterface, "enable-hot-corners");
-    if (corner && g_variant_is_of_type(corner.get(), G_VARIANT_TYPE_BOOLEAN) &&
-        g_variant_get_boolean(corner.get()))
+    if (store_->texts(desktopInterface, "enable-hot-corners") == std::vector<std::string>{"true"})
         settings.corners.emplace("tl", Settings::ShowAllWindows);
     return settings;
-}
-
-GVariantPointer GnomeSettings::value(const std::string& schema, const char* key) const {
-    auto found = schemas_.find(schema);
-    if (found == schemas_.end())
-        return nullptr;
-    GSettingsSchema* description = nullptr;
-    g_object_get(found->second.get(), "settings-schema", &description, nullptr);
-    auto isThere = g_settings_schema_has_key(description, key);
-    g_settings_schema_unref(description);
-    return GVariantPointer(isThere ? g_settings_get_value(found->second.get(), key) : nullptr);
 }
 
 }  // namespace zelvo::platform

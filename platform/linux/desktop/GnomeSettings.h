@@ -1,29 +1,33 @@
 #pragma once
 
 #include <functional>
-#include <map>
+#include <memory>
+#include <optional>
 #include <string>
 
 #include "platform/linux/desktop/DesktopReader.h"
-#include "platform/linux/desktop/GLibPointers.h"
+#include "platform/linux/desktop/SettingsStore.h"
 
 namespace zelvo::platform {
+
+class Log;
 
 /// What GNOME keeps in GSettings. Where a schema is not installed its settings are missing.
 class GnomeSettings : public DesktopReader {
   public:
-    explicit GnomeSettings(std::function<void()> changed);
+    /// Loads the module that reads GSettings, which has its place by the program's folder. Null,
+    /// after a line in the log, where it cannot be used.
+    static std::unique_ptr<GnomeSettings> open(const std::string& programFolder, Log& log,
+                                               std::function<void()> changed);
 
     /// The one used last, as far as it is still among the sources. An input method is no layout.
     std::optional<std::string> inputSource() const override;
     std::optional<DesktopSettings> settings(const KeyCombinations& combinations) const override;
 
   private:
-    /// Null where the schema or its key is missing.
-    GVariantPointer value(const std::string& schema, const char* key) const;
+    explicit GnomeSettings(std::unique_ptr<SettingsStore> store);
 
-    const std::function<void()> changed_;
-    std::map<std::string, GObjectPointer<GSettings>> schemas_;
+    const std::unique_ptr<SettingsStore> store_;
 };
 
 }  // namespace zelvo::platform

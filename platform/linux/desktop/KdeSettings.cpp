@@ -99,39 +99,16 @@ std::optional<Settings::CornerAction> cornerAction(const KdeConfig& config, cons
     return std::nullopt;
 }
 
-void fileChanged(GFileMonitor*, GFile*, GFile*, GFileMonitorEvent,
-                 const std::function<void()>* changed) {
-    (*changed)();
-}
-
-void layoutChanged(GDBusConnection*, const char*, const char*, const char*, const char*, GVariant*,
-                   gpointer changed) {
-    (*static_cast<const std::function<void()>*>(changed))();
-}
-
 }  // namespace
 
-KdeSettings::KdeSettings(std::string configHome, std::string busAddress, GCancellable* cancellable,
+KdeSettings::KdeSettings(std::string configHome, std::string busAddress,
                          std::function<void()> changed)
     : configHome_(std::move(configHome)),
       busAddress_(std::move(busAddress)),
-      cancellable_(cancellable),
-      changed_(std::move(changed)) {
-    for (const auto* name : {layoutsFile, shortcutsFile, windowManagerFile}) {
-        GObjectPointer<GFile> place(g_file_new_for_path(file(name).c_str()));
-        auto* monitor = g_file_monitor_file(place.get(), G_FILE_MONITOR_NONE, nullptr, nullptr);
-        if (!monitor)
-            continue;
-        g_signal_connect(monitor, "changed", G_CALLBACK(fileChanged),
-                         const_cast<std::function<void()>*>(&changed_));
-        monitors_.emplace_back(monitor);
-    }
-}
+      changed_(std::move(changed)),
+      files_(configHome_, {layoutsFile, shortcutsFile, windowManagerFile}, changed_) {}
 
-KdeSettings::~KdeSettings() {
-    if (bus_)
-        g_dbus_connection_signal_unsubscribe(bus_.get(), subscription_);
-}
+KdeSettings::~KdeSettings() = default;
 
 std::optional<std::string> KdeSettings::inputSource() const {
     auto config = KdeConfig::ofFile(file(layoutsFile));
@@ -145,20 +122,11 @@ std::optional<std::string> KdeSettings::inputSource() const {
 }
 
 std::size_t KdeSettings::currentLayout() const {
-    if (!bus_ || g_dbus_connection_is_closed(bus_.get())) {
-        bus_ = connectToBus(G_BUS_TYPE_SESSION, busAddress_, cancellable_);
-        if (!bus_)
-            return 0;
-        subscription_ = g_dbus_connection_signal_subscribe(
-            bus_.get(), layoutQuestion.service, layoutQuestion.interface, nullptr,
-            layoutQuestion.path, nullptr, G_DBUS_SIGNAL_FLAGS_NONE, layoutChanged,
-            const_cast<std::function<void()>*>(&changed_), nullptr);
+    if (!bus_ || !bus_->isConnected()) {
+        bus_ = std::make_unique<MessageBus>(MessageBus::Kind::Session, busAddress_, changed_);
+        bus_->follow(layoutQuestion);
     }
-    auto answer = callOnBus(bus_.get(), layoutQuestion, nullptr, "(u)", cancellable_);
-    guint32 index = 0;
-    if (answer)
-        g_variant_get(answer.get(), "(u)", &index);
-    return index;
+    return bus_->ask<uint>(layoutQuestion).value_or(0);
 }
 
 std::optional<DesktopSettings> KdeSettings::settings(const KeyCombinations& combinations) const {

@@ -1,22 +1,22 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
-#include <vector>
 
 #include "platform/linux/desktop/DesktopReader.h"
-#include "platform/linux/desktop/GLibPointers.h"
+#include "platform/linux/desktop/FolderWatch.h"
 
 namespace zelvo::platform {
+
+class MessageBus;
 
 /// What KDE keeps in kxkbrc, kglobalshortcutsrc and kwinrc of a folder; which of several layouts is
 /// the current one its keyboard service says.
 class KdeSettings : public DesktopReader {
   public:
-    /// The bus as an address, or empty for the session's. Nothing waits for it any more once
-    /// `cancellable`, which outlives this object, is cancelled.
-    KdeSettings(std::string configHome, std::string busAddress, GCancellable* cancellable,
-                std::function<void()> changed);
+    /// The bus as an address, or empty for the session's.
+    KdeSettings(std::string configHome, std::string busAddress, std::function<void()> changed);
     ~KdeSettings() override;
 
     std::optional<std::string> inputSource() const override;
@@ -29,12 +29,10 @@ class KdeSettings : public DesktopReader {
 
     const std::string configHome_;
     const std::string busAddress_;
-    GCancellable* const cancellable_;
     const std::function<void()> changed_;
-    std::vector<GObjectPointer<GFileMonitor>> monitors_;
+    const FolderWatch files_;
     /// Made when it is first needed.
-    mutable GObjectPointer<GDBusConnection> bus_;
-    mutable guint subscription_ = 0;
+    mutable std::unique_ptr<MessageBus> bus_;
 };
 
 }  // namespace zelvo::platform

@@ -1,7 +1,7 @@
 #include "platform/linux/desktop/SystemKeyboard.h"
 
-#include <glib-unix.h>
-
+#include <QSocketNotifier>
+#include <QVariantMap>
 #include <utility>
 
 #include "platform/linux/base/FileReading.h"
@@ -17,16 +17,14 @@ namespace {
 constexpr BusCall localeQuestion{"org.freedesktop.locale1", "/org/freedesktop/locale1",
                                  "org.freedesktop.DBus.Properties", "GetAll"};
 
-std::string text(GVariant* properties, const char* name) {
-    const char* value = nullptr;
-    return g_variant_lookup(properties, name, "&s", &value) ? value : "";
+std::string text(const QVariantMap& properties, const char* name) {
+    return properties.value(name).toString().toStdString();
 }
 
 }  // namespace
 
-SystemKeyboard::SystemKeyboard(Options options, GCancellable* cancellable,
-                               std::function<void()> changed)
-    : options_(std::move(options)), cancellable_(cancellable), changed_(std::move(changed)) {}
+SystemKeyboard::SystemKeyboard(Options options, std::function<void()> changed)
+    : options_(std::move(options)), changed_(std::move(changed)) {}
 
 std::optional<std::string> SystemKeyboard::inputSource() {
     if (auto layout = xServerLayout())
@@ -37,16 +35,12 @@ std::optional<std::string> SystemKeyboard::inputSource() {
 }
 
 std::optional<std::string> SystemKeyboard::localeServiceLayout() const {
-    auto bus = connectToBus(G_BUS_TYPE_SYSTEM, options_.bus, cancellable_);
+    MessageBus bus(MessageBus::Kind::System, options_.bus);
     // What it would say once started, the keyboard's file says at once.
-    auto answer =
-        bus ? callOnBus(bus.get(), localeQuestion, g_variant_new("(s)", localeQuestion.service),
-                        "(a{sv})", cancellable_)
-            : nullptr;
-    if (!answer)
+    auto properties = bus.ask<QVariantMap>(localeQuestion, {QString(localeQuestion.service)});
+    if (!properties)
         return std::nullopt;
-    GVariantPointer properties(g_variant_get_child_value(answer.get(), 0));
-    return inputSourceId(text(properties.get(), "X11Layout"), text(properties.get(), "X11Variant"));
+    return inputSourceId(text(*properties, "X11Layout"), text(*properties, "X11Variant"));
 }
 
 std::optional<std::string> SystemKeyboard::fileLayout() const {
@@ -66,16 +60,13 @@ std::optional<std::string> SystemKeyboard::xServerLayout() {
         xServer_ = std::make_unique<XServerKeyboard>(options_.display);
         if (!xServer_->isConnected())
             return std::nullopt;
-        xNotices_.reset(g_unix_fd_source_new(xServer_->descriptor(), G_IO_IN));
-        auto notice = [](int, GIOCondition, gpointer self) -> gboolean {
-            auto& keyboard = *static_cast<SystemKeyboard*>(self);
-            if (keyboard.xServer_->takeNotices())
-                keyboard.changed_();
-            return keyboard.xServer_->isConnected() ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
-        };
-        g_source_set_callback(xNotices_.get(),
-                              G_SOURCE_FUNC(static_cast<GUnixFDSourceFunc>(notice)), this, nullptr);
-        g_source_attach(xNotices_.get(), g_main_context_get_thread_default());
+        xNotices_ =
+            std::make_unique<QSocketNotifier>(xServer_->descriptor(), QSocketNotifier::Read);
+        QObject::connect(xNotices_.get(), &QSocketNotifier::activated, xNotices_.get(), [this] {
+            if (xServer_->takeNotices())
+                changed_();
+            xNotices_->setEnabled(xServer_->isConnected());
+        });
     }
     auto layout = xServer_->inputSource();
     // A notice that came with the answers is no longer there to wake this thread.

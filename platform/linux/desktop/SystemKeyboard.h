@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/linux/desktop/GLibPointers.h"
+class QSocketNotifier;
 
 namespace zelvo::platform {
 
@@ -25,9 +25,7 @@ class SystemKeyboard {
         std::string file;
     };
 
-    /// Nothing waits for the bus any more once `cancellable`, which outlives this object, is
-    /// cancelled.
-    SystemKeyboard(Options options, GCancellable* cancellable, std::function<void()> changed);
+    SystemKeyboard(Options options, std::function<void()> changed);
     ~SystemKeyboard();
 
     /// Such as "us" or "de+nodeadkeys".
@@ -39,10 +37,9 @@ class SystemKeyboard {
     std::optional<std::string> fileLayout() const;
 
     const Options options_;
-    GCancellable* const cancellable_;
     const std::function<void()> changed_;
     std::unique_ptr<XServerKeyboard> xServer_;
-    GSourcePointer xNotices_;
+    std::unique_ptr<QSocketNotifier> xNotices_;
 };
 
 }  // namespace zelvo::platform

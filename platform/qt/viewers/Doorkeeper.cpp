@@ -1,17 +1,14 @@
 #include "platform/qt/viewers/Doorkeeper.h"
 
+#include <utility>
+
 #include "platform/Bundle.h"
-#include "platform/Viewers.h"
+#include "platform/qt/viewers/QuestionDialog.h"
 
 namespace zelvo::platform {
 
 Doorkeeper::Doorkeeper(Viewers& viewers, const Bundle& bundle, AnswerGuard::Clock clock)
-    : viewers_(viewers),
-      guard_(clock),
-      dialog_(QString::fromStdString(bundle.resourcePath()), clock,
-              {[this](auto viewer, auto given) { answer(viewer, given); },
-               [this] { viewers_.setRefusesEverybody(true); },
-               [this](bool isShown) { viewers_.setQuestionShown(isShown); }}) {
+    : viewers_(viewers), bundle_(bundle), clock_(clock), guard_(std::move(clock)) {
     subscriptions_.push_back(viewers.question().subscribe([this](const auto&) { update(); }));
     subscriptions_.push_back(viewers.inside().subscribe([this](const auto&) { update(); }));
     update();
@@ -23,13 +20,13 @@ Doorkeeper::~Doorkeeper() {
 
 void Doorkeeper::end() {
     hasEnded_ = true;
-    dialog_.takeBack();
+    takeBack();
 }
 
 void Doorkeeper::showQuestion() {
     const auto& question = viewers_.question().value();
     if (question && question->id != answered_ && !hasEnded_)
-        dialog_.askWithKeys(*question);
+        dialog().askWithKeys(*question);
 }
 
 void Doorkeeper::refuse(std::uint32_t viewer) {
@@ -42,25 +39,40 @@ void Doorkeeper::answer(std::uint32_t viewer, ViewerAnswer answer) {
     if (viewer == answered_ || hasEnded_)
         return;
     answered_ = viewer;
-    dialog_.takeBack();
+    takeBack();
     viewers_.answer(viewer, answer);
+}
+
+QuestionDialog& Doorkeeper::dialog() {
+    if (!dialog_)
+        dialog_ = std::make_unique<QuestionDialog>(
+            QString::fromStdString(bundle_.resourcePath()), clock_,
+            QuestionDialog::Listener{[this](auto viewer, auto given) { answer(viewer, given); },
+                                     [this] { viewers_.setRefusesEverybody(true); },
+                                     [this](bool isShown) { viewers_.setQuestionShown(isShown); }});
+    return *dialog_;
+}
+
+void Doorkeeper::takeBack() {
+    if (dialog_)
+        dialog_->takeBack();
 }
 
 void Doorkeeper::update() {
     const auto& question = viewers_.question().value();
     if (!question || question->id == answered_ || hasEnded_) {
-        dialog_.takeBack();
+        takeBack();
         return;
     }
     if (question->id != asked_)
         guard_.rest();
     asked_ = question->id;
-    if (dialog_.viewer() == question->id)
-        dialog_.update(*question);
+    if (dialog_ && dialog_->viewer() == question->id)
+        dialog_->update(*question);
     else if (viewers_.inside().value().empty())
-        dialog_.ask(*question);
+        dialog().ask(*question);
     else
-        dialog_.takeBack();
+        takeBack();
 }
 
 }  // namespace zelvo::platform

@@ -1,16 +1,18 @@
 #pragma once
 
 #include <QObject>
-#include <functional>
+#include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "platform/Observable.h"
-#include "platform/qt/viewers/QuestionDialog.h"
+#include "platform/Viewers.h"
+#include "platform/qt/viewers/AnswerGuard.h"
 
 namespace zelvo::platform {
 
 class Bundle;
-class Viewers;
+class QuestionDialog;
 
 /// Brings the question to the user: as a dialog while nobody is inside, else by their own wish
 /// alone, since who is inside would see it, too. Main thread only.
@@ -34,10 +36,15 @@ class Doorkeeper {
   private:
     void update();
     void answer(std::uint32_t viewer, ViewerAnswer answer);
+    QuestionDialog& dialog();
+    void takeBack();
 
     Viewers& viewers_;
+    const Bundle& bundle_;
+    const AnswerGuard::Clock clock_;
     AnswerGuard guard_;
-    QuestionDialog dialog_;
+    /// Made at the first question: most sessions have none, and its fonts and texts are memory.
+    std::unique_ptr<QuestionDialog> dialog_;
     std::uint32_t asked_ = 0;
     std::uint32_t answered_ = 0;
     bool hasEnded_ = false;
