@@ -224,9 +224,17 @@ def main():
         for scenario in (typing, seeing, endings):
             scenario(stage, zelvo)
             print(f"{scenario.__name__}: well", flush=True)
+        typed = lambda: os.path.getsize(stage.path("typed"))
+        before = typed()
+        viewer = Viewer(zelvo)
+        viewer.key(ord("q"), True)
+        wait_until(lambda: typed() > before + 1, 5, "repetition")
         zelvo.close()
         server.wait(1)
         assert not is_listening(PORT)
+        before = typed()
+        time.sleep(0.7)
+        assert typed() == before, "a key outlives the server"
 
 
 if __name__ == "__main__":
