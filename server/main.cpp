@@ -16,12 +16,14 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "platform/linux/base/EventLoop.h"
 #include "platform/linux/base/StandardDescriptors.h"
 #include "server/gate/Gate.h"
 #include "server/gate/ZelvoLine.h"
-#include "server/screen/x11/X11Screen.h"
+#include "server/screen/choice/OpenScreen.h"
 #include "server/vnc/ScreenThread.h"
 
 using namespace zelvo;
@@ -83,48 +85,118 @@ platform::FileDescriptor blockSignals() {
     return platform::FileDescriptor(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
 }
 
-int serve(const Options& options, const platform::FileDescriptor& signals,
-          std::unique_ptr<Screen> screen) {
-    EventLoop loop;
-    bool isEnding = false;
-    std::unique_ptr<Gate> door;
-    auto line = ZelvoLine::open(loop, options.socket,
-                                {.message = [&](const auto& message) { door->handle(message); },
-                                 .ended = [&] { isEnding = true; }});
-    if (!line)
-        return giveUp("server-failed", "No Zelvo of this user listens at " + options.socket + ".");
-    auto listener = Gate::listen(options.port);
-    if (!listener)
-        return giveUp("port-taken", "Port " + std::to_string(options.port) +
-                                        " cannot be had: " + std::strerror(errno) + ".");
-    // The screen ends on its own thread.
-    ScreenThread screenThread(std::move(screen), "Zelvo", [] { ::kill(::getpid(), SIGTERM); });
-    door = std::make_unique<Gate>(
-        loop, std::move(listener),
-        Gate::Handlers{
-            .tell = [&](const auto& message) { line->tell(message); },
-            .admit = [&](auto viewer, auto socket,
-                         auto rights) { screenThread.admit(viewer, std::move(socket), rights); },
-            .setRights = [&](auto viewer, auto rights) { screenThread.setRights(viewer, rights); },
-            .releaseInput = [&] { screenThread.releaseInput(); }});
-    EventLoop::Watch watch(loop, signals.get(), [&](auto) {
-        signalfd_siginfo signal{};
-        while (::read(signals.get(), &signal, sizeof signal) == sizeof signal) {
-            if (signal.ssi_signo == SIGUSR1)
-                door->handle(gate::Disconnect{gate::everybody});
-            else
-                isEnding = true;
-        }
-    });
-    watch.setEvents(EPOLLIN);
-    line->tell(gate::Listening{options.port});
-    tell("listening");
-    while (!isEnding) {
-        loop.turn(door->nextDeadline());
-        door->tick(EventLoop::Clock::now());
+/// From the start to the end of one server.
+class Server {
+  public:
+    Server(const Options& options, platform::FileDescriptor signals)
+        : options_(options),
+          signals_(std::move(signals)),
+          watch_(loop_, signals_.get(), [this](auto) { readSignals(); }) {
+        watch_.setEvents(EPOLLIN);
     }
-    return EXIT_SUCCESS;
-}
+
+    /// The exit status.
+    int run() {
+        line_ = ZelvoLine::open(loop_, options_.socket,
+                                {.message = [this](const auto& message) { handle(message); },
+                                 .ended = [this] { isEnding_ = true; }});
+        if (!line_)
+            return giveUp("server-failed",
+                          "No Zelvo of this user listens at " + options_.socket + ".");
+        // Before the user is asked anything: without the port it would be in vain.
+        auto listener = Gate::bind(options_.port);
+        if (!listener)
+            return portIsTaken();
+        auto opened = open();
+        if (isEnding_)
+            return EXIT_SUCCESS;
+        if (!opened.screen)
+            return giveUp(opened.word.c_str(), opened.sentence);
+        if (!Gate::listen(listener))
+            return portIsTaken();
+        serve(std::move(opened.screen), std::move(listener));
+        return EXIT_SUCCESS;
+    }
+
+  private:
+    int portIsTaken() const {
+        return giveUp("port-taken", "Port " + std::to_string(options_.port) +
+                                        " cannot be had: " + std::strerror(errno) + ".");
+    }
+
+    /// Empty, too, where the end comes first.
+    ScreenResult open() {
+        const auto opening = openScreen();
+        auto result = opening->proceed();
+        if (result)
+            return std::move(*result);
+        bool asks = false;
+        EventLoop::Watch watch(loop_, opening->descriptor(),
+                               [&](auto) { result = opening->proceed(); });
+        watch.setEvents(EPOLLIN);
+        while (!result && !isEnding_) {
+            if (opening->asksUser() && !std::exchange(asks, true)) {
+                line_->tell(gate::DesktopAsks{});
+                tell("asking");
+            }
+            loop_.turn(EventLoop::Clock::time_point::max());
+        }
+        return result ? std::move(*result) : ScreenResult{};
+    }
+
+    void serve(std::unique_ptr<Screen> screen, platform::FileDescriptor listener) {
+        const auto abilities = screen->abilities();
+        // The screen ends on its own thread.
+        ScreenThread screenThread(std::move(screen), "Zelvo", [] { ::kill(::getpid(), SIGTERM); });
+        door_ = std::make_unique<Gate>(
+            loop_, std::move(listener),
+            Gate::Handlers{
+                .tell = [this](const auto& message) { line_->tell(message); },
+                .admit =
+                    [&](auto viewer, auto socket, auto rights) {
+                        screenThread.admit(viewer, std::move(socket), rights);
+                    },
+                .setRights = [&](auto viewer,
+                                 auto rights) { screenThread.setRights(viewer, rights); },
+                .releaseInput = [&] { screenThread.releaseInput(); }});
+        for (const auto& message : std::exchange(early_, {}))
+            door_->handle(message);
+        line_->tell(gate::Listening{options_.port, abilities.takesInput, abilities.hasClipboard});
+        tell("listening");
+        while (!isEnding_) {
+            loop_.turn(door_->nextDeadline());
+            door_->tick(EventLoop::Clock::now());
+        }
+        door_.reset();
+    }
+
+    void handle(const gate::Message& message) {
+        if (door_)
+            door_->handle(message);
+        else
+            early_.push_back(message);
+    }
+
+    void readSignals() {
+        signalfd_siginfo signal{};
+        while (::read(signals_.get(), &signal, sizeof signal) == sizeof signal) {
+            if (signal.ssi_signo == SIGUSR1)
+                handle(gate::Disconnect{gate::everybody});
+            else
+                isEnding_ = true;
+        }
+    }
+
+    const Options options_;
+    const platform::FileDescriptor signals_;
+    EventLoop loop_;
+    bool isEnding_ = false;
+    EventLoop::Watch watch_;
+    std::unique_ptr<ZelvoLine> line_;
+    std::unique_ptr<Gate> door_;
+    /// What was said before there was a door.
+    std::vector<gate::Message> early_;
+};
 
 }  // namespace
 
@@ -137,16 +209,5 @@ int main(int argc, char* argv[]) {
     // The VNC library counts descriptors in sets of 1,024.
     const rlimit descriptors{512, 512};
     ::setrlimit(RLIMIT_NOFILE, &descriptors);
-    auto display = std::make_unique<X11Connection>("");
-    switch (display->problem()) {
-        case X11Connection::Problem::Refused:
-            return giveUp("display-refused", "The X display cannot be opened.");
-        case X11Connection::Problem::NotUsable:
-            return giveUp("server-failed", "The X display lacks what showing it needs.");
-        case X11Connection::Problem::Xwayland:
-            return giveUp("wayland-no-server", "This X display is Xwayland, and not the desktop.");
-        case X11Connection::Problem::None:
-            break;
-    }
-    return serve(*options, signals, std::make_unique<X11Screen>(std::move(display)));
+    return Server(*options, std::move(signals)).run();
 }

@@ -58,7 +58,7 @@ bool set(int socket, int level, int option, int value) {
 
 }  // namespace
 
-platform::FileDescriptor Gate::listen(std::uint16_t port) {
+platform::FileDescriptor Gate::bind(std::uint16_t port) {
     platform::FileDescriptor socket(
         ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     sockaddr_in address{};
@@ -75,10 +75,13 @@ platform::FileDescriptor Gate::listen(std::uint16_t port) {
         !set(socket.get(), IPPROTO_TCP, TCP_USER_TIMEOUT, 30'000) ||
         !set(socket.get(), IPPROTO_TCP, TCP_MAXSEG, 1220) ||
         !set(socket.get(), IPPROTO_TCP, TCP_NODELAY, 1) ||
-        ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(socket.get(), backlog) != 0)
+        ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
         return {};
     return socket;
+}
+
+bool Gate::listen(const platform::FileDescriptor& bound) {
+    return ::listen(bound.get(), backlog) == 0;
 }
 
 Gate::Gate(platform::EventLoop& loop, platform::FileDescriptor listener, Handlers handlers,

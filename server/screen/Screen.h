@@ -37,6 +37,14 @@ struct Cursor {
     std::vector<std::uint32_t> pixels;
 };
 
+/// What a desktop lets viewers do, as long as it is shown.
+struct Abilities {
+    /// Else `pointer` and `key` do nothing.
+    bool takesInput = true;
+    /// Else nothing is told of the clipboard, and `setClipboard` does nothing.
+    bool hasClipboard = true;
+};
+
 /// What a screen tells of itself, from within `dispatch` or `capture`.
 class ScreenObserver {
   public:
@@ -57,6 +65,8 @@ class ScreenObserver {
 class Screen {
   public:
     virtual ~Screen() = default;
+
+    virtual Abilities abilities() const { return {}; }
 
     /// Readable when `dispatch` has something to do.
     virtual int descriptor() const = 0;
