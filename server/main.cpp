@@ -25,6 +25,7 @@
 #include "server/gate/ZelvoLine.h"
 #include "server/screen/choice/OpenScreen.h"
 #include "server/vnc/ScreenThread.h"
+#include "server/vnc/TaskQueue.h"
 
 using namespace zelvo;
 using namespace zelvo::server;
@@ -104,18 +105,27 @@ class Server {
             return giveUp("server-failed",
                           "No Zelvo of this user listens at " + options_.socket + ".");
         // Before the user is asked anything: without the port it would be in vain.
-        auto listener = Gate::bind(options_.port);
-        if (!listener)
+        listener_ = Gate::bind(options_.port);
+        if (!listener_)
             return portIsTaken();
-        auto opened = open();
-        if (isEnding_)
-            return EXIT_SUCCESS;
-        if (!opened.screen)
-            return giveUp(opened.word.c_str(), opened.sentence);
-        if (!Gate::listen(listener))
-            return portIsTaken();
-        serve(std::move(opened.screen), std::move(listener));
-        return EXIT_SUCCESS;
+        EventLoop::Watch watch(loop_, home_.descriptor(), [this](auto) {
+            for (const auto& task : home_.take())
+                task();
+        });
+        watch.setEvents(EPOLLIN);
+        screen_ = std::make_unique<ScreenThread>(
+            openScreen, "Zelvo",
+            ScreenThread::Handlers{.asksUser = [this] { home_.post([this] { asksUser(); }); },
+                                   .opened = [this](const auto& result) { opened(result); },
+                                   .ended = [this] { home_.post([this] { isEnding_ = true; }); }});
+        while (!isEnding_) {
+            loop_.turn(door_ ? door_->nextDeadline() : EventLoop::Clock::time_point::max());
+            if (door_)
+                door_->tick(EventLoop::Clock::now());
+        }
+        door_.reset();
+        screen_.reset();
+        return status_;
     }
 
   private:
@@ -124,50 +134,42 @@ class Server {
                                         " cannot be had: " + std::strerror(errno) + ".");
     }
 
-    /// Empty, too, where the end comes first.
-    ScreenResult open() {
-        const auto opening = openScreen();
-        auto result = opening->proceed();
-        if (result)
-            return std::move(*result);
-        bool asks = false;
-        EventLoop::Watch watch(loop_, opening->descriptor(),
-                               [&](auto) { result = opening->proceed(); });
-        watch.setEvents(EPOLLIN);
-        while (!result && !isEnding_) {
-            if (opening->asksUser() && !std::exchange(asks, true)) {
-                line_->tell(gate::DesktopAsks{});
-                tell("asking");
-            }
-            loop_.turn(EventLoop::Clock::time_point::max());
-        }
-        return result ? std::move(*result) : ScreenResult{};
+    void end(int status) {
+        isEnding_ = true;
+        status_ = status;
     }
 
-    void serve(std::unique_ptr<Screen> screen, platform::FileDescriptor listener) {
-        const auto abilities = screen->abilities();
-        // The screen ends on its own thread.
-        ScreenThread screenThread(std::move(screen), "Zelvo", [] { ::kill(::getpid(), SIGTERM); });
+    void asksUser() {
+        line_->tell(gate::DesktopAsks{});
+        tell("asking");
+    }
+
+    /// On the screen's thread.
+    void opened(const ScreenResult& result) {
+        if (result.screen)
+            home_.post([this, abilities = result.screen->abilities()] { serve(abilities); });
+        else
+            home_.post([this, word = result.word, sentence = result.sentence] {
+                end(giveUp(word.c_str(), sentence));
+            });
+    }
+
+    void serve(const Abilities& abilities) {
+        if (!Gate::listen(listener_))
+            return end(portIsTaken());
         door_ = std::make_unique<Gate>(
-            loop_, std::move(listener),
+            loop_, std::move(listener_),
             Gate::Handlers{
                 .tell = [this](const auto& message) { line_->tell(message); },
-                .admit =
-                    [&](auto viewer, auto socket, auto rights) {
-                        screenThread.admit(viewer, std::move(socket), rights);
-                    },
-                .setRights = [&](auto viewer,
-                                 auto rights) { screenThread.setRights(viewer, rights); },
-                .releaseInput = [&] { screenThread.releaseInput(); }});
+                .admit = [this](auto viewer, auto socket,
+                                auto rights) { screen_->admit(viewer, std::move(socket), rights); },
+                .setRights = [this](auto viewer,
+                                    auto rights) { screen_->setRights(viewer, rights); },
+                .releaseInput = [this] { screen_->releaseInput(); }});
         for (const auto& message : std::exchange(early_, {}))
             door_->handle(message);
         line_->tell(gate::Listening{options_.port, abilities.takesInput, abilities.hasClipboard});
         tell("listening");
-        while (!isEnding_) {
-            loop_.turn(door_->nextDeadline());
-            door_->tick(EventLoop::Clock::now());
-        }
-        door_.reset();
     }
 
     void handle(const gate::Message& message) {
@@ -191,8 +193,13 @@ class Server {
     const platform::FileDescriptor signals_;
     EventLoop loop_;
     bool isEnding_ = false;
+    int status_ = EXIT_SUCCESS;
     EventLoop::Watch watch_;
     std::unique_ptr<ZelvoLine> line_;
+    platform::FileDescriptor listener_;
+    /// What the screen's thread wants done here.
+    TaskQueue<> home_;
+    std::unique_ptr<ScreenThread> screen_;
     std::unique_ptr<Gate> door_;
     /// What was said before there was a door.
     std::vector<gate::Message> early_;
