@@ -53,8 +53,6 @@ class X11Picture {
     std::size_t sharedSize_ = 0;
     /// The image where there is no shared memory.
     Reply<xcb_get_image_reply_t> reply_;
-    /// A converted row.
-    std::vector<std::uint32_t> row_;
 };
 
 }  // namespace zelvo::server
