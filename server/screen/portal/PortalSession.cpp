@@ -5,9 +5,6 @@
 
 #include <utility>
 
-#include "platform/linux/base/FileReading.h"
-#include "platform/linux/base/FileWriting.h"
-
 namespace zelvo::server {
 
 namespace {
@@ -24,8 +21,6 @@ constexpr std::uint32_t untilRevoked = 2;
 /// From these versions on leave can be kept.
 constexpr std::uint32_t remoteDesktopKeeps = 2;
 constexpr std::uint32_t screenCastKeeps = 4;
-
-constexpr std::size_t longestToken = 1024;
 
 const auto nothing = [](sd_bus_message*) {};
 
@@ -47,7 +42,7 @@ void openProperties(sd_bus_message* call, const char* interface) {
 }  // namespace
 
 PortalSession::PortalSession(platform::EventLoop& loop, std::string tokenFile, Handlers handlers)
-    : tokenFile_(std::move(tokenFile)),
+    : token_(std::move(tokenFile)),
       handlers_(std::move(handlers)),
       bus_(loop, [this] { fail(Failure::Broken); }) {}
 
@@ -129,9 +124,8 @@ void PortalSession::selectDevices() {
             if (remoteDesktop_ < remoteDesktopKeeps)
                 return;
             addEntry(call, "persist_mode", untilRevoked);
-            if (auto token = platform::readTextFile(tokenFile_, longestToken);
-                token && !token->empty())
-                addEntry(call, "restore_token", *token);
+            if (const auto token = token_.read(); !token.empty())
+                addEntry(call, "restore_token", token);
         },
         [this](auto*) { selectSources(); });
 }
@@ -149,9 +143,8 @@ void PortalSession::selectSources() {
             if (remoteDesktop_ || screenCast_ < screenCastKeeps)
                 return;
             addEntry(call, "persist_mode", untilRevoked);
-            if (auto token = platform::readTextFile(tokenFile_, longestToken);
-                token && !token->empty())
-                addEntry(call, "restore_token", *token);
+            if (const auto token = token_.read(); !token.empty())
+                addEntry(call, "restore_token", token);
         },
         [this](auto*) { askUser(); });
 }
@@ -176,8 +169,7 @@ void PortalSession::readStart(sd_bus_message* results) {
         if (key == "restore_token" && signature == "s") {
             const char* token = nullptr;
             if (sd_bus_message_read(results, "v", "s", &token) > 0)
-                // Each is good for one start.
-                platform::replaceFile(tokenFile_, token);
+                token_.keep(token);
             return true;
         }
         if (key == "streams" && signature == "a(ua{sv})") {

@@ -9,6 +9,7 @@
 #include "platform/linux/base/FileDescriptor.h"
 #include "server/screen/Screen.h"
 #include "server/screen/portal/PortalBus.h"
+#include "server/screen/portal/RestoreToken.h"
 
 namespace zelvo::server {
 
@@ -84,7 +85,7 @@ class PortalSession {
     void notify(const char* method, const Options& arguments);
     void fail(Failure failure);
 
-    const std::string tokenFile_;
+    const RestoreToken token_;
     const Handlers handlers_;
     PortalBus bus_;
     /// Versions of the two interfaces; 0 for one that there is not.
