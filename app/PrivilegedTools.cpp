@@ -14,7 +14,7 @@ bool AppDelegate::runToolWithPrivileges(const std::string& tool,
         completion(false);
         return false;
     };
-    if (auto status = platform_.authorization.create(reference); status != 0)
+    if (auto status = platform_.authorization.create(tool, reference); status != 0)
         return fail("1", status);
     constexpr auto flags = platform::AuthorizationFlagInteractionAllowed |
                            platform::AuthorizationFlagExtendRights |

@@ -1,3 +1,5 @@
+#include <malloc.h>
+
 #include <QApplication>
 #include <cstdio>
 #include <optional>
@@ -17,7 +19,9 @@
 #include "platform/qt/core/CommandLine.h"
 #include "platform/qt/core/Display.h"
 #include "platform/qt/core/QtMainLoop.h"
+#include "platform/qt/core/SessionBus.h"
 #include "platform/qt/window/MainWindow.h"
+#include "platform/terminal/QuestionLines.h"
 #include "platform/terminal/Terminal.h"
 #include "platform/terminal/TerminalView.h"
 
@@ -94,7 +98,7 @@ std::optional<SingleInstance> onlyInstance() {
     return std::nullopt;
 }
 
-int runInWindow(int& argc, char** argv) {
+int runInWindow(int& argc, char** argv, bool asksInTerminal) {
     QtDesktop::prepareProcess();
     // Outlives the instance: it ends by handing what was copied to the clipboard manager, which may
     // take its time, while the user may start Zelvo again.
@@ -104,14 +108,17 @@ int runInWindow(int& argc, char** argv) {
         return 1;
     QtMainLoop loop([](const std::string& event) { debug("loop", event); });
     LinuxPlatform system(loop);
-    QtDesktop desktop(loop, system.bundle(), system.explanations(),
+    QtDesktop desktop(loop, system.bundle(), system.explanations(), system.viewers(),
                       [&] { return system.log().recentLines(); });
     AppDelegate controller(assemble(loop, system, desktop));
     RowPrinter rows(controller);
+    std::optional<QuestionLines> questions;
+    if (asksInTerminal)
+        questions.emplace(system.viewers(), controller, system.bundle());
 
     auto* content = new KVView;
     MainWindow window(content, {controller, controller, system.explanations(), desktop.application,
-                                system.bundle(), loop});
+                                system.bundle(), loop, system.viewers()});
     controller.setWindow(&window);
     controller.setShareButton(&window.shareButton());
     controller.setContainerView(content);
@@ -135,7 +142,8 @@ int runInTerminal(int& argc, char** argv) {
     LinuxPlatform system(loop);
     Terminal terminal(loop, system.bundle(), system.explanations());
     AppDelegate controller(assemble(loop, system, terminal));
-    TerminalView view(terminal, controller, controller, system.explanations(), system.bundle());
+    TerminalView view(terminal, controller, controller, system.explanations(), system.bundle(),
+                      system.viewers());
 
     auto watch = watchTheServer(system, loop, controller);
     auto hurry = hurryAtQuit(system, controller);
@@ -154,10 +162,17 @@ bool environmentAllows() {
 }  // namespace
 
 int main(int argc, char* argv[]) {
+    // The threads wait nearly always; an arena for each is memory that nobody uses.
+    ::mallopt(M_ARENA_MAX, 1);
     occupyStandardDescriptors();
-    if (auto status = answerCommandLine(argc, argv))
-        return *status;
+    const auto commandLine = readCommandLine(argc, argv);
+    if (commandLine.exitStatus)
+        return *commandLine.exitStatus;
     if (!environmentAllows())
         return 2;
-    return displayIsThere() ? runInWindow(argc, argv) : runInTerminal(argc, argv);
+    for (const auto& variable : passOverMuteBuses())
+        std::fprintf(stderr, "zelvo: The message bus of %s does not answer; going on without it.\n",
+                     qPrintable(variable));
+    return displayIsThere() ? runInWindow(argc, argv, commandLine.asksInTerminal)
+                            : runInTerminal(argc, argv);
 }

@@ -48,8 +48,11 @@ class Authorization {
   public:
     virtual ~Authorization() = default;
 
-    /// Makes an empty reference: 0 and `reference` filled, or a status and `reference` empty.
-    virtual std::int32_t create(std::unique_ptr<AuthorizationReference>& reference) = 0;
+    /// Makes an empty reference: 0 and `reference` filled, or a status and `reference` empty. It
+    /// serves for the tool of that file name alone, by which a system can ask differently for what
+    /// gives something away and what only takes it back.
+    virtual std::int32_t create(const std::string& tool,
+                                std::unique_ptr<AuthorizationReference>& reference) = 0;
 };
 
 }  // namespace zelvo::platform

@@ -1,6 +1,7 @@
 // screensharingd: shows the desktop of the user that it runs as to viewers whom Zelvo lets in.
 // Started by the enable tool; ends with the Zelvo that it finds.
 
+#include <malloc.h>
 #include <sys/epoll.h>
 #include <sys/resource.h>
 #include <sys/signalfd.h>
@@ -31,6 +32,12 @@ using namespace zelvo;
 using namespace zelvo::server;
 using platform::EventLoop;
 namespace gate = zelvo::platform::gate;
+
+/// The VNC library brings GnuTLS, of which it gets nothing to do here; unless told not to (in this
+/// way of its own), that sets itself up at every start.
+extern "C" [[gnu::visibility("default")]] int _gnutls_global_init_skip() {
+    return 1;
+}
 
 namespace {
 
@@ -209,6 +216,8 @@ class Server {
 
 int main(int argc, char* argv[]) {
     platform::occupyStandardDescriptors();
+    // One heap for both threads, of which neither does much in it.
+    ::mallopt(M_ARENA_MAX, 1);
     auto options = parse(argc, argv);
     if (!options)
         return giveUp("server-failed", "Usage: screensharingd --socket PATH [--port PORT]");

@@ -141,6 +141,7 @@ struct LinuxPlatform::Services {
 LinuxPlatform::LinuxPlatform(MainQueue& mainQueue) {
     ::signal(SIGPIPE, SIG_IGN);
     services_ = std::make_unique<Services>(mainQueue);
+    services_->screenServer.desktopAsks = [this] { services_->screenSharing.desktopAsks(); };
     for (const auto& complaint : services_->environment.complaints)
         services_->log.line(complaint);
 }

@@ -56,7 +56,9 @@ ColorScheme::ColorScheme() : themeIsDark_(isDark(QApplication::palette())) {
     auto bus = QDBusConnection::sessionBus();
     if (!bus.isConnected())
         return;
-    bus.connect(Service, Path, Interface, "SettingChanged", this,
+    // Without the service's name, for which Qt would ask the bus and wait. Whoever sends such a
+    // signal chooses between dark and light, no more.
+    bus.connect(QString(), Path, Interface, "SettingChanged", this,
                 SLOT(settingChanged(QString, QString, QDBusVariant)));
     auto question = QDBusMessage::createMethodCall(Service, Path, Interface, "Read");
     question << Space << Key;

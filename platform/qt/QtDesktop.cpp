@@ -10,13 +10,15 @@
 #include "platform/qt/dialogs/Dialogs.h"
 #include "platform/qt/dialogs/HelpDialog.h"
 #include "platform/qt/sharing/SharingServices.h"
+#include "platform/qt/viewers/TrayIcon.h"
+#include "platform/qt/viewers/ViewerNotifications.h"
 #include "platform/qt/widgets/NoticeLine.h"
 #include "platform/qt/window/MainWindow.h"
 
 namespace zelvo::platform {
 
 QtDesktop::QtDesktop(QtMainLoop& loop, const Bundle& bundle, const Explanations& explanations,
-                     std::function<std::vector<std::string>()> logLines)
+                     Viewers& viewers, std::function<std::vector<std::string>()> logLines)
     : translator_(bundle),
       alerts(loop, bundle, explanations),
       sharingServicePicker(loop, bundle,
@@ -29,6 +31,10 @@ QtDesktop::QtDesktop(QtMainLoop& loop, const Bundle& bundle, const Explanations&
       feedback([&bundle, logLines = std::move(logLines)] {
           return describeSystem(bundle.shortVersionString(), logLines());
       }),
+      bundle_(bundle),
+      explanations_(explanations),
+      viewers_(viewers),
+      doorkeeper_(viewers, bundle),
       signals_([this] { application.terminateFromOutside(); }) {
     application.setBeforeQuit([this, &loop] {
         loop.takeTurnNow();
@@ -37,6 +43,8 @@ QtDesktop::QtDesktop(QtMainLoop& loop, const Bundle& bundle, const Explanations&
     application.setSessionAnswer(
         [this] { alerts.answer(AlertKind::SessionUnderWay, AlertFirstButtonReturn); });
 }
+
+QtDesktop::~QtDesktop() = default;
 
 void QtDesktop::prepareProcess() {
     // Nothing here is drawn by OpenGL, and its drivers cost more than the rest of the application.
@@ -53,17 +61,38 @@ void QtDesktop::attach(MainWindow& window, const MainWindowModel& model,
             takeNoMoreRequests();
     });
     setWindow(&window);
+    window.setShowQuestion([this] { doorkeeper_.showQuestion(); });
+    watchTheDoor(model);
     QObject::connect(&window, &QObject::destroyed, &translator_, [this] {
         application.setDelegate(nullptr);
         quitting_ = {};
+        tray_.reset();
+        notifications_.reset();
         setWindow(nullptr);
     });
+}
+
+void QtDesktop::watchTheDoor(const MainWindowModel& model) {
+    auto icon = QString::fromStdString(bundle_.resourcePath()) + "/zelvo.svg";
+    auto bus = QDBusConnection::sessionBus();
+    notifications_ = std::make_unique<ViewerNotifications>(
+        viewers_, icon, bus,
+        ViewerNotifications::Listener{[this] { doorkeeper_.showQuestion(); },
+                                      [this](auto viewer) { doorkeeper_.refuse(viewer); }});
+    tray_ = std::make_unique<TrayIcon>(
+        TrayIcon::Surroundings{model, viewers_, explanations_, bundle_}, bus,
+        TrayIcon::Listener{[this] { window_->disconnectEverybody(); },
+                           [this] { application.activateIgnoringOtherApps(true); },
+                           [this] { application.terminate(); }});
 }
 
 // An answer or a choice that is still open could make a link anew behind the quit's back.
 void QtDesktop::takeNoMoreRequests() {
     alerts.end();
     takesRequests_ = false;
+    doorkeeper_.end();
+    if (notifications_)
+        notifications_->end();
     if (window_)
         closeDialogs(*window_);
     while (auto* menu = QApplication::activePopupWidget())

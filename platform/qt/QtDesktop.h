@@ -11,6 +11,7 @@
 #include "platform/qt/programs/QtWorkspace.h"
 #include "platform/qt/sharing/QtPasteboard.h"
 #include "platform/qt/sharing/QtSharingServicePicker.h"
+#include "platform/qt/viewers/Doorkeeper.h"
 #include "platform/qt/window/QtWindowSystem.h"
 
 namespace zelvo::platform {
@@ -18,6 +19,9 @@ namespace zelvo::platform {
 class Explanations;
 class MainWindow;
 class MainWindowModel;
+class TrayIcon;
+class ViewerNotifications;
+class Viewers;
 struct Notice;
 
 /// The services of the desktop, one of each, named as the members of Platform. Needs a QApplication
@@ -26,7 +30,8 @@ class QtDesktop {
   public:
     /// All outlive this object. `logLines` gives the log's last lines.
     QtDesktop(QtMainLoop& loop, const Bundle& bundle, const Explanations& explanations,
-              std::function<std::vector<std::string>()> logLines);
+              Viewers& viewers, std::function<std::vector<std::string>()> logLines);
+    ~QtDesktop();
 
     /// Settings of the process that have to stand before the QApplication is made.
     static void prepareProcess();
@@ -52,9 +57,16 @@ class QtDesktop {
     void say(const Notice& notice);
     void couldNotOpen(const std::string& url);
     void takeNoMoreRequests();
+    void watchTheDoor(const MainWindowModel& model);
 
     MainWindow* window_ = nullptr;
     bool takesRequests_ = true;
+    const Bundle& bundle_;
+    const Explanations& explanations_;
+    Viewers& viewers_;
+    Doorkeeper doorkeeper_;
+    std::unique_ptr<ViewerNotifications> notifications_;
+    std::unique_ptr<TrayIcon> tray_;
     Subscription quitting_;
     QuitSignals signals_;
 };

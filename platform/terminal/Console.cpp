@@ -13,16 +13,17 @@ namespace zelvo::platform {
 namespace {
 
 constexpr char Escape = 0x1b;
-constexpr char EndOfTransmission = 0x04;
 
 }  // namespace
 
-Console::Console(int input, int output)
+Console::Console(int input, int output, Reading reading)
     : input_(input),
       output_(output),
       outputIsTerminal_(::isatty(output) == 1),
-      inputIsTerminal_(::isatty(input) == 1),
-      keyMode_(input) {}
+      inputIsTerminal_(::isatty(input) == 1) {
+    if (reading == Reading::Keys)
+        keyMode_.emplace(input);
+}
 
 Console::~Console() = default;
 
@@ -66,11 +67,14 @@ void Console::take(char byte) {
     } else if (sequence_ == Sequence::Inside) {
         if (isFinal)
             sequence_ = Sequence::None;
-    } else if (byte == EndOfTransmission && inputIsTerminal_) {
-        key_('q');
-    } else if (byte > ' ' && byte < 0x7f) {
+    } else if (byte != EndOfTransmission || inputIsTerminal_) {
         key_(byte);
     }
+}
+
+void Console::echo(const std::string& text) {
+    if (keyMode_ && inputIsTerminal_ && output_ >= 0 && !writeAll(output_, text))
+        output_ = -1;
 }
 
 void Console::line(const std::string& text) {

@@ -74,6 +74,13 @@ void TerminalAlerts::askNext() {
     console_.line(choices);
 }
 
+void TerminalAlerts::askAgain() {
+    if (questions_.empty())
+        return;
+    questions_.front().isAsked = false;
+    later(&TerminalAlerts::askNext);
+}
+
 bool TerminalAlerts::takeKey(char key) {
     if (questions_.empty() || !questions_.front().isAsked)
         return false;

@@ -25,6 +25,8 @@ class TerminalAlerts final : public Alerts {
 
     /// Takes the key for the question that is open. False when it means nothing there.
     bool takeKey(char key);
+    /// Asks the question that is open once more.
+    void askAgain();
     /// Gives the response of an alert, asked or still waiting, on the user's behalf. False when
     /// there is no such alert.
     bool answer(AlertKind kind, int response);

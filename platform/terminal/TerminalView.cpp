@@ -33,12 +33,16 @@ bool takesColours() {
 
 TerminalView::TerminalView(Terminal& terminal, MainWindowModel& model,
                            ApplicationDelegate& delegate, const Explanations& explanations,
-                           const Bundle& bundle, int output)
+                           const Bundle& bundle, Viewers& viewers, int output,
+                           std::function<QuestionPrompt::Clock::time_point()> now)
     : terminal_(terminal),
       model_(model),
       explanations_(explanations),
       bundle_(bundle),
-      rows_(model, output) {
+      rows_(model, output),
+      prompt_(viewers, model, bundle,
+              {[&terminal](auto& text) { terminal.console.line(text); },
+               [&terminal](auto& text) { terminal.console.echo(text); }, std::move(now)}) {
     terminal_.application.setDelegate(&delegate);
     subscriptions_.push_back(model.sharedLink().subscribe([this](const auto&) { linkChanged(); }));
     subscriptions_.push_back(model.readyToShare().subscribe([this](bool) { linkChanged(); }));
@@ -51,7 +55,12 @@ TerminalView::TerminalView(Terminal& terminal, MainWindowModel& model,
     subscriptions_.push_back(explanations.router().subscribe([this](auto&) { explain(); }));
     subscriptions_.push_back(explanations.keptLink().subscribe([this](auto&) { explain(); }));
     subscriptions_.push_back(explanations.withdrawal().subscribe([this](auto&) { explain(); }));
-    terminal_.console.listen([this](char key) { takeKey(key); }, [this] { inputEnded(); });
+    // Its letters meant nothing meanwhile.
+    subscriptions_.push_back(viewers.question().subscribe([this](auto& question) {
+        if (!question)
+            terminal_.alerts.askAgain();
+    }));
+    terminal_.console.listen([this](char byte) { take(byte); }, [this] { inputEnded(); });
     if (terminal_.console.outputIsTerminal())
         terminal_.console.line(bundle_.localizedString(
             "Keys: q quit, d disconnect the viewer, c show the link again"));
@@ -62,15 +71,36 @@ TerminalView::~TerminalView() {
     terminal_.console.listen([](char) {}, [] {});
 }
 
+void TerminalView::take(char byte) {
+    if (model_.isQuitting().value())
+        return;
+    if (byte == Console::EndOfTransmission) {
+        terminal_.application.terminate();
+    } else if (prompt_.takesWords()) {
+        prompt_.take(byte);
+    } else if (byte > ' ' && byte < 0x7f) {
+        takeKey(byte);
+    }
+}
+
 void TerminalView::takeKey(char key) {
-    if (model_.isQuitting().value() || terminal_.alerts.takeKey(key))
+    if (terminal_.alerts.takeKey(key))
         return;
     switch (key) {
         case 'q':
             terminal_.application.terminate();
             break;
         case 'd':
-            model_.closeConnection();
+            prompt_.disconnect();
+            break;
+        case 'r':
+            prompt_.changeRights();
+            break;
+        case 's':
+            prompt_.show();
+            break;
+        case 'a':
+            prompt_.askAgain();
             break;
         case 'c':
             if (!shownLink_.empty()) {

@@ -49,19 +49,27 @@ bool Caller::talk() {
     // What was said in clear is a few bytes into an empty buffer, and has gone.
     if (!stream_.isEncrypted() && !stream_.beginTls(tls_))
         return false;
+    wantsToAgree_ = true;
+    return true;
+}
+
+void Caller::agree() {
+    wantsToAgree_ = false;
     if (stream_.shakeHands() == ViewerStream::Result::Closed)
-        return false;
+        return handlers_.gone();
     if (stream_.isTlsUp())
         handshake_.tlsIsUp();
-    return true;
+    watch();
+    if (handshake_.state() == RfbHandshake::State::Done)
+        handlers_.ready();
 }
 
 void Caller::watch() {
     auto events = static_cast<std::uint32_t>(EPOLLRDHUP);
     // Once it waits for an answer its bytes are left where they are.
-    if (handshake_.state() != RfbHandshake::State::Done)
+    if (handshake_.state() != RfbHandshake::State::Done && !wantsToAgree_)
         events |= EPOLLIN;
-    if (stream_.wantsToWrite())
+    if (stream_.wantsToWrite() && !wantsToAgree_)
         events |= EPOLLOUT;
     watch_.setEvents(events);
 }

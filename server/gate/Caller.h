@@ -27,6 +27,9 @@ class Caller {
 
     const platform::gate::Peer& peer() const { return peer_; }
     bool isEncrypted() const { return stream_.isEncrypted(); }
+    /// Whether it can go on with TLS: dear enough to be its caller's decision, one at a time.
+    bool wantsToAgree() const { return wantsToAgree_; }
+    void agree();
 
     /// Tells the viewer that it is let in, and hands its stream over. Only once ready; of no use
     /// afterwards.
@@ -46,6 +49,7 @@ class Caller {
     const Handlers handlers_;
     ViewerStream stream_;
     RfbHandshake handshake_;
+    bool wantsToAgree_ = false;
     platform::EventLoop::Watch watch_;
 };
 

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <ctime>
 #include <utility>
 #include <variant>
 
@@ -28,6 +29,13 @@ constexpr std::size_t mostLeaving = 32;
 
 Time now() {
     return platform::EventLoop::Clock::now();
+}
+
+/// This thread's.
+std::chrono::nanoseconds processorTime() {
+    timespec time{};
+    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
 std::string_view reasonFor(Refusal refusal) {
@@ -143,6 +151,14 @@ void Gate::callerIsGone(ViewerId viewer) {
 
 void Gate::letGo(std::unique_ptr<Caller> caller) {
     goneCallers_.push_back(std::move(caller));
+}
+
+Caller* Gate::nextToAgree() const {
+    for (const auto& [viewer, caller] : callers_) {
+        if (caller->wantsToAgree())
+            return caller.get();
+    }
+    return nullptr;
 }
 
 void Gate::sendAway(ViewerId viewer, Refusal refusal) {
@@ -275,6 +291,8 @@ Time Gate::nextDeadline() const {
     auto next = doorkeeper_.nextDeadline();
     if (acceptsAgain_ != Time{})
         next = std::min(next, acceptsAgain_);
+    if (nextToAgree())
+        next = std::min(next, budget_.opensAt());
     for (const auto& leaving : leaving_)
         next = std::min(next, leaving.until);
     for (const auto& [viewer, entry] : guests_)
@@ -289,6 +307,12 @@ void Gate::tick(Time time) {
         acceptsAgain_ = {};
         accepts_ = acceptsAMoment;
         watch_.setEvents(EPOLLIN);
+    }
+    // One a turn: viewers inside never wait for more.
+    if (auto* caller = budget_.isOpen(time) ? nextToAgree() : nullptr) {
+        const auto before = processorTime();
+        caller->agree();
+        budget_.spend(processorTime() - before, time);
     }
     std::optional<Refusal> last;
     for (const auto& [viewer, refusal] : doorkeeper_.overdue(time)) {

@@ -16,6 +16,7 @@
 #include "server/gate/Caller.h"
 #include "server/gate/Doorkeeper.h"
 #include "server/gate/Guest.h"
+#include "server/gate/HandshakeBudget.h"
 
 namespace zelvo::server {
 
@@ -79,11 +80,14 @@ class Gate {
     /// Tells of the question as it is, where it is another than the one told of.
     void tellQuestion(platform::gate::Ending endingOfLast);
     void letGo(std::unique_ptr<Caller> caller);
+    /// Of those who want to agree upon keys, the one who came first.
+    Caller* nextToAgree() const;
 
     platform::EventLoop& loop_;
     const platform::FileDescriptor listener_;
     const Handlers handlers_;
     const AnonymousTls tls_;
+    HandshakeBudget budget_;
     Doorkeeper doorkeeper_;
     ViewerId lastViewer_ = 0;
     std::map<ViewerId, std::unique_ptr<Caller>> callers_;

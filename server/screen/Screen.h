@@ -68,7 +68,8 @@ class Screen {
 
     virtual Abilities abilities() const { return {}; }
 
-    /// Readable when `dispatch` has something to do.
+    /// Readable when `dispatch` has something to do; after a key or a pointer's movement it may
+    /// have without that.
     virtual int descriptor() const = 0;
     virtual void dispatch(ScreenObserver& observer) = 0;
 
@@ -78,7 +79,7 @@ class Screen {
 
     /// Brings the picture up to date; tells what of it has changed. All of it, where the size has.
     virtual std::vector<Rectangle> capture(ScreenObserver& observer) = 0;
-    /// As of the last capture; before it, a black one.
+    /// As of the last capture while somebody watches; before it, a black one.
     virtual Size size() const = 0;
     /// 0x00RRGGBB in the machine's byte order, row by row without gaps. Stays in its place until
     /// the size changes. The cursor is not in it.

@@ -21,6 +21,9 @@ using platform::gate::Rights;
 
 // A picture every so often is as many as anybody sees.
 constexpr auto shortestFrame = 16ms;
+// Whoever has just pressed something waits for what it does.
+constexpr auto shortestAnswer = 4ms;
+constexpr auto eagerness = 40ms;
 
 void logNothing(const char*, ...) {}
 
@@ -189,6 +192,7 @@ void VncServer::key(Viewer& viewer, std::uint32_t keysym, bool isDown) {
     else if (viewer.keys.erase(keysym) == 0)
         return;  // Let go already, for its sake.
     screen_.key(keysym, isDown);
+    beEager();
 }
 
 void VncServer::pointer(Viewer& viewer, Point position, std::uint8_t buttons) {
@@ -196,8 +200,16 @@ void VncServer::pointer(Viewer& viewer, Point position, std::uint8_t buttons) {
         return;
     viewer.position = {std::clamp(position.x, 0, size_.width - 1),
                        std::clamp(position.y, 0, size_.height - 1)};
-    viewer.buttons = buttons;
+    const bool isClick = std::exchange(viewer.buttons, buttons) != buttons;
     screen_.pointer(viewer.position, buttons);
+    if (isClick)
+        beEager();
+}
+
+void VncServer::beEager() {
+    const auto now = platform::EventLoop::Clock::now();
+    captureAgain_ = std::min(captureAgain_, now);
+    eagerUntil_ = now + eagerness;
 }
 
 void VncServer::screenChanged() {
@@ -277,7 +289,7 @@ VncServer::Time VncServer::nextDeadline() const {
 
 void VncServer::capture(Time now) {
     hasChanged_ = false;
-    captureAgain_ = now + shortestFrame;
+    captureAgain_ = now + (now < eagerUntil_ ? shortestAnswer : shortestFrame);
     auto changed = screen_.capture(*this);
     if (screen_.size() != size_)
         return fitToScreen();
@@ -298,6 +310,7 @@ void VncServer::fitToScreen() {
 
 void VncServer::tick(Time now) {
     removeGone();
+    screen_.dispatch(*this);
     if (hasChanged_ && now >= captureAgain_ && anybodyWaits())
         capture(now);
     for (auto& [id, viewer] : viewers_) {

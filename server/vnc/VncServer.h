@@ -60,6 +60,8 @@ class VncServer : private ScreenObserver {
     void fitToScreen();
     void key(Viewer& viewer, std::uint32_t keysym, bool isDown);
     void pointer(Viewer& viewer, Point position, std::uint8_t buttons);
+    /// Somebody acts: what comes of it is captured without delay.
+    void beEager();
     void release(Viewer& viewer);
     void removeGone();
 
@@ -72,6 +74,7 @@ class VncServer : private ScreenObserver {
     std::map<ViewerId, std::unique_ptr<Viewer>> viewers_;
     bool hasChanged_ = false;
     Time captureAgain_;
+    Time eagerUntil_;
     platform::EventLoop::Watch watch_;
 };
 

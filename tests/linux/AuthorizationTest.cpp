@@ -29,7 +29,7 @@ class AuthorizationTest : public testing::Test {
     std::int32_t run(SystemAuthorization::Options options, const std::string& tool) {
         SystemAuthorization authorization(log, std::move(options));
         std::unique_ptr<AuthorizationReference> reference;
-        EXPECT_EQ(authorization.create(reference), AuthorizationSuccess);
+        EXPECT_EQ(authorization.create(tool, reference), AuthorizationSuccess);
         EXPECT_EQ(reference->executeWithPrivileges(tool), AuthorizationDenied) << "no right yet";
         if (auto status = reference->copyRights("system.privilege.admin", 19))
             return status;

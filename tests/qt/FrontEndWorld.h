@@ -9,6 +9,7 @@
 #include "platform/qt/core/QtMainLoop.h"
 #include "tests/qt/Wait.h"
 #include "tests/support/FakePlatform.h"
+#include "tests/support/FakeViewers.h"
 
 namespace zelvo::platform {
 class Terminal;
@@ -71,6 +72,7 @@ struct FrontEndWorld {
     FakePlatform fake;
     platform::Bundle& bundle;
     GivenExplanations explanations;
+    platform::FakeViewers viewers;
     platform::QtMainLoop loop;
     FrontEnd frontEnd;
     AppDelegate controller{fake.with(frontEnd, bundle, workspace())};

@@ -5,6 +5,7 @@
 #include <QDBusMessage>
 #include <QDBusVirtualObject>
 
+#include "platform/qt/core/SessionBus.h"
 #include "tests/qt/Wait.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TemporaryFolder.h"
@@ -41,6 +42,11 @@ TEST(SettingsServices, AreAskedToQuitByName) {
         folder.path());
     auto address = QString::fromStdString(daemon.readLine());
     ASSERT_NE(address, "");
+    const auto places = "unix:path=/nowhere;" + address.toUtf8();
+    daemon.signal(SIGSTOP);
+    EXPECT_TRUE(isMuteBus(places, std::chrono::milliseconds(50)));
+    daemon.signal(SIGCONT);
+    EXPECT_FALSE(isMuteBus(places, std::chrono::seconds(10)));
     auto bus = QDBusConnection::connectToBus(address, "workspace");
     EXPECT_TRUE(settingsServices(bus).empty());
     Settings kde(address, "org.kde.systemsettings");

@@ -3,15 +3,20 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <random>
 
 #include "platform/qt/content/QrCode.h"
+#include "platform/terminal/QuestionLines.h"
 #include "platform/terminal/Terminal.h"
 #include "platform/terminal/TerminalView.h"
 #include "tests/qt/FrontEndWorld.h"
 #include "tests/qt/Wait.h"
+#include "tests/support/FakeViewers.h"
 
 namespace zelvo::test {
 namespace {
+
+using namespace std::chrono_literals;
 
 struct Pipe {
     Pipe() { EXPECT_EQ(::pipe2(ends, O_NONBLOCK), 0); }
@@ -52,6 +57,22 @@ struct TerminalTest : testing::Test, Pipes, FrontEndWorld<platform::Terminal> {
         input.write(keys + "\n");
         turn();
     }
+    /// Without a Return, `pause` after what came before.
+    void typeAfter(std::chrono::milliseconds pause, const std::string& keys) {
+        now += pause;
+        input.write(keys);
+        turn();
+    }
+    void ask(std::uint32_t viewer) {
+        viewers.asked.set(platform::ViewerQuestion{viewer, "192.0.2.7", true, now + 60s, 0});
+    }
+    /// What was said to the screen server since the last time.
+    std::string said() {
+        std::string all;
+        for (const auto& words : std::exchange(viewers.said, {}))
+            all += (all.empty() ? "" : ", ") + words;
+        return all;
+    }
     void turn() {
         for (int i = 0; i < 3; ++i)
             test::turn(loop);
@@ -59,8 +80,10 @@ struct TerminalTest : testing::Test, Pipes, FrontEndWorld<platform::Terminal> {
     }
 
     platform::Terminal& terminal = frontEnd;
-    platform::TerminalView view{terminal,     controller,  controller,
-                                explanations, fake.bundle, output.ends[1]};
+    platform::FakeViewers viewers;
+    platform::QuestionPrompt::Clock::time_point now{};
+    platform::TerminalView view{terminal,    controller, controller,     explanations,
+                                fake.bundle, viewers,    output.ends[1], [this] { return now; }};
 };
 
 TEST_F(TerminalTest, ShowsRowsAndTheLinkPlainlyAndQuits) {
@@ -166,6 +189,129 @@ TEST_F(TerminalTest, TheEndOfInputQuitsEvenDuringASession) {
     }));
     EXPECT_EQ(fake.authorization.tools.size(), 1u);
     EXPECT_EQ(fake.peer.last("update.php").fields.at("availabilityStatus"), "1");
+}
+
+TEST_F(TerminalTest, AWholeWordAnswersAndNothingLess) {
+    fake.bundle.strings["watch"] = "zusehen";
+    fake.bundle.strings["refuse"] = "ODMÓW";
+    launchToLink();
+    const std::pair<const char*, const char*> cases[] = {
+        {"help\n", ", answer 1 control"},
+        {"WATCH\r", ", answer 1 watch"},
+        {" Zusehen \n", ", answer 1 watch"},
+        {"odmów\n", ", answer 1 refuse"},
+        {"refuse all\n", ", answer 1 refuse, refuse everybody"},
+        {"no\nhó\x7f"
+         "elp\nwatch\n",
+         ", answer 1 control"},
+        {"help", ""},
+        {"\n\n\x1b\n\t", ""},
+        {"q\nd\nr\na\ny\nh\n", ""},
+        {"he\tlp\n", ""},
+        {"help me\nshelp\nshow\ndisconnect\n", ""}};
+    for (const auto& [keys, words] : cases) {
+        ask(1);
+        typeAfter(1s, keys);
+        viewers.asked.set({});
+        EXPECT_EQ(said(), "question shown" + std::string(words) + ", question hidden") << keys;
+        now += 1s;
+    }
+    EXPECT_FALSE(terminal.application.isTerminating());
+    EXPECT_TRUE(fake.authorization.tools.empty());
+    type("a");
+    EXPECT_EQ(said(), "ask again");
+}
+
+TEST_F(TerminalTest, WhatWasTypedForSomethingElseAnswersNothing) {
+    launchToLink();
+    type("he");
+    ask(1);
+    typeAfter(999ms, "lp\nhelp\nhe");
+    typeAfter(1ms, "lp\n");
+    ask(2);
+    typeAfter(1s, "pleased");
+    viewers.asked.set({});
+    typeAfter(999ms, "dqr\nhelp\n");
+    EXPECT_EQ(said(), "question shown, question hidden, question shown, question hidden");
+    std::mt19937 random(1);
+    const std::string keys = "abcdefghijklmnopqrstuvwxyzehlpwatchrefus\n\n\n\n\t  \x1b\x7f";
+    for (std::uint32_t viewer = 3; viewer < 200; ++viewer) {
+        ask(viewer);
+        std::string typed;
+        while (typed.size() < 200)
+            typed += keys[random() % keys.size()];
+        typeAfter(300ms * (viewer % 7), typed);
+        output.read();
+    }
+    EXPECT_EQ(said().find("answer"), std::string::npos);
+    EXPECT_FALSE(terminal.application.isTerminating());
+}
+
+TEST_F(TerminalTest, NobodyInsideCanLetTheNextOneIn) {
+    launchToLink();
+    connectViewer(true);
+    platform::Viewer viewer{7, "192.0.2.1", true, platform::ViewerRights::Control, {}};
+    viewers.isInside.set({viewer});
+    ask(8);
+    now += 1s;
+    type("help");
+    EXPECT_EQ(said(), "");
+    type("s");
+    EXPECT_EQ(said(), "question shown");
+    typeAfter(1s, "watch\n");
+    viewers.asked.set({});
+    EXPECT_EQ(said(), "answer 8 watch, question hidden");
+    type("r");
+    EXPECT_EQ(said(), "rights 7 watch");
+    viewer.rights = platform::ViewerRights::Watch;
+    viewers.isInside.set({viewer});
+    type("r");
+    type("no");
+    type("rhelp");
+    EXPECT_EQ(said(), "rights 7 control");
+    ask(9);
+    output.read();
+    viewers.isInside.set({});
+    EXPECT_EQ(said(), "question shown");
+    EXPECT_TRUE(output.read().starts_with("192.0.2.1 has left.\n"));
+    viewers.asked.set({});
+    now += 1s;
+    type("d");
+    EXPECT_EQ(said(), "question hidden, disconnect everybody");
+    EXPECT_EQ(fake.authorization.tools, std::vector<std::string>{"disconnect-screen-sharing.tool"});
+}
+
+TEST_F(TerminalTest, ANewQuestionLetsAnAlertWaitAndBringsItBack) {
+    fake.router.refuseAll(platform::NatErrorNoRouter);
+    launchToLink();
+    turn();
+    ask(1);
+    typeAfter(1s, "t");
+    EXPECT_EQ(controller.zelvoStatus(), ZelvoStatusMappingFailed);
+    output.read();
+    viewers.asked.set({});
+    turn();
+    EXPECT_NE(output.read().find("[t] Try Again"), std::string::npos);
+    fake.router.refuseAll(0);
+    fake.router.grantAll("203.0.113.7");
+    typeAfter(1s, "t");
+    EXPECT_EQ(controller.zelvoStatus(), ZelvoStatusWaitingForConnection);
+}
+
+TEST_F(TerminalTest, BesideAWindowTakesLinesAndOutlivesTheirEnd) {
+    Pipes own;
+    platform::FakeViewers others;
+    platform::QuestionLines lines(others, controller, fake.bundle, own.input.ends[0],
+                                  own.output.ends[1]);
+    others.isInside.set({{7, "192.0.2.1", true, platform::ViewerRights::Control, {}}});
+    EXPECT_TRUE(
+        own.output.read().ends_with("To disconnect: type “disconnect” and press Return.\n"));
+    own.input.write("d\ndisconnect\n");
+    turn();
+    EXPECT_EQ(others.said, std::vector<std::string>{"disconnect everybody"});
+    own.input.closeWriting();
+    turn();
+    EXPECT_FALSE(terminal.application.isTerminating());
 }
 
 TEST(QrCode, HoldsItsQuietZoneAndFinders) {

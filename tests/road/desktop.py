@@ -13,7 +13,7 @@ import sys
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
 from stage import SKIPPED, Stage, wait_until  # noqa: E402
 
-PROGRAMS = ("Xvfb", "x11vnc", "X0tigervnc", "gvnccapture", "xdotool", "identify", "pkexec",
+PROGRAMS = ("Xvfb", "gvnccapture", "xdotool", "identify", "pkexec",
             "dbus-daemon", "hostnamectl", "setpriv", "cmake", "/usr/lib/polkit-1/polkitd",
             "/lib/systemd/systemd-hostnamed", "avahi-daemon")
 USER = "zelvo-road"
@@ -31,7 +31,7 @@ BUS = """<busconfig>
 """
 SERVICES = {"org.freedesktop.PolicyKit1": "/usr/lib/polkit-1/polkitd --no-debug",
             "org.freedesktop.hostname1": "/lib/systemd/systemd-hostnamed"}
-# The administrator's answer to every question.
+# The administrator's answer to the question whether to switch on; other questions have none.
 RULES = """polkit.addRule(function(action, subject) {
     if (action.id == "app.zelvo.Zelvo.screen-sharing")
         return subject.user == "%s" ? polkit.Result.YES : polkit.Result.NO;
@@ -88,7 +88,8 @@ class Desktop(Stage):
         for folder in ("/run", "/var/lib", "/usr/share/polkit-1"):
             run("mount", "-t", "tmpfs", "-o", "mode=755", "none", folder)
         # hostnamectl looks for the one of systemd.
-        for folder in ("/run/dbus", "/run/services", "/run/systemd/system",
+        for folder in ("/run/dbus", "/run/services", "/run/systemd/system", "/run/systemd/sessions",
+                       "/run/systemd/users",
                        "/usr/share/polkit-1/actions", "/usr/share/polkit-1/rules.d", self.home,
                        f"/run/user/{USER_ID}"):
             os.makedirs(folder)
@@ -98,6 +99,10 @@ class Desktop(Stage):
         append("/etc/passwd", f"{USER}:x:{USER_ID}:{USER_ID}::{self.home}:/bin/sh\n")
         append("/etc/group", f"{USER}:x:{USER_ID}:\n")
         append("/etc/polkit-1/rules.d/10-test.rules", RULES)
+        scope = f"/user.slice/user-{USER_ID}.slice/session-1.scope\n"
+        append("/run/session-cgroup", f"1:name=systemd:{scope}0::{scope}")
+        append("/run/systemd/sessions/1", f"UID={USER_ID}\nSEAT=seat0\nACTIVE=1\n")
+        append(f"/run/systemd/users/{USER_ID}", "STATE=active\n")
         append("/etc/machine-info", "PRETTY_HOSTNAME=\"Ann's Desk\"\n", "w")
         append("/run/bus.conf", BUS)
         for name, command in SERVICES.items():
@@ -116,8 +121,9 @@ class Desktop(Stage):
         self.zelvo = os.path.join(prefix, "bin", "zelvo")
 
     def start_as_user(self, command, env):
-        """With nothing of the environment of the test."""
-        user = ["setpriv", "--reuid", str(USER_ID), "--regid", str(USER_ID), "--clear-groups"]
+        """With nothing of the environment of the test, in a session that is on screen."""
+        user = ["sh", "-ec", 'mount --bind /run/session-cgroup /proc/$$/cgroup; exec "$@"', "sh",
+                "setpriv", "--reuid", str(USER_ID), "--regid", str(USER_ID), "--clear-groups"]
         return self.start(command, {"PATH": "/usr/local/bin:/usr/bin:/bin", **env}, user)
 
     def start_session(self):
@@ -150,19 +156,19 @@ class Desktop(Stage):
         return subprocess.run(["xdotool", *words], env={**os.environ, **self.session},
                               capture_output=True, text=True, check=False, timeout=20).stdout
 
-    def window(self, title):
-        """The visible window of that title, once it is there."""
+    def windows(self, title, count=1):
+        """The visible windows of that title, the topmost last, once there are so many."""
         found = []
 
         def search():
             found[:] = self.xdotool("search", "--onlyvisible", "--name", title).split()
-            return found
-        wait_until(search, 20, "the window " + title)
-        return found[-1]
+            return len(found) >= count
+        wait_until(search, 20, f"{count} windows of {title}")
+        return found
 
     def press(self, title, key):
         # Nobody manages windows here, so the focus has to be given.
-        self.xdotool("windowfocus", "--sync", self.window(title), "key", key)
+        self.xdotool("windowfocus", "--sync", self.windows(title)[-1], "key", key)
 
     def join_neighbour(self):
         """Another computer at the other end of the link desk0, on a bus of its own, which has the name
@@ -189,11 +195,6 @@ class Desktop(Stage):
         command = (f"{before}mkdir /run/avahi-daemon; exec avahi-daemon -f {settings} "
                    "--no-drop-root --no-chroot --no-rlimits --no-proc-title 2>&1")
         return self.start(["sh", "-ec", command], dict(os.environ, DBUS_SYSTEM_BUS_ADDRESS=bus), prefix)
-
-    def hide(self, program):
-        """As if it were not installed."""
-        subprocess.run(["mount", "--bind", "/dev/null", os.path.realpath(shutil.which(program))],
-                       check=True)
 
 
 def install_prefix(build):

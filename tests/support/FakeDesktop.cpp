@@ -17,7 +17,9 @@ std::vector<std::unique_ptr<platform::RunningApplication>> FakeWorkspace::runnin
 }
 
 struct FakeAuthorization::Reference : platform::AuthorizationReference {
-    explicit Reference(FakeAuthorization& owner) : owner(owner) { ++owner.alive; }
+    Reference(FakeAuthorization& owner, std::string tool) : owner(owner), tool(std::move(tool)) {
+        ++owner.alive;
+    }
     ~Reference() override { --owner.alive; }
     std::int32_t copyRights(const std::string& right, std::uint32_t flags) override {
         owner.requests.push_back({right, flags});
@@ -26,8 +28,10 @@ struct FakeAuthorization::Reference : platform::AuthorizationReference {
     std::int32_t executeWithPrivileges(const std::string& toolPath) override {
         if (owner.executeStatus != 0)
             return owner.executeStatus;
+        if (!toolPath.ends_with("/" + tool))
+            return platform::AuthorizationDenied;
         owner.toolPaths.push_back(toolPath);
-        owner.tools.push_back(toolPath.substr(toolPath.rfind('/') + 1));
+        owner.tools.push_back(tool);
         if (owner.onTool)
             owner.onTool(owner.tools.back());
         return 0;
@@ -35,13 +39,14 @@ struct FakeAuthorization::Reference : platform::AuthorizationReference {
     void free(std::uint32_t flags) override { owner.freed.push_back(flags); }
 
     FakeAuthorization& owner;
+    const std::string tool;
 };
 
 std::int32_t FakeAuthorization::create(
-    std::unique_ptr<platform::AuthorizationReference>& reference) {
+    const std::string& tool, std::unique_ptr<platform::AuthorizationReference>& reference) {
     if (createStatus != 0)
         return createStatus;
-    reference = std::make_unique<Reference>(*this);
+    reference = std::make_unique<Reference>(*this, tool);
     return 0;
 }
 

@@ -135,7 +135,8 @@ class FakeWorkspace : public platform::Workspace {
 /// Grants, refuses or fails as told, and records what was started.
 class FakeAuthorization : public platform::Authorization {
   public:
-    std::int32_t create(std::unique_ptr<platform::AuthorizationReference>& reference) override;
+    std::int32_t create(const std::string& tool,
+                        std::unique_ptr<platform::AuthorizationReference>& reference) override;
 
     struct Request {
         std::string right;

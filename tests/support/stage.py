@@ -145,9 +145,9 @@ class Stage:
         self.programs.append(program)
         return program
 
-    def start_display(self, prefix=()):
-        server = self.start(["Xvfb", "-displayfd", "1", "-screen", "0", "1024x768x24", "-nolisten",
-                             "tcp", "-noreset"], prefix=prefix)
+    def start_display(self, prefix=(), size="1024x768x24"):
+        server = self.start(["Xvfb", "-displayfd", "1", "-screen", "0", size, "-nolisten", "tcp",
+                             "-noreset"], prefix=prefix)
         self.display = ":" + server.wait_for(r"^\d+$").group(0)
         # Servers in several networks may have the same number. Who asks from within gets the right one.
         self._beside_display = prefix

@@ -1,4 +1,5 @@
 #include <QApplication>
+#include <QDateTime>
 #include <QDir>
 #include <QMenu>
 #include <QPainter>
@@ -22,7 +23,9 @@ class Photographer {
 
     void take(QWidget& window, const QString& name, QWidget* above = nullptr,
               QPoint at = QPoint()) const {
-        QCoreApplication::processEvents();
+        // What is laid out within what is laid out takes a round each.
+        for (int round = 0; round < 10; ++round)
+            QCoreApplication::processEvents();
         QImage image = window.grab().toImage();
         if (above) {
             QPainter painter(&image);
@@ -121,6 +124,57 @@ void takeStatuses(platform::Bundle& bundle, const Photographer& camera) {
     camera.take(world.window, "quitting");
 }
 
+/// 10:15 on any day, wherever the pictures are made.
+std::chrono::system_clock::time_point quarterPastTen() {
+    return std::chrono::system_clock::from_time_t(
+        QDateTime({2026, 1, 5}, {10, 15}).toSecsSinceEpoch());
+}
+
+void takeDoor(platform::Bundle& bundle, const Photographer& camera) {
+    using platform::ViewerRights;
+    WindowWorld world(bundle, "5f0c6a1d93e84b27a6d2c71f08b94e35");
+    world.launchToLink();
+    platform::ViewerQuestion question{.id = 1,
+                                      .address = "198.51.100.23",
+                                      .isEncrypted = true,
+                                      .until = std::chrono::steady_clock::now() + 60s};
+    auto live = [] {
+        return !platform::findDialog("questionDialog") ||
+               !platform::findDialog("questionDialog")->property("rests").toBool();
+    };
+    world.viewers.asked.set(question);
+    camera.take(*platform::findDialog("questionDialog"), "question-resting");
+    waitFor(live);
+    camera.take(*platform::findDialog("questionDialog"), "question");
+    camera.take(world.window, "asking");
+    question.id = 2;
+    question.address = "2001:db8:4c1f:9d02:a8b3:77ff:fe10:5e21";
+    question.isEncrypted = false;
+    question.waiting = 3;
+    world.viewers.asked.set(question);
+    waitFor(live);
+    camera.take(*platform::findDialog("questionDialog"), "question-not-encrypted");
+    world.viewers.asked.set(std::nullopt);
+
+    std::vector<platform::Viewer> inside{{.id = 1,
+                                          .address = "198.51.100.23",
+                                          .isEncrypted = true,
+                                          .rights = ViewerRights::Control,
+                                          .since = quarterPastTen()}};
+    world.viewers.isInside.set(inside);
+    world.connectViewer(true);
+    camera.take(world.window, "connected-one");
+    inside.push_back({.id = 2, .address = question.address, .since = quarterPastTen()});
+    world.viewers.isInside.set(inside);
+    camera.take(world.window, "connected-two");
+    world.viewers.refuses.set(true);
+    camera.take(world.window, "refusing");
+    world.viewers.refuses.set(false);
+    question.id = 3;
+    world.viewers.asked.set(question);
+    camera.take(world.window, "question-while-inside");
+}
+
 void takeFailures(platform::Bundle& bundle, const Photographer& camera) {
     {
         WindowWorld world(bundle);
@@ -158,6 +212,7 @@ int main(int argc, char* argv[]) {
     QDir().mkpath(argv[1]);
     test::Photographer camera(argv[1], dark ? "dark" : "light");
     test::takeStatuses(bundle.texts, camera);
+    test::takeDoor(bundle.texts, camera);
     test::takeFailures(bundle.texts, camera);
     return 0;
 }

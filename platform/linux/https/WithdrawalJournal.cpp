@@ -5,12 +5,11 @@
 #include <algorithm>
 #include <chrono>
 #include <sstream>
-#include <system_error>
 #include <utility>
 
 #include "platform/Log.h"
 #include "platform/linux/base/FileReading.h"
-#include "platform/linux/base/FileWriting.h"
+#include "platform/linux/files/FileReplacement.h"
 #include "platform/linux/https/SharingRequest.h"
 
 namespace zelvo::platform {
@@ -97,9 +96,8 @@ void WithdrawalJournal::write() {
     std::string text;
     for (const auto& [link, record] : records_)
         text += std::to_string(record.writtenAt) + ' ' + record.url + ' ' + record.form + '\n';
-    if (int error = replaceFile(file_, text); error != 0)
-        log_.line("Sharing service: cannot write " + file_ + ": " +
-                  std::error_code(error, std::generic_category()).message());
+    if (auto error = replaceFile(file_, text); !error.empty())
+        log_.line("Sharing service: " + error);
 }
 
 }  // namespace zelvo::platform

@@ -56,8 +56,7 @@ class Attempt {
         nlmsghdr header{};
         header.nlmsg_len = static_cast<std::uint32_t>(request.size());
         header.nlmsg_type = question_.type;
-        header.nlmsg_flags =
-            static_cast<std::uint16_t>(NLM_F_REQUEST | (question_.isDump ? NLM_F_DUMP : 0));
+        header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
         std::memcpy(request.data(), &header, sizeof header);
         std::memcpy(request.data() + NLMSG_HDRLEN, body.data(), body.size());
         return ::send(socket_.get(), request.data(), request.size(), 0) < 0
@@ -101,8 +100,6 @@ class Attempt {
                 return refused(message);
             if (header.nlmsg_type == question_.answerType)
                 question_.take(message);
-            if (!question_.isDump)
-                return Outcome::Complete;
             bytes =
                 bytes.subspan(std::min<std::size_t>(NLMSG_ALIGN(header.nlmsg_len), bytes.size()));
         }

@@ -16,14 +16,12 @@ namespace zelvo::platform {
 using NetlinkOpener = std::function<FileDescriptor(int protocol)>;
 FileDescriptor openNetlink(int protocol);
 
-/// What the kernel is asked over netlink(7), and what is made of its answer.
+/// What the kernel is asked to list over netlink(7), and what is made of its answer.
 struct NetlinkQuestion {
     int protocol = 0;
     /// Of the request, and of the answer's messages that count.
     std::uint16_t type = 0;
     std::uint16_t answerType = 0;
-    /// Whether everything that there is shall be told, or the one thing asked for.
-    bool isDump = true;
     /// What follows the header of each request; they are asked one after the other.
     std::vector<std::span<const std::byte>> bodies;
     /// What was taken belongs to an answer that has broken off: it is to be forgotten.

@@ -17,9 +17,4 @@ std::optional<std::string> listTcpSockets(std::uint8_t state, std::function<void
                                           std::function<void(std::span<const std::byte>)> take,
                                           const NetlinkOpener& open = openNetlink);
 
-/// The inode of the socket that the kernel would give a connection to the port of the IPv4 wildcard
-/// address. Asked for by its addresses, so that the answer costs the same on a host with many
-/// sockets; none when nothing listens. Any thread.
-std::optional<std::uint32_t> tcpListener(std::uint16_t port);
-
 }  // namespace zelvo::platform

@@ -13,8 +13,8 @@ namespace zelvo::platform {
 
 class Log;
 
-/// The helper that runs as root, for one request. Polkit asks the user once, when the helper
-/// starts; from then on the helper waits for a request, which so needs no second question. Main
+/// A helper that runs as root, for one request. Polkit decides, and asks the user, once, when it
+/// starts; from then on it waits for a request, which so needs no second question. Main
 /// thread only.
 class PolkitHelper {
   public:

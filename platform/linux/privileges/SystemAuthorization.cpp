@@ -13,6 +13,7 @@
 #include "platform/linux/base/Users.h"
 #include "platform/linux/privileges/DetachedProcess.h"
 #include "platform/linux/privileges/PolkitHelper.h"
+#include "platform/linux/privileges/helper/ScreenSharingRequest.h"
 
 namespace zelvo::platform {
 
@@ -31,22 +32,16 @@ std::optional<std::string> askingUser() {
     return std::nullopt;
 }
 
-/// Ours, and whom and what the tool works for.
+/// Ours, and whom the tool works for.
 std::vector<std::string> toolEnvironment() {
-    std::vector<std::string> added{"ZELVO_ASKING_PROCESS=" + std::to_string(::getpid())};
-    if (auto user = ::geteuid() == 0 ? askingUser() : std::nullopt)
-        added.push_back("ZELVO_USER=" + *user);
-    auto isReplaced = [&](std::string_view entry) {
-        return std::any_of(added.begin(), added.end(), [&](const std::string& assignment) {
-            return entry.starts_with(assignment.substr(0, assignment.find('=') + 1));
-        });
-    };
     std::vector<std::string> result;
+    const auto user = ::geteuid() == 0 ? askingUser() : std::nullopt;
     for (char** entry = ::environ; entry && *entry; ++entry) {
-        if (!isReplaced(*entry))
+        if (!user || !std::string_view(*entry).starts_with("ZELVO_USER="))
             result.emplace_back(*entry);
     }
-    result.insert(result.end(), added.begin(), added.end());
+    if (user)
+        result.push_back("ZELVO_USER=" + *user);
     return result;
 }
 
@@ -86,13 +81,17 @@ class DirectReference : public AuthorizationReference {
 /// The right is a helper that runs as root and waits.
 class PolkitReference : public AuthorizationReference {
   public:
-    PolkitReference(Log& log, const SystemAuthorization::Options& options)
-        : log_(log), options_(options) {}
+    PolkitReference(Log& log, const SystemAuthorization::Options& options, std::string_view tool)
+        : log_(log),
+          options_(options),
+          helperPath_(options.helpers + (ScreenSharingRequest::onlyTakesBack(tool)
+                                             ? "/zelvo-screen-sharing-end-helper"
+                                             : "/zelvo-screen-sharing-helper")) {}
 
     std::int32_t copyRights(const std::string&, std::uint32_t flags) override {
         if (!(flags & AuthorizationFlagInteractionAllowed))
             return AuthorizationInteractionNotAllowed;
-        helper_ = std::make_unique<PolkitHelper>(log_, options_.pkexec, options_.helper);
+        helper_ = std::make_unique<PolkitHelper>(log_, options_.pkexec, helperPath_);
         auto status = helper_->start();
         if (status != AuthorizationSuccess)
             helper_.reset();
@@ -115,6 +114,8 @@ class PolkitReference : public AuthorizationReference {
   private:
     Log& log_;
     const SystemAuthorization::Options& options_;
+    // By which polkit knows the action.
+    const std::string helperPath_;
     std::unique_ptr<PolkitHelper> helper_;
 };
 
@@ -122,15 +123,16 @@ class PolkitReference : public AuthorizationReference {
 
 SystemAuthorization::SystemAuthorization(Log& log, Options options)
     : log_(log), options_(std::move(options)) {
-    if (options_.helper.empty())
-        options_.helper = ZELVO_SCREEN_SHARING_HELPER;
+    if (options_.helpers.empty())
+        options_.helpers = ZELVO_HELPERS_FOLDER;
 }
 
-std::int32_t SystemAuthorization::create(std::unique_ptr<AuthorizationReference>& reference) {
+std::int32_t SystemAuthorization::create(const std::string& tool,
+                                         std::unique_ptr<AuthorizationReference>& reference) {
     if (options_.asSelf || ::geteuid() == 0)
         reference = std::make_unique<DirectReference>(options_);
     else
-        reference = std::make_unique<PolkitReference>(log_, options_);
+        reference = std::make_unique<PolkitReference>(log_, options_, tool);
     return AuthorizationSuccess;
 }
 

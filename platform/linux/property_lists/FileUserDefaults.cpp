@@ -3,16 +3,16 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <QSaveFile>
+#include <QByteArray>
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
-#include <system_error>
 #include <utility>
 
 #include "platform/Log.h"
 #include "platform/linux/base/FileReading.h"
+#include "platform/linux/files/FileReplacement.h"
 #include "platform/linux/property_lists/PlistParsing.h"
 #include "platform/linux/property_lists/XmlPlistWriter.h"
 
@@ -23,20 +23,6 @@ namespace {
 constexpr int damagedLimit = 1000;
 /// Room for a string as long as a property list may be, each character escaped.
 constexpr std::size_t sizeLimit = 8 * PlistLimits::bytes;
-
-std::string reason(int error) {
-    return std::error_code(error, std::generic_category()).message();
-}
-
-/// Makes the folder and what lies above it, each for the user alone as the XDG standard asks.
-int makeFolders(const std::string& folder) {
-    for (auto end = folder.find('/', 1);; end = folder.find('/', end + 1)) {
-        if (::mkdir(folder.substr(0, end).c_str(), S_IRWXU) != 0 && errno != EEXIST)
-            return errno;
-        if (end == folder.npos)
-            return 0;
-    }
-}
 
 }  // namespace
 
@@ -154,14 +140,9 @@ bool FileUserDefaults::write(const PropertyList::Dictionary& dictionary) {
     if (!xml || static_cast<std::size_t>(xml->size()) > sizeLimit)
         return refuse(xml ? "not stored, as they would exceed 8 MiB"
                           : "not stored, as XML cannot hold one of the keys");
-    if (int error = makeFolders(folder_); error != 0)
-        return refuse("cannot make " + folder_ + ": " + reason(error));
-    QSaveFile file(QString::fromStdString(file_));
-    // commit() does not notice where the disk is too full for what it had buffered.
-    bool isOpen = file.open(QIODevice::WriteOnly | QIODevice::Unbuffered) &&
-                  file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-    if (!isOpen || file.write(*xml) != xml->size() || !file.commit())
-        return refuse("cannot write " + file_ + ": " + file.errorString().toStdString());
+    const std::string_view text(xml->constData(), static_cast<std::size_t>(xml->size()));
+    if (auto error = replaceFile(file_, text); !error.empty())
+        return refuse(error);
     lastComplaint_.clear();
     return true;
 }

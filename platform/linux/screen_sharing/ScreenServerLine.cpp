@@ -124,6 +124,9 @@ void ScreenServerLine::handle(const gate::Message& message) {
     }
     if (const auto* listening = std::get_if<gate::Listening>(&message)) {
         port_ = listening->port;
+    } else if (std::holds_alternative<gate::DesktopAsks>(message)) {
+        if (desktopAsks)
+            desktopAsks();
     } else if (const auto* asked = std::get_if<gate::Question>(&message)) {
         lastNumber_ = std::max(lastNumber_, firstNumber_ + asked->viewer);
         question_.set(ViewerQuestion{

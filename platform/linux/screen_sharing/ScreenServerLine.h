@@ -54,6 +54,8 @@ class ScreenServerLine : public Viewers {
 
     /// The server has ended, by itself or by hangUp.
     std::function<void()> ended;
+    /// The desktop asks the user whether the server may show it.
+    std::function<void()> desktopAsks;
 
   private:
     bool listen(const std::string& folder);

@@ -30,6 +30,9 @@ class ScreenSharingExplanation {
     void update();
     /// The enable tool has been started.
     void toolStarted();
+    /// The desktop asks the user, for whom no patience is too long: the server ends, if the answer
+    /// is no.
+    void desktopAsks();
     /// The server was found to listen.
     void serverListens();
     /// The server that listened has ended.

@@ -3,6 +3,7 @@
 #include "platform/Bundle.h"
 #include "platform/Explanations.h"
 #include "platform/MainWindowModel.h"
+#include "platform/Viewers.h"
 
 namespace zelvo::platform {
 
@@ -37,6 +38,10 @@ constexpr Texts Connected{"Somebody is connected",
                           "Press “Disconnect” to end the session. Your link stays valid until you "
                           "quit Zelvo."};
 
+constexpr Texts Asking{"Somebody wants in",
+                       "Press “Show” to see the question, and answer it. Nobody gets in before "
+                       "you say yes."};
+
 const Texts& keysOf(const MainWindowModel& model, const Explanations& explanations) {
     if (model.isQuitting().value())
         return explanations.withdrawal().value().empty() ? Quitting : NotWithdrawn;
@@ -64,8 +69,24 @@ StatusTexts localized(const Texts& keys, const Bundle& bundle) {
 
 }  // namespace
 
+DoorState doorState(const MainWindowModel& model, const Viewers& viewers) {
+    if (model.isQuitting().value())
+        return DoorState::Closed;
+    if (viewers.question().value())
+        return DoorState::Asking;
+    bool isConnected = model.zelvoStatusProperty().value() == ZelvoStatusConnected ||
+                       !viewers.inside().value().empty();
+    return isConnected ? DoorState::Connected : DoorState::Closed;
+}
+
 StatusTexts statusTexts(const MainWindowModel& model, const Explanations& explanations,
-                        const Bundle& bundle) {
+                        const Bundle& bundle, const Viewers* viewers) {
+    auto door = viewers ? doorState(model, *viewers) : DoorState::Closed;
+    if (door == DoorState::Asking)
+        return localized(Asking, bundle);
+    // The status follows within seconds.
+    if (door == DoorState::Connected && model.zelvoStatusProperty().value() != ZelvoStatusConnected)
+        return localized(Connected, bundle);
     auto reason = reasonFor(model, explanations);
     auto texts = localized(keysOf(model, explanations), bundle);
     if (!reason.empty())
@@ -76,7 +97,7 @@ StatusTexts statusTexts(const MainWindowModel& model, const Explanations& explan
 std::vector<StatusTexts> allStatusTexts(const Bundle& bundle) {
     std::vector<StatusTexts> all;
     for (const auto& keys : {Starting, ServiceOff, MakingLink, NoLink, LinkReady, LinkInVain,
-                             Connected, Quitting, NotWithdrawn})
+                             Connected, Asking, Quitting, NotWithdrawn})
         all.push_back(localized(keys, bundle));
     return all;
 }

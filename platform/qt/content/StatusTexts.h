@@ -8,6 +8,7 @@ namespace zelvo::platform {
 class Bundle;
 class Explanations;
 class MainWindowModel;
+class Viewers;
 
 /// What tells the user what the application is at, and what to do next; localised.
 struct StatusTexts {
@@ -16,9 +17,13 @@ struct StatusTexts {
 };
 
 /// Of the model's status, or of its quitting. What the system knows of a stage says more than the
-/// text of its status and takes its place.
+/// text of its status and takes its place. Who asks and who is inside is told at once where there
+/// are viewers.
 StatusTexts statusTexts(const MainWindowModel& model, const Explanations& explanations,
-                        const Bundle& bundle);
+                        const Bundle& bundle, const Viewers* viewers = nullptr);
+
+enum class DoorState { Closed, Asking, Connected };
+DoorState doorState(const MainWindowModel& model, const Viewers& viewers);
 
 /// Every one that there is, save for what the system knows.
 std::vector<StatusTexts> allStatusTexts(const Bundle& bundle);

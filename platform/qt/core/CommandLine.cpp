@@ -9,10 +9,13 @@ namespace zelvo::platform {
 namespace {
 
 constexpr const char* Help =
-    "Usage: zelvo [-h | --help | --version]\n"
+    "Usage: zelvo [-h | --help | --version | --ask-in-terminal]\n"
     "\n"
     "Shares this screen through one link. Opens a window, or runs in the terminal where there is\n"
-    "no display.\n";
+    "no display.\n"
+    "\n"
+    "  --ask-in-terminal  with a window, too, says on the standard output who wants to see the\n"
+    "                     screen, and takes whole words from the standard input as answers\n";
 
 constexpr int BadUsage = 2;
 
@@ -23,17 +26,23 @@ int print(const char* text) {
 
 }  // namespace
 
-std::optional<int> answerCommandLine(int argc, char* argv[]) {
-    if (argc < 2)
-        return std::nullopt;
-    std::string_view argument = argv[1];
-    if (argument == "-h" || argument == "--help")
-        return print(Help);
-    if (argument == "--version")
-        return print("zelvo " ZELVO_VERSION "\n");
-    const char* kind = argument.starts_with('-') ? "unknown option" : "unexpected argument";
-    std::fprintf(stderr, "zelvo: %s: %s\n%s", kind, argv[1], Help);
-    return BadUsage;
+CommandLine readCommandLine(int argc, char* argv[]) {
+    CommandLine line;
+    for (int i = 1; i < argc && !line.exitStatus; ++i) {
+        std::string_view argument = argv[i];
+        if (argument == "-h" || argument == "--help") {
+            line.exitStatus = print(Help);
+        } else if (argument == "--version") {
+            line.exitStatus = print("zelvo " ZELVO_VERSION "\n");
+        } else if (argument == "--ask-in-terminal") {
+            line.asksInTerminal = true;
+        } else {
+            const char* kind = argument.starts_with('-') ? "unknown option" : "unexpected argument";
+            std::fprintf(stderr, "zelvo: %s: %s\n%s", kind, argv[i], Help);
+            line.exitStatus = BadUsage;
+        }
+    }
+    return line;
 }
 
 }  // namespace zelvo::platform

@@ -4,8 +4,16 @@
 
 namespace zelvo::platform {
 
-/// Answers -h, --help and --version, and refuses everything else by its name. The exit status, or
-/// none when the application is to run.
-std::optional<int> answerCommandLine(int argc, char* argv[]);
+struct CommandLine {
+    /// What -h, --help, --version and everything that is refused by its name end with; none when
+    /// the application is to run.
+    std::optional<int> exitStatus;
+    /// Besides opening a window, the application asks who may come in on the standard output and
+    /// takes words from the standard input.
+    bool asksInTerminal = false;
+};
+
+/// Answers at once what needs no application.
+CommandLine readCommandLine(int argc, char* argv[]);
 
 }  // namespace zelvo::platform

@@ -8,6 +8,7 @@
 #include "platform/Bundle.h"
 #include "platform/Explanations.h"
 #include "platform/MainWindowModel.h"
+#include "platform/Viewers.h"
 #include "platform/qt/content/ShownText.h"
 #include "platform/qt/content/StatusTexts.h"
 #include "platform/qt/widgets/StatusLabel.h"
@@ -23,6 +24,7 @@ struct Source {
     const Model& model;
     const Explanations& explanations;
     const Bundle& bundle;
+    const Viewers& viewers;
 };
 
 /// Tells a property's writer of every value.
@@ -34,11 +36,11 @@ std::vector<Subscription> only(Subscription subscription) {
     return list;
 }
 
-Value of(const Observable<std::string>& (Model::*text)() const, const char* whileEmpty = "") {
-    return [text, whileEmpty](const Source& source, Write write) {
-        return only((source.model.*text)().bind(
-            [whileEmpty, write = std::move(write)](const std::string& value) {
-                write(value.empty() ? QString(whileEmpty) : QString::fromStdString(value));
+Value of(const Observable<std::string>& (Model::*text)() const) {
+    return [text](const Source& source, Write write) {
+        return only(
+            (source.model.*text)().bind([write = std::move(write)](const std::string& value) {
+                write(QString::fromStdString(value));
             }));
     };
 }
@@ -50,19 +52,57 @@ Value of(const Observable<bool>& (Model::*flag)() const) {
     };
 }
 
-Value whileConnected() {
-    return [](const Source& source, Write write) {
-        return only(source.model.zelvoStatusProperty().bind(
-            [write = std::move(write)](std::int32_t status) {
-                write(status == ZelvoStatusConnected);
-            }));
+/// What depends on who is at the door.
+Value ofDoor(std::function<QVariant(const Source&)> of) {
+    return [of = std::move(of)](const Source& source, Write write) {
+        auto show = [of, source, write = std::move(write)](const auto&) { write(of(source)); };
+        auto list = only(source.model.zelvoStatusProperty().bind(show));
+        list.push_back(source.model.isQuitting().subscribe(show));
+        list.push_back(source.model.appIcon().subscribe(show));
+        list.push_back(source.viewers.inside().subscribe(show));
+        list.push_back(source.viewers.question().subscribe(show));
+        list.push_back(source.viewers.refusesEverybody().subscribe(show));
+        return list;
     };
+}
+
+bool isSomebodyInside(const Source& source) {
+    return source.model.zelvoStatusProperty().value() == ZelvoStatusConnected ||
+           !source.viewers.inside().value().empty();
+}
+
+bool isSomebodyAsking(const Source& source) {
+    return source.viewers.question().value().has_value();
+}
+
+bool refusesEverybody(const Source& source) {
+    return source.viewers.refusesEverybody().value();
+}
+
+QVariant stateOfDoor(const Source& source) {
+    switch (doorState(source.model, source.viewers)) {
+        case DoorState::Asking:
+            return "asking";
+        case DoorState::Connected:
+            return "connected";
+        default:
+            return "";
+    }
+}
+
+QVariant imageOfDoor(const Source& source) {
+    auto state = stateOfDoor(source).toString();
+    if (!state.isEmpty())
+        return "state-" + state;
+    const auto& icon = source.model.appIcon().value();
+    return icon.empty() ? QString("AppIcon-Disabled") : QString::fromStdString(icon);
 }
 
 Value of(std::string StatusTexts::*part) {
     return [part](const Source& source, Write write) {
         auto show = [part, write = std::move(write), source](const auto&) {
-            auto texts = statusTexts(source.model, source.explanations, source.bundle);
+            auto texts =
+                statusTexts(source.model, source.explanations, source.bundle, &source.viewers);
             write(QString::fromStdString(texts.*part));
         };
         auto list = only(source.model.zelvoStatusProperty().bind(show));
@@ -71,6 +111,8 @@ Value of(std::string StatusTexts::*part) {
         list.push_back(source.explanations.router().subscribe(show));
         list.push_back(source.explanations.keptLink().subscribe(show));
         list.push_back(source.explanations.withdrawal().subscribe(show));
+        list.push_back(source.viewers.inside().subscribe(show));
+        list.push_back(source.viewers.question().subscribe(show));
         return list;
     };
 }
@@ -94,7 +136,8 @@ struct Binding {
 
 std::vector<Binding> table() {
     return {
-        {"appIcon", "image", of(&Model::appIcon, "AppIcon-Disabled")},
+        {"appIcon", "image", ofDoor(imageOfDoor)},
+        {"statePanel", "state", ofDoor(stateOfDoor)},
         {"statusTitle", "text", of(&StatusTexts::title)},
         {"statusExplanation", "text", of(&StatusTexts::explanation)},
         {"linkText", "text", linkOnceReady()},
@@ -106,11 +149,19 @@ std::vector<Binding> table() {
         {"connectionIcon", "image", of(&Model::waitingForConnectionStatusIcon)},
         {"connectionText", "text", of(&Model::waitingForConnectionStatusText)},
         {"connectionSpinner", "spinning", of(&Model::animateWaitingForConnectionSpinner)},
-        {"disconnectButton", "visible", whileConnected()},
+        {"viewersPanel", "visible", ofDoor([](const Source& source) {
+             return isSomebodyInside(source) || isSomebodyAsking(source) ||
+                    refusesEverybody(source);
+         })},
+        {"disconnectButton", "visible", ofDoor(isSomebodyInside)},
+        {"questionLine", "visible", ofDoor(isSomebodyAsking)},
+        {"refusesLine", "visible", ofDoor(refusesEverybody)},
         {"versionInfo", "text", of(&Model::versionInfo)},
         {"actionShare", "enabled", of(&Model::readyToShare)},
         {"actionCopyLink", "enabled", of(&Model::readyToShare)},
-        {"actionDisconnect", "enabled", whileConnected()},
+        {"actionDisconnect", "enabled", ofDoor([](const Source& source) {
+             return isSomebodyInside(source) || isSomebodyAsking(source);
+         })},
     };
 }
 
@@ -131,12 +182,13 @@ Write writer(QObject* control, const char* property) {
 }  // namespace
 
 std::vector<Subscription> bindControls(QObject& root, const MainWindowModel& model,
-                                       const Explanations& explanations, const Bundle& bundle) {
+                                       const Explanations& explanations, const Bundle& bundle,
+                                       const Viewers& viewers) {
     std::vector<Subscription> all;
     for (const auto& [control, property, value] : table())
         if (auto* object = root.findChild<QObject*>(control))
             for (auto& subscription :
-                 value({model, explanations, bundle}, writer(object, property)))
+                 value({model, explanations, bundle, viewers}, writer(object, property)))
                 all.push_back(std::move(subscription));
     return all;
 }

@@ -1,5 +1,6 @@
 #include "platform/qt/window/MainMenu.h"
 
+#include <QCoreApplication>
 #include <QMainWindow>
 #include <QMenu>
 #include <QMenuBar>
@@ -47,10 +48,20 @@ void addMenu(QMainWindow& window, QtMainLoop& loop, const char* title,
     }
 }
 
+/// The bar makes the picture of a button that it shows where its menus do not fit, and the first
+/// picture loads the plug-ins of every format; it needs none of them.
+void makeMenuBar(QMainWindow& window) {
+    const auto plugIns = QCoreApplication::libraryPaths();
+    QCoreApplication::setLibraryPaths({});
+    window.menuBar();
+    QCoreApplication::setLibraryPaths(plugIns);
+}
+
 }  // namespace
 
 void makeMainMenu(QMainWindow& window, MainWindowModel& model, Application& application,
-                  QtMainLoop& loop) {
+                  QtMainLoop& loop, std::function<void()> disconnect) {
+    makeMenuBar(window);
     auto* share = window.findChild<QPushButton*>("shareButton");
     addMenu(window, loop, "&Link",
             {
@@ -65,7 +76,7 @@ void makeMainMenu(QMainWindow& window, MainWindowModel& model, Application& appl
                 {"actionDisconnect",
                  "&Disconnect Viewer",
                  {QKeySequence(Qt::CTRL | Qt::Key_D)},
-                 [&model] { model.closeConnection(); }},
+                 std::move(disconnect)},
                 Separator,
                 {"actionQuit",
                  "&Quit",

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 class QMainWindow;
 
 namespace zelvo::platform {
@@ -9,8 +11,8 @@ class MainWindowModel;
 class QtMainLoop;
 
 /// Fills the window's menu bar. While one of its menus is open the loop is tracking. All outlive
-/// the window.
+/// the window. `disconnect` ends the connection of everybody.
 void makeMainMenu(QMainWindow& window, MainWindowModel& model, Application& application,
-                  QtMainLoop& loop);
+                  QtMainLoop& loop, std::function<void()> disconnect);
 
 }  // namespace zelvo::platform

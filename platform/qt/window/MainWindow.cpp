@@ -9,6 +9,7 @@
 #include "platform/ApplicationDelegate.h"
 #include "platform/Bundle.h"
 #include "platform/MainWindowModel.h"
+#include "platform/Viewers.h"
 #include "platform/qt/content/StatusTexts.h"
 #include "platform/qt/widgets/AccessibleRoles.h"
 #include "platform/qt/widgets/Images.h"
@@ -22,6 +23,7 @@ namespace {
 
 constexpr int IconSize = 64;
 constexpr int WidthInDigits = 68;
+const QColor EndingGround(0xC6, 0x28, 0x28);
 
 }  // namespace
 
@@ -29,6 +31,7 @@ MainWindow::MainWindow(QWidget* content, const Surroundings& surroundings)
     : model_(surroundings.model),
       delegate_(surroundings.delegate),
       bundle_(surroundings.bundle),
+      viewers_(surroundings.viewers),
       ui_(std::make_unique<Ui::MainWindow>()) {
     installAccessibleRoles();
     ui_->setupUi(content);
@@ -42,10 +45,12 @@ MainWindow::MainWindow(QWidget* content, const Surroundings& surroundings)
     for (auto* view : findChildren<ImageView*>())
         view->setFolder(images);
 
-    makeMainMenu(*this, model_, surroundings.application, surroundings.loop);
+    makeMainMenu(*this, model_, surroundings.application, surroundings.loop,
+                 [this] { disconnectEverybody(); });
+    ui_->viewerLines->attach(viewers_, images);
     connectControls();
     applyLook();
-    subscriptions_ = bindControls(*this, model_, surroundings.explanations, bundle_);
+    subscriptions_ = bindControls(*this, model_, surroundings.explanations, bundle_, viewers_);
     subscriptions_.push_back(model_.isQuitting().subscribe([this](bool quits) {
         setControlsEnabled(!quits);
         if (quits)
@@ -54,6 +59,7 @@ MainWindow::MainWindow(QWidget* content, const Surroundings& surroundings)
     reserveSpace();
     resize(minimumWidth(), centralWidget()->minimumHeight());
     content->installEventFilter(this);
+    ui_->statePanel->installEventFilter(this);
     // Nothing has the focus until the share button gets it: a focused field hides its hint.
     content->setFocus();
     connect(qApp, &QGuiApplication::applicationStateChanged, this,
@@ -68,8 +74,19 @@ MainWindow::~MainWindow() = default;
 void MainWindow::connectControls() {
     ui_->shareButton->setAction([this] { model_.shareLink(ui_->shareButton); });
     connect(ui_->portMappingButton, &QPushButton::clicked, this, [this] { model_.startOver(); });
-    connect(ui_->disconnectButton, &QPushButton::clicked, this,
-            [this] { model_.closeConnection(); });
+    ui_->disconnectButton->setAction([this] { disconnectEverybody(); });
+    connect(ui_->showQuestionButton, &QPushButton::clicked, this, [this] {
+        if (showQuestion_)
+            showQuestion_();
+    });
+    connect(ui_->askAgainButton, &QPushButton::clicked, this,
+            [this] { viewers_.setRefusesEverybody(false); });
+}
+
+// At once, and then by the system's own means, which take longer.
+void MainWindow::disconnectEverybody() {
+    viewers_.disconnectEverybody();
+    model_.closeConnection();
 }
 
 void MainWindow::makeFirstResponder(Button& button) {
@@ -103,8 +120,13 @@ void MainWindow::resizeEvent(QResizeEvent* event) {
 }
 
 bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
-    if (watched == centralWidget() && event->type() == QEvent::LayoutRequest)
+    if (watched == centralWidget() && event->type() == QEvent::LayoutRequest) {
+        // What lies in layouts within is measured anew by this alone.
+        ui_->content->activate();
         reserveSpace();
+    } else if (watched == ui_->statePanel && event->type() == QEvent::PaletteChange) {
+        applyLook();
+    }
     return QMainWindow::eventFilter(watched, event);
 }
 
@@ -123,19 +145,26 @@ void MainWindow::applyLook() {
     ui_->versionInfo->setFont(small);
 
     for (QLabel* label : std::initializer_list<QLabel*>{ui_->statusExplanation, ui_->versionInfo}) {
-        QPalette soft = palette();
+        bool isOnState = label == ui_->statusExplanation;
+        QPalette soft = isOnState ? ui_->statePanel->palette() : palette();
         QColor color = soft.color(QPalette::WindowText);
-        color.setAlphaF(0.72F);
+        color.setAlphaF(isOnState && !ui_->statePanel->state().isEmpty() ? 1.0F : 0.72F);
         soft.setColor(QPalette::WindowText, color);
         label->setPalette(soft);
     }
+    QPalette alarming = palette();
+    alarming.setColor(QPalette::Highlight, EndingGround);
+    alarming.setColor(QPalette::HighlightedText, Qt::white);
+    ui_->disconnectButton->setPalette(alarming);
+
     QPalette clear = palette();
     clear.setColor(QPalette::Base, Qt::transparent);
     ui_->linkText->setPalette(clear);
 }
 
 void MainWindow::setControlsEnabled(bool enabled) {
-    for (auto* part : std::initializer_list<QWidget*>{menuBar(), ui_->linkPanel, ui_->statusPanel})
+    for (auto* part : std::initializer_list<QWidget*>{menuBar(), ui_->linkPanel, ui_->statusPanel,
+                                                      ui_->viewersPanel})
         part->setEnabled(enabled);
 }
 
@@ -146,8 +175,9 @@ void MainWindow::reserveSpace() {
     setMinimumWidth(fontMetrics().horizontalAdvance("0123456789") * WidthInDigits / 10);
     int width = std::max(this->width(), minimumWidth());
     auto margins = ui_->content->contentsMargins();
-    int textWidth =
-        width - margins.left() - margins.right() - ui_->appIcon->width() - ui_->header->spacing();
+    auto inner = ui_->header->contentsMargins();
+    int textWidth = width - margins.left() - margins.right() - inner.left() - inner.right() -
+                    ui_->appIcon->width() - ui_->header->spacing();
     auto height = [&](const QLabel* label, const std::string& text) {
         return label->fontMetrics()
             .boundingRect(QRect(0, 0, textWidth, 0), Qt::TextWordWrap, QString::fromStdString(text))

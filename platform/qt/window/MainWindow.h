@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QMainWindow>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -20,6 +21,7 @@ class Explanations;
 class MainWindowModel;
 class QtMainLoop;
 class ShareButton;
+class Viewers;
 struct Notice;
 
 /// The application's window: a view of the model. Main thread only.
@@ -33,6 +35,7 @@ class MainWindow final : public QMainWindow, public Window {
         Application& application;
         const Bundle& bundle;
         QtMainLoop& loop;
+        Viewers& viewers;
     };
 
     /// Sets the controls up inside `content`, which becomes the window's own.
@@ -42,6 +45,11 @@ class MainWindow final : public QMainWindow, public Window {
     void makeFirstResponder(Button& button) override;
 
     Button& shareButton();
+
+    /// Called when the user wants to see the question that is open.
+    void setShowQuestion(std::function<void()> show) { showQuestion_ = std::move(show); }
+    /// Lets nobody stay, nor in who is asked about.
+    void disconnectEverybody();
 
     /// Shows the sentence in the window's last line.
     void say(const Notice& notice);
@@ -61,6 +69,8 @@ class MainWindow final : public QMainWindow, public Window {
     MainWindowModel& model_;
     ApplicationDelegate& delegate_;
     const Bundle& bundle_;
+    Viewers& viewers_;
+    std::function<void()> showQuestion_;
     std::unique_ptr<Ui::MainWindow> ui_;
     std::vector<Subscription> subscriptions_;
 };

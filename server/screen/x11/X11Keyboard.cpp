@@ -68,6 +68,17 @@ void X11Keyboard::readKeymap() {
         xkb_x11_keymap_new_from_device(context_.get(), x_, device_, XKB_KEYMAP_COMPILE_NO_FLAGS));
 }
 
+void X11Keyboard::checkSpares() {
+    std::erase_if(spare_, [this](Spare& spare) {
+        const xkb_keysym_t* symbols = nullptr;
+        const int count =
+            xkb_keymap_key_get_syms_by_level(keymap_.get(), spare.code, 0, 0, &symbols);
+        if (count == 0)
+            spare.keysym = XKB_KEY_NoSymbol;
+        return count > 0 && symbols[0] != spare.keysym;
+    });
+}
+
 bool X11Keyboard::handle(const xcb_generic_event_t& event) {
     if ((event.response_type & 0x7FU) != x_.xkbEvent())
         return false;
@@ -173,8 +184,11 @@ bool X11Keyboard::isModifier(std::uint32_t keysym) const {
 }
 
 void X11Keyboard::key(std::uint32_t keysym, bool isDown) {
-    if (isStale_ || !keymap_)
+    if (isStale_ || !keymap_) {
         readKeymap();
+        if (keymap_)
+            checkSpares();
+    }
     if (!keymap_ || keysym == XKB_KEY_NoSymbol)
         return;
     if (isDown)

@@ -52,6 +52,8 @@ class X11Keyboard {
     };
 
     void readKeymap();
+    /// A new layout takes their meanings from spare keys, or has a meaning of its own for them.
+    void checkSpares();
     /// What is in force on the keyboard now.
     std::unique_ptr<xkb_state, FreeXkb> currentState() const;
     std::optional<Stroke> find(std::uint32_t keysym) const;

@@ -1,12 +1,18 @@
 #include "server/screen/x11/X11Picture.h"
 
 #include <sys/ipc.h>
+#include <sys/mman.h>
 #include <sys/shm.h>
+#include <unistd.h>
 #include <xcb/xfixes.h>
 
 #include <algorithm>
 #include <bit>
+#include <cstdlib>
 #include <cstring>
+#include <new>
+
+#include "server/screen/ChangedTiles.h"
 
 namespace zelvo::server {
 
@@ -16,6 +22,10 @@ namespace {
 constexpr int tile = 64;
 /// More parts than these are taken as one.
 constexpr std::size_t mostParts = 24;
+/// Shared with the X server, and so the most that is fetched at once, save where a single row of
+/// tiles is more: of a screen that is 1,920 wide, one. A whole screen would cost as much memory
+/// again as the picture itself.
+constexpr std::size_t sharedMemory = 512 * 1024;
 
 Rectangle within(Rectangle part, Size size) {
     const int right = std::min(part.x + part.width, size.width);
@@ -63,8 +73,11 @@ void X11Picture::resize(Size size) {
     if (size == size_ || size.width <= 0 || size.height <= 0)
         return;
     size_ = size;
-    pixels_.assign(static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height), 0);
-    row_.resize(static_cast<std::size_t>(size.width));
+    const auto count = static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height);
+    memory_.reset(static_cast<std::uint32_t*>(std::calloc(count, sizeof(std::uint32_t))));
+    if (!memory_)
+        throw std::bad_alloc();
+    pixels_ = {memory_.get(), count};
     wantsAll_ = true;
     closeSharedMemory();
     openSharedMemory();
@@ -74,9 +87,7 @@ void X11Picture::openSharedMemory() {
     const auto* extension = xcb_get_extension_data(x_, &xcb_shm_id);
     if (!extension || !extension->present)
         return;
-    const auto size = static_cast<std::size_t>(size_.width) *
-                      static_cast<std::size_t>(size_.height) *
-                      static_cast<std::size_t>(x_.bitsPerPixel() / 8);
+    const auto size = std::max(sharedMemory, stride(size_.width) * tile);
     const int id = ::shmget(IPC_PRIVATE, size, IPC_CREAT | 0600);
     if (id < 0)
         return;
@@ -96,7 +107,6 @@ void X11Picture::openSharedMemory() {
         return;
     }
     shared_ = static_cast<std::byte*>(memory);
-    sharedSize_ = size;
 }
 
 void X11Picture::closeSharedMemory() {
@@ -118,8 +128,18 @@ void X11Picture::setWatched(bool isWatched) {
         wantsAll_ = true;
     } else {
         xcb_damage_destroy(x_, damage_);
+        forget();
     }
     xcb_flush(x_);
+}
+
+/// Nobody needs the picture for now, nor its memory: it is black again.
+void X11Picture::forget() {
+    void* first = pixels_.data();
+    auto size = pixels_.size_bytes();
+    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    if (std::align(page, page, first, size))
+        ::madvise(first, size / page * page, MADV_DONTNEED);
 }
 
 std::vector<Rectangle> X11Picture::damage() {
@@ -160,10 +180,21 @@ std::vector<Rectangle> X11Picture::capture() {
 }
 
 void X11Picture::captureRows(const Rectangle& band, std::vector<Rectangle>& changed) {
-    if (band.width == 0 || band.height == 0)
+    if (band.width == 0)
         return;
-    if (const auto* image = fetch(band))
-        compare(band, image, changed);
+    const auto whole = sharedMemory / stride(band.width) / tile * tile;
+    const int rows = std::max(static_cast<int>(whole), tile);
+    for (int done = 0; done < band.height; done += rows) {
+        const Rectangle part{band.x, band.y + done, band.width, std::min(rows, band.height - done)};
+        if (const auto* image = fetch(part))
+            compare(part, image, changed);
+    }
+}
+
+std::size_t X11Picture::stride(int width) const {
+    // Rows are padded to 32 bits.
+    return (static_cast<std::size_t>(width) * static_cast<std::size_t>(x_.bitsPerPixel() / 8) + 3) /
+           4 * 4;
 }
 
 const std::byte* X11Picture::fetch(const Rectangle& band) {
@@ -206,43 +237,13 @@ void X11Picture::convertRow(const std::byte* from, std::uint32_t* to, int count)
 
 void X11Picture::compare(const Rectangle& band, const std::byte* image,
                          std::vector<Rectangle>& changed) {
-    // Rows are padded to 32 bits.
-    const auto stride =
-        (static_cast<std::size_t>(band.width) * static_cast<std::size_t>(x_.bitsPerPixel() / 8) +
-         3) /
-        4 * 4;
-    const int tiles = (band.width + tile - 1) / tile;
-    std::vector<char> differs(static_cast<std::size_t>(tiles));
-    for (int top = 0; top < band.height; top += tile) {
-        const int height = std::min(tile, band.height - top);
-        std::fill(differs.begin(), differs.end(), 0);
-        for (int y = top; y < top + height; ++y) {
-            convertRow(image + static_cast<std::size_t>(y) * stride, row_.data(), band.width);
-            auto* line =
-                pixels_.data() +
-                static_cast<std::size_t>(band.y + y) * static_cast<std::size_t>(size_.width) +
-                band.x;
-            for (int i = 0; i < tiles; ++i) {
-                const int width = std::min(tile, band.width - i * tile);
-                const auto size = static_cast<std::size_t>(width) * 4;
-                if (std::memcmp(line + i * tile, row_.data() + i * tile, size) == 0)
-                    continue;
-                std::memcpy(line + i * tile, row_.data() + i * tile, size);
-                differs[static_cast<std::size_t>(i)] = 1;
-            }
-        }
-        // Neighbours that differ are one part.
-        for (int i = 0; i < tiles; ++i) {
-            if (!differs[static_cast<std::size_t>(i)])
-                continue;
-            int end = i;
-            while (end < tiles && differs[static_cast<std::size_t>(end)])
-                ++end;
-            const int width = std::min(end * tile, band.width) - i * tile;
-            changed.push_back({band.x + i * tile, band.y + top, width, height});
-            i = end;
-        }
-    }
+    const auto stride = this->stride(band.width);
+    updateTiles(
+        pixels_, size_, band,
+        [&](int y, std::uint32_t* to) {
+            convertRow(image + static_cast<std::size_t>(y) * stride, to, band.width);
+        },
+        changed);
 }
 
 }  // namespace zelvo::server

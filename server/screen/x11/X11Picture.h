@@ -31,10 +31,13 @@ class X11Picture {
     std::span<std::uint32_t> pixels() { return pixels_; }
 
   private:
+    void forget();
     std::vector<Rectangle> damage();
     void captureRows(const Rectangle& band, std::vector<Rectangle>& changed);
     /// The pixels of a band as the X server has them; null on failure.
     const std::byte* fetch(const Rectangle& band);
+    /// The bytes of a row of the X server's.
+    std::size_t stride(int width) const;
     void compare(const Rectangle& band, const std::byte* image, std::vector<Rectangle>& changed);
     void convertRow(const std::byte* from, std::uint32_t* to, int count) const;
     void openSharedMemory();
@@ -42,7 +45,8 @@ class X11Picture {
 
     X11Connection& x_;
     Size size_;
-    std::vector<std::uint32_t> pixels_;
+    std::unique_ptr<std::uint32_t, FreeReply> memory_;
+    std::span<std::uint32_t> pixels_;
     bool isWatched_ = false;
     bool wantsAll_ = true;
     xcb_damage_damage_t damage_ = XCB_NONE;
@@ -50,11 +54,8 @@ class X11Picture {
 
     xcb_shm_seg_t segment_ = XCB_NONE;
     std::byte* shared_ = nullptr;
-    std::size_t sharedSize_ = 0;
     /// The image where there is no shared memory.
     Reply<xcb_get_image_reply_t> reply_;
-    /// A converted row.
-    std::vector<std::uint32_t> row_;
 };
 
 }  // namespace zelvo::server

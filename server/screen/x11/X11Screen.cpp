@@ -40,15 +40,22 @@ void X11Screen::setWatched(bool isWatched) {
 }
 
 void X11Screen::dispatch(ScreenObserver& observer) {
-    while (Reply<xcb_generic_event_t> event{xcb_poll_for_event(*x_)})
-        handle(*event, observer);
-    if (x_->hasFailed()) {
-        if (!std::exchange(hasEnded_, true))
-            observer.screenEnded();
-        return;
-    }
-    if (!isWatched_)
-        return;
+    Reply<xcb_generic_event_t> event;
+    do {
+        while (event.reset(xcb_poll_for_event(*x_)), event)
+            handle(*event);
+        if (isWatched_)
+            tell(observer);
+        // What is told of asks the X server, and waiting for its reply may have read more.
+        event.reset(xcb_poll_for_queued_event(*x_));
+        if (event)
+            handle(*event);
+    } while (event);
+    if (x_->hasFailed() && !std::exchange(hasEnded_, true))
+        observer.screenEnded();
+}
+
+void X11Screen::tell(ScreenObserver& observer) {
     if (std::exchange(hasNewCursor_, false))
         tellCursor(observer);
     if (std::exchange(hasMoved_, false))
@@ -59,7 +66,7 @@ void X11Screen::dispatch(ScreenObserver& observer) {
         observer.screenChanged();
 }
 
-void X11Screen::handle(const xcb_generic_event_t& event, ScreenObserver&) {
+void X11Screen::handle(const xcb_generic_event_t& event) {
     const int type = event.response_type & 0x7F;
     if (type == x_->damageEvent() + XCB_DAMAGE_NOTIFY) {
         hasChanged_ = true;

@@ -28,7 +28,8 @@ class X11Screen : public Screen {
     void setClipboard(const std::string& text) override { clipboard_.set(text); }
 
   private:
-    void handle(const xcb_generic_event_t& event, ScreenObserver& observer);
+    void handle(const xcb_generic_event_t& event);
+    void tell(ScreenObserver& observer);
     void tellCursor(ScreenObserver& observer);
     void tellPosition(ScreenObserver& observer);
 

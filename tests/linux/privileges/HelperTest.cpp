@@ -13,35 +13,20 @@ using namespace zelvo::platform;
 using namespace std::string_literals;
 using zelvo::test::TemporaryFolder;
 
-namespace {
-
-const std::string tool = "disconnect-screen-sharing.tool";
-
-}  // namespace
-
 TEST(ScreenSharingRequest, NamesOneOfTheToolsAndNothingElse) {
-    const std::string nul(1, '\0');
+    const auto nul = "\0"s, tool = "disconnect-screen-sharing.tool"s;
     std::vector<std::pair<std::string, std::string>> attacks{
-        {tool, "The request \"" + tool + "\" is not complete."},
         {tool + nul + "x", "The request \"" + tool + "\\x00x\" is not complete."},
-        {tool + nul + nul, "\"\" is no variable."},
-        {tool + nul + tool + nul, "\"" + tool + "\" is no variable."},
-        {tool + std::string(4096, 'x') + nul, "The request is too long."}};
-    std::vector<std::pair<std::string, std::string>> names{
-        {tool + "\n", tool + "\\x0a"},
-        {"\"$(id)\"", "\\x22$(id)\\x22"},
-        {"\x1b[2J\xff", "\\x1b[2J\\xff"},
-        {std::string(4000, '.'), std::string(60, '.') + "..."}};
-    for (const auto& name : {""s, "/bin/sh"s, "-c"s, "screen-sharing.sh"s, "../resources/" + tool,
-                             "DISCONNECT-screen-sharing.tool"s, tool + "; id"})
-        names.emplace_back(name, name);
-    for (const auto& [name, shown] : names)
+        {tool + nul + nul, "\"\" is no variable."}};
+    for (const auto& [name, shown] : std::vector<std::pair<std::string, std::string>>{
+             {"", ""},
+             {"../resources/" + tool, "../resources/" + tool},
+             {tool + "; id", tool + "; id"},
+             {"\"\x1b[2J\xff", "\\x22\\x1b[2J\\xff"},
+             {std::string(4000, '.'), std::string(60, '.') + "..."}})
         attacks.emplace_back(name + nul, "\"" + shown + "\" is none of the Screen Sharing tools.");
-    for (const auto& [bytes, complaint] : attacks) {
-        auto result = ScreenSharingRequest::parse(bytes);
-        EXPECT_FALSE(result.request);
-        EXPECT_EQ(result.complaint, complaint);
-    }
+    for (const auto& [bytes, complaint] : attacks)
+        EXPECT_EQ(ScreenSharingRequest::parse(bytes).complaint, complaint);
 }
 
 TEST(SessionVariables, AreTheUsersOwn) {

@@ -29,7 +29,7 @@
 
 namespace zelvo::test {
 
-/// A machine with polkit and an installed helper: a mount namespace of the test process, with a
+/// A machine with polkit and installed helpers: a mount namespace of the test process, with a
 /// system bus and a real polkitd. Nothing of it is seen outside, or outlives the process.
 class PolkitMachine {
   public:
@@ -37,10 +37,12 @@ class PolkitMachine {
     static constexpr uid_t asked = 65534;
     static constexpr uid_t refused = 1;
 
-    static constexpr const char* helper = "/mnt/helper";
+    static constexpr const char* helpers = "/mnt/helpers";
     /// The installed tools. Started, they tell in the answer who and where they are.
     static constexpr const char* tools = "/mnt/share/zelvo/resources";
-    static constexpr const char* tool = "disconnect-screen-sharing.tool";
+    static constexpr std::array names{"enable-screen-sharing-and-guess-access.tool",
+                                      "disable-screen-sharing-and-guess-access.tool",
+                                      "disconnect-screen-sharing.tool"};
 
     /// Why there is no such machine; empty when it runs.
     std::string start() {
@@ -75,12 +77,28 @@ class PolkitMachine {
         std::filesystem::remove("/run/dbus/system_bus_socket");
     }
 
+    /// Puts a process into a session in front of the computer, which is on screen, or in which only
+    /// somebody else's is.
+    static void enterSession(pid_t process, uid_t user, bool isActive) {
+        const auto id = std::to_string(user);
+        const auto scope = "/user.slice/user-" + id + ".slice/session-1.scope\n";
+        write("/run/systemd/sessions/1",
+              "UID=" + id + "\nSEAT=seat0\nACTIVE=" + std::to_string(isActive) + "\n");
+        write("/run/systemd/users/" + id, isActive ? "STATE=active\n" : "STATE=online\n");
+        write("/mnt/cgroup", "1:name=systemd:" + scope + "0::" + scope);
+        auto file = "/proc/" + std::to_string(process) + "/cgroup";
+        EXPECT_EQ(::mount("/mnt/cgroup", file.c_str(), "", MS_BIND, nullptr), 0);
+    }
+
     /// What a tool that was started tells, sorted: its words, its environment, and what comes to
     /// the journal. Waits for it.
     std::vector<std::string> answer() const {
         std::vector<std::string> lines;
         for (const auto* end : {"end", "a message"}) {
-            int journal = *end == 'a' ? ::accept4(journal_, nullptr, nullptr, SOCK_CLOEXEC) : -1;
+            pollfd file{journal_, POLLIN, 0};
+            int journal = *end == 'a' && ::poll(&file, 1, 10000) > 0
+                              ? ::accept4(journal_, nullptr, nullptr, SOCK_CLOEXEC)
+                              : -1;
             std::string line;
             for (char c = 0; line != end && readByte(journal < 0 ? answer_ : journal, c);) {
                 if (c != '\n')
@@ -137,7 +155,7 @@ inline void PolkitMachine::install() {
     write("/etc/polkit-1/rules.d/10-test.rules",
           R"(polkit.addAdminRule(function() { return ["unix-user:0"]; });
 polkit.addRule(function(action, subject) {
-    if (action.id != "app.zelvo.Zelvo.screen-sharing" || subject.user == "daemon")
+    if (action.id.indexOf("app.zelvo.Zelvo.") != 0 || subject.user == "daemon")
         return polkit.Result.NO;
 });
 )");
@@ -146,8 +164,12 @@ polkit.addRule(function(action, subject) {
         std::filesystem::create_directories(folder);
     std::filesystem::copy_file(ZELVO_BUILT_POLICY,
                                "/usr/share/polkit-1/actions/app.zelvo.Zelvo.policy");
-    std::filesystem::copy_file(ZELVO_BUILT_HELPER, helper);
-    write(std::string(tools) + "/" + tool, ". \"$(dirname \"$0\")/screen-sharing.sh\"\n");
+    std::filesystem::create_directory(helpers);
+    for (auto [built, name] : {std::pair{ZELVO_BUILT_HELPER, "/zelvo-screen-sharing-helper"},
+                               {ZELVO_BUILT_END_HELPER, "/zelvo-screen-sharing-end-helper"}})
+        std::filesystem::copy_file(built, std::string(helpers) + name);
+    for (const std::string name : names)
+        write(std::string(tools) + "/" + name, ". \"$(dirname \"$0\")/screen-sharing.sh\"\n");
     // In one piece, since two tools may be at work.
     write(std::string(tools) + "/screen-sharing.sh", R"sh(answer=$(
     echo "tool=$0 $# uid=$(id -ru):$(id -u) groups=$(id -G) umask=$(umask) folder=$(pwd)" \

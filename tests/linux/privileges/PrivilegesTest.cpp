@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "platform/linux/privileges/SystemAuthorization.h"
-#include "platform/linux/privileges/helper/TrustedFolder.h"
 #include "tests/linux/privileges/PolkitAgent.h"
 #include "tests/linux/privileges/PolkitMachine.h"
 #include "tests/support/RecordingLog.h"
@@ -20,8 +19,8 @@ using namespace std::string_literals;
 
 namespace {
 
-const std::string ourTool = PolkitMachine::tool;
-const SystemAuthorization::Options installedHelper{.helper = PolkitMachine::helper};
+const std::string enableTool = PolkitMachine::names[0];
+const SystemAuthorization::Options installed{.helpers = PolkitMachine::helpers};
 
 class PrivilegesTest : public testing::Test {
   protected:
@@ -43,13 +42,15 @@ class PrivilegesTest : public testing::Test {
 PolkitMachine* PrivilegesTest::machine = nullptr;
 std::string PrivilegesTest::reasonAgainst;
 
-/// The statuses of the right and, if it was granted, of the start, and what was logged.
-std::string runTool(SystemAuthorization::Options options = installedHelper,
-                    const std::string& path = "/elsewhere/" + ourTool) {
+/// The statuses of the right to start a tool and, if it was granted, of a start, and what was
+/// logged.
+std::string runTool(SystemAuthorization::Options options = installed,
+                    const std::string& tool = enableTool, const std::string& started = "") {
+    const auto path = "/elsewhere/" + (started.empty() ? tool : started);
     RecordingLog log;
     SystemAuthorization authorization(log, std::move(options));
     std::unique_ptr<AuthorizationReference> reference;
-    if (authorization.create(reference) != AuthorizationSuccess)
+    if (authorization.create(tool, reference) != AuthorizationSuccess)
         return "no reference";
     auto right = reference->copyRights("system.privilege.admin", 19);
     auto result = std::to_string(right);
@@ -73,7 +74,7 @@ void shell(const std::string& command) {
 std::string runHelper(const std::string& input, const std::string& before = "PKEXEC_UID=65534",
                       const std::string& arguments = "") {
     std::ofstream("/mnt/input") << input;
-    shell(before + " " + PolkitMachine::helper + " " + arguments +
+    shell(before + " " + PolkitMachine::helpers + "/zelvo-screen-sharing-helper " + arguments +
           " </mnt/input >/mnt/output 2>&1; echo $? >>/mnt/output");
     std::ifstream output("/mnt/output");
     return {std::istreambuf_iterator<char>(output), {}};
@@ -95,20 +96,15 @@ TEST_F(PrivilegesTest, AsksOnceAndStartsTheToolInACheckedEnvironment) {
                  {"LD_PRELOAD", "/mnt/evil.so"},
                  {"PATH", "/mnt/evil"},
                  {"ENV", "/mnt/evil"},
-                 {"BASH_ENV", "/mnt/evil"},
-                 {"SHELL", "/mnt/evil"},
                  {"LC_ALL", "../../mnt/evil"},
                  {"ZELVO_ROOT", "/mnt/evil"},
-                 {"ZELVO_USER", "root"},
-                 {"ZELVO_ASKING_PROCESS", "1"}})
+                 {"ZELVO_USER", "root"}})
             ::setenv(name, value.c_str(), 1);
         ::umask(0);
-        return runTool() + runTool() + runTool(installedHelper, "/elsewhere/evil");
+        return runTool() + runTool() + runTool(installed, enableTool, "evil");
     };
     std::optional<PolkitAgent> agent;
-    pid_t process = 0;
     auto status = asUser(PolkitMachine::asked, work, [&](pid_t asking) {
-        process = asking;
         agent.emplace(asking, PolkitMachine::asked, true, "de_DE.UTF-8");
     });
     EXPECT_EQ(status, "0 0\n0 0\n0 " + std::to_string(AuthorizationToolExecuteFailure) +
@@ -116,15 +112,14 @@ TEST_F(PrivilegesTest, AsksOnceAndStartsTheToolInACheckedEnvironment) {
     // No right is kept: each call has a question of its own, and no more than one.
     auto question =
         "app.zelvo.Zelvo.screen-sharing: Zelvo braucht die Erlaubnis eines Administrators, um die "
-        "Bildschirmfreigabe ein- oder auszuschalten oder einen Gast zu trennen.\n"s;
+        "Bildschirmfreigabe einzuschalten.\n"s;
     EXPECT_EQ(agent->questions, question + question + question);
 
     std::vector<std::string> expected{
-        "tool="s + PolkitMachine::tools + "/" + ourTool +
+        "tool="s + PolkitMachine::tools + "/" + enableTool +
             " 0 uid=0:0 groups=0 umask=0022 folder=/ input=/dev/null",
         "DISPLAY=:7.0", "XAUTHORITY=" + authority, "XDG_RUNTIME_DIR=/mnt/asked",
         "XDG_CURRENT_DESKTOP=ubuntu:GNOME", "ZELVO_USER=nobody",
-        "ZELVO_ASKING_PROCESS=" + std::to_string(process),
         "PKEXEC_UID=" + std::to_string(PolkitMachine::asked),
         "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
         // The shell's own.
@@ -134,6 +129,40 @@ TEST_F(PrivilegesTest, AsksOnceAndStartsTheToolInACheckedEnvironment) {
     std::sort(expected.begin(), expected.end());
     for (int i = 0; i < 2; ++i)
         EXPECT_EQ(machine->answer(), expected);
+}
+
+TEST_F(PrivilegesTest, EndingAsksNobodyInFrontOfTheComputer) {
+    auto work = [] {
+        std::string result;
+        for (const auto* tool : PolkitMachine::names)
+            result += runTool(installed, tool).substr(0, 3);
+        // The right to end is none to begin.
+        return result + runTool(installed, PolkitMachine::names[2], enableTool);
+    };
+    const std::string granted = "0 0", refused = "-60";
+    for (bool isExampleInstalled : {false, true}) {
+        const std::filesystem::path example = "/etc/polkit-1/rules.d/50-example.rules";
+        if (isExampleInstalled) {
+            machine->stopBus();
+            std::filesystem::copy_file(ZELVO_EXAMPLE_RULES, example);
+            machine->startBus();
+        }
+        for (const std::string session : {"", "inactive", "active"}) {
+            bool isActive = session == "active";
+            bool enables = isActive && isExampleInstalled;
+            auto result = asUser(PolkitMachine::asked, work, [&](pid_t process) {
+                if (!session.empty())
+                    machine->enterSession(process, PolkitMachine::asked, isActive);
+            });
+            const auto& end = isActive ? granted : refused;
+            ASSERT_EQ(result.substr(0, 9), (enables ? granted : refused) + end + end) << session;
+            EXPECT_EQ(result.ends_with("0 -60031\nzelvo: This program only ends Screen Sharing.\n"),
+                      isActive);
+            for (int i = 0; i < enables + 2 * isActive; ++i)
+                EXPECT_FALSE(machine->answer().empty());
+        }
+        std::filesystem::remove(example);
+    }
 }
 
 TEST_F(PrivilegesTest, TellsFailuresApart) {
@@ -152,23 +181,20 @@ TEST_F(PrivilegesTest, TellsFailuresApart) {
         EXPECT_TRUE(result.starts_with(std::to_string(status) + "\n")) << result;
         EXPECT_GE(std::count(result.begin(), result.end(), '\n'), 2) << "a reason: " << result;
     };
-    expect(PolkitMachine::refused, installedHelper, AuthorizationDenied);
-    expect(PolkitMachine::asked, installedHelper, AuthorizationInteractionNotAllowed);
+    expect(PolkitMachine::refused, installed, AuthorizationDenied);
     expect(PolkitMachine::asked, {.pkexec = "/mnt/nowhere"}, AuthorizationInternal);
     machine->stopBus();
-    expect(PolkitMachine::asked, installedHelper, AuthorizationInternal);
+    expect(PolkitMachine::asked, installed, AuthorizationInternal);
     machine->startBus();
 }
 
 TEST_F(PrivilegesTest, TheHelperStartsNothingElse) {
     const auto nul = std::string(1, '\0');
-    const auto request = ourTool + nul;
+    const auto request = enableTool + nul;
     EXPECT_EQ(runHelper(""), "ready\n0\n") << "the right is given back";
-    EXPECT_EQ(runHelper("/bin/sh"s + nul),
-              "ready\nzelvo: \"/bin/sh\" is none of the Screen Sharing tools.\n1\n");
     EXPECT_EQ(runHelper(std::string(std::size_t{1} << 20, '/')),
               "ready\nzelvo: The request is too long.\n1\n");
-    EXPECT_EQ(runHelper(request, "PKEXEC_UID=65534", ourTool),
+    EXPECT_EQ(runHelper(request, "PKEXEC_UID=65534", enableTool),
               "zelvo: This program takes no arguments.\n1\n");
     // It looks with the user's eyes: their own file, in a folder that is not for them.
     shell("install -d -m 700 /mnt/hidden && install -m 600 -o nobody /dev/null /mnt/hidden/file");
@@ -176,10 +202,6 @@ TEST_F(PrivilegesTest, TheHelperStartsNothingElse) {
         runHelper(request + "XAUTHORITY=/mnt/hidden/file" + nul),
         "ready\nzelvo: XAUTHORITY is \"/mnt/hidden/file\", which is not a file of the user who "
         "asks.\n1\n");
-    shell("chmod 757 "s + PolkitMachine::tools);
-    EXPECT_EQ(runHelper(request), "ready\nzelvo: "s + PolkitMachine::tools +
-                                      " can be changed by others than root.\n1\n");
-    shell("chmod 755 "s + PolkitMachine::tools);
     for (const auto* start :
          {"", "PKEXEC_UID=", "PKEXEC_UID=0", "PKEXEC_UID=61299", "PKEXEC_UID=-1",
           "PKEXEC_UID=65534x", "PKEXEC_UID=65534 setpriv --reuid 65534"})
@@ -188,27 +210,23 @@ TEST_F(PrivilegesTest, TheHelperStartsNothingElse) {
 }
 
 TEST_F(PrivilegesTest, TrustsOnlyWhatIsRootsAlone) {
-    const struct {
-        const char* change;
-        const char* complaint;
-    } attacks[] = {
-        {":", "(none)"},
-        {"chmod 775 .", "/mnt/top can be changed by others than root."},
-        {"chmod 757 in", "/mnt/top/in can be changed by others than root."},
-        {"chown nobody in", "/mnt/top/in does not belong to root."},
-        {"mv in other; ln -s other in",
-         "/mnt/top/in cannot be opened without following a link: Too many levels of symbolic "
-         "links."},
-        {"mv in/x.tool . && ln -s ../x.tool in",
-         "/mnt/top/in/x.tool cannot be opened without following a link: Too many levels of "
-         "symbolic links."},
-        {"rm in/x.tool && mkdir in/x.tool", "/mnt/top/in/x.tool is not what it should be."},
-        {"chown nobody in/x.tool", "/mnt/top/in/x.tool does not belong to root."},
-        {"chmod 646 in/y.sh", "/mnt/top/in/y.sh can be changed by others than root."}};
-    for (const auto& [change, complaint] : attacks) {
-        shell("rm -rf /mnt/top; mkdir -p /mnt/top/in; cd /mnt/top; touch in/x.tool in/y.sh; "s +
+    const std::string noLink =
+        " cannot be opened without following a link: Too many levels of symbolic links.";
+    const std::pair<std::string, std::string> attacks[] = {
+        {"chmod 775 .", " can be changed by others than root."},
+        {"mv resources other; ln -s other resources", "/resources" + noLink},
+        {"cd resources; mv $tool ..; ln -s ../$tool", "/resources/$tool" + noLink},
+        {"cd resources; rm $tool; mkdir $tool", "/resources/$tool is not what it should be."},
+        {"chown nobody resources/$tool", "/resources/$tool does not belong to root."},
+        {"chmod 646 resources/screen-sharing.sh",
+         "/resources/screen-sharing.sh can be changed by others than root."}};
+    for (auto [change, complaint] : attacks) {
+        shell("cp -a /mnt/share /mnt/kept; cd /mnt/share/zelvo; tool=" + enableTool + "; " +
               change);
-        EXPECT_EQ(TrustedFolder("/mnt/top/in").complaintAboutScript("x.tool").value_or("(none)"),
-                  complaint);
+        if (auto place = complaint.find("$tool"); place != complaint.npos)
+            complaint.replace(place, 5, enableTool);
+        EXPECT_EQ(runHelper(enableTool + '\0'),
+                  "ready\nzelvo: /mnt/share/zelvo" + complaint + "\n1\n");
+        shell("rm -r /mnt/share; mv /mnt/kept /mnt/share");
     }
 }

@@ -15,6 +15,10 @@ constexpr std::array<std::string_view, 3> toolNames{"enable-screen-sharing-and-g
 
 }  // namespace
 
+bool ScreenSharingRequest::onlyTakesBack(std::string_view tool) {
+    return tool == toolNames[1] || tool == toolNames[2];
+}
+
 ScreenSharingRequest::Result ScreenSharingRequest::parse(std::string_view bytes) {
     if (bytes.size() > longest)
         return {std::nullopt, "The request is too long."};

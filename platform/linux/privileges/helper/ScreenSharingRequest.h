@@ -26,6 +26,9 @@ struct ScreenSharingRequest {
     /// Name and value, not checked yet.
     std::vector<std::pair<std::string, std::string>> variables;
 
+    /// Whether the tool of that name can only end what was given away.
+    static bool onlyTakesBack(std::string_view tool);
+
     struct Result;
     static Result parse(std::string_view bytes);
 };

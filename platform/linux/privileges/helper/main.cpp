@@ -1,5 +1,7 @@
-// Started as root by pkexec(1), after the user has proved administrator rights, for one request: it
-// starts one of the three Screen Sharing tools and ends. Everything that comes in is the user's.
+// Started as root by pkexec(1), when polkit has agreed, for one request: it starts one of the three
+// Screen Sharing tools and ends. Everything that comes in is the user's. Built twice, since polkit
+// knows actions by a program's path: the one that anybody in front of the computer may start
+// without a question starts no tool that gives something away, whatever it is told.
 
 #include <fcntl.h>
 #include <poll.h>
@@ -112,6 +114,8 @@ int serve(const AskingUser& user, std::string_view bytes) {
     if (!parsed.request)
         return refuse(parsed.complaint);
     const auto& tool = parsed.request->tool;
+    if (ZELVO_ONLY_TAKES_BACK && !ScreenSharingRequest::onlyTakesBack(tool))
+        return refuse("This program only ends Screen Sharing.");
 
     SessionVariables variables(user.id);
     for (const auto& [name, value] : parsed.request->variables) {
@@ -127,9 +131,7 @@ int serve(const AskingUser& user, std::string_view bytes) {
 
     std::vector<std::string> environment{
         "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
-        "PKEXEC_UID=" + std::to_string(user.id), "ZELVO_USER=" + user.name,
-        // pkexec has become this process.
-        "ZELVO_ASKING_PROCESS=" + std::to_string(::getppid())};
+        "PKEXEC_UID=" + std::to_string(user.id), "ZELVO_USER=" + user.name};
     environment.insert(environment.end(), variables.assignments().begin(),
                        variables.assignments().end());
     auto journal = openJournal();

@@ -1,0 +1,20 @@
+#include "platform/terminal/QuestionLines.h"
+
+#include "platform/MainWindowModel.h"
+
+namespace zelvo::platform {
+
+QuestionLines::QuestionLines(Viewers& viewers, MainWindowModel& model, const Bundle& bundle,
+                             int input, int output)
+    : console_(input, output, Console::Reading::Lines),
+      prompt_(viewers, model, bundle,
+              {.line = [this](auto& text) { console_.line(text); }, .echo = {}}) {
+    console_.listen(
+        [this, &model](char byte) {
+            if (!model.isQuitting().value())
+                prompt_.take(byte);
+        },
+        [this] { prompt_.inputEnded(); });
+}
+
+}  // namespace zelvo::platform
