@@ -1,0 +1,162 @@
+#!/usr/bin/env python3
+"""Zelvo, installed, in the sway session of an ordinary user.
+
+usage: sway_test.py BUILD_FOLDER
+"""
+
+import os
+import signal
+import sys
+import time
+
+from desktop import USER_ID, enter_own_machine
+from stage import SKIPPED, is_listening, processes_named, service_info, wait_until
+from sway import SwayDesktop, SwayViewer, missing
+
+VNC_PORT = 5900
+TEXT = "Zoë: {[@]}~ \\|^ é ß € ñ ł жЩю αΩς 日"
+SHIFT, CONTROL = 0xFFE1, 0xFFE3
+
+
+def help_click(desktop):
+    """The user's, on the question."""
+    asked = desktop.window("Zelvo", floats=True)
+    # The buttons rest at first.
+    time.sleep(1.2)
+    desktop.tell(f"seat - cursor set {asked['x'] + asked['width'] // 5} "
+                 f"{asked['y'] + asked['height'] - 84}")
+    for what in ("press", "release"):
+        desktop.tell(f"seat - cursor {what} button1")
+
+
+def viewer_of(desktop, zelvo):
+    link = zelvo.wait_for_any(r"^Link: zelvo://(\S+)$", 40).group(1)
+    facts = service_info(desktop.service.url, desktop.path("ca.pem"), link)
+    viewer = SwayViewer(int(facts["Port"]), lambda: help_click(desktop))
+    zelvo.wait_for(r"^Connection: Connection established\.$", 10)
+    viewer.update(incremental=False)
+    return viewer
+
+
+def sees(desktop, viewer, places):
+    """The viewer has every output's picture at its place, and black beside them."""
+    def same():
+        taken = 0
+        for output, place in places.items():
+            size, pixels = desktop.picture(output)
+            if place[0] + size[0] > viewer.size[0] or viewer.part(*place, *size) != pixels:
+                viewer.update()
+                return False
+            taken += pixels.count(0)
+        return True
+    wait_until(same, 10, f"the picture of {places}")
+
+
+def types(desktop, viewer):
+    """Every character arrives, whatever is held or locked, and wheel and buttons where they belong."""
+    path = os.path.join(desktop.home, "typed")
+    desktop.start_in_session("foot", "sh", "-c", f"stty raw -echo; >{path}; touch {path}.up; exec cat >{path}")
+    wait_until(lambda: os.path.exists(path + ".up"), 10, "the terminal")
+    viewer.type(TEXT)
+    viewer.key(SHIFT, True)
+    viewer.type("Eé")
+    viewer.key(SHIFT, False)
+    viewer.key(CONTROL, True)
+    viewer.type("a")
+    viewer.key(CONTROL, False)
+    expected = TEXT + "Eé\1"
+    typed = lambda: open(path, encoding="utf-8", errors="replace").read()
+    try:
+        wait_until(lambda: typed() == expected, 5, "the text")
+    except AssertionError:
+        raise AssertionError(f"{typed()!r} instead of {expected!r}") from None
+
+
+def points(desktop, viewer, scale=1):
+    events = desktop.start_in_session("stdbuf", "-oL", "wev", "-f", "wl_pointer")
+    at = desktop.window("wev")
+    x, y = at["x"] + 100, at["y"] + 50
+    viewer.point(int((x + 7) * scale), int((y + 5) * scale), 4)
+    viewer.point(int((x + 7) * scale), int((y + 5) * scale), 16)
+    events.wait_for(r"(motion|enter): .*x, y: 107\.\d+, +55\.\d+", 5)
+    events.wait_for(r"button: .*button: 273 \(right\), state: 1")
+    events.wait_for(r"button: .*button: 273 \(right\), state: 0")
+    events.wait_for(r"axis: .*axis: 0 \(vertical\), value: 15\.0")
+    events.end()
+
+
+def copies(desktop, viewer):
+    desktop.run("wl-copy", "Grüße")
+    wait_until(lambda: viewer.update() or "Grüße" in viewer.copied, 5, "the text of the desktop")
+    viewer.copy("süß!")
+    wait_until(lambda: desktop.run("wl-paste", "-n") == "süß!".encode(), 5, "the viewer's text")
+
+
+def outputs(desktop, viewer):
+    """However the outputs change, the picture is theirs."""
+    first = {"HEADLESS-1": (0, 0)}
+    for change in ("resolution 1280x800", "transform 90", "transform flipped-270", "transform 180",
+                   "transform normal scale 1.25"):
+        desktop.tell("output HEADLESS-1 " + change)
+        sees(desktop, viewer, first)
+    points(desktop, viewer, 1.25)
+    desktop.tell("create_output")
+    desktop.tell("output HEADLESS-2 resolution 640x480 position 1024 100")
+    sees(desktop, viewer, {**first, "HEADLESS-2": (1280, 125)})
+    assert viewer.size == (1920, 800)
+    desktop.tell("output HEADLESS-2 unplug")
+    sees(desktop, viewer, first)
+    desktop.tell("output HEADLESS-1 dpms off")
+    wait_until(lambda: viewer.update() or not any(viewer.part(0, 0, *viewer.size)), 5, "darkness")
+    desktop.tell("output HEADLESS-1 dpms on, output HEADLESS-1 scale 1")
+    sees(desktop, viewer, first)
+
+
+def the_desktop(desktop):
+    """A viewer sees, types, points and copies; disconnecting, quitting and dying leave nothing."""
+    zelvo = desktop.start_application()
+    viewer = viewer_of(desktop, zelvo)
+    sees(desktop, viewer, {"HEADLESS-1": (0, 0)})
+    types(desktop, viewer)
+    points(desktop, viewer)
+    copies(desktop, viewer)
+    outputs(desktop, viewer)
+    desktop.tell("[title=Zelvo] focus")
+    viewer.key(CONTROL, True)
+    viewer.type("d")
+    zelvo.wait_for(r"^Connection: Waiting for connection\.\.\.$", 20)
+    zelvo.send(signal.SIGTERM)
+    assert zelvo.wait(15) == 0
+    nothing_left()
+
+
+def the_ends(desktop):
+    """Who loses Zelvo or the compositor is told so, or ends; a new start works."""
+    desktop.session["QT_QPA_PLATFORM"] = "offscreen"
+    zelvo = desktop.start_application()
+    zelvo.wait_for(r"^Link: zelvo://\S+$", 40)
+    zelvo.send(signal.SIGKILL)
+    zelvo.wait(5)
+    nothing_left()
+
+
+def nothing_left():
+    wait_until(lambda: not is_listening(VNC_PORT), 10, "Screen Sharing off")
+    wait_until(lambda: not processes_named("screensharingd"), 10, "the server's end")
+
+
+def main():
+    build = os.path.abspath(sys.argv[1])
+    if missing():
+        print(f"SKIPPED: {missing()} is missing")
+        sys.exit(SKIPPED)
+    enter_own_machine(build)
+    with SwayDesktop(build) as desktop:
+        for scenario in (the_desktop, the_ends):
+            print(scenario.__doc__, flush=True)
+            scenario(desktop)
+    print("At home.")
+
+
+if __name__ == "__main__":
+    main()
