@@ -56,14 +56,17 @@ class SwayDesktop(Desktop):
         return self.start_as_user(list(command), self.session)
 
     def window(self, name, floats=False):
-        """Where the compositor has a window of that name, once it is there."""
+        """Where the compositor has the window of that name, once it is there and has the focus."""
         def search(node):
             kind = "floating_con" if floats else "con"
-            here = [node["rect"]] if (node["type"], node["name"]) == (kind, name) else []
+            is_it = (node["type"], node["name"], node["focused"]) == (kind, name, True)
+            here = [node["rect"]] if is_it else []
             return here + [found for child in node["nodes"] + node["floating_nodes"]
                            for found in search(child)]
-        wait_until(lambda: search(self.tell("get_tree", kind=True)), 20, "the window " + name)
-        return search(self.tell("get_tree", kind=True))[-1]
+        places = []
+        wait_until(lambda: places.extend(search(self.tell("get_tree", kind=True))) or places, 20,
+                   "the window " + name)
+        return places[0]
 
     def picture(self, output):
         """Its size, and what the compositor itself has for it, as rows of RGB."""
@@ -118,11 +121,17 @@ class SwayViewer:
         self.say(struct.pack(">B3xI", 6, len(text)) + text.encode("latin-1"))
 
     def update(self, incremental=True):
-        """Takes part in what happens until the next update is there, for a while."""
         self.say(struct.pack(">BBHHHH", 3, incremental, 0, 0, *self.size))
-        while kind := self.hear(1)[0]:
+        while self.next():
+            pass
+
+    def next(self):
+        """Takes the next message, whose kind is 0 for an update."""
+        kind = self.hear(1)[0]
+        if kind:
             assert kind == 3, kind
             self.copied.append(self.hear(struct.unpack(">3xI", self.hear(7))[0]).decode("latin-1"))
+            return kind
         for _ in range(struct.unpack(">xH", self.hear(3))[0]):
             x, y, width, height, encoding = struct.unpack(">HHHHi", self.hear(12))
             if encoding == -223:
@@ -132,6 +141,7 @@ class SwayViewer:
             for row in range(height):
                 at = ((y + row) * self.size[0] + x) * 4
                 self.pixels[at:at + width * 4] = rows[row * width * 4:(row + 1) * width * 4]
+        return kind
 
     def part(self, x, y, width, height):
         """Its rows, as RGB."""
