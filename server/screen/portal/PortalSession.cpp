@@ -22,6 +22,9 @@ constexpr std::uint32_t untilRevoked = 2;
 constexpr std::uint32_t remoteDesktopKeeps = 2;
 constexpr std::uint32_t screenCastKeeps = 4;
 
+/// Waits for a portal that does not answer; what comes then is lost.
+constexpr std::size_t mostInput = 1000;
+
 const auto nothing = [](sd_bus_message*) {};
 
 void readNumbers(sd_bus_message* reply,
@@ -261,33 +264,53 @@ void PortalSession::fail(Failure failure) {
     handlers_.failed(failure);
 }
 
-void PortalSession::notify(const char* method, const Options& arguments) {
-    if (!takesInput_ || isOver_)
+/// The portal takes calls side by side and would let a key overtake another: each waits for the
+/// reply to the one before.
+void PortalSession::notify(const char* method, Options arguments) {
+    if (!takesInput_ || isOver_ || input_.size() >= mostInput)
         return;
-    bus_.tell(PortalBus::path, remoteDesktop, method, [&](auto* call) {
-        sd_bus_message_append(call, "oa{sv}", session_.c_str(), 0);
-        arguments(call);
-    });
+    input_.push_back({method, std::move(arguments)});
+    if (input_.size() == 1)
+        sendInput();
+}
+
+void PortalSession::sendInput() {
+    bus_.call(
+        PortalBus::path, remoteDesktop, input_.front().method,
+        [this](auto* call) {
+            sd_bus_message_append(call, "oa{sv}", session_.c_str(), 0);
+            input_.front().arguments(call);
+        },
+        [this](auto*) {
+            input_.pop_front();
+            if (!input_.empty())
+                sendInput();
+        });
 }
 
 void PortalSession::movePointer(std::uint32_t node, double x, double y) {
-    notify("NotifyPointerMotionAbsolute",
-           [&](auto* call) { sd_bus_message_append(call, "udd", node, x, y); });
+    static constexpr const char* method = "NotifyPointerMotionAbsolute";
+    Options arguments = [=](auto* call) { sd_bus_message_append(call, "udd", node, x, y); };
+    // Where it was to go before does not matter any more. The first may be on its way.
+    if (input_.size() > 1 && input_.back().method == method)
+        input_.back().arguments = std::move(arguments);
+    else
+        notify(method, std::move(arguments));
 }
 
 void PortalSession::pressButton(int button, bool isDown) {
     notify("NotifyPointerButton",
-           [&](auto* call) { sd_bus_message_append(call, "iu", button, isDown ? 1U : 0U); });
+           [=](auto* call) { sd_bus_message_append(call, "iu", button, isDown ? 1U : 0U); });
 }
 
 void PortalSession::turnWheel(Axis axis, int steps) {
-    notify("NotifyPointerAxisDiscrete", [&](auto* call) {
+    notify("NotifyPointerAxisDiscrete", [=](auto* call) {
         sd_bus_message_append(call, "ui", static_cast<std::uint32_t>(axis), steps);
     });
 }
 
 void PortalSession::pressKey(std::uint32_t keysym, bool isDown) {
-    notify("NotifyKeyboardKeysym", [&](auto* call) {
+    notify("NotifyKeyboardKeysym", [=](auto* call) {
         sd_bus_message_append(call, "iu", static_cast<std::int32_t>(keysym), isDown ? 1U : 0U);
     });
 }

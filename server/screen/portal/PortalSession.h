@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <optional>
 #include <string>
@@ -82,7 +83,8 @@ class PortalSession {
     void request(const char* interface, const char* method, const Options& arguments,
                  const Options& options, Results done);
     void answered(sd_bus_message* signal);
-    void notify(const char* method, const Options& arguments);
+    void notify(const char* method, Options arguments);
+    void sendInput();
     void fail(Failure failure);
 
     const RestoreToken token_;
@@ -103,6 +105,12 @@ class PortalSession {
     std::vector<PortalMonitor> monitors_;
     bool takesInput_ = false;
     platform::FileDescriptor pipeWire_;
+    struct Input {
+        const char* method;
+        Options arguments;
+    };
+    /// The first of them has been sent.
+    std::deque<Input> input_;
 };
 
 }  // namespace zelvo::server

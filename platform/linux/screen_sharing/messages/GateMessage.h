@@ -120,8 +120,8 @@ struct QuestionShown {
     friend bool operator==(const QuestionShown&, const QuestionShown&) = default;
 };
 
-using Message = std::variant<Hello, DesktopAsks, Listening, Question, QuestionOver, Inside, Left,
-                             Reply, SetRights, Disconnect, RefuseEverybody, QuestionShown>;
+using Message = std::variant<Hello, Listening, Question, QuestionOver, Inside, Left, Reply,
+                             SetRights, Disconnect, RefuseEverybody, QuestionShown, DesktopAsks>;
 
 std::vector<std::byte> encode(const Message& message);
 /// None unless the bytes are exactly one message with values that exist.
