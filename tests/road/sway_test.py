@@ -48,14 +48,19 @@ def places_of(desktop, count):
 
 
 def sees(desktop, viewer, places):
-    """The viewer has every output's picture at its place."""
+    """The viewer has every output's picture at its place, and no more."""
     def same():
+        size = 0, 0
         for output, place in places.items():
-            size, pixels = desktop.picture(output)
-            if viewer.part(*place, *size) != pixels:
-                viewer.look(incremental=True)
-                return False
-        return True
+            part, pixels = desktop.picture(output)
+            size = max(size[0], place[0] + part[0]), max(size[1], place[1] + part[1])
+            if viewer.part(*place, *part) != pixels:
+                break
+        else:
+            if viewer.size == size:
+                return True
+        viewer.look(incremental=True)
+        return False
     wait_until(same, 10, f"the picture of {places}")
 
 
@@ -115,7 +120,6 @@ def outputs(desktop, viewer):
     desktop.tell("create_output")
     desktop.tell("output HEADLESS-2 resolution 640x480 position 1024 100")
     sees(desktop, viewer, {**first, "HEADLESS-2": (1280, 125)})
-    assert viewer.size == (1920, 800)
 
 
 def the_desktop(desktop):
@@ -151,7 +155,6 @@ def the_ends(desktop):
     desktop.tell("kill")
     desktop.session = inner
     sees(desktop, viewer, places_of(desktop, 1))
-    assert viewer.size == desktop.picture("WL-1")[0]
     desktop.compositor.send(signal.SIGKILL)
     # From which it does not come on.
     zelvo.wait_for(r"^Port mapping: Applying Port Mapping\.\.\.$")
