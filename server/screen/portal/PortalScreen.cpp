@@ -89,6 +89,10 @@ bool PortalScreen::becomesShown() {
     }
     for (std::size_t i = 0; i < streams_.size(); ++i)
         resize(i, streams_[i]->frame()->size);
+    // A session's first key makes its keyboard, and is lost, as are those that follow before all
+    // programs have seen that there is one.
+    session_.pressKey(leftShift, true);
+    session_.pressKey(leftShift, false);
     setWatched(false);
     return true;
 }
@@ -178,11 +182,6 @@ void PortalScreen::pointer(Point position, std::uint8_t buttons) {
 }
 
 void PortalScreen::key(std::uint32_t keysym, bool isDown) {
-    // GNOME loses the first key of a session.
-    if (!std::exchange(hasHadKey_, true)) {
-        session_.pressKey(leftShift, true);
-        session_.pressKey(leftShift, false);
-    }
     session_.pressKey(asLayoutsNameIt(keysym), isDown);
 }
 
