@@ -173,6 +173,8 @@ class Server {
                 .setRights = [this](auto viewer,
                                     auto rights) { screen_->setRights(viewer, rights); },
                 .releaseInput = [this] { screen_->releaseInput(); }});
+        if (!abilities.takesInput)
+            door_->letOnlyWatch();
         for (const auto& message : std::exchange(early_, {}))
             door_->handle(message);
         line_->tell(gate::Listening{options_.port, abilities.takesInput, abilities.hasClipboard});

@@ -223,11 +223,12 @@ void Gate::answer(const Reply& reply) {
     if (!isYes)
         return tellQuestion(Ending::Refused);
     auto caller = callers_.extract(reply.viewer);
-    const Inside inside{
-        .viewer = reply.viewer,
-        .peer = caller.mapped()->peer(),
-        .isEncrypted = caller.mapped()->isEncrypted(),
-        .rights = reply.answer == Answer::Control ? Rights::Control : Rights::Watch};
+    const Inside inside{.viewer = reply.viewer,
+                        .peer = caller.mapped()->peer(),
+                        .isEncrypted = caller.mapped()->isEncrypted(),
+                        .rights = reply.answer == Answer::Control && !letsOnlyWatch_
+                                      ? Rights::Control
+                                      : Rights::Watch};
     auto guest = std::make_unique<Guest>(
         loop_, caller.mapped()->admit(),
         [this, viewer = reply.viewer](Ending ending) { guestEnded(viewer, ending); });
@@ -247,7 +248,8 @@ void Gate::answer(const Reply& reply) {
 
 void Gate::setRights(const SetRights& request) {
     auto guest = guests_.find(request.viewer);
-    if (guest == guests_.end() || guest->second.rights == request.rights)
+    if (guest == guests_.end() || guest->second.rights == request.rights ||
+        (letsOnlyWatch_ && request.rights == Rights::Control))
         return;
     auto& entry = guest->second;
     entry.rights = request.rights;

@@ -47,6 +47,9 @@ class Gate {
     Gate(const Gate&) = delete;
     Gate& operator=(const Gate&) = delete;
 
+    /// From now on nobody is let in to do more than watch: the screen takes no input.
+    void letOnlyWatch() { letsOnlyWatch_ = true; }
+
     /// What Zelvo says; other messages do nothing.
     void handle(const platform::gate::Message& message);
 
@@ -98,6 +101,7 @@ class Gate {
     std::list<Leaving> leaving_;
     std::optional<platform::gate::Question> told_;
     bool isQuestionShown_ = false;
+    bool letsOnlyWatch_ = false;
     /// Connections that may be taken before the next moment.
     int accepts_;
     Time acceptsAgain_;

@@ -2,6 +2,7 @@
 name daemon, X session, and Zelvo installed as a package installs it. All of it lies in namespaces that
 end with the test; nothing outside them changes."""
 
+import glob
 import os
 import re
 import secrets
@@ -39,7 +40,7 @@ RULES = """polkit.addRule(function(action, subject) {
 """ % USER
 
 
-def enter_own_machine(build):
+def enter_own_machine(build, more_programs=()):
     """Goes on as root of a machine without other processes, networks or mounts than the test's own."""
     mounts = os.readlink("/proc/self/ns/mnt")
     if os.environ.get("ZELVO_MOUNTS_OUTSIDE", mounts) != mounts:
@@ -49,8 +50,8 @@ def enter_own_machine(build):
     if os.geteuid() != 0 or subprocess.run([*unshare, "true"], capture_output=True,
                                            check=False).returncode != 0:
         reason = "needs root and namespaces"
-    for program in PROGRAMS:
-        if not shutil.which(program):
+    for program in (*PROGRAMS, *more_programs):
+        if not shutil.which(program) and not glob.glob(program):
             reason = program + " is missing"
     if install_prefix(build) == "/usr" or not os.path.isdir(install_prefix(build)):
         reason = install_prefix(build) + " cannot be covered; configure with another prefix"

@@ -12,6 +12,7 @@ class Viewer:
         self.say(b"RFB 003.008\n\1")
         self.size = None
         self.picture = None
+        self.cursor = None
 
     def enter(self):
         self.say(b"\1")
@@ -20,8 +21,8 @@ class Viewer:
         assert self.hear(4) == bytes(4), "not let in"
         self.size = struct.unpack(">HH", self.hear(4))
         self.hear(struct.unpack(">16xI", self.hear(20))[0])
-        # Raw; sizes that change.
-        self.say(struct.pack(">BxHii", 2, 2, 0, -223))
+        # Raw; sizes that change; the cursor apart, with its place.
+        self.say(struct.pack(">BxHiiii", 2, 4, 0, -223, -239, -232))
         return self
 
     def say(self, data):
@@ -61,6 +62,11 @@ class Viewer:
             if encoding == -223:
                 self.size = (width, height)
                 self.picture = None
+                continue
+            if encoding == -239:
+                self.hear(width * height * 4 + (width + 7) // 8 * height)
+            if encoding in (-239, -232):
+                self.cursor = (left, top) if encoding == -232 else self.cursor
                 continue
             if not self.picture or len(self.picture) != self.size[1]:
                 self.picture = [bytearray(self.size[0] * 4) for _ in range(self.size[1])]

@@ -8,6 +8,7 @@
 
 #include "platform/Bundle.h"
 #include "platform/MainQueue.h"
+#include "platform/Viewers.h"
 #include "platform/linux/base/FileReading.h"
 
 namespace zelvo::platform {
@@ -67,6 +68,12 @@ constexpr const char* asksNow =
     "screen, "
     "switch on “Allow Remote Interaction” if others are to help with mouse and keyboard, and press "
     "“Share”.";
+constexpr const char* canOnlyWatch =
+    "Whoever you let in can only watch, because “Allow Remote Interaction” was off when your "
+    "desktop asked. To let them help, quit Zelvo, start it again, and switch it on.";
+constexpr const char* hasNoClipboard =
+    "Your desktop does not share what is copied: text that you or your helper copy stays on the "
+    "computer where it was copied.";
 constexpr const char* hasEnded =
     "Screen Sharing has ended, since the program that showed your screen is gone. Press “Start "
     "Over” to switch it on again.";
@@ -103,6 +110,13 @@ void ScreenSharingExplanation::toolStarted() {
 void ScreenSharingExplanation::desktopAsks() {
     patienceEnds_ = std::chrono::steady_clock::time_point::max();
     say(bundle_.localizedString(asksNow));
+}
+
+void ScreenSharingExplanation::desktopLets(const ViewerAbilities& abilities) {
+    const auto* key = !abilities.canControl          ? canOnlyWatch
+                      : !abilities.canShareClipboard ? hasNoClipboard
+                                                     : nullptr;
+    limits_.set(key ? bundle_.localizedString(key) : "");
 }
 
 void ScreenSharingExplanation::serverListens() {

@@ -14,7 +14,8 @@ namespace {
 
 constexpr int mostSide = 16384;
 constexpr std::uint32_t mostFrames = 60;  // a second
-constexpr int largestCursor = 256;
+// Compositors ask for room for theirs, and offer none where there is less.
+constexpr int largestCursor = 1024;
 
 /// The library's macros build pods by C's compound literals, which are no part of C++.
 template <typename... Values>

@@ -1,6 +1,7 @@
 #include "server/screen/portal/PortalScreen.h"
 
 #include <linux/input-event-codes.h>
+#include <xkbcommon/xkbcommon.h>
 
 #include <algorithm>
 #include <array>
@@ -25,6 +26,13 @@ struct WheelStep {
 constexpr std::array wheelSteps{
     WheelStep{PortalSession::Axis::Vertical, -1}, WheelStep{PortalSession::Axis::Vertical, 1},
     WheelStep{PortalSession::Axis::Horizontal, -1}, WheelStep{PortalSession::Axis::Horizontal, 1}};
+
+/// Portals look a keysym up as it is written in the layout, where a character that has a name of its
+/// own never stands by its number.
+std::uint32_t asLayoutsNameIt(std::uint32_t keysym) {
+    constexpr std::uint32_t unicode = 0x01000000;
+    return keysym >= unicode ? xkb_utf32_to_keysym(keysym - unicode) : keysym;
+}
 
 void convertRow(const Frame& frame, int y, std::uint32_t* to) {
     const auto width = static_cast<std::size_t>(frame.size.width);
@@ -81,6 +89,10 @@ bool PortalScreen::becomesShown() {
     }
     for (std::size_t i = 0; i < streams_.size(); ++i)
         resize(i, streams_[i]->frame()->size);
+    // A session's first key makes its keyboard, and is lost, as are those that follow before all
+    // programs have seen that there is one.
+    session_.pressKey(leftShift, true);
+    session_.pressKey(leftShift, false);
     setWatched(false);
     return true;
 }
@@ -170,12 +182,7 @@ void PortalScreen::pointer(Point position, std::uint8_t buttons) {
 }
 
 void PortalScreen::key(std::uint32_t keysym, bool isDown) {
-    // GNOME loses the first key of a session.
-    if (!std::exchange(hasHadKey_, true)) {
-        session_.pressKey(leftShift, true);
-        session_.pressKey(leftShift, false);
-    }
-    session_.pressKey(keysym, isDown);
+    session_.pressKey(asLayoutsNameIt(keysym), isDown);
 }
 
 }  // namespace zelvo::server

@@ -64,7 +64,6 @@ class PortalScreen : public Screen {
 
     std::optional<Point> position_;
     std::uint8_t buttons_ = 0;
-    bool hasHadKey_ = false;
 };
 
 }  // namespace zelvo::server
