@@ -15,6 +15,8 @@ class Explanations {
 
     /// Why Screen Sharing is not on, such as a session in which no server can ask.
     virtual const Observable<std::string>& screenSharing() const = 0;
+    /// What viewers cannot do although Screen Sharing is on, and what to do about it.
+    virtual const Observable<std::string>& screenLimits() const = 0;
     /// Why there is no link, or why it may lead nowhere: what is known of the router, or of the
     /// sharing service once the router has let us through.
     virtual const Observable<std::string>& router() const = 0;

@@ -44,6 +44,14 @@ struct ViewerQuestion {
     friend bool operator==(const ViewerQuestion&, const ViewerQuestion&) = default;
 };
 
+/// What the desktop lets viewers do at all, whatever the answer. Value type.
+struct ViewerAbilities {
+    bool canControl = true;
+    bool canShareClipboard = true;
+
+    friend bool operator==(const ViewerAbilities&, const ViewerAbilities&) = default;
+};
+
 enum class ViewerAnswer { Refuse, Watch, Control };
 
 /// Who wants in and who is in, as the screen server tells, and what is to be done about them.
@@ -59,6 +67,9 @@ class Viewers {
     virtual const Observable<std::optional<ViewerQuestion>>& question() const = 0;
     /// Nobody is asked about any more, nor let in, until the next launch.
     virtual const Observable<bool>& refusesEverybody() const = 0;
+
+    /// Of the desktop as it is shown now; all of them while none is.
+    virtual const Observable<ViewerAbilities>& abilities() const = 0;
 
     /// Counts only while that one is asked about.
     virtual void answer(std::uint32_t viewer, ViewerAnswer answer) = 0;

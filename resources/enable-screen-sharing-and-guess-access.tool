@@ -20,16 +20,15 @@ check_session() {
     # Where the application looks, too.
     runtime_folder=${XDG_RUNTIME_DIR:-/run/user/$user_id}
     [ -d "$runtime_folder" ] || give_up no-runtime-folder "There is no folder $runtime_folder."
-    [ -z "${WAYLAND_DISPLAY-}" ] ||
-        give_up wayland-no-server "This is a Wayland session, whose desktop cannot be shown yet."
-    [ -n "${DISPLAY-}" ] || give_up no-display "There is no X display to share (DISPLAY is not set)."
+    [ -n "${WAYLAND_DISPLAY-}${DISPLAY-}" ] ||
+        give_up no-display "There is no display to share (neither WAYLAND_DISPLAY nor DISPLAY is set)."
 }
 
 # In a session of its own, so that no terminal's signals reach it, and without the lock, which would be held
 # for as long as it lives. Its log has a limit: 1 MiB, beyond which writing fails.
 start_server() {
     : >"$run/answer"
-    (trap '' XFSZ && ulimit -f 2048 && cd / && exec_as_user setsid "$server_program" \
+    (trap '' XFSZ && ulimit -S -f 2048 && cd / && exec_as_user setsid "$server_program" \
         --socket "$runtime_folder/zelvo/screen-sharing" --port "$port") \
         </dev/null >"$run/answer" 2>"$run/log" 9>&- &
     server_pid=$!
@@ -38,15 +37,21 @@ start_server() {
     save_server
 }
 
+# The server says "asking" where the desktop asks the user first, who may take minutes; it ends, and so does
+# the waiting, with the application that is to be shown.
 wait_until_server_listens() {
     twentieths=200
     while :; do
         # First, as the word may be its last.
         runs=yes
         [ "$(process_start "$server_pid")" = "$server_start" ] || runs=
-        { read -r answer <"$run/answer"; } 2>/dev/null || answer=
+        answer=$(tail -n 1 "$run/answer" 2>/dev/null)
         case $answer in
         listening) return 0 ;;
+        asking)
+            twentieths=200
+            sleep 0.2
+            ;;
         ?*) give_up "$answer" "$(tail -n 1 "$run/log")" ;;
         esac
         if [ -z "$runs" ] || [ "$twentieths" -le 0 ]; then

@@ -6,7 +6,7 @@
 #   run/server  the server that was started, one value per line
 #   run/reason  one word: why the enable tool could not switch on; only after it failed; empty where not even
 #               the word could be written
-#   run/answer  what the server said of its start
+#   run/answer  what the server says of its start, the last line counts
 #   run/log, run/lock
 # shellcheck shell=sh disable=SC2034  # sets variables for the tools
 
@@ -51,7 +51,7 @@ choose_asking_user() {
 # Becomes the command, as the chosen user in the session that asks. The environment is made anew.
 exec_as_user() {
     for name in DISPLAY XAUTHORITY WAYLAND_DISPLAY XDG_RUNTIME_DIR XDG_SESSION_TYPE \
-        XDG_CURRENT_DESKTOP DBUS_SESSION_BUS_ADDRESS; do
+        XDG_CURRENT_DESKTOP XDG_STATE_HOME DBUS_SESSION_BUS_ADDRESS; do
         eval "value=\${$name-}"
         [ -z "$value" ] || set -- "$name=$value" "$@"
     done

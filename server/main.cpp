@@ -17,13 +17,16 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "platform/linux/base/EventLoop.h"
 #include "platform/linux/base/StandardDescriptors.h"
 #include "server/gate/Gate.h"
 #include "server/gate/ZelvoLine.h"
-#include "server/screen/x11/X11Screen.h"
+#include "server/screen/choice/OpenScreen.h"
 #include "server/vnc/ScreenThread.h"
+#include "server/vnc/TaskQueue.h"
 
 using namespace zelvo;
 using namespace zelvo::server;
@@ -90,51 +93,128 @@ platform::FileDescriptor blockSignals() {
     return platform::FileDescriptor(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
 }
 
-int serve(const Options& options, const platform::FileDescriptor& signals,
-          std::unique_ptr<Screen> screen) {
-    EventLoop loop;
-    bool isEnding = false;
-    std::unique_ptr<Gate> door;
-    auto line = ZelvoLine::open(loop, options.socket,
-                                {.message = [&](const auto& message) { door->handle(message); },
-                                 .ended = [&] { isEnding = true; }});
-    if (!line)
-        return giveUp("server-failed", "No Zelvo of this user listens at " + options.socket + ".");
-    auto listener = Gate::listen(options.port);
-    if (!listener)
-        return giveUp("port-taken", "Port " + std::to_string(options.port) +
-                                        " cannot be had: " + std::strerror(errno) + ".");
-    // The screen ends on its own thread.
-    ScreenThread screenThread(std::move(screen), "Zelvo", [] { ::kill(::getpid(), SIGTERM); });
-    door = std::make_unique<Gate>(
-        loop, std::move(listener),
-        Gate::Handlers{
-            .tell = [&](const auto& message) { line->tell(message); },
-            .admit = [&](auto viewer, auto socket,
-                         auto rights) { screenThread.admit(viewer, std::move(socket), rights); },
-            .setRights = [&](auto viewer, auto rights) { screenThread.setRights(viewer, rights); },
-            .setInputPasses = [&](bool passes) { screenThread.setInputPasses(passes); }});
-    EventLoop::Watch watch(loop, signals.get(), [&](auto) {
-        signalfd_siginfo signal{};
-        while (::read(signals.get(), &signal, sizeof signal) == sizeof signal) {
-            if (signal.ssi_signo == SIGUSR1)
-                door->handle(gate::Disconnect{gate::everybody});
-            else
-                isEnding = true;
-        }
-    });
-    watch.setEvents(EPOLLIN);
-    line->tell(gate::Listening{options.port});
-    tell("listening");
-    while (!isEnding) {
-        loop.turn(door->nextDeadline());
-        door->tick(EventLoop::Clock::now());
+/// From the start to the end of one server.
+class Server {
+  public:
+    Server(const Options& options, platform::FileDescriptor signals)
+        : options_(options),
+          signals_(std::move(signals)),
+          watch_(loop_, signals_.get(), [this](auto) { readSignals(); }) {
+        watch_.setEvents(EPOLLIN);
     }
-    door.reset();
-    // A display that hangs keeps us no longer.
-    ::alarm(1);
-    return EXIT_SUCCESS;
-}
+
+    /// The exit status.
+    int run() {
+        line_ = ZelvoLine::open(loop_, options_.socket,
+                                {.message = [this](const auto& message) { handle(message); },
+                                 .ended = [this] { isEnding_ = true; }});
+        if (!line_)
+            return giveUp("server-failed",
+                          "No Zelvo of this user listens at " + options_.socket + ".");
+        // Before the user is asked anything: without the port it would be in vain.
+        listener_ = Gate::bind(options_.port);
+        if (!listener_)
+            return portIsTaken();
+        EventLoop::Watch watch(loop_, home_.descriptor(), [this](auto) {
+            for (const auto& task : home_.take())
+                task();
+        });
+        watch.setEvents(EPOLLIN);
+        screen_ = std::make_unique<ScreenThread>(
+            openScreen, "Zelvo",
+            ScreenThread::Handlers{.asksUser = [this] { home_.post([this] { asksUser(); }); },
+                                   .opened = [this](const auto& result) { opened(result); },
+                                   .ended = [this] { home_.post([this] { isEnding_ = true; }); }});
+        while (!isEnding_) {
+            loop_.turn(door_ ? door_->nextDeadline() : EventLoop::Clock::time_point::max());
+            if (door_)
+                door_->tick(EventLoop::Clock::now());
+        }
+        door_.reset();
+        // A display that hangs keeps us no longer.
+        ::alarm(1);
+        screen_.reset();
+        return status_;
+    }
+
+  private:
+    int portIsTaken() const {
+        return giveUp("port-taken", "Port " + std::to_string(options_.port) +
+                                        " cannot be had: " + std::strerror(errno) + ".");
+    }
+
+    void end(int status) {
+        isEnding_ = true;
+        status_ = status;
+    }
+
+    void asksUser() {
+        line_->tell(gate::DesktopAsks{});
+        tell("asking");
+    }
+
+    /// On the screen's thread.
+    void opened(const ScreenResult& result) {
+        if (result.screen)
+            home_.post([this, abilities = result.screen->abilities()] { serve(abilities); });
+        else
+            home_.post([this, word = result.word, sentence = result.sentence] {
+                end(giveUp(word.c_str(), sentence));
+            });
+    }
+
+    void serve(const Abilities& abilities) {
+        if (!Gate::listen(listener_))
+            return end(portIsTaken());
+        door_ = std::make_unique<Gate>(
+            loop_, std::move(listener_),
+            Gate::Handlers{
+                .tell = [this](const auto& message) { line_->tell(message); },
+                .admit = [this](auto viewer, auto socket,
+                                auto rights) { screen_->admit(viewer, std::move(socket), rights); },
+                .setRights = [this](auto viewer,
+                                    auto rights) { screen_->setRights(viewer, rights); },
+                .setInputPasses = [this](bool passes) { screen_->setInputPasses(passes); }});
+        if (!abilities.takesInput)
+            door_->letOnlyWatch();
+        for (const auto& message : std::exchange(early_, {}))
+            door_->handle(message);
+        line_->tell(gate::Listening{options_.port, abilities.takesInput, abilities.hasClipboard});
+        tell("listening");
+    }
+
+    void handle(const gate::Message& message) {
+        if (door_)
+            door_->handle(message);
+        else
+            early_.push_back(message);
+    }
+
+    void readSignals() {
+        signalfd_siginfo signal{};
+        while (::read(signals_.get(), &signal, sizeof signal) == sizeof signal) {
+            if (signal.ssi_signo == SIGUSR1)
+                handle(gate::Disconnect{gate::everybody});
+            else
+                isEnding_ = true;
+        }
+    }
+
+    const Options options_;
+    const platform::FileDescriptor signals_;
+    EventLoop loop_;
+    bool isEnding_ = false;
+    int status_ = EXIT_SUCCESS;
+    EventLoop::Watch watch_;
+    std::unique_ptr<ZelvoLine> line_;
+    platform::FileDescriptor listener_;
+    /// What the screen's thread wants done here.
+    TaskQueue<> home_;
+    std::unique_ptr<ScreenThread> screen_;
+    std::unique_ptr<Gate> door_;
+    /// What was said before there was a door.
+    std::vector<gate::Message> early_;
+};
 
 }  // namespace
 
@@ -149,16 +229,5 @@ int main(int argc, char* argv[]) {
     // The VNC library counts descriptors in sets of 1,024.
     const rlimit descriptors{512, 512};
     ::setrlimit(RLIMIT_NOFILE, &descriptors);
-    auto display = std::make_unique<X11Connection>("");
-    switch (display->problem()) {
-        case X11Connection::Problem::Refused:
-            return giveUp("display-refused", "The X display cannot be opened.");
-        case X11Connection::Problem::NotUsable:
-            return giveUp("server-failed", "The X display lacks what showing it needs.");
-        case X11Connection::Problem::Xwayland:
-            return giveUp("wayland-no-server", "This X display is Xwayland, and not the desktop.");
-        case X11Connection::Problem::None:
-            break;
-    }
-    return serve(*options, signals, std::make_unique<X11Screen>(std::move(display)));
+    return Server(*options, std::move(signals)).run();
 }

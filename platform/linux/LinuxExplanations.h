@@ -13,6 +13,7 @@ class LinuxExplanations : public Explanations {
     /// All outlive this object.
     struct Sources {
         const Observable<std::string>& screenSharing;
+        const Observable<std::string>& screenLimits;
         const RouterExplanation& router;
         /// Why the sharing service gave no link. It is asked last, so what it says comes first.
         const Observable<std::string>& service;
@@ -26,6 +27,7 @@ class LinuxExplanations : public Explanations {
           serviceChange_(sources.service.subscribe([this](const auto&) { update(); })) {}
 
     const Observable<std::string>& screenSharing() const override { return sources_.screenSharing; }
+    const Observable<std::string>& screenLimits() const override { return sources_.screenLimits; }
     const Observable<std::string>& router() const override { return link_; }
     std::string routerNews() const override { return sources_.router.news(); }
     const Observable<std::string>& keptLink() const override { return sources_.keptLink; }

@@ -85,6 +85,7 @@ struct LinuxPlatform::Services {
     ScreenSharingExplanation screenSharing{mainQueue, bundle,
                                            environment.systemRoot + "/run/reason"};
     ScreenServerLine screenServer{log, ownFolder(environment.runtimeFolder)};
+    Subscription abilities;
     AdmittedSockets admittedSockets{
         sockets,
         services,
@@ -98,8 +99,8 @@ struct LinuxPlatform::Services {
     RouterExplanation router{bundle, log};
     ServiceExplanation service{bundle};
     Observable<std::string> keptLink;
-    LinuxExplanations explanations{
-        {screenSharing.text(), router, service.creation(), keptLink, service.withdrawal()}};
+    LinuxExplanations explanations{{screenSharing.text(), screenSharing.limits(), router,
+                                    service.creation(), keptLink, service.withdrawal()}};
 
     SharingSession urlSession{
         mainQueue,
@@ -141,6 +142,9 @@ struct LinuxPlatform::Services {
 LinuxPlatform::LinuxPlatform(MainQueue& mainQueue) {
     ::signal(SIGPIPE, SIG_IGN);
     services_ = std::make_unique<Services>(mainQueue);
+    services_->screenServer.desktopAsks = [this] { services_->screenSharing.desktopAsks(); };
+    services_->abilities = services_->screenServer.abilities().subscribe(
+        [this](const auto& abilities) { services_->screenSharing.desktopLets(abilities); });
     for (const auto& complaint : services_->environment.complaints)
         services_->log.line(complaint);
 }

@@ -52,6 +52,7 @@ TerminalView::TerminalView(Terminal& terminal, MainWindowModel& model,
             takeNoMoreRequests();
     }));
     subscriptions_.push_back(explanations.screenSharing().subscribe([this](auto&) { explain(); }));
+    subscriptions_.push_back(explanations.screenLimits().subscribe([this](auto&) { explain(); }));
     subscriptions_.push_back(explanations.router().subscribe([this](auto&) { explain(); }));
     subscriptions_.push_back(explanations.keptLink().subscribe([this](auto&) { explain(); }));
     subscriptions_.push_back(explanations.withdrawal().subscribe([this](auto&) { explain(); }));

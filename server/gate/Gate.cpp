@@ -66,7 +66,7 @@ bool set(int socket, int level, int option, int value) {
 
 }  // namespace
 
-platform::FileDescriptor Gate::listen(std::uint16_t port) {
+platform::FileDescriptor Gate::bind(std::uint16_t port) {
     platform::FileDescriptor socket(
         ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     sockaddr_in address{};
@@ -83,10 +83,13 @@ platform::FileDescriptor Gate::listen(std::uint16_t port) {
         !set(socket.get(), IPPROTO_TCP, TCP_USER_TIMEOUT, 30'000) ||
         !set(socket.get(), IPPROTO_TCP, TCP_MAXSEG, 1220) ||
         !set(socket.get(), IPPROTO_TCP, TCP_NODELAY, 1) ||
-        ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(socket.get(), backlog) != 0)
+        ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
         return {};
     return socket;
+}
+
+bool Gate::listen(const platform::FileDescriptor& bound) {
+    return ::listen(bound.get(), backlog) == 0;
 }
 
 Gate::Gate(platform::EventLoop& loop, platform::FileDescriptor listener, Handlers handlers,
@@ -220,11 +223,12 @@ void Gate::answer(const Reply& reply) {
     if (!isYes)
         return tellQuestion(Ending::Refused);
     auto caller = callers_.extract(reply.viewer);
-    const Inside inside{
-        .viewer = reply.viewer,
-        .peer = caller.mapped()->peer(),
-        .isEncrypted = caller.mapped()->isEncrypted(),
-        .rights = reply.answer == Answer::Control ? Rights::Control : Rights::Watch};
+    const Inside inside{.viewer = reply.viewer,
+                        .peer = caller.mapped()->peer(),
+                        .isEncrypted = caller.mapped()->isEncrypted(),
+                        .rights = reply.answer == Answer::Control && !letsOnlyWatch_
+                                      ? Rights::Control
+                                      : Rights::Watch};
     auto guest = std::make_unique<Guest>(
         loop_, caller.mapped()->admit(),
         [this, viewer = reply.viewer](Ending ending) { guestEnded(viewer, ending); });
@@ -244,7 +248,8 @@ void Gate::answer(const Reply& reply) {
 
 void Gate::setRights(const SetRights& request) {
     auto guest = guests_.find(request.viewer);
-    if (guest == guests_.end() || guest->second.rights == request.rights)
+    if (guest == guests_.end() || guest->second.rights == request.rights ||
+        (letsOnlyWatch_ && request.rights == Rights::Control))
         return;
     auto& entry = guest->second;
     entry.rights = request.rights;

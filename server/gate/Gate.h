@@ -35,15 +35,21 @@ class Gate {
         std::function<void(bool)> setInputPasses;
     };
 
-    /// A socket that listens on the IPv4 wildcard address, with what every viewer's socket shall
-    /// have: a viewer whose network died is noticed within 30 s, and segments fit a path of 1,280
-    /// bytes whose routers say nothing. Empty, with errno, on failure.
-    static platform::FileDescriptor listen(std::uint16_t port);
+    /// A socket that has the port on the IPv4 wildcard address, with what every viewer's socket
+    /// shall have: a viewer whose network died is noticed within 30 s, and segments fit a path of
+    /// 1,280 bytes whose routers say nothing. Empty, with errno, on failure.
+    static platform::FileDescriptor bind(std::uint16_t port);
+    /// From then on viewers can connect to it. False, with errno, on failure.
+    static bool listen(const platform::FileDescriptor& bound);
 
+    /// The socket listens.
     Gate(platform::EventLoop& loop, platform::FileDescriptor listener, Handlers handlers,
          const Doorkeeper::Limits& limits = {});
     Gate(const Gate&) = delete;
     Gate& operator=(const Gate&) = delete;
+
+    /// From now on nobody is let in to do more than watch: the screen takes no input.
+    void letOnlyWatch() { letsOnlyWatch_ = true; }
 
     /// What Zelvo says; other messages do nothing.
     void handle(const platform::gate::Message& message);
@@ -96,6 +102,7 @@ class Gate {
     std::list<Leaving> leaving_;
     std::optional<platform::gate::Question> told_;
     bool isQuestionShown_ = false;
+    bool letsOnlyWatch_ = false;
     /// Connections that may be taken before the next moment.
     int accepts_;
     Time acceptsAgain_;

@@ -1,75 +1,73 @@
 #include "server/vnc/ScreenThread.h"
 
 #include <sys/epoll.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <utility>
 
 namespace zelvo::server {
 
-ScreenThread::ScreenThread(std::unique_ptr<Screen> screen, std::string name,
-                           std::function<void()> ended)
-    : screen_(std::move(screen)),
+using platform::EventLoop;
+
+ScreenThread::ScreenThread(Open open, std::string name, Handlers handlers)
+    : open_(std::move(open)),
       name_(std::move(name)),
-      ended_(std::move(ended)),
-      wake_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      handlers_(std::move(handlers)),
       thread_([this] { run(); }) {}
 
 ScreenThread::~ScreenThread() {
-    {
-        std::lock_guard lock(mutex_);
-        isEnding_ = true;
-    }
-    ::eventfd_write(wake_.get(), 1);
+    isEnding_ = true;
+    tasks_.post([](VncServer&) {});
     thread_.join();
-}
-
-void ScreenThread::post(Task task) {
-    {
-        std::lock_guard lock(mutex_);
-        tasks_.push_back(std::move(task));
-    }
-    ::eventfd_write(wake_.get(), 1);
 }
 
 void ScreenThread::admit(ViewerId viewer, platform::FileDescriptor socket,
                          platform::gate::Rights rights) {
     // What a std::function holds has to be copyable.
     auto shared = std::make_shared<platform::FileDescriptor>(std::move(socket));
-    post([=](VncServer& vnc) { vnc.admit(viewer, std::move(*shared), rights); });
+    tasks_.post([=](VncServer& vnc) { vnc.admit(viewer, std::move(*shared), rights); });
 }
 
 void ScreenThread::setRights(ViewerId viewer, platform::gate::Rights rights) {
-    post([=](VncServer& vnc) { vnc.setRights(viewer, rights); });
+    tasks_.post([=](VncServer& vnc) { vnc.setRights(viewer, rights); });
 }
 
 void ScreenThread::setInputPasses(bool passes) {
     // Not behind what keeps the thread busy, for that a viewer can prolong.
     inputPasses_ = passes;
     if (!passes)
-        post([](VncServer& vnc) { vnc.releaseInput(); });
+        tasks_.post([](VncServer& vnc) { vnc.releaseInput(); });
+}
+
+std::unique_ptr<Screen> ScreenThread::open(EventLoop& loop) {
+    const auto opening = open_();
+    auto result = opening->proceed();
+    bool asks = false;
+    while (!result && !isEnding_) {
+        EventLoop::Watch watch(loop, opening->descriptor(),
+                               [&](auto) { result = opening->proceed(); });
+        watch.setEvents(EPOLLIN);
+        if (opening->asksUser() && !std::exchange(asks, true))
+            handlers_.asksUser();
+        loop.turn(EventLoop::Clock::time_point::max());
+    }
+    if (!result)
+        return nullptr;
+    handlers_.opened(*result);
+    return std::move(result->screen);
 }
 
 void ScreenThread::run() {
-    platform::EventLoop loop;
-    VncServer vnc(loop, *screen_, name_, inputPasses_, ended_);
-    platform::EventLoop::Watch watch(loop, wake_.get(), [this](auto) {
-        eventfd_t count = 0;
-        ::eventfd_read(wake_.get(), &count);
-    });
+    EventLoop loop;
+    EventLoop::Watch watch(loop, tasks_.descriptor(), [](auto) {});
     watch.setEvents(EPOLLIN);
-    while (true) {
-        std::vector<Task> tasks;
-        {
-            std::lock_guard lock(mutex_);
-            if (isEnding_)
-                return;
-            tasks.swap(tasks_);
-        }
-        for (const auto& task : tasks)
+    const auto screen = open(loop);
+    if (!screen)
+        return;
+    VncServer vnc(loop, *screen, name_, inputPasses_, handlers_.ended);
+    while (!isEnding_) {
+        for (const auto& task : tasks_.take())
             task(vnc);
-        vnc.tick(platform::EventLoop::Clock::now());
+        vnc.tick(EventLoop::Clock::now());
         loop.turn(vnc.nextDeadline());
     }
 }

@@ -3,14 +3,13 @@
 #include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "platform/linux/base/FileDescriptor.h"
 #include "platform/linux/screen_sharing/messages/GateMessage.h"
-#include "server/screen/Screen.h"
+#include "server/screen/ScreenOpening.h"
+#include "server/vnc/TaskQueue.h"
 #include "server/vnc/VncServer.h"
 
 namespace zelvo::server {
@@ -19,8 +18,18 @@ namespace zelvo::server {
 /// keeps a picture waiting, nor the other way round. Every operation returns at once.
 class ScreenThread {
   public:
-    /// `ended` is called once, on that thread, where the screen ends by itself.
-    ScreenThread(std::unique_ptr<Screen> screen, std::string name, std::function<void()> ended);
+    using Open = std::function<std::unique_ptr<ScreenOpening>()>;
+    /// Called on that thread, each at most once.
+    struct Handlers {
+        /// The desktop asks the user.
+        std::function<void()> asksUser;
+        /// There is a screen, or none. The former may be looked at.
+        std::function<void(const ScreenResult& result)> opened;
+        /// The screen that there was ends by itself.
+        std::function<void()> ended;
+    };
+
+    ScreenThread(Open open, std::string name, Handlers handlers);
     ScreenThread(const ScreenThread&) = delete;
     ScreenThread& operator=(const ScreenThread&) = delete;
     /// Ends the viewers' connections, lets go what they held down, and waits for that.
@@ -33,19 +42,15 @@ class ScreenThread {
     void setInputPasses(bool passes);
 
   private:
-    using Task = std::function<void(VncServer&)>;
-
-    void post(Task task);
     void run();
+    std::unique_ptr<Screen> open(platform::EventLoop& loop);
 
-    const std::unique_ptr<Screen> screen_;
+    const Open open_;
     const std::string name_;
-    const std::function<void()> ended_;
-    platform::FileDescriptor wake_;
+    const Handlers handlers_;
+    TaskQueue<VncServer&> tasks_;
     std::atomic<bool> inputPasses_ = true;
-    std::mutex mutex_;
-    std::vector<Task> tasks_;
-    bool isEnding_ = false;
+    std::atomic<bool> isEnding_ = false;
     std::thread thread_;
 };
 

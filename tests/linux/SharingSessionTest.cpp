@@ -164,7 +164,8 @@ TEST(ServiceExplanation, NamesWhatWasInTheWay) {
     ServiceExplanation service(fake.bundle, [&] { return clock; });
     Observable<std::string> none;
     RouterExplanation router(fake.bundle, fake.log);
-    LinuxExplanations explanations({none, router, service.creation(), none, service.withdrawal()});
+    LinuxExplanations explanations(
+        {none, none, router, service.creation(), none, service.withdrawal()});
     NatPortMappingReply refused;
     refused.errorCode = NatErrorTransient;
     router.mappingReplied(refused);

@@ -15,7 +15,7 @@ sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."
 from stage import (Stage, connect_viewer, enter_own_network, is_listening,  # noqa: E402
                    processes_named, wait_until)
 
-HELLO = b"\1\0"
+HELLO = b"\2\0"
 VNC_PORT = 5900
 
 
@@ -78,6 +78,13 @@ def switch_on(tools, application):
     return processes_named("screensharingd")
 
 
+def fails_with(tools, application, reason, **changes):
+    tool = tools.start("enable", **changes)
+    application.take()
+    assert tool.wait(10) == 1
+    tools.gave(reason)
+
+
 def scenario(stage):
     stage.start_display()
     tools = Tools(stage)
@@ -85,18 +92,15 @@ def scenario(stage):
     os.mkdir(tools.env["XDG_RUNTIME_DIR"])
     tools.fails("no-display", DISPLAY=None)
     tools.fails("wayland-no-server", WAYLAND_DISPLAY="wayland-0")
-    tools.fails("display-refused", DISPLAY=":77")
     # Nobody is there who could be asked.
     tools.fails("server-failed")
 
     application = Application(tools.env["XDG_RUNTIME_DIR"] + "/zelvo")
-    other = socket.create_server(("127.0.0.1", VNC_PORT))
     application.listener.settimeout(10)
-    tool = tools.start("enable")
-    application.take()
-    assert tool.wait(10) == 1
-    tools.gave("port-taken")
+    other = socket.create_server(("127.0.0.1", VNC_PORT))
+    fails_with(tools, application, "port-taken")
     other.close()
+    fails_with(tools, application, "display-refused", DISPLAY=":77")
 
     first = switch_on(tools, application)
     assert tools.run("enable") == 0 and processes_named("screensharingd") == first

@@ -39,7 +39,7 @@ RULES = """polkit.addRule(function(action, subject) {
 """ % USER
 
 
-def enter_own_machine(build):
+def enter_own_machine(build, more_programs=()):
     """Goes on as root of a machine without other processes, networks or mounts than the test's own."""
     mounts = os.readlink("/proc/self/ns/mnt")
     if os.environ.get("ZELVO_MOUNTS_OUTSIDE", mounts) != mounts:
@@ -51,7 +51,7 @@ def enter_own_machine(build):
         reason = "needs root and namespaces"
     elif prefix == "/usr" or not os.path.isdir(prefix):
         reason = prefix + " cannot be covered; configure with another prefix"
-    skip_where_missing(*PROGRAMS, reason=reason)
+    skip_where_missing(*PROGRAMS, *more_programs, reason=reason)
     os.environ["ZELVO_MOUNTS_OUTSIDE"] = mounts
     # The shell stays, since somebody has to reap what has lost its parent.
     command = 'ip link set lo up && "$@"; exit $?'
@@ -115,11 +115,12 @@ class Desktop(Stage):
         subprocess.run(["mount", "--bind", self.path("package") + prefix, prefix], check=True)
         self.zelvo = os.path.join(prefix, "bin", "zelvo")
 
-    def start_as_user(self, command, env):
+    def start_as_user(self, command, env, **how):
         """With nothing of the environment of the test, in a session that is on screen."""
         user = ["sh", "-ec", 'mount --bind /run/session-cgroup /proc/$$/cgroup; exec "$@"', "sh",
                 "setpriv", "--reuid", str(USER_ID), "--regid", str(USER_ID), "--clear-groups"]
-        return self.start(command, {"PATH": "/usr/local/bin:/usr/bin:/bin", **env}, user)
+        return self.start(command, {"PATH": "/usr/local/bin:/usr/bin:/bin", **env}, user,
+                          **how)
 
     def start_session(self):
         authority = os.path.join(self.home, ".Xauthority")
@@ -142,10 +143,11 @@ class Desktop(Stage):
                         "XDG_SESSION_TYPE": "x11", "DBUS_SESSION_BUS_ADDRESS": bus,
                         "LC_ALL": "C.UTF-8"}
 
-    def start_application(self, *_):
-        return self.start_as_user([self.zelvo], {
+    def start_application(self, *options):
+        return self.start_as_user([self.zelvo, *options], {
             **self.session, "ZELVO_SERVICE": self.service.url,
-            "ZELVO_ROUTER": f"127.0.0.1:{self.router.port}", "SSL_CERT_FILE": self.path("ca.pem")})
+            "ZELVO_ROUTER": f"127.0.0.1:{self.router.port}", "SSL_CERT_FILE": self.path("ca.pem")},
+            takes_input=bool(options))
 
     def xdotool(self, *words):
         return subprocess.run(["xdotool", *words], env={**os.environ, **self.session},

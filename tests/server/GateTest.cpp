@@ -21,7 +21,8 @@ const auto Version38 = "RFB 003.008\n"s;
 class GateTest : public testing::Test {
   protected:
     GateTest() {
-        auto listener = Gate::listen(0);
+        auto listener = Gate::bind(0);
+        EXPECT_TRUE(Gate::listen(listener));
         sockaddr_in address{};
         socklen_t size = sizeof address;
         ::getsockname(listener.get(), reinterpret_cast<sockaddr*>(&address), &size);

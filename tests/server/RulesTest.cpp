@@ -177,7 +177,8 @@ TEST(GateMessage, IsWholeOrNone) {
     const Peer peer{{192, 0, 2, 7}, 51234};
     const std::vector<Message> messages{
         Hello{},
-        Listening{5900},
+        DesktopAsks{},
+        Listening{.port = 5900, .takesInput = false},
         Question{7, peer, true, 60, 4},
         QuestionOver{7, Ending::NotAnswered},
         Inside{0x01020304, peer, false, Rights::Control},
@@ -197,7 +198,7 @@ TEST(GateMessage, IsWholeOrNone) {
         auto longer = bytes;
         longer.push_back(std::byte{0});
         EXPECT_FALSE(decode(longer));
-        bytes[0] = std::byte{2};
+        bytes[0] = std::byte{messageVersion + 1};
         EXPECT_FALSE(decode(bytes)) << "another version";
     }
     auto noSuchAnswer = encode(Reply{7, Answer::Control});

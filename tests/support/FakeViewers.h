@@ -14,6 +14,7 @@ class FakeViewers : public Viewers {
     const Observable<std::vector<Viewer>>& inside() const override { return isInside; }
     const Observable<std::optional<ViewerQuestion>>& question() const override { return asked; }
     const Observable<bool>& refusesEverybody() const override { return refuses; }
+    const Observable<ViewerAbilities>& abilities() const override { return able; }
 
     void answer(std::uint32_t viewer, ViewerAnswer answer) override {
         const char* word = answer == ViewerAnswer::Control ? " control"
@@ -40,6 +41,7 @@ class FakeViewers : public Viewers {
     Observable<std::vector<Viewer>> isInside;
     Observable<std::optional<ViewerQuestion>> asked;
     Observable<bool> refuses{false};
+    Observable<ViewerAbilities> able;
     std::vector<std::string> said;
 };
 

@@ -1,5 +1,6 @@
 """Starts the real programs on one machine, in a network of their own, and watches what they print."""
 
+import glob
 import os
 import plistlib
 import re
@@ -20,8 +21,8 @@ GREETING = b"RFB 003.008\n\1\1"
 
 
 def skip_where_missing(*programs, reason=""):
-    """Ends a test that cannot be where these are missing, or for that reason."""
-    missing = [program for program in programs if not shutil.which(program)]
+    """Ends a test that cannot be where these programs, or files, are missing, or for that reason."""
+    missing = [name for name in programs if not shutil.which(name) and not glob.glob(name)]
     if missing or reason:
         print("SKIPPED: " + (reason or "missing: " + " ".join(missing)))
         sys.exit(SKIPPED)

@@ -36,6 +36,9 @@ class EventLoop {
 
     EventLoop();
 
+    /// Readable when a turn has something to do, for a loop around this one.
+    int descriptor() const { return epoll_.get(); }
+
     /// Waits until something is ready or the time has come.
     void turn(Clock::time_point until);
 

@@ -124,6 +124,10 @@ void ScreenServerLine::handle(const gate::Message& message) {
     }
     if (const auto* listening = std::get_if<gate::Listening>(&message)) {
         port_ = listening->port;
+        abilities_.set({listening->takesInput, listening->hasClipboard});
+    } else if (std::holds_alternative<gate::DesktopAsks>(message)) {
+        if (desktopAsks)
+            desktopAsks();
     } else if (const auto* asked = std::get_if<gate::Question>(&message)) {
         lastNumber_ = std::max(lastNumber_, firstNumber_ + asked->viewer);
         question_.set(ViewerQuestion{
@@ -167,6 +171,7 @@ void ScreenServerLine::hangUp() {
     messages_.release()->deleteLater();
     server_.reset();
     port_ = 0;
+    abilities_.set({});
     isQuestionShown_ = false;
     viewers_.clear();
     if (question_.value())

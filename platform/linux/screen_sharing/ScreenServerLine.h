@@ -36,6 +36,7 @@ class ScreenServerLine : public Viewers {
     const Observable<std::vector<Viewer>>& inside() const override { return inside_; }
     const Observable<std::optional<ViewerQuestion>>& question() const override { return question_; }
     const Observable<bool>& refusesEverybody() const override { return refusesEverybody_; }
+    const Observable<ViewerAbilities>& abilities() const override { return abilities_; }
 
     void answer(std::uint32_t viewer, ViewerAnswer answer) override;
     void setRights(std::uint32_t viewer, ViewerRights rights) override;
@@ -54,6 +55,8 @@ class ScreenServerLine : public Viewers {
 
     /// The server has ended, by itself or by hangUp.
     std::function<void()> ended;
+    /// The desktop asks the user whether the server may show it.
+    std::function<void()> desktopAsks;
 
   private:
     bool listen(const std::string& folder);
@@ -80,6 +83,7 @@ class ScreenServerLine : public Viewers {
     Observable<std::vector<Viewer>> inside_;
     Observable<std::optional<ViewerQuestion>> question_;
     Observable<bool> refusesEverybody_{false};
+    Observable<ViewerAbilities> abilities_;
     bool isQuestionShown_ = false;
 };
 

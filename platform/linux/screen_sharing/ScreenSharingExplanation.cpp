@@ -8,6 +8,7 @@
 
 #include "platform/Bundle.h"
 #include "platform/MainQueue.h"
+#include "platform/Viewers.h"
 #include "platform/linux/base/FileReading.h"
 
 namespace zelvo::platform {
@@ -28,8 +29,18 @@ constexpr std::array toolReasons{
     ToolReason{"no-display", "There is no screen to share here. Start Zelvo in a desktop session."},
     ToolReason{
         "wayland-no-server",
-        "In this kind of session (Wayland) no program can show your screen and ask you first. "
-        "Log out, choose an “Xorg” session, and start Zelvo again."},
+        "A part of Zelvo that shows the screen of this session (Wayland) is missing. Install "
+        "Zelvo again."},
+    ToolReason{"portal-missing",
+               "Your desktop has no part that shows the screen to others. Install the package "
+               "“xdg-desktop-portal” and the one that goes with it for your desktop, such as "
+               "“xdg-desktop-portal-gnome”, then log out and in again."},
+    ToolReason{"desktop-refused",
+               "Your desktop was not allowed to show your screen. Press “Start Over”, and choose "
+               "“Share” when it asks."},
+    ToolReason{"desktop-failed",
+               "Your desktop could not show your screen. Press “Start Over” to try again; if that "
+               "does not help, log out and in again."},
     ToolReason{"no-runtime-folder",
                "This session has no folder of its own for running programs (XDG_RUNTIME_DIR). Log "
                "out and in again, then start Zelvo again."},
@@ -52,6 +63,17 @@ constexpr std::array toolReasons{
 };
 constexpr const char* otherReason =
     "The program that shows your screen did not start. Press “Start Over” to try again.";
+constexpr const char* asksNow =
+    "Your desktop asks whether Zelvo may show your screen. Look for its window, choose your "
+    "screen, "
+    "switch on “Allow Remote Interaction” if others are to help with mouse and keyboard, and press "
+    "“Share”.";
+constexpr const char* canOnlyWatch =
+    "Whoever you let in can only watch, because “Allow Remote Interaction” was off when your "
+    "desktop asked. To let them help, quit Zelvo, start it again, and switch it on.";
+constexpr const char* hasNoClipboard =
+    "Your desktop does not share what is copied: text that you or your helper copy stays on the "
+    "computer where it was copied.";
 constexpr const char* hasEnded =
     "Screen Sharing has ended, since the program that showed your screen is gone. Press “Start "
     "Over” to switch it on again.";
@@ -83,6 +105,18 @@ void ScreenSharingExplanation::toolStarted() {
     patienceEnds_ = std::chrono::steady_clock::now() + patience_;
     toolWorks_.set(true);
     say("");
+}
+
+void ScreenSharingExplanation::desktopAsks() {
+    patienceEnds_ = std::chrono::steady_clock::time_point::max();
+    say(bundle_.localizedString(asksNow));
+}
+
+void ScreenSharingExplanation::desktopLets(const ViewerAbilities& abilities) {
+    const auto* key = !abilities.canControl          ? canOnlyWatch
+                      : !abilities.canShareClipboard ? hasNoClipboard
+                                                     : nullptr;
+    limits_.set(key ? bundle_.localizedString(key) : "");
 }
 
 void ScreenSharingExplanation::serverListens() {

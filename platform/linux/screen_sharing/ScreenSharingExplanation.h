@@ -13,6 +13,7 @@ namespace zelvo::platform {
 
 class Bundle;
 class MainQueue;
+struct ViewerAbilities;
 
 /// Why Screen Sharing is not on, as a sentence in the user's language: the enable tool leaves its
 /// reason behind in a file when it fails, and takes it away when it does not. What is said anew is
@@ -30,12 +31,19 @@ class ScreenSharingExplanation {
     void update();
     /// The enable tool has been started.
     void toolStarted();
+    /// The desktop asks the user, for whom no patience is too long: the server ends, if the answer
+    /// is no.
+    void desktopAsks();
+    /// What it lets viewers do.
+    void desktopLets(const ViewerAbilities& abilities);
     /// The server was found to listen.
     void serverListens();
     /// The server that listened has ended.
     void serverEnded();
 
     const Observable<std::string>& text() const { return text_; }
+    /// What viewers cannot do while it is on.
+    const Observable<std::string>& limits() const { return limits_; }
     /// Whether the enable tool has been started and has come to no end yet, good or bad.
     const Observable<bool>& toolWorks() const { return toolWorks_; }
 
@@ -57,6 +65,7 @@ class ScreenSharingExplanation {
     /// What is said, or will be in a later turn.
     std::string sentence_;
     Observable<std::string> text_;
+    Observable<std::string> limits_;
     Observable<bool> toolWorks_;
     std::shared_ptr<void> alive_ = std::make_shared<int>();
 };

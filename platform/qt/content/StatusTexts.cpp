@@ -88,6 +88,9 @@ StatusTexts statusTexts(const MainWindowModel& model, const Explanations& explan
     if (door == DoorState::Connected && model.zelvoStatusProperty().value() != ZelvoStatusConnected)
         return localized(Connected, bundle);
     auto reason = reasonFor(model, explanations);
+    // Worth knowing before anybody comes; what they cannot copy is not.
+    if (reason.empty() && viewers && !viewers->abilities().value().canControl)
+        reason = explanations.screenLimits().value();
     auto texts = localized(keysOf(model, explanations), bundle);
     if (!reason.empty())
         texts.explanation = std::move(reason);
@@ -107,8 +110,10 @@ std::string reasonFor(const MainWindowModel& model, const Explanations& explanat
     if (model.isQuitting().value())
         return explanations.withdrawal().value();
     // A viewer who is there disproves most doubts about the way in.
-    if (status > ZelvoStatusWaitingForConnection)
-        return explanations.routerNews();
+    if (status > ZelvoStatusWaitingForConnection) {
+        auto news = explanations.routerNews();
+        return news.empty() ? explanations.screenLimits().value() : news;
+    }
     if (status < ZelvoStatusServiceEnabled)
         return explanations.screenSharing().value();
     if (const auto& router = explanations.router().value();

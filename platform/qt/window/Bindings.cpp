@@ -108,6 +108,7 @@ Value of(std::string StatusTexts::*part) {
         auto list = only(source.model.zelvoStatusProperty().bind(show));
         list.push_back(source.model.isQuitting().subscribe(show));
         list.push_back(source.explanations.screenSharing().subscribe(show));
+        list.push_back(source.explanations.screenLimits().subscribe(show));
         list.push_back(source.explanations.router().subscribe(show));
         list.push_back(source.explanations.keptLink().subscribe(show));
         list.push_back(source.explanations.withdrawal().subscribe(show));

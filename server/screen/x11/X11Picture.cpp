@@ -12,6 +12,8 @@
 #include <cstring>
 #include <new>
 
+#include "server/screen/ChangedTiles.h"
+
 namespace zelvo::server {
 
 namespace {
@@ -76,7 +78,6 @@ void X11Picture::resize(Size size) {
     if (!memory_)
         throw std::bad_alloc();
     pixels_ = {memory_.get(), count};
-    row_.resize(static_cast<std::size_t>(size.width));
     wantsAll_ = true;
     closeSharedMemory();
     openSharedMemory();
@@ -237,38 +238,12 @@ void X11Picture::convertRow(const std::byte* from, std::uint32_t* to, int count)
 void X11Picture::compare(const Rectangle& band, const std::byte* image,
                          std::vector<Rectangle>& changed) {
     const auto stride = this->stride(band.width);
-    const int tiles = (band.width + tile - 1) / tile;
-    std::vector<char> differs(static_cast<std::size_t>(tiles));
-    for (int top = 0; top < band.height; top += tile) {
-        const int height = std::min(tile, band.height - top);
-        std::fill(differs.begin(), differs.end(), 0);
-        for (int y = top; y < top + height; ++y) {
-            convertRow(image + static_cast<std::size_t>(y) * stride, row_.data(), band.width);
-            auto* line =
-                pixels_.data() +
-                static_cast<std::size_t>(band.y + y) * static_cast<std::size_t>(size_.width) +
-                band.x;
-            for (int i = 0; i < tiles; ++i) {
-                const int width = std::min(tile, band.width - i * tile);
-                const auto size = static_cast<std::size_t>(width) * 4;
-                if (std::memcmp(line + i * tile, row_.data() + i * tile, size) == 0)
-                    continue;
-                std::memcpy(line + i * tile, row_.data() + i * tile, size);
-                differs[static_cast<std::size_t>(i)] = 1;
-            }
-        }
-        // Neighbours that differ are one part.
-        for (int i = 0; i < tiles; ++i) {
-            if (!differs[static_cast<std::size_t>(i)])
-                continue;
-            int end = i;
-            while (end < tiles && differs[static_cast<std::size_t>(end)])
-                ++end;
-            const int width = std::min(end * tile, band.width) - i * tile;
-            changed.push_back({band.x + i * tile, band.y + top, width, height});
-            i = end;
-        }
-    }
+    updateTiles(
+        pixels_, size_, band,
+        [&](int y, std::uint32_t* to) {
+            convertRow(image + static_cast<std::size_t>(y) * stride, to, band.width);
+        },
+        changed);
 }
 
 }  // namespace zelvo::server

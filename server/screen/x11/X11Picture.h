@@ -56,8 +56,6 @@ class X11Picture {
     std::byte* shared_ = nullptr;
     /// The image where there is no shared memory.
     Reply<xcb_get_image_reply_t> reply_;
-    /// A converted row.
-    std::vector<std::uint32_t> row_;
 };
 
 }  // namespace zelvo::server

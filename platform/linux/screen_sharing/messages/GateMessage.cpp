@@ -94,10 +94,10 @@ bool eachOf(Each& each, Fields&... fields) {
 template <typename Each, typename M>
 bool fields(Each& each, M& m) {
     using Type = std::remove_const_t<M>;
-    if constexpr (std::is_same_v<Type, Hello>)
+    if constexpr (std::is_same_v<Type, Hello> || std::is_same_v<Type, DesktopAsks>)
         return true;
     else if constexpr (std::is_same_v<Type, Listening>)
-        return eachOf(each, m.port);
+        return eachOf(each, m.port, m.takesInput, m.hasClipboard);
     else if constexpr (std::is_same_v<Type, Question>)
         return eachOf(each, m.viewer, m.peer, m.isEncrypted, m.secondsLeft, m.waiting);
     else if constexpr (std::is_same_v<Type, Inside>)

@@ -13,7 +13,7 @@
 /// one message of this version is none, and whoever gets it hangs up.
 namespace zelvo::platform::gate {
 
-inline constexpr std::uint8_t messageVersion = 1;
+inline constexpr std::uint8_t messageVersion = 2;
 inline constexpr std::size_t longestMessage = 32;
 
 /// A viewer, as long as this server runs; never 0.
@@ -53,8 +53,15 @@ struct Peer {
 struct Hello {
     friend bool operator==(const Hello&, const Hello&) = default;
 };
+/// The desktop asks the user whether its screen may be shown; the server listens once it may.
+struct DesktopAsks {
+    friend bool operator==(const DesktopAsks&, const DesktopAsks&) = default;
+};
 struct Listening {
     std::uint16_t port = 0;
+    /// False where the desktop lets viewers watch and no more.
+    bool takesInput = true;
+    bool hasClipboard = true;
     friend bool operator==(const Listening&, const Listening&) = default;
 };
 /// Somebody asks, and so many wait behind them. Sent anew when that number changes.
@@ -114,7 +121,7 @@ struct QuestionShown {
 };
 
 using Message = std::variant<Hello, Listening, Question, QuestionOver, Inside, Left, Reply,
-                             SetRights, Disconnect, RefuseEverybody, QuestionShown>;
+                             SetRights, Disconnect, RefuseEverybody, QuestionShown, DesktopAsks>;
 
 std::vector<std::byte> encode(const Message& message);
 /// None unless the bytes are exactly one message with values that exist.

@@ -1,0 +1,221 @@
+#include "server/screen/portal/PipeWireStream.h"
+
+#include <spa/param/buffers.h>
+#include <spa/pod/builder.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <utility>
+
+namespace zelvo::server {
+
+namespace {
+
+constexpr int mostSide = 16384;
+constexpr std::uint32_t mostFrames = 60;  // a second
+// Compositors ask for room for theirs, and offer none where there is less.
+constexpr int largestCursor = 1024;
+
+/// The library's macros build pods by C's compound literals, which are no part of C++.
+template <typename... Values>
+const spa_pod* object(spa_pod_builder& builder, std::uint32_t type, std::uint32_t id,
+                      Values... values) {
+    spa_pod_frame frame{};
+    spa_pod_builder_push_object(&builder, &frame, type, id);
+    spa_pod_builder_add(&builder, values..., 0);
+    return static_cast<const spa_pod*>(spa_pod_builder_pop(&builder, &frame));
+}
+
+const spa_pod* wantedFormat(spa_pod_builder& builder) {
+    const spa_rectangle usual{1920, 1080};
+    const spa_rectangle least{1, 1};
+    const spa_rectangle most{mostSide, mostSide};
+    const spa_fraction anyRate{0, 1};
+    const spa_fraction highest{mostFrames, 1};
+    return object(
+        builder, SPA_TYPE_OBJECT_Format, SPA_PARAM_EnumFormat, SPA_FORMAT_mediaType,
+        SPA_POD_Id(SPA_MEDIA_TYPE_video), SPA_FORMAT_mediaSubtype,
+        SPA_POD_Id(SPA_MEDIA_SUBTYPE_raw), SPA_FORMAT_VIDEO_format,
+        SPA_POD_CHOICE_ENUM_Id(5, SPA_VIDEO_FORMAT_BGRx, SPA_VIDEO_FORMAT_BGRx,
+                               SPA_VIDEO_FORMAT_BGRA, SPA_VIDEO_FORMAT_RGBx, SPA_VIDEO_FORMAT_RGBA),
+        SPA_FORMAT_VIDEO_size, SPA_POD_CHOICE_RANGE_Rectangle(&usual, &least, &most),
+        SPA_FORMAT_VIDEO_framerate, SPA_POD_Fraction(&anyRate), SPA_FORMAT_VIDEO_maxFramerate,
+        SPA_POD_CHOICE_RANGE_Fraction(&highest, &anyRate, &highest));
+}
+
+/// Only memory that we can read: what lies in a graphics card we would have to have copied.
+const spa_pod* wantedBuffers(spa_pod_builder& builder) {
+    return object(builder, SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers,
+                  SPA_PARAM_BUFFERS_buffers, SPA_POD_CHOICE_RANGE_Int(4, 2, 8),
+                  SPA_PARAM_BUFFERS_dataType,
+                  SPA_POD_CHOICE_FLAGS_Int((1 << SPA_DATA_MemPtr) | (1 << SPA_DATA_MemFd)));
+}
+
+constexpr int cursorMetaSize(int side) {
+    return static_cast<int>(sizeof(spa_meta_cursor) + sizeof(spa_meta_bitmap)) + side * side * 4;
+}
+
+const spa_pod* wantedCursor(spa_pod_builder& builder) {
+    return object(builder, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta, SPA_PARAM_META_type,
+                  SPA_POD_Id(SPA_META_Cursor), SPA_PARAM_META_size,
+                  SPA_POD_CHOICE_RANGE_Int(cursorMetaSize(64), cursorMetaSize(1),
+                                           cursorMetaSize(largestCursor)));
+}
+
+bool isRedFirst(std::uint32_t format) {
+    return format == SPA_VIDEO_FORMAT_RGBx || format == SPA_VIDEO_FORMAT_RGBA;
+}
+
+std::uint32_t withRedAndBlueSwapped(std::uint32_t pixel) {
+    return (pixel & 0xFF00FF00U) | (pixel & 0xFFU) << 16U | (pixel >> 16U & 0xFFU);
+}
+
+}  // namespace
+
+const pw_stream_events PipeWireStream::events_ = [] {
+    pw_stream_events events{};
+    events.version = PW_VERSION_STREAM_EVENTS;
+    events.state_changed = [](void* self, pw_stream_state, pw_stream_state state, const char*) {
+        static_cast<PipeWireStream*>(self)->stateChanged(state);
+    };
+    events.param_changed = [](void* self, std::uint32_t id, const spa_pod* parameter) {
+        if (id == SPA_PARAM_Format && parameter)
+            static_cast<PipeWireStream*>(self)->formatChanged(parameter);
+    };
+    events.remove_buffer = [](void* self, pw_buffer* buffer) {
+        auto& stream = *static_cast<PipeWireStream*>(self);
+        if (stream.held_ == buffer)
+            stream.held_ = nullptr;
+    };
+    events.process = [](void* self) { static_cast<PipeWireStream*>(self)->takeBuffers(); };
+    return events;
+}();
+
+PipeWireStream::PipeWireStream(pw_core* core, std::uint32_t node, Handlers handlers)
+    : handlers_(std::move(handlers)) {
+    stream_ = pw_stream_new(core, "Zelvo",
+                            pw_properties_new(PW_KEY_MEDIA_TYPE, "Video", PW_KEY_MEDIA_CATEGORY,
+                                              "Capture", PW_KEY_MEDIA_ROLE, "Screen", nullptr));
+    pw_stream_add_listener(stream_, &listener_, &events_, this);
+    std::array<std::byte, 1024> memory;
+    spa_pod_builder builder{};
+    spa_pod_builder_init(&builder, memory.data(), memory.size());
+    const spa_pod* format = wantedFormat(builder);
+    pw_stream_connect(
+        stream_, PW_DIRECTION_INPUT, node,
+        static_cast<pw_stream_flags>(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS |
+                                     PW_STREAM_FLAG_DONT_RECONNECT),
+        &format, 1);
+}
+
+PipeWireStream::~PipeWireStream() {
+    spa_hook_remove(&listener_);
+    pw_stream_destroy(stream_);
+}
+
+void PipeWireStream::stateChanged(pw_stream_state state) {
+    if (state == PW_STREAM_STATE_ERROR || state == PW_STREAM_STATE_UNCONNECTED)
+        handlers_.ended();
+}
+
+void PipeWireStream::formatChanged(const spa_pod* format) {
+    letGo();
+    if (spa_format_video_raw_parse(format, &format_) < 0)
+        return handlers_.ended();
+    std::array<std::byte, 1024> memory;
+    spa_pod_builder builder{};
+    spa_pod_builder_init(&builder, memory.data(), memory.size());
+    std::array parameters{wantedBuffers(builder), wantedCursor(builder)};
+    pw_stream_update_params(stream_, parameters.data(), parameters.size());
+}
+
+void PipeWireStream::setActive(bool isActive) {
+    if (!isActive)
+        letGo();
+    pw_stream_set_active(stream_, isActive);
+}
+
+bool PipeWireStream::hasPicture(const spa_buffer& buffer) const {
+    if (buffer.n_datas == 0)
+        return false;
+    const auto& data = buffer.datas[0];
+    // A size of nothing comes with a cursor alone, and what is corrupt is not to be shown.
+    return data.data && data.chunk->size > 0 && !(data.chunk->flags & SPA_CHUNK_FLAG_CORRUPTED);
+}
+
+void PipeWireStream::takeBuffers() {
+    bool isNew = false;
+    while (auto* buffer = pw_stream_dequeue_buffer(stream_)) {
+        readCursor(*buffer->buffer);
+        if (hasPicture(*buffer->buffer)) {
+            letGo();
+            held_ = buffer;
+            isNew = true;
+        } else {
+            pw_stream_queue_buffer(stream_, buffer);
+        }
+    }
+    if (isNew)
+        handlers_.frameCame();
+}
+
+void PipeWireStream::letGo() {
+    if (held_)
+        pw_stream_queue_buffer(stream_, std::exchange(held_, nullptr));
+}
+
+std::optional<Frame> PipeWireStream::frame() const {
+    if (!held_)
+        return std::nullopt;
+    const auto& data = held_->buffer->datas[0];
+    const Size size{static_cast<int>(format_.size.width), static_cast<int>(format_.size.height)};
+    const auto row = static_cast<std::size_t>(size.width) * 4;
+    // Some leave it out.
+    const auto stride = data.chunk->stride > 0 ? static_cast<std::size_t>(data.chunk->stride) : row;
+    const auto needed = stride * static_cast<std::size_t>(size.height - 1) + row;
+    if (stride < row || data.chunk->offset > data.maxsize ||
+        needed > data.maxsize - data.chunk->offset)
+        return std::nullopt;
+    return Frame{static_cast<const std::byte*>(data.data) + data.chunk->offset, stride, size,
+                 isRedFirst(format_.format)};
+}
+
+void PipeWireStream::readCursor(const spa_buffer& buffer) {
+    const auto* meta = spa_buffer_find_meta(&buffer, SPA_META_Cursor);
+    if (!meta || meta->size < sizeof(spa_meta_cursor))
+        return;
+    const auto* cursor = static_cast<const spa_meta_cursor*>(meta->data);
+    if (cursor->id == 0)
+        return handlers_.cursorMoved(std::nullopt);
+    handlers_.cursorMoved(Point{cursor->position.x, cursor->position.y});
+    // Without one it is as before.
+    if (cursor->bitmap_offset < sizeof(spa_meta_cursor) ||
+        cursor->bitmap_offset + sizeof(spa_meta_bitmap) > meta->size)
+        return;
+    const auto* bitmap = SPA_PTROFF(cursor, cursor->bitmap_offset, const spa_meta_bitmap);
+    const Size size{static_cast<int>(bitmap->size.width), static_cast<int>(bitmap->size.height)};
+    const auto room = meta->size - cursor->bitmap_offset;
+    const auto stride = static_cast<std::size_t>(std::max(bitmap->stride, 0));
+    if (size.width <= 0 || size.height <= 0 || size.width > largestCursor ||
+        size.height > largestCursor || bitmap->offset < sizeof(spa_meta_bitmap) ||
+        stride < static_cast<std::size_t>(size.width) * 4 ||
+        bitmap->offset + stride * static_cast<std::size_t>(size.height) > room)
+        return;
+    Cursor picture{size, {cursor->hotspot.x, cursor->hotspot.y}, {}};
+    picture.pixels.resize(static_cast<std::size_t>(size.width) *
+                          static_cast<std::size_t>(size.height));
+    for (int y = 0; y < size.height; ++y)
+        std::memcpy(picture.pixels.data() +
+                        static_cast<std::size_t>(y) * static_cast<std::size_t>(size.width),
+                    SPA_PTROFF(bitmap, bitmap->offset + stride * static_cast<std::size_t>(y),
+                               const std::byte),
+                    static_cast<std::size_t>(size.width) * 4);
+    if (isRedFirst(bitmap->format)) {
+        for (auto& pixel : picture.pixels)
+            pixel = withRedAndBlueSwapped(pixel);
+    }
+    handlers_.cursorChanged(picture);
+}
+
+}  // namespace zelvo::server

@@ -1,0 +1,141 @@
+"""A headless GNOME session of the test's own, whose desktop is real: compositor, portal, PipeWire."""
+
+import json
+import os
+import subprocess
+import time
+
+from desktop import USER_ID, Desktop, append
+from stage import wait_until
+
+PROGRAMS = ("gnome-shell", "pipewire", "wireplumber", "gdbus", "foot", "convert",
+            "/usr/libexec/xdg-desktop-portal", "/usr/libexec/xdg-desktop-portal-gnome",
+            "/usr/lib/*/qt6/plugins/platforms/libqwayland-generic.so")
+SIZE = (1024, 768)
+# A layout that has é, ß and €, by AltGr.
+SETTINGS = """[org/gnome/desktop/input-sources]
+sources=[('xkb', 'us+altgr-intl')]
+[org/gnome/desktop/interface]
+enable-animations=false
+[org/gnome/shell]
+welcome-dialog-last-shown-version='99'
+"""
+
+
+class GnomeDesktop(Desktop):
+    """In a Wayland session without an X server."""
+
+    def start_session(self):
+        # WirePlumber ends itself without them.
+        for folder in ("seats", "sessions", "users", "machines"):
+            os.makedirs("/run/systemd/" + folder, exist_ok=True)
+        runtime = f"/run/user/{USER_ID}"
+        self.session = {
+            "HOME": self.home, "USER": "zelvo-road", "LOGNAME": "zelvo-road",
+            "XDG_RUNTIME_DIR": runtime, "XDG_SESSION_TYPE": "wayland",
+            "XDG_CURRENT_DESKTOP": "GNOME", "WAYLAND_DISPLAY": "wayland-0",
+            "LIBGL_ALWAYS_SOFTWARE": "1", "GSETTINGS_BACKEND": "keyfile", "LC_ALL": "C.UTF-8"}
+        bus = self.start_as_user(["dbus-daemon", "--session", "--nofork", "--print-address=1"],
+                                 self.session).wait_for("^unix:.*").group(0)
+        self.session["DBUS_SESSION_BUS_ADDRESS"] = bus
+        settings = os.path.join(self.home, ".config", "glib-2.0", "settings")
+        subprocess.run(["install", "-d", "-o", str(USER_ID), "-g", str(USER_ID), settings], check=True)
+        append(os.path.join(settings, "keyfile"), SETTINGS)
+        subprocess.run(["chown", "-R", str(USER_ID), self.home], check=True)
+        # There is no logind, which the shell would wait for.
+        quiet = self.start_as_user(["dbus-daemon", "--session", "--nofork", "--print-address=1"],
+                                   self.session).wait_for("^unix:.*").group(0)
+        self.session["DBUS_SYSTEM_BUS_ADDRESS"] = quiet
+        self.pipewire = self.start_in_session("pipewire")
+        self.start_in_session("wireplumber")
+        self.shell = self.start_in_session("gnome-shell", "--headless", "--wayland", "--no-x11",
+                                           "--unsafe-mode", "--virtual-monitor", "%dx%d" % SIZE)
+        wait_until(lambda: self.owns("org.gnome.Shell"), 30, "the shell")
+        self.portals = [self.start_in_session("/usr/libexec/xdg-desktop-portal-gnome"),
+                        self.start_in_session("/usr/libexec/xdg-desktop-portal")]
+        wait_until(lambda: self.owns("org.freedesktop.portal.Desktop"), 30, "the portal")
+        # The first event of a device is lost.
+        self.evaluate("imports.ui.main.overview.hide(); const C = imports.gi.Clutter; global.mouse ="
+                      "C.get_default_backend().get_default_seat().create_virtual_device("
+                      "C.InputDeviceType.POINTER_DEVICE); 1")
+        self.click(1, SIZE[1] - 1)
+
+    def start_application(self, *_):
+        env = {name: value for name, value in self.session.items() if name != "DBUS_SYSTEM_BUS_ADDRESS"}
+        return self.start_as_user([self.zelvo, "--ask-in-terminal"], {
+            **env, "ZELVO_SERVICE": self.service.url,
+            "ZELVO_ROUTER": f"127.0.0.1:{self.router.port}", "SSL_CERT_FILE": self.path("ca.pem")})
+
+    def start_in_session(self, *command, **env):
+        return self.start_as_user(list(command), {**self.session, **env})
+
+    def call(self, service, path, method, *arguments):
+        """What the service on the session's bus answers, as gdbus prints it; None for an error."""
+        answer = self.run("gdbus", "call", "--session", "--dest", service, "--object-path", path,
+                          "--method", method, *arguments)
+        return answer.stdout.strip() if answer.returncode == 0 else None
+
+    def run(self, *command):
+        user = ["setpriv", "--reuid", str(USER_ID), "--regid", str(USER_ID), "--clear-groups"]
+        return subprocess.run([*user, *command], env={"PATH": os.environ["PATH"], **self.session},
+                              capture_output=True, text=True, check=False, timeout=20)
+
+    def owns(self, name):
+        answer = self.call("org.freedesktop.DBus", "/org/freedesktop/DBus",
+                           "org.freedesktop.DBus.NameHasOwner", name)
+        return answer == "(true,)"
+
+    def evaluate(self, script):
+        """What the expression is in the compositor."""
+        answer = self.call("org.gnome.Shell", "/org/gnome/Shell", "org.gnome.Shell.Eval", script)
+        assert answer and answer.startswith("(true, "), (script, answer)
+        return json.loads(answer[len("(true, '"):-len("')")] or "null")
+
+    def click(self, x, y):
+        self.evaluate(f"const t = imports.gi.GLib.get_monotonic_time(); "
+                      f"global.mouse.notify_absolute_motion(t, {x}, {y}); "
+                      f"global.mouse.notify_button(t, 1, 1); global.mouse.notify_button(t, 1, 0); 1")
+
+    def windows(self, title, count=1):
+        """Left, top, width and height of the windows of that title, the upmost last, once they are so
+        many."""
+        found = []
+
+        def search():
+            found[:] = self.evaluate(
+                "global.get_window_actors().map(a => a.meta_window)"
+                f".filter(w => w.get_title() == '{title}').map(w => w.get_frame_rect())"
+                ".map(r => [r.x, r.y, r.width, r.height])")
+            return len(found) >= count
+        wait_until(search, 30, f"{count} windows {title}")
+        return found
+
+    def click_in(self, window, right, down):
+        """A place of the window, from its right and lower edges where it is negative."""
+        left, top, width, height = window
+        self.click(left + right + (width if right < 0 else 0), top + down + (height if down < 0 else 0))
+
+    def answer_portal(self, share=True, interaction=True):
+        """In the desktop's own dialog."""
+        self.windows("Remote desktop")
+        time.sleep(1)
+        window = self.windows("Remote desktop")[-1]
+        if interaction:
+            self.click_in(window, 450, 222)
+            time.sleep(0.5)
+        self.click_in(window, -48 if share else 48, 22)
+        wait_until(lambda: not self.evaluate("global.get_window_actors().map(a => a.meta_window)"
+                                             ".some(w => w.get_title() == 'Remote desktop')"), 10,
+                   "the end of the dialog")
+
+    def is_shared(self):
+        """As the top bar tells."""
+        return self.evaluate("imports.ui.main.panel.statusArea.screenSharing.visible")
+
+    def picture(self):
+        """The compositor's own, as bytes of red, green and blue."""
+        file = os.path.join(self.home, "screen.png")
+        assert self.call("org.gnome.Shell.Screenshot", "/org/gnome/Shell/Screenshot",
+                         "org.gnome.Shell.Screenshot.Screenshot", "false", "false", file)
+        return subprocess.run(["convert", file, "-depth", "8", "rgb:-"], capture_output=True,
+                              check=True).stdout

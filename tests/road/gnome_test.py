@@ -1,0 +1,116 @@
+#!/usr/bin/env python3
+"""Zelvo, installed, in a Wayland session: GNOME without a monitor, and its portal's real dialog.
+
+usage: gnome_test.py BUILD_FOLDER sharing|refusals
+"""
+
+import os
+import re
+import signal
+import sys
+import time
+
+from desktop import enter_own_machine
+from gnome import PROGRAMS, GnomeDesktop
+from rfb import Viewer
+from stage import is_listening, processes_named, service_info, wait_until
+
+VNC_PORT = 5900
+TEXT = "aA1!@é ß €"
+# Pixels as they are, from the upper left corner, at each movement; then stripes of colour.
+CLIENT = r"""stty raw -echo; printf '\033[?1003h\033[?1016h\033[?25l'
+for i in $(seq 1 400); do printf '\033[48;5;%dm      ' $((i % 230 + 16)); done; touch {0}.up; exec cat >{0}"""
+
+
+def start_client(desktop):
+    """A program of the desktop, full-screen, whose input is kept in the file."""
+    path = os.path.join(desktop.home, "typed")
+    desktop.start_in_session("foot", "--fullscreen", "-o", "pad=0x0", "-f", "monospace:size=10", "sh",
+                             "-c", CLIENT.format(path))
+    wait_until(lambda: os.path.exists(path + ".up"), 20, "the client")
+
+    def typed():
+        with open(path, encoding="utf-8", errors="replace") as file:
+            return file.read()
+    return typed
+
+
+def start_sharing(desktop, **answer):
+    zelvo = desktop.start_application()
+    desktop.answer_portal(**answer)
+    link = zelvo.wait_for(r"^Link: zelvo://(\S+)$", 40).group(1)
+    return zelvo, link
+
+
+def port_of(desktop, link):
+    return int(service_info(desktop.service.url, desktop.path("ca.pem"), link)["Port"])
+
+
+def let_in(desktop, port):
+    viewer = Viewer(port)
+    desktop.windows("Zelvo", 2)
+    # The buttons rest at first.
+    time.sleep(1.3)
+    # The question is the lower one, and may lie behind the other.
+    asked = min(desktop.windows("Zelvo", 2), key=lambda window: window[3])
+    desktop.click_in(asked, asked[2] // 5, -84)
+    return viewer.enter()
+
+
+def nothing_is_left(desktop, link):
+    wait_until(lambda: not processes_named("screensharingd") and not is_listening(VNC_PORT), 10,
+               "the end of the server")
+    wait_until(lambda: not desktop.is_shared(), 10, "the end of the desktop's session")
+    assert link is None or int(service_info(desktop.service.url, desktop.path("ca.pem"), link)[
+        "availabilityStatus"]) == 1
+
+
+def sees(desktop, viewer):
+    viewer.look()
+    end = time.monotonic() + 15
+    while True:
+        seen = bytes(byte for row in viewer.picture for x in range(viewer.size[0])
+                     for byte in (row[4 * x + 2], row[4 * x + 1], row[4 * x]))
+        expected = desktop.picture()
+        if seen == expected:
+            return
+        assert time.monotonic() < end, (len(seen), len(expected))
+        viewer.look(incremental=False)
+        time.sleep(0.5)
+
+
+def sharing(desktop):
+    """The desktop's dialog, ours, the picture, keys and pointer, and every end leaves nothing."""
+    zelvo, link = start_sharing(desktop)
+    assert desktop.is_shared()
+    port = port_of(desktop, link)
+    viewer = let_in(desktop, port)
+    typed = start_client(desktop)
+    sees(desktop, viewer)
+    viewer.click(600, 500)
+    wait_until(lambda: "[<0;601;501M" in typed() and "[<0;601;501m" in typed(), 10, "the click")
+    viewer.type(TEXT)
+    wait_until(lambda: TEXT in typed(), 10, "the text")
+    viewer.leave()
+    zelvo.wait_for(r"^Connection: Waiting for connection\.\.\.$", 20)
+    zelvo.send(signal.SIGTERM)
+    assert zelvo.wait(15) == 0
+    nothing_is_left(desktop, link)
+
+    zelvo, link = start_sharing(desktop)
+    zelvo.send(signal.SIGKILL)
+    nothing_is_left(desktop, None)
+
+
+def main():
+    build = os.path.abspath(sys.argv[1])
+    scenario = {"sharing": sharing}[sys.argv[2]]
+    enter_own_machine(build, PROGRAMS)
+    print(scenario.__doc__, flush=True)
+    with GnomeDesktop(build) as desktop:
+        scenario(desktop)
+    print("At home in Wayland.")
+
+
+if __name__ == "__main__":
+    main()
