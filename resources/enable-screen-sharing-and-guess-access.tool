@@ -28,7 +28,7 @@ check_session() {
 # for as long as it lives. Its log has a limit: 1 MiB, beyond which writing fails.
 start_server() {
     : >"$run/answer"
-    (trap '' XFSZ && ulimit -f 2048 && cd / && exec_as_user setsid "$server_program" \
+    (trap '' XFSZ && ulimit -S -f 2048 && cd / && exec_as_user setsid "$server_program" \
         --socket "$runtime_folder/zelvo/screen-sharing" --port "$port") \
         </dev/null >"$run/answer" 2>"$run/log" 9>&- &
     server_pid=$!

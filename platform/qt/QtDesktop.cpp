@@ -82,7 +82,11 @@ void QtDesktop::watchTheDoor(const MainWindowModel& model) {
     tray_ = std::make_unique<TrayIcon>(
         TrayIcon::Surroundings{model, viewers_, explanations_, bundle_}, bus,
         TrayIcon::Listener{[this] { window_->disconnectEverybody(); },
-                           [this] { application.activateIgnoringOtherApps(true); },
+                           [this] {
+                               if (window_->isMinimized())
+                                   window_->showNormal();
+                               application.activateIgnoringOtherApps(true);
+                           },
                            [this] { application.terminate(); }});
 }
 

@@ -25,7 +25,8 @@ std::optional<Refusal> Doorkeeper::ready(ViewerId viewer, Time now) {
         refusal = Refusal::Everybody;
     else if (pause != pauses_.end() && now < pause->second.until)
         refusal = Refusal::TooSoon;
-    else if (queue_.size() > limits_.waiting)
+    else if (queue_.size() > limits_.waiting ||
+             withdrawnUntil_ >= now + std::chrono::seconds(limits_.withdrawals))
         refusal = Refusal::TooMany;
     if (refusal) {
         callers_.erase(caller);
@@ -39,6 +40,12 @@ std::optional<Refusal> Doorkeeper::ready(ViewerId viewer, Time now) {
 }
 
 void Doorkeeper::leave(ViewerId viewer, Time now) {
+    if (std::find(queue_.begin(), queue_.end(), viewer) != queue_.end())
+        withdrawnUntil_ = std::max(withdrawnUntil_, now) + std::chrono::seconds(1);
+    remove(viewer, now);
+}
+
+void Doorkeeper::remove(ViewerId viewer, Time now) {
     callers_.erase(viewer);
     auto place = std::find(queue_.begin(), queue_.end(), viewer);
     if (place == queue_.end())
@@ -59,7 +66,7 @@ std::vector<std::pair<ViewerId, Refusal>> Doorkeeper::answered(bool isYes, Time 
     if (!isYes)
         return refuseAsked(Refusal::No, now);
     pauses_.erase(callers_.at(queue_.front()).address);
-    leave(queue_.front(), now);
+    remove(queue_.front(), now);
     return {};
 }
 
@@ -72,7 +79,7 @@ std::vector<std::pair<ViewerId, Refusal>> Doorkeeper::refuseAsked(Refusal refusa
             leaving.emplace_back(viewer, leaving.empty() ? refusal : Refusal::TooSoon);
     }
     for (const auto& [viewer, why] : leaving)
-        leave(viewer, now);
+        remove(viewer, now);
     return leaving;
 }
 

@@ -49,6 +49,10 @@ class Doorkeeper {
         /// After a no; doubles with each further one.
         std::chrono::seconds pause{30};
         std::chrono::seconds longestPause{600};
+        /// So many viewers in a row may ask and be gone before an answer, and one more each second;
+        /// then nobody is asked about for a moment. A question is a window and a sound, which
+        /// strangers may not switch on and off.
+        int withdrawals = 60;
         /// Addresses whose pauses are kept.
         std::size_t remembered = 1024;
     };
@@ -94,6 +98,7 @@ class Doorkeeper {
     };
 
     std::vector<std::pair<ViewerId, Refusal>> refuseAsked(Refusal refusal, Time now);
+    void remove(ViewerId viewer, Time now);
     void remember(const Address& address, Time now);
 
     Limits limits_;
@@ -103,6 +108,8 @@ class Doorkeeper {
     Time askedUntil_;
     bool refusesEverybody_ = false;
     std::map<Address, Pause> pauses_;
+    /// When all questions that were taken back are forgotten.
+    Time withdrawnUntil_;
 };
 
 }  // namespace zelvo::server

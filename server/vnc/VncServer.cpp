@@ -160,6 +160,8 @@ void VncServer::admit(ViewerId id, platform::FileDescriptor socket, Rights right
     if (viewers_.size() == 1) {
         screen_.setWatched(true);
         hasChanged_ = true;
+        // What is there is no picture of now.
+        captureAgain_ = {};
     }
 }
 
@@ -255,18 +257,28 @@ void VncServer::cursorMoved(Point position) {
 }
 
 void VncServer::clipboardChanged(const std::string& text) {
+    auto copy = text;
+    auto fallback = latin1(text);
+    sendClipboard(true, [&] {
+        rfbSendServerCutTextUTF8(vnc_, copy.data(), static_cast<int>(copy.size()), nullptr, 0);
+    });
+    // To these the same call would announce the size that the text has in UTF-8.
+    sendClipboard(false, [&] {
+        rfbSendServerCutText(vnc_, fallback.data(), static_cast<int>(fallback.size()));
+    });
+}
+
+void VncServer::sendClipboard(bool inUtf8, const std::function<void()>& send) {
     // The library tells all who have a socket.
     std::map<rfbClientPtr, rfbSocket> hidden;
     for (auto& [id, viewer] : viewers_) {
-        if (!viewer->mayAct()) {
+        const bool takesUtf8 = viewer->client->enableExtendedClipboard;
+        if (!viewer->mayAct() || takesUtf8 != inUtf8) {
             hidden[viewer->client] = viewer->client->sock;
             viewer->client->sock = RFB_INVALID_SOCKET;
         }
     }
-    auto copy = text;
-    auto fallback = latin1(text);
-    rfbSendServerCutTextUTF8(vnc_, copy.data(), static_cast<int>(copy.size()), fallback.data(),
-                             static_cast<int>(fallback.size()));
+    send();
     for (auto [client, socket] : hidden)
         client->sock = socket;
 }

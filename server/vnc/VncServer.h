@@ -64,6 +64,8 @@ class VncServer : private ScreenObserver {
     void beEager();
     void release(Viewer& viewer);
     void removeGone();
+    /// To those in control who take it in this form.
+    void sendClipboard(bool inUtf8, const std::function<void()>& send);
 
     platform::EventLoop& loop_;
     Screen& screen_;

@@ -1,4 +1,6 @@
+#include <QMouseEvent>
 #include <QTest>
+#include <QWindow>
 
 #include "platform/qt/dialogs/Dialogs.h"
 #include "platform/qt/viewers/Doorkeeper.h"
@@ -28,6 +30,13 @@ class DoorkeeperTest : public ::testing::Test {
     }
     void ask(std::uint32_t id) { viewers.asked.set(question(id, now + 60s)); }
     void press(const char* name) { QTest::mousePress(button(name), Qt::LeftButton); }
+    /// With the button held down.
+    void drag(const char* name) {
+        QPointF at(9, 9);
+        QMouseEvent move(QEvent::MouseMove, at, button(name)->mapToGlobal(at), Qt::NoButton,
+                         Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(button(name), &move);
+    }
     void release(const char* name) { QTest::mouseRelease(button(name), Qt::LeftButton); }
     void click(const char* name) {
         press(name);
@@ -54,17 +63,17 @@ TEST_F(DoorkeeperTest, OnlyAClickThatCanHaveBeenMeantAnswers) {
     now += 2s;
     QTest::mouseMove(button("questionHelp"));
     release("questionHelp");
-    EXPECT_TRUE(dialog()) << "pressed before it was live";
+    ASSERT_TRUE(dialog()) << "pressed before it was live";
     key(Qt::Key_A);
     click("questionHelp");
     now += 999ms;
     click("questionHelp");
-    EXPECT_TRUE(dialog()) << "somebody types";
+    ASSERT_TRUE(dialog()) << "somebody types";
     now += 1ms;
     press("questionWatch");
     ask(2);
-    release("questionWatch");
     now += 2s;
+    drag("questionWatch");
     release("questionWatch");
     EXPECT_EQ(said(), Lines{}) << "the press was for another question";
     click("questionHelp");
@@ -81,7 +90,7 @@ TEST_F(DoorkeeperTest, KeysLetNobodyInUnlessTheUserHasAskedForTheQuestion) {
         button("questionHelp")->setFocus();
         key(letter);
         QTest::keyClick(dialog()->windowHandle(), letter, Qt::AltModifier);
-        EXPECT_TRUE(dialog());
+        ASSERT_TRUE(dialog());
     }
     EXPECT_EQ(said(), Lines{"question shown"});
     now += 1s;
@@ -93,6 +102,8 @@ TEST_F(DoorkeeperTest, KeysLetNobodyInUnlessTheUserHasAskedForTheQuestion) {
     now += 1s;
     key(Qt::Key_Space);
     EXPECT_EQ(said().back(), "answer " + std::to_string(Qt::Key_Return) + " control");
+    ask(1);
+    EXPECT_TRUE(dialog()->windowHandle()->flags() & Qt::WindowDoesNotAcceptFocus);
 }
 
 TEST_F(DoorkeeperTest, WhatIsNotAYesRefuses) {
@@ -111,7 +122,7 @@ TEST_F(DoorkeeperTest, WhatIsNotAYesRefuses) {
     EXPECT_TRUE(viewers.refuses.value());
     ask(6);
     doorkeeper.refuse(6);
-    EXPECT_TRUE(dialog()) << "too early to be meant";
+    ASSERT_TRUE(dialog()) << "too early to be meant";
     viewers.asked.set(std::nullopt);
     EXPECT_FALSE(dialog());
     EXPECT_EQ(said(), (Lines{"question shown", "question hidden"}));
@@ -152,6 +163,8 @@ TEST_F(WindowTest, TheWindowTellsWhoAsksAndWhoIsInside) {
             {"viewerDisconnect1", "visible", "false"},
             {"questionLine", "visible", "false"}});
     viewers.isInside.set({one, viewer(2)});
+    // Who controls is not to let others do so.
+    expect({{"viewerRights1", "enabled", "true"}, {"viewerRights2", "enabled", "false"}});
     find<QPushButton>("viewerDisconnect2")->click();
     viewers.said.clear();
     fake.authorization.onTool = [&](const std::string&) {

@@ -60,8 +60,8 @@ struct WindowWorld : FrontEndWorld<platform::QtDesktop> {
     platform::QtDesktop& desktop = frontEnd;
     KVView* content = new KVView;
     platform::MainWindow window{
-        content, {controller, controller, explanations, desktop.application, bundle, loop,
-                  viewers}};
+        content,
+        {controller, controller, explanations, desktop.application, bundle, loop, viewers}};
 };
 
 }  // namespace zelvo::test

@@ -121,11 +121,12 @@ class Desktop(Stage):
         subprocess.run(["mount", "--bind", self.path("package") + prefix, prefix], check=True)
         self.zelvo = os.path.join(prefix, "bin", "zelvo")
 
-    def start_as_user(self, command, env):
+    def start_as_user(self, command, env, **how):
         """With nothing of the environment of the test, in a session that is on screen."""
         user = ["sh", "-ec", 'mount --bind /run/session-cgroup /proc/$$/cgroup; exec "$@"', "sh",
                 "setpriv", "--reuid", str(USER_ID), "--regid", str(USER_ID), "--clear-groups"]
-        return self.start(command, {"PATH": "/usr/local/bin:/usr/bin:/bin", **env}, user)
+        return self.start(command, {"PATH": "/usr/local/bin:/usr/bin:/bin", **env}, user,
+                          **how)
 
     def start_session(self):
         authority = os.path.join(self.home, ".Xauthority")
@@ -148,10 +149,11 @@ class Desktop(Stage):
                         "XDG_SESSION_TYPE": "x11", "DBUS_SESSION_BUS_ADDRESS": bus,
                         "LC_ALL": "C.UTF-8"}
 
-    def start_application(self, *_):
-        return self.start_as_user([self.zelvo], {
+    def start_application(self, *options):
+        return self.start_as_user([self.zelvo, *options], {
             **self.session, "ZELVO_SERVICE": self.service.url,
-            "ZELVO_ROUTER": f"127.0.0.1:{self.router.port}", "SSL_CERT_FILE": self.path("ca.pem")})
+            "ZELVO_ROUTER": f"127.0.0.1:{self.router.port}", "SSL_CERT_FILE": self.path("ca.pem")},
+            takes_input=bool(options))
 
     def xdotool(self, *words):
         return subprocess.run(["xdotool", *words], env={**os.environ, **self.session},

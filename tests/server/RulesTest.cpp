@@ -148,6 +148,14 @@ TEST_F(DoorkeeperTest, ANoHoldsForLongerEachTime) {
     EXPECT_EQ(come(1, 1), std::nullopt);
     door.answered(true, now);
     EXPECT_EQ(come(1, 1), std::nullopt) << "whoever was let in once is forgiven";
+    door.answered(true, now);
+    // To ask and go, time and again, is no way around it.
+    now += 60s;
+    for (ViewerId viewer = 2; viewer <= 61; door.leave(viewer++, now))
+        EXPECT_EQ(come(viewer, 2), std::nullopt) << viewer;
+    EXPECT_EQ(come(62, 2), Refusal::TooMany);
+    now += 1s;
+    EXPECT_EQ(come(62, 2), std::nullopt);
 }
 
 TEST_F(DoorkeeperTest, HasFewPlacesAndNoneForLong) {

@@ -19,9 +19,7 @@ from gate import LEFT, ZelvoEnd  # noqa: E402
 from stage import Stage, enter_own_network, is_listening, wait_until  # noqa: E402
 
 PORT = 5900
-NETWORK_DIED = 5
-SHIFT, CAPS, NUM, ALTGR, DEAD_ACUTE, KEYPAD_5, RETURN = (0xFFE1, 0xFFE5, 0xFF7F, 0xFE03, 0xFE51,
-                                                         0xFFB5, 0xFF0D)
+SHIFT, CAPS, NUM, ALTGR, DEAD_ACUTE, KEYPAD_5 = 0xFFE1, 0xFFE5, 0xFF7F, 0xFE03, 0xFE51, 0xFFB5
 TEXT = "Zoë: {[@]}~ \\|^`´ é ß € ñ ł жЩю αΩς"
 
 
@@ -144,7 +142,9 @@ def seeing(stage, zelvo):
     viewer.say(struct.pack(">BBHiii", 2, 0, 3, 0, -223, -239))
     viewer.ask()
     assert {(0, 1024, 768), -239} <= {part if part[0] == 0 else part[0] for part in viewer.next()}
-    subprocess.run(["xrandr", "-s", "800x600"], env=env, check=True)
+    for words in ("--newmode less 25 800 840 900 1000 600 610 620 640", "--addmode screen less",
+                  "--output screen --mode less"):
+        subprocess.run(["xrandr", *words.split()], env=env, check=True)
     viewer.ask(True)
     while (-223, 800, 600) not in viewer.next():
         viewer.ask(True)

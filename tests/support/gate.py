@@ -48,6 +48,6 @@ class ZelvoEnd:
         return sum(1 for message in self.messages if message[0] == kind)
 
     def close(self):
-        if self._server:
-            self._server.close()
         self._listener.close()
+        # Ends the thread that reads, too.
+        self._server.shutdown(socket.SHUT_RDWR)

@@ -163,7 +163,7 @@ void QtMainLoop::runInDefaultMode(std::shared_ptr<Call> call) {
     bool waits = std::any_of(waiting_.begin(), waiting_.end(),
                              [&](const auto& other) { return other.lock() == call; });
     if (!waits)
-        waiting_.push_back(std::move(call));
+        waiting_.push_back(call);
 }
 
 void QtMainLoop::endTracking() {

@@ -27,8 +27,8 @@ std::vector<QDBusMessage> quitCalls() {
 
 class SettingsService final : public RunningApplication {
   public:
-    SettingsService(QDBusConnection bus, QDBusMessage quit)
-        : bus_(std::move(bus)), quit_(std::move(quit)) {
+    SettingsService(QDBusConnection bus, const QDBusMessage& quit)
+        : bus_(std::move(bus)), quit_(quit) {
         // One that has gone meanwhile must not come back to be ended.
         quit_.setAutoStartService(false);
     }

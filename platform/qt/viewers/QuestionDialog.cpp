@@ -240,13 +240,10 @@ void QuestionDialog::changeEvent(QEvent* event) {
 
 void QuestionDialog::takeKeys(bool takes) {
     setAttribute(Qt::WA_ShowWithoutActivating, !takes);
-    if (!isVisible()) {
-        setWindowFlag(Qt::WindowDoesNotAcceptFocus, !takes);
-        return;
-    }
-    // Without making the window anew.
+    // Without making the window anew, and also told to one that is hidden.
     overrideWindowFlags(windowFlags().setFlag(Qt::WindowDoesNotAcceptFocus, !takes));
-    windowHandle()->setFlag(Qt::WindowDoesNotAcceptFocus, !takes);
+    if (auto* handle = windowHandle())
+        handle->setFlag(Qt::WindowDoesNotAcceptFocus, !takes);
 }
 
 // Keys are looked at where they enter a window, once each.

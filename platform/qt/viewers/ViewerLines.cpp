@@ -56,7 +56,8 @@ class ViewerLines::Line final : public QWidget {
         });
     }
 
-    void show(const Viewer& viewer, bool isOneOfSeveral) {
+    // Who controls could else let others control, too.
+    void show(const Viewer& viewer, bool isOneOfSeveral, bool somebodyControls) {
         controls_ = viewer.rights == ViewerRights::Control;
         icon_->setImage(controls_ ? "viewer-controls" : "viewer-watches");
         if (auto text = viewerText(viewer); who_->text() != text) {
@@ -65,6 +66,10 @@ class ViewerLines::Line final : public QWidget {
         }
         details_->setText(viewerDetails(viewer));
         rights_->setText(localized(controls_ ? "Only watch" : "Let them control"));
+        const bool mayChange = controls_ || !somebodyControls;
+        rights_->setEnabled(mayChange);
+        rights_->setToolTip(mayChange ? ""
+                                      : localized("First let the one who controls only watch."));
         disconnect_->setVisible(isOneOfSeveral);
         for (auto* button : {rights_, disconnect_})
             button->setAccessibleDescription(who_->text());
@@ -110,6 +115,8 @@ void ViewerLines::update() {
         // The next line takes its place, maybe below the pointer.
         guard_.rest();
     }
+    const bool somebodyControls = std::ranges::any_of(
+        inside, [](const Viewer& viewer) { return viewer.rights == ViewerRights::Control; });
     for (const auto& viewer : inside) {
         auto& line = lines_[viewer.id];
         if (!line) {
@@ -117,7 +124,7 @@ void ViewerLines::update() {
             layout()->addWidget(line);
             guard_.rest();
         }
-        line->show(viewer, inside.size() > 1);
+        line->show(viewer, inside.size() > 1, somebodyControls);
     }
     setVisible(!inside.empty());
 }

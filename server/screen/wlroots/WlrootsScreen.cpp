@@ -1,0 +1,65 @@
+#include "server/screen/wlroots/WlrootsScreen.h"
+
+#include <sys/epoll.h>
+
+#include <utility>
+
+namespace zelvo::server {
+
+WlrootsScreen::WlrootsScreen(std::unique_ptr<WlrootsConnection> connection)
+    : wayland_(std::move(connection)),
+      picture_(loop_, *wayland_, [this] { hasChanged_ = true; }),
+      pointer_(*wayland_),
+      keyboard_(*wayland_),
+      clipboard_(loop_, *wayland_, [this](const std::string& text) { copied_ = text; }),
+      watch_(loop_, wayland_->descriptor(), [this](auto) {
+          const bool isSent = wayland_->dispatch();
+          watch_.setEvents(isSent ? EPOLLIN : EPOLLIN | EPOLLOUT);
+      }) {
+    wayland_->flush();
+    watch_.setEvents(EPOLLIN);
+}
+
+void WlrootsScreen::dispatch(ScreenObserver& observer) {
+    loop_.turn(platform::EventLoop::Clock::now());
+    tell(observer);
+}
+
+void WlrootsScreen::tell(ScreenObserver& observer) {
+    if (wayland_->hasEnded()) {
+        watch_.setEvents(0);
+        if (!std::exchange(hasEnded_, true))
+            observer.screenEnded();
+        return;
+    }
+    if (!isWatched_)
+        return;
+    // It is in the picture; what viewers draw themselves is nothing.
+    if (std::exchange(hasNewCursor_, false))
+        observer.cursorChanged({{1, 1}, {0, 0}, {0}});
+    if (!copied_.empty())
+        observer.clipboardChanged(std::exchange(copied_, {}));
+    if (std::exchange(hasChanged_, false))
+        observer.screenChanged();
+}
+
+void WlrootsScreen::setWatched(bool isWatched) {
+    isWatched_ = isWatched;
+    hasNewCursor_ = isWatched;
+    picture_.setWatched(isWatched);
+    clipboard_.setWatched(isWatched);
+    wayland_->flush();
+}
+
+std::vector<Rectangle> WlrootsScreen::capture(ScreenObserver& observer) {
+    auto changed = picture_.capture();
+    // Waiting for the compositor has read events, which no descriptor will tell of.
+    tell(observer);
+    return changed;
+}
+
+void WlrootsScreen::pointer(Point position, std::uint8_t buttons) {
+    pointer_.set(picture_.aim(position), buttons);
+}
+
+}  // namespace zelvo::server

@@ -1,0 +1,192 @@
+#!/usr/bin/env python3
+"""Zelvo, installed, in the sway session of an ordinary user.
+
+usage: sway_test.py BUILD_FOLDER
+"""
+
+import os
+import signal
+import sys
+import time
+
+from desktop import USER_ID, enter_own_machine
+from stage import SKIPPED, is_listening, let_in, processes_named, service_info, wait_until
+from sway import SwayDesktop, SwayViewer, missing
+
+VNC_PORT = 5900
+TEXT = "Zoë: {[@]}~ \\|^ é ß € ñ ł жЩю αΩς 日"
+SHIFT, CONTROL = 0xFFE1, 0xFFE3
+
+
+def help_click(desktop):
+    """The user's, on the question."""
+    asked = desktop.window("Zelvo", floats=True)
+    # The buttons rest at first.
+    time.sleep(1.2)
+    desktop.tell(f"seat - cursor set {asked['x'] + asked['width'] // 5} "
+                 f"{asked['y'] + asked['height'] - 84}")
+    for what in ("press", "release"):
+        desktop.tell(f"seat - cursor {what} button1")
+
+
+def viewer_of(desktop, zelvo, answer):
+    link = zelvo.wait_for_any(r"^Link: zelvo://(\S+)$", 40).group(1)
+    facts = service_info(desktop.service.url, desktop.path("ca.pem"), link)
+    viewer = SwayViewer(int(facts["Port"]))
+    answer()
+    viewer.enter()
+    zelvo.wait_for(r"^Connection: Connection established\.$", 10)
+    viewer.look()
+    return viewer
+
+
+def places_of(desktop, count):
+    """Where so many outputs lie, the leftmost first at 0, none of which is scaled."""
+    wait_until(lambda: len(desktop.ask("get_outputs")) == count, 5, f"{count} outputs")
+    return {output["name"]: (output["rect"]["x"], output["rect"]["y"])
+            for output in desktop.ask("get_outputs")}
+
+
+def sees(desktop, viewer, places):
+    """The viewer has every output's picture at its place, and no more."""
+    def same():
+        size = 0, 0
+        for output, place in places.items():
+            part, pixels = desktop.picture(output)
+            size = max(size[0], place[0] + part[0]), max(size[1], place[1] + part[1])
+            if viewer.part(*place, *part) != pixels:
+                break
+        else:
+            if viewer.size == size:
+                return True
+        viewer.look(incremental=True)
+        return False
+    wait_until(same, 10, f"the picture of {places}")
+
+
+def types(desktop, viewer):
+    """Every character arrives, whatever is held or locked, and wheel and buttons where they belong."""
+    path = os.path.join(desktop.home, "typed")
+    desktop.start_in_session("foot", "sh", "-c", f"stty raw -echo; >{path}; touch {path}.up; exec cat >{path}")
+    wait_until(lambda: os.path.exists(path + ".up"), 10, "the terminal")
+    desktop.window("foot")
+    viewer.type(TEXT)
+    viewer.hold(SHIFT, True)
+    viewer.type("Eé")
+    viewer.hold(SHIFT, False)
+    viewer.hold(CONTROL, True)
+    viewer.type("a")
+    viewer.hold(CONTROL, False)
+    expected = TEXT + "Eé\1"
+    typed = lambda: open(path, encoding="utf-8", errors="replace").read()
+    try:
+        wait_until(lambda: typed() == expected, 5, "the text")
+    except AssertionError:
+        raise AssertionError(f"{typed()!r} instead of {expected!r}") from None
+
+
+def points(desktop, viewer, scale=1):
+    events = desktop.start_in_session("stdbuf", "-oL", "wev", "-f", "wl_pointer")
+    at = desktop.window("wev")
+    x, y = int((at["x"] + 107) * scale), int((at["y"] + 55) * scale)
+    viewer.point(x, y)
+    place = events.wait_for(r"(?:motion|enter): .*x, y: +([\d.]+), +([\d.]+)", 5).groups()
+    # In the middle of the pixel, as precise as the protocol is.
+    for seen, pixel, edge in zip(place, (x, y), (at["x"], at["y"])):
+        assert abs(float(seen) + edge - (pixel + 0.5) / scale) < 0.02, (place, x, y, at)
+    viewer.point(x, y, 4)
+    viewer.point(x, y, 16)
+    events.wait_for(r"button: .*button: 273 \(right\), state: 1")
+    events.wait_for(r"button: .*button: 273 \(right\), state: 0")
+    events.wait_for(r"axis: .*axis: 0 \(vertical\), value: 15\.0")
+    events.end()
+
+
+def copies(desktop, viewer):
+    desktop.run("wl-copy", "Grüße")
+    assert viewer.copied() == "Grüße"
+    viewer.copy("süß!")
+    wait_until(lambda: desktop.run("wl-paste", "-n") == "süß!".encode(), 5, "the viewer's text")
+
+
+def outputs(desktop, viewer):
+    """However the outputs change, the picture is theirs."""
+    first = {"HEADLESS-1": (0, 0)}
+    for change in ("resolution 1280x800", "transform 90", "transform flipped-270", "transform 180",
+                   "transform normal scale 1.25"):
+        desktop.tell("output HEADLESS-1 " + change)
+        sees(desktop, viewer, first)
+    points(desktop, viewer, 1.25)
+    desktop.tell("create_output")
+    desktop.tell("output HEADLESS-2 resolution 640x480 position 1024 100")
+    sees(desktop, viewer, {**first, "HEADLESS-2": (1280, 125)})
+
+
+def the_desktop(desktop):
+    """A viewer sees, types, points and copies; disconnecting, quitting and dying leave nothing."""
+    zelvo = desktop.start_application()
+    viewer = viewer_of(desktop, zelvo, lambda: help_click(desktop))
+    sees(desktop, viewer, {"HEADLESS-1": (0, 0)})
+    types(desktop, viewer)
+    points(desktop, viewer)
+    copies(desktop, viewer)
+    outputs(desktop, viewer)
+    desktop.tell("[title=Zelvo] focus")
+    viewer.hold(CONTROL, True)
+    viewer.type("d")
+    zelvo.wait_for(r"^Connection: Waiting for connection\.\.\.$", 20)
+    zelvo.send(signal.SIGTERM)
+    assert zelvo.wait(15) == 0
+    nothing_left()
+
+
+def the_ends(desktop):
+    """Outputs that are unplugged are gone; so is Screen Sharing with the compositor, or with Zelvo."""
+    outer = dict(desktop.session)
+    # In windows of the compositor before, which unplugs them.
+    desktop.start_compositor(WLR_BACKENDS="wayland")
+    # The window would end with the compositor, and with it Zelvo.
+    desktop.session["QT_QPA_PLATFORM"] = "offscreen"
+    zelvo = desktop.start_application("--ask-in-terminal")
+    viewer = viewer_of(desktop, zelvo, lambda: let_in(zelvo))
+    desktop.tell("create_output")
+    sees(desktop, viewer, places_of(desktop, 2))
+    inner, desktop.session = desktop.session, outer
+    desktop.tell("kill")
+    desktop.session = inner
+    sees(desktop, viewer, places_of(desktop, 1))
+    desktop.compositor.send(signal.SIGKILL)
+    # From which it does not come on.
+    zelvo.wait_for(r"^Port mapping: Applying Port Mapping\.\.\.$")
+    nothing_left()
+    zelvo.send(signal.SIGTERM)
+    assert zelvo.wait(15) == 0
+
+    desktop.session = {**outer, "QT_QPA_PLATFORM": "offscreen"}
+    zelvo = desktop.start_application()
+    zelvo.wait_for(r"^Link: zelvo://\S+$", 40)
+    zelvo.send(signal.SIGKILL)
+    zelvo.wait(5)
+    nothing_left()
+
+
+def nothing_left():
+    wait_until(lambda: not is_listening(VNC_PORT), 10, "Screen Sharing off")
+    wait_until(lambda: not processes_named("screensharingd"), 10, "the server's end")
+
+
+def main():
+    build = os.path.abspath(sys.argv[1])
+    if missing():
+        print(f"SKIPPED: {missing()} is missing")
+        sys.exit(SKIPPED)
+    enter_own_machine(build)
+    with SwayDesktop(build) as desktop:
+        for scenario in (the_desktop, the_ends):
+            print(scenario.__doc__, flush=True)
+            scenario(desktop)
+    print("At home.")
+
+
+if __name__ == "__main__":
+    main()
