@@ -27,6 +27,10 @@ welcome-dialog-last-shown-version='99'
 class GnomeDesktop(Desktop):
     """In a Wayland session without an X server."""
 
+    def __init__(self, build, size=SIZE):
+        super().__init__(build)
+        self.size = size
+
     def start_session(self):
         # WirePlumber ends itself without them.
         for folder in ("seats", "sessions", "users", "machines"):
@@ -50,7 +54,7 @@ class GnomeDesktop(Desktop):
         self.session["DBUS_SYSTEM_BUS_ADDRESS"] = quiet
         self.start_pipewire()
         self.shell = self.start_in_session("gnome-shell", "--headless", "--wayland", "--no-x11",
-                                           "--unsafe-mode", "--virtual-monitor", "%dx%d" % SIZE)
+                                           "--unsafe-mode", "--virtual-monitor", "%dx%d" % self.size)
         wait_until(lambda: self.owns("org.gnome.Shell"), 30, "the shell")
         self.portals = [self.start_in_session(portal) for portal in PORTALS]
         wait_until(lambda: self.owns("org.freedesktop.portal.Desktop"), 30, "the portal")
@@ -58,7 +62,7 @@ class GnomeDesktop(Desktop):
         self.evaluate("imports.ui.main.overview.hide(); const C = imports.gi.Clutter; global.mouse ="
                       "C.get_default_backend().get_default_seat().create_virtual_device("
                       "C.InputDeviceType.POINTER_DEVICE); 1")
-        self.click(1, SIZE[1] - 1)
+        self.click(1, self.size[1] - 1)
 
     def start_pipewire(self):
         self.pipewire = self.start_in_session("pipewire")
@@ -68,7 +72,8 @@ class GnomeDesktop(Desktop):
         env = {name: value for name, value in self.session.items() if name != "DBUS_SYSTEM_BUS_ADDRESS"}
         return self.start_as_user([self.zelvo, "--ask-in-terminal"], {
             **env, "ZELVO_SERVICE": self.service.url,
-            "ZELVO_ROUTER": f"127.0.0.1:{self.router.port}", "SSL_CERT_FILE": self.path("ca.pem")})
+            "ZELVO_ROUTER": f"127.0.0.1:{self.router.port}", "SSL_CERT_FILE": self.path("ca.pem")},
+            takes_input=True)
 
     def start_in_session(self, *command, **env):
         return self.start_as_user(list(command), {**self.session, **env})
