@@ -146,6 +146,9 @@ def shares_again(desktop, link):
 def ends(desktop):
     """What the desktop refuses or ends is said, and can be started over."""
     zelvo = desktop.start_application()
+    desktop.windows("Remote desktop")
+    # Longer than a server has that does not ask.
+    time.sleep(11)
     desktop.answer_portal(share=False)
     gives(desktop, "desktop-refused")
     start_over(desktop)
