@@ -2,14 +2,16 @@
 
 import json
 import os
+import signal
 import subprocess
 import time
 
 from desktop import USER_ID, Desktop, append
 from stage import wait_until
 
+PORTALS = ("/usr/libexec/xdg-desktop-portal-gnome", "/usr/libexec/xdg-desktop-portal")
 PROGRAMS = ("gnome-shell", "pipewire", "wireplumber", "gdbus", "foot", "convert",
-            "/usr/libexec/xdg-desktop-portal", "/usr/libexec/xdg-desktop-portal-gnome",
+            *PORTALS,
             "/usr/lib/*/qt6/plugins/platforms/libqwayland-generic.so")
 SIZE = (1024, 768)
 # A layout that has é, ß and €, by AltGr.
@@ -24,6 +26,10 @@ welcome-dialog-last-shown-version='99'
 
 class GnomeDesktop(Desktop):
     """In a Wayland session without an X server."""
+
+    def __init__(self, build, size=SIZE):
+        super().__init__(build)
+        self.size = size
 
     def start_session(self):
         # WirePlumber ends itself without them.
@@ -46,25 +52,28 @@ class GnomeDesktop(Desktop):
         quiet = self.start_as_user(["dbus-daemon", "--session", "--nofork", "--print-address=1"],
                                    self.session).wait_for("^unix:.*").group(0)
         self.session["DBUS_SYSTEM_BUS_ADDRESS"] = quiet
-        self.pipewire = self.start_in_session("pipewire")
-        self.start_in_session("wireplumber")
+        self.start_pipewire()
         self.shell = self.start_in_session("gnome-shell", "--headless", "--wayland", "--no-x11",
-                                           "--unsafe-mode", "--virtual-monitor", "%dx%d" % SIZE)
+                                           "--unsafe-mode", "--virtual-monitor", "%dx%d" % self.size)
         wait_until(lambda: self.owns("org.gnome.Shell"), 30, "the shell")
-        self.portals = [self.start_in_session("/usr/libexec/xdg-desktop-portal-gnome"),
-                        self.start_in_session("/usr/libexec/xdg-desktop-portal")]
+        self.portals = [self.start_in_session(portal) for portal in PORTALS]
         wait_until(lambda: self.owns("org.freedesktop.portal.Desktop"), 30, "the portal")
         # The first event of a device is lost.
         self.evaluate("imports.ui.main.overview.hide(); const C = imports.gi.Clutter; global.mouse ="
                       "C.get_default_backend().get_default_seat().create_virtual_device("
                       "C.InputDeviceType.POINTER_DEVICE); 1")
-        self.click(1, SIZE[1] - 1)
+        self.click(1, self.size[1] - 1)
+
+    def start_pipewire(self):
+        self.pipewire = self.start_in_session("pipewire")
+        self.start_in_session("wireplumber")
 
     def start_application(self, *_):
         env = {name: value for name, value in self.session.items() if name != "DBUS_SYSTEM_BUS_ADDRESS"}
         return self.start_as_user([self.zelvo, "--ask-in-terminal"], {
             **env, "ZELVO_SERVICE": self.service.url,
-            "ZELVO_ROUTER": f"127.0.0.1:{self.router.port}", "SSL_CERT_FILE": self.path("ca.pem")})
+            "ZELVO_ROUTER": f"127.0.0.1:{self.router.port}", "SSL_CERT_FILE": self.path("ca.pem")},
+            takes_input=True)
 
     def start_in_session(self, *command, **env):
         return self.start_as_user(list(command), {**self.session, **env})
@@ -107,7 +116,7 @@ class GnomeDesktop(Desktop):
                 f".filter(w => w.get_title() == '{title}').map(w => w.get_frame_rect())"
                 ".map(r => [r.x, r.y, r.width, r.height])")
             return len(found) >= count
-        wait_until(search, 30, f"{count} windows {title}")
+        wait_until(search, 15, f"{count} windows {title}")
         return found
 
     def click_in(self, window, right, down):
@@ -131,6 +140,19 @@ class GnomeDesktop(Desktop):
     def is_shared(self):
         """As the top bar tells."""
         return self.evaluate("imports.ui.main.panel.statusArea.screenSharing.visible")
+
+    def remove_portals(self):
+        """As if they were not installed."""
+        for portal, path in zip(self.portals, PORTALS):
+            subprocess.run(["mount", "--bind", "/dev/null", path], check=True)
+            portal.end(signal.SIGKILL)
+
+    def stop_sharing(self):
+        """By the button in the top bar."""
+        x, y = self.evaluate("const button = imports.ui.main.panel.statusArea.screenSharing;"
+                             "const [x, y] = button.get_transformed_position();"
+                             "[x + button.width / 2, y + button.height / 2]")
+        self.click(x, y)
 
     def picture(self):
         """The compositor's own, as bytes of red, green and blue."""

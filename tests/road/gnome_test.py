@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Zelvo, installed, in a Wayland session: GNOME without a monitor, and its portal's real dialog.
 
-usage: gnome_test.py BUILD_FOLDER sharing|refusals
+usage: gnome_test.py BUILD_FOLDER sharing|ends
 """
 
 import os
@@ -25,7 +25,7 @@ for i in $(seq 1 400); do printf '\033[48;5;%dm      ' $((i % 230 + 16)); done; 
 def start_client(desktop):
     """A program of the desktop, full-screen, whose input is kept in the file."""
     path = os.path.join(desktop.home, "typed")
-    desktop.start_in_session("foot", "--fullscreen", "-o", "pad=0x0", "-f", "monospace:size=10", "sh",
+    desktop.client = desktop.start_in_session("foot", "--fullscreen", "-o", "pad=0x0", "-f", "monospace:size=10", "sh",
                              "-c", CLIENT.format(path))
     wait_until(lambda: os.path.exists(path + ".up"), 20, "the client")
 
@@ -57,12 +57,16 @@ def let_in(desktop, port):
     return viewer.enter()
 
 
+def leads_here(desktop, link):
+    facts = service_info(desktop.service.url, desktop.path("ca.pem"), link)
+    return int(facts["availabilityStatus"]) == 0
+
+
 def nothing_is_left(desktop, link):
     wait_until(lambda: not processes_named("screensharingd") and not is_listening(VNC_PORT), 10,
                "the end of the server")
     wait_until(lambda: not desktop.is_shared(), 10, "the end of the desktop's session")
-    assert link is None or int(service_info(desktop.service.url, desktop.path("ca.pem"), link)[
-        "availabilityStatus"]) == 1
+    assert link is None or not leads_here(desktop, link)
 
 
 def sees(desktop, viewer):
@@ -77,6 +81,14 @@ def sees(desktop, viewer):
         assert time.monotonic() < end, (len(seen), len(expected))
         viewer.look(incremental=False)
         time.sleep(0.5)
+
+
+def compositor_dies(desktop):
+    """With it go the window and what shows the screen."""
+    zelvo, _ = start_sharing(desktop)
+    desktop.shell.end(signal.SIGKILL)
+    zelvo.wait(15)
+    wait_until(lambda: not processes_named("screensharingd"), 10, "the end of the server")
 
 
 def sharing(desktop):
@@ -100,11 +112,76 @@ def sharing(desktop):
     zelvo, link = start_sharing(desktop)
     zelvo.send(signal.SIGKILL)
     nothing_is_left(desktop, None)
+    compositor_dies(desktop)
+
+
+def start_over(desktop):
+    window = desktop.windows("Zelvo")[-1]
+    desktop.click_in(window, 439, 334)
+
+
+def is_withdrawn(desktop, link):
+    wait_until(lambda: not processes_named("screensharingd"), 10, "the end of the server")
+    wait_until(lambda: not leads_here(desktop, link), 10, "the end of the link")
+
+
+def gives(desktop, word):
+    """The word for which the window has a sentence."""
+    def said():
+        try:
+            with open("/var/lib/zelvo/run/reason", encoding="utf-8") as file:
+                return file.read().strip()
+        except FileNotFoundError:
+            return None
+    wait_until(lambda: said() == word, 30, "the reason " + word)
+    assert not processes_named("screensharingd")
+
+
+def shares_again(desktop, link):
+    start_over(desktop)
+    desktop.answer_portal()
+    wait_until(lambda: leads_here(desktop, link), 20, "the link")
+
+
+def ends(desktop):
+    """What the desktop refuses or ends is said, and can be started over."""
+    zelvo = desktop.start_application()
+    desktop.windows("Remote desktop")
+    # Longer than a server has that does not ask.
+    time.sleep(11)
+    desktop.answer_portal(share=False)
+    gives(desktop, "desktop-refused")
+    start_over(desktop)
+    desktop.answer_portal(interaction=False)
+    link = zelvo.wait_for(r"^Link: zelvo://(\S+)$", 40).group(1)
+    viewer = let_in(desktop, port_of(desktop, link))
+    zelvo.wait_for("127.0.0.1 is in and only watches")
+    typed = start_client(desktop)
+    sees(desktop, viewer)
+    viewer.click(600, 500)
+    viewer.type(TEXT)
+    sees(desktop, viewer)
+    assert typed() == ""
+    viewer.leave()
+    desktop.client.end()
+
+    # "Stop sharing" in the top bar.
+    desktop.stop_sharing()
+    is_withdrawn(desktop, link)
+    shares_again(desktop, link)
+    desktop.pipewire.end(signal.SIGKILL)
+    is_withdrawn(desktop, link)
+    desktop.start_pipewire()
+    shares_again(desktop, link)
+    desktop.remove_portals()
+    is_withdrawn(desktop, link)
+    start_over(desktop)
+    gives(desktop, "portal-missing")
 
 
 def main():
     build = os.path.abspath(sys.argv[1])
-    scenario = {"sharing": sharing}[sys.argv[2]]
+    scenario = {"sharing": sharing, "ends": ends}[sys.argv[2]]
     enter_own_machine(build, PROGRAMS)
     print(scenario.__doc__, flush=True)
     with GnomeDesktop(build) as desktop:
