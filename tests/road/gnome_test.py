@@ -103,6 +103,7 @@ def sharing(desktop):
     wait_until(lambda: "[<0;601;501M" in typed() and "[<0;601;501m" in typed(), 10, "the click")
     viewer.type(TEXT)
     wait_until(lambda: TEXT in typed(), 10, "the text")
+    zelvo.wait_for(r"^Connection: Connection established\.$", 10)
     viewer.leave()
     zelvo.wait_for(r"^Connection: Waiting for connection\.\.\.$", 20)
     zelvo.send(signal.SIGTERM)
