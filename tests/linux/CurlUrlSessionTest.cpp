@@ -54,6 +54,11 @@ class CurlUrlSessionTest : public testing::Test {
                      {{"Client-Address", request.client.text()}},
                      std::string(request.method) + " " + std::string(request.body)});
         });
+        peer.on("/cookie", [](const auto& request, auto respond) {
+            respond({200,
+                     {{"Set-Cookie", std::string(request.query)}},
+                     std::string(request.header("Cookie"))});
+        });
         peer.on("/redirect", [](const auto&, auto respond) {
             respond({302, {{"Location", "/landed"}}, "moved"});
         });
@@ -112,7 +117,9 @@ class CurlUrlSessionTest : public testing::Test {
             queue, CurlUrlSession::Options{
                        .certificateFile = *folder / authority,
                        .patienceAtQuit = patience,
-                       .seenFrom = [this](const std::string& from) { seen.push_back(from); }});
+                       .seenFrom = [this](const std::string& from) { seen.push_back(from); },
+                       .cookieFile = cookieFile,
+                       .cookiesAreLost = [this](int error) { lost = error; }});
     }
 
     static inline std::unique_ptr<TemporaryFolder> folder;
@@ -124,6 +131,8 @@ class CurlUrlSessionTest : public testing::Test {
     std::vector<std::string> contentTypes;
     std::atomic<bool> landed = false;
     std::vector<std::string> seen;
+    std::string cookieFile;
+    int lost = 0;
     std::vector<HttpsPeer::Respond> unanswered;
     ExchangeReport report;
     HttpsPeer peer{*folder, "good"};
@@ -149,6 +158,27 @@ TEST_F(CurlUrlSessionTest, ExchangesOverOneConnection) {
     session->dataTask(get(silentUrl), [&](UrlResult) { stalledDone = true; });
     EXPECT_EQ(text(exchange(post("x"))), "POST x");
     EXPECT_FALSE(stalledDone);
+}
+
+TEST_F(CurlUrlSessionTest, KeepsCookiesBeforeTheReplyIsHandedOn) {
+    const TemporaryFolder jars;
+    cookieFile = jars / "state/cookies";
+    restart("good.pem");
+    bool wasKept = false;
+    session->dataTask(get(peer.url("/cookie?owner=1;Max-Age=99;Secure;HttpOnly;Path=/cookie")),
+                      [&](UrlResult) { wasKept = !jars.read("state/cookies").empty(); });
+    EXPECT_TRUE(queue.runUntil([&] { return wasKept; }));
+    EXPECT_EQ(std::filesystem::status(cookieFile).permissions(), std::filesystem::perms(0600));
+    restart("good.pem");
+    EXPECT_EQ(text(exchange(get(peer.url("/cookie?owner=2;Max-Age=99;Path=/cookie")))), "owner=1");
+    restart("good.pem");
+    EXPECT_EQ(text(exchange(get(peer.url("/cookie")))), "owner=2");
+    EXPECT_EQ(text(exchange(get(peer.url("/body?3")))), "xxx");
+    cookieFile = "/proc/none";
+    restart("good.pem");
+    exchange(get(peer.url("/cookie?owner=3;Max-Age=99")));
+    EXPECT_TRUE(queue.runUntil([&] { return lost == ENOENT; }));
+    EXPECT_EQ(text(exchange(get(peer.url("/cookie")))), "owner=3");
 }
 
 TEST_F(CurlUrlSessionTest, RefusesWhatItCannotTrustAndSaysWhy) {

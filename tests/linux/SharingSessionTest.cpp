@@ -56,9 +56,12 @@ struct SharingSessionTest : testing::Test {
         session = std::make_unique<SharingSession>(
             queue, explanation, fake.log,
             SharingSession::Options{
-                .exchanges = {.certificateFile = folder / "cert.pem", .patienceAtQuit = 300ms},
+                .exchanges = {.certificateFile = folder / "cert.pem",
+                              .patienceAtQuit = 300ms,
+                              .beatsEvery = 10ms},
                 .stateFolder = folder / "state",
-                .registers = [](const auto& reply) { return reply.size() == 4; }});
+                .registers = [](const auto& reply) { return reply.size() == 4; },
+                .signsOfLifeEvery = signsOfLifeEvery});
     }
     void send(const std::string& endpoint, const std::string& form) {
         UrlRequest request;
@@ -78,6 +81,7 @@ struct SharingSessionTest : testing::Test {
     std::string journal() const { return folder.read("state/withdrawals"); }
 
     TemporaryFolder folder;
+    std::chrono::milliseconds signsOfLifeEvery = 24h;
     const bool hasCertificate = (makeCertificate(folder, "cert"), true);
     FakePlatform fake;
     WaitingQueue queue;
@@ -127,6 +131,7 @@ TEST_F(SharingSessionTest, KeepsWhatIsNotConfirmed) {
         bool isKept;
     } cases[] = {
         {"update.php", withdrawalOfL, 503, true},
+        {"update.php", withdrawalOfL, 429, true},
         {"update.php", withdrawalOfL, 404, false},
         {"delete.php", "link=L", 500, true},
         {"delete.php", "link=L", 200, false},
@@ -147,6 +152,19 @@ TEST_F(SharingSessionTest, KeepsWhatIsNotConfirmed) {
     expectEnds({false});
     EXPECT_NE(explanation.withdrawal().value(), "");
     EXPECT_NE(journal(), "");
+}
+
+TEST_F(SharingSessionTest, ShowsThatItLivesUntilTheWithdrawal) {
+    signsOfLifeEvery = 50ms;
+    restart();
+    send("create.php", "permanentSharedLink=");
+    send("get.php", "link=L");
+    EXPECT_TRUE(runUntil([&] { return came.size() >= 5; }));
+    EXPECT_EQ(std::ranges::count(came, "get.php link=L"), std::ssize(came) - 1);
+    send("delete.php", "link=L");
+    const auto last = [&] { return came.back() == "delete.php link=L"; };
+    EXPECT_TRUE(runUntil(last));
+    EXPECT_FALSE(queue.runUntil([&] { return !last(); }, 200ms));
 }
 
 TEST_F(SharingSessionTest, RegistersNothingOnceAQuitHasBegun) {
