@@ -76,8 +76,11 @@ HttpLoop::HttpLoop(HttpShared& shared, std::size_t most)
     evhttp_set_max_headers_size(http, static_cast<ev_ssize_t>(options.headLength));
     evhttp_set_max_body_size(http, static_cast<ev_ssize_t>(options.bodyLength));
     evhttp_set_timeout(http, LibrarySeconds);
-    // What is not allowed is refused by the handler, in its own words.
-    evhttp_set_allowed_methods(http, 0xffff);
+    // What is not allowed is refused by the handler, in its own words; of what is no method at all
+    // the library makes a number that its type does not have.
+    evhttp_set_allowed_methods(http, EVHTTP_REQ_GET | EVHTTP_REQ_POST | EVHTTP_REQ_HEAD |
+                                         EVHTTP_REQ_PUT | EVHTTP_REQ_DELETE | EVHTTP_REQ_OPTIONS |
+                                         EVHTTP_REQ_PATCH);
     evhttp_set_flags(http, EVHTTP_SERVER_LINGERING_CLOSE);
     evhttp_set_bevcb(
         http,

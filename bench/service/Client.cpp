@@ -4,6 +4,7 @@
 #include <event2/buffer.h>
 #include <event2/bufferevent.h>
 #include <event2/bufferevent_ssl.h>
+#include <event2/event.h>
 #include <netinet/tcp.h>
 #include <openssl/ssl.h>
 #include <sys/socket.h>
