@@ -172,9 +172,7 @@ bool LinkTable::openFile(const std::string& file, Use use) {
     if (code != SQLITE_OK)
         return false;
     sqlite3_busy_timeout(database, BusyMilliseconds);
-    // Of each page only a part is used where links were deleted; larger pages waste less.
-    return execute("PRAGMA page_size = 8192") &&
-           execute(use == Use::Write ? "PRAGMA cache_size = -65536" : "PRAGMA cache_size = -16384");
+    return execute(use == Use::Write ? "PRAGMA cache_size = -65536" : "PRAGMA cache_size = -16384");
 }
 
 bool LinkTable::execute(const std::string& sql) {

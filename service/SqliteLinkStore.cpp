@@ -19,7 +19,7 @@ using namespace std::chrono_literals;
 constexpr std::size_t MostWaiting = 8192;
 constexpr std::size_t MostAtOnce = 256;
 /// Pages of the log from which on it is worth a visit to the table.
-constexpr int LongLog = 2000;
+constexpr int LongLog = 4000;
 constexpr auto HousekeepingEvery = 5s;
 
 }  // namespace

@@ -70,9 +70,9 @@ void Client::send(const std::string& request, Answered answered) {
 
 void Client::connect() {
     auto* session = SSL_new(place_.tls);
-    transport_ = bufferevent_openssl_socket_new(place_.base, connectFrom(number_, place_.port),
-                                                session, BUFFEREVENT_SSL_CONNECTING,
-                                                BEV_OPT_CLOSE_ON_FREE);
+    transport_ =
+        bufferevent_openssl_socket_new(place_.base, connectFrom(number_, place_.port), session,
+                                       BUFFEREVENT_SSL_CONNECTING, BEV_OPT_CLOSE_ON_FREE);
     bufferevent_openssl_set_allow_dirty_shutdown(transport_, 1);
     bufferevent_setcb(
         transport_, [](bufferevent*, void* self) { static_cast<Client*>(self)->read(); }, nullptr,

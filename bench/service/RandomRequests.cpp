@@ -206,12 +206,12 @@ void RandomRequests::steal(Person& person) {
     const auto link = person.links.empty() ? anyLink() : person.links.begin()->first;
     // Somebody else's link may be its owner's by the secret that is shown.
     const auto shown = person.links.empty() ? "" : noSecretOf(person);
-    const auto request =
-        below(2) == 0 ? Client::post("delete.php", "link=" + link, shown)
-                      : Client::post("update.php",
-                                     ordinaryForm("Thief") + "&sharedLink=" + link +
-                                         "&availabilityStatus=" + std::to_string(below(2)),
-                                     shown);
+    const auto request = below(2) == 0
+                             ? Client::post("delete.php", "link=" + link, shown)
+                             : Client::post("update.php",
+                                            ordinaryForm("Thief") + "&sharedLink=" + link +
+                                                "&availabilityStatus=" + std::to_string(below(2)),
+                                            shown);
     send(person, request, [](const Told& told) { return told.status == UnknownLink; });
 }
 
@@ -229,7 +229,8 @@ void RandomRequests::babble(Person& person) {
             return told.status >= (mayGoWell ? 0 : 1) && told.status <= LastStatus;
         });
     }
-    const auto head = "POST /app/4.8.1/sharing/" + std::string(endpoint) + " HTTP/1.1\r\nHost: x\r\n";
+    const auto head =
+        "POST /app/4.8.1/sharing/" + std::string(endpoint) + " HTTP/1.1\r\nHost: x\r\n";
     const auto request = damaged(head) + "\r\nConnection: close\r\nContent-Length: 0\r\n\r\n";
     send(person, request, [&person](const Told& told) {
         person.client->hangUp();

@@ -51,8 +51,7 @@ class RandomRequests {
     void ask(Person& person);
     void steal(Person& person);
     void babble(Person& person);
-    void send(Person& person, const std::string& request,
-              std::function<bool(const Told&)> isRight);
+    void send(Person& person, const std::string& request, std::function<bool(const Told&)> isRight);
 
     std::size_t below(std::size_t limit) { return random_() % limit; }
     std::string newName() { return "PC" + std::to_string(random_() % 1000); }

@@ -21,6 +21,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "bench/service/Client.h"
@@ -71,8 +72,9 @@ class Load {
                                  : took_[static_cast<std::size_t>(
                                        part * static_cast<double>(took_.size() - 1))];
         };
-        std::printf("{\"rate\": %.0f, \"p50\": %.2f, \"p99\": %.2f, \"max\": %.2f, \"wrong\": %zu}\n",
-                    static_cast<double>(took_.size()) / seconds, at(0.5), at(0.99), at(1), wrong_);
+        std::printf(
+            "{\"rate\": %.0f, \"p50\": %.2f, \"p99\": %.2f, \"max\": %.2f, \"wrong\": %zu}\n",
+            static_cast<double>(took_.size()) / seconds, at(0.5), at(0.99), at(1), wrong_);
     }
 
   private:
@@ -143,8 +145,6 @@ void beIdle(const Client::Place& place, std::size_t count) {
 class Strangers {
   public:
     Strangers(const Client::Place& place, std::size_t count) : place_(place), sockets_(count) {
-        for (auto& socket : sockets_)
-            begin(socket);
         tick_ = event_new(place.base, -1, EV_PERSIST, &Strangers::tick, this);
         const auto span = asTimeval(10ms);
         event_add(tick_, &span);
@@ -176,6 +176,13 @@ class Strangers {
     /// One more client in each hundredth of a second, which goes when the next one comes.
     static void tick(int, short, void* self) {
         auto& all = *static_cast<Strangers*>(self);
+        // Over the time that they are suffered for, so that they do not all come again at once.
+        for (std::size_t i = 0; i < 10 && all.begun_ < all.sockets_.size(); ++i)
+            all.begin(all.sockets_[all.begun_++]);
+        if (all.begun_ == all.sockets_.size() && !std::exchange(all.saidSo_, true)) {
+            std::puts("{}");
+            std::fflush(stdout);
+        }
         if (all.last_ >= 0)
             ::close(all.last_);
         all.last_ = Client::connectFrom(all.number_++, all.place_.port);
@@ -184,6 +191,8 @@ class Strangers {
     const Client::Place place_;
     std::uint32_t number_ = 1'000'000;
     std::vector<Silent> sockets_;
+    std::size_t begun_ = 0;
+    bool saidSo_ = false;
     event* tick_ = nullptr;
     int last_ = -1;
 };
@@ -195,8 +204,6 @@ void beStrangers(const Client::Place& place, std::size_t count) {
         [](int, short, void* base) { event_base_loopbreak(static_cast<event_base*>(base)); },
         place.base);
     event_add(over, nullptr);
-    std::puts("{}");
-    std::fflush(stdout);
     event_base_dispatch(place.base);
     event_free(over);
 }
