@@ -29,6 +29,9 @@ timeval asTimeval(std::chrono::milliseconds span) {
             static_cast<suseconds_t>(span.count() % 1000 * 1000)};
 }
 
+/// The loop of this thread.
+thread_local const HttpLoop* running = nullptr;
+
 event_base* makeBase() {
     auto* config = event_config_new();
     // Each base has one thread.
@@ -133,6 +136,7 @@ void HttpLoop::start() {
 
 void HttpLoop::run() {
     platform::blockSignals();
+    running = this;
     event_base_loop(base_.get(), EVLOOP_NO_EXIT_ON_EMPTY);
 }
 
@@ -222,7 +226,7 @@ void HttpLoop::handle(evhttp_request* request) {
         return values;
     };
     shared_.handler(here, [this, request](HttpResponse response) {
-        if (std::this_thread::get_id() == thread_.get_id())
+        if (running == this)
             return send(request, std::move(response));
         post([this, request, response = std::move(response)]() mutable {
             send(request, std::move(response));
