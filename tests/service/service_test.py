@@ -16,6 +16,7 @@ import sys
 import threading
 import time
 import urllib.request
+from concurrent.futures import ThreadPoolExecutor
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "support"))
@@ -109,10 +110,9 @@ def strangers(stage):
         stop.set()
         thread.join()
     head = f"POST {FOLDER}get.php HTTP/1.1\r\nHost: x\r\nContent-Length: 999\r\n".encode()
-    threads = [threading.Thread(target=drip, args=words) for words in
-               ((b"x", head, 4, 8), (b"x", head + b"\r\n", 9, 13))]
-    for thread in threads:
-        thread.start()
+    pool = ThreadPoolExecutor()
+    drips = [pool.submit(drip, *words) for words in
+             ((b"x", head, 4, 8), (b"x", head + b"\r\n", 9, 13))]
     ends_within(silent, 1, 8)
 
     huge = "link=" + "x" * (4 << 20)
@@ -132,8 +132,8 @@ def strangers(stage):
         assert not reply or caller.answer.headers["Client-Address"] == "127.0.0.1"
         if told in (400, 413):
             caller = Caller(stage, service.port)
-    for thread in threads:
-        thread.join()
+    for dripping in drips:
+        dripping.result()
     del crowd
     service.send(signal.SIGTERM)
     assert service.wait(5) == 0
@@ -285,14 +285,13 @@ def kills(stage, rounds=30):
                     luck = (luck * 7.31 + 0.17) % 1
             except (OSError, http.client.HTTPException):
                 known.pop(current, None)
-        threads = [threading.Thread(target=work, args=(owner, known, chance.random()))
-                   for owner, known in zip(owners, states)]
-        for thread in threads:
-            thread.start()
+        pool = ThreadPoolExecutor()
+        works = [pool.submit(work, owner, known, chance.random())
+                 for owner, known in zip(owners, states)]
         time.sleep(chance.uniform(0.02, 0.25))
         service.end(signal.SIGKILL)
-        for thread in threads:
-            thread.join()
+        for working in works:
+            working.result()
         service = stage.start_service(service.port, options=free)
         caller = Caller(stage, service.port)
         for link, name in ((link, name) for known in states for link, name in known.items()):
