@@ -50,15 +50,16 @@ FormDecoder::Result FormDecoder::decode(std::string_view body) const {
     if (result.status != StatusCode::Ok)
         return result;
     for (auto name : names_) {
+        const auto longest = name == SettingsName ? LongestSettings : LongestValue;
         auto raw = values.find(name);
         if (raw == values.end())
             return {StatusCode::MissingField, name, {}};
         auto text = unescape(raw->second);
-        if (name == KeptLinkName && (!text || text->size() > LongestValue))
+        if (name == KeptLinkName && (!text || text->size() > longest))
             text = "";
         if (!text)
             return {StatusCode::MalformedField, name, {}};
-        if (text->size() > LongestValue)
+        if (text->size() > longest)
             return {StatusCode::FieldTooLong, name, {}};
         result.fields.emplace(name, std::move(*text));
     }

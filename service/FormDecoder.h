@@ -22,8 +22,9 @@ using Fields = std::map<std::string, std::string, std::less<>>;
 /// One that cannot be read becomes empty, and what it seems to say of other fields stays in it.
 class FormDecoder {
   public:
-    /// Longest decoded value, in bytes.
-    static constexpr std::size_t LongestValue = 64 * 1024;
+    /// Longest decoded values, in bytes. A host's settings are a document, all else are names.
+    static constexpr std::size_t LongestValue = 4 * 1024;
+    static constexpr std::size_t LongestSettings = 64 * 1024;
 
     struct Result {
         StatusCode status = StatusCode::Ok;

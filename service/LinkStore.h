@@ -1,66 +1,70 @@
 #pragma once
 
-#include <memory>
-#include <mutex>
-#include <optional>
+#include <functional>
 #include <string>
 
 #include "service/FormDecoder.h"
-#include "service/SqliteStatement.h"
+#include "service/LinkLife.h"
 
 namespace zelvo::service {
 
-/// The registered links and their facts, in one SQLite file. A change is on the disk before its
-/// operation returns, so that a killed process or a power cut loses none that was answered.
-/// Any thread; operations run one after the other.
+/// The registered links, their facts and their owners. A change is durable before its function is
+/// called, so that a killed process or a power cut loses none that was answered. Any thread; the
+/// functions are called exactly once, inside the call or later, on any thread, and do not block.
 class LinkStore {
   public:
     enum class Outcome {
         Done,
-        Unknown,  ///< no such link
-        Failed,   ///< the database is damaged, locked or full; nothing has changed
+        Unknown,  ///< no such link, or it is somebody else's
+        Failed,   ///< the database is damaged, locked, full or overrun; nothing has changed
     };
     enum class Availability : int { Available = 0, Unavailable = 1 };
 
     struct Registration {
         Fields facts;  ///< one value for each of FactNames
         Availability availability = Availability::Available;
+        /// Whether the host was seen at the address that it registered.
+        bool addressIsProven = false;
     };
 
-    /// Opens the database, or makes it where there is none. Null, with the reason in error, when
-    /// it cannot be used.
-    static std::unique_ptr<LinkStore> open(const std::string& file, std::string& error);
+    /// SHA-256 of the owner's secret; empty for nobody, who owns nothing.
+    using Owner = std::string;
 
-    /// Registers a new link. Failed also when the link is there already.
-    Outcome insert(const std::string& link, const Registration& registration);
+    struct Creation {
+        std::string kept;  ///< the link that the host would like to have again; may be any text
+        Owner owner;       ///< who says so
+        std::string newLink;
+        Owner newOwner;  ///< takes the place of an owner who owns nothing here
+        Registration registration;
+    };
+    struct Created {
+        Outcome outcome = Outcome::Failed;
+        std::string link;
+        bool isNewOwner = false;
+    };
+
+    struct Record {
+        Registration registration;
+        Owner owner;
+        Moment lastSign = 0;
+    };
+
+    virtual ~LinkStore() = default;
+
+    /// Registers the kept link anew where it is the owner's, else the new one.
+    virtual void create(Creation creation, std::function<void(const Created&)> done) = 0;
     /// Replaces everything that is kept under the link.
-    Outcome replace(const std::string& link, const Registration& registration);
-    Outcome remove(const std::string& link);
-    Outcome find(const std::string& link, Registration& registration);
+    virtual void replace(const std::string& link, const Owner& owner, Registration registration,
+                         std::function<void(Outcome)> done) = 0;
+    virtual void remove(const std::string& link, const Owner& owner,
+                        std::function<void(Outcome)> done) = 0;
+    virtual void find(const std::string& link,
+                      std::function<void(Outcome, const Record&)> done) = 0;
+    /// Notes a sign of life, soon.
+    virtual void touch(const std::string& link) = 0;
 
-  private:
-    struct Closer {
-        void operator()(sqlite3* database) const;
-    };
-
-    LinkStore() = default;
-    bool openFile(const std::string& file);
-    bool execute(const std::string& sql);
-    std::optional<std::string> value(const std::string& sql);
-    bool prepareTable();
-    bool makeTable();
-    bool makeDurable();
-    bool prepareStatements();
-    Outcome change(SqliteStatement& statement);
-    Outcome failed() const;
-
-    std::mutex mutex_;
-    std::unique_ptr<sqlite3, Closer> database_;
-    std::string trouble_;
-    SqliteStatement insert_;
-    SqliteStatement replace_;
-    SqliteStatement remove_;
-    SqliteStatement find_;
+    /// Whether the last change went well, or none has been tried.
+    virtual bool isWell() const = 0;
 };
 
 }  // namespace zelvo::service

@@ -1,58 +1,63 @@
 #include "service/ServiceOptions.h"
 
-#include <charconv>
-#include <map>
 #include <string_view>
 #include <utility>
 
 namespace zelvo::service {
-namespace {
 
-std::optional<int> portNumber(std::string_view text) {
-    int number = -1;
-    auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (failure != std::errc() || end != text.data() + text.size() || number < 0 || number > 65535)
-        return std::nullopt;
-    return number;
+serving::OptionTable ServiceOptions::table() {
+    serving::OptionTable options;
+    options.add("database", "FILE", "where the links are kept", database);
+    options.add("certificate", "PEM", "chain of certificates, read again on SIGHUP", certificate);
+    options.add("key", "PEM", "its private key", key);
+    options.add("address", "ADDRESS", "to listen on; 127.0.0.1", address);
+    options.addPort("port", "to listen on; 0, which takes a free one", port);
+    options.add("host", "NAME", "by which clients know it; the address", host);
+    options.add("operators", "ADDRESS:PORT", "serve /health and /metrics there, over plain HTTP",
+                operators);
+    options.addAddresses("proxies", "of proxies, which speak the PROXY protocol", server.proxies);
+    options.addAddresses("relays", "that hosts may register though they come from others", relays);
+    options.addCount("threads", "that serve; one a core", server.loops);
+    options.addCount("connections", "at once; as many as the descriptors allow",
+                     server.connections);
+    options.addCount("connections-per-client", "at once; 256", server.connectionsPerClient);
+    options.addRate("requests-per-client", "at once, and in a second then; 200/20",
+                    server.requestsPerClient);
+    options.addRate("creates-per-client", "links, in the same way; 60/0.1", createsPerClient);
+    options.addRate("creates-per-owner", "links, in the same way; 20/0.016", createsPerOwner);
+    options.addSwitch("log-requests", "write each client and link to standard error", logsRequests);
+    return options;
 }
 
-}  // namespace
+std::string ServiceOptions::usage() {
+    ServiceOptions options;
+    return "usage: zelvo-service --database FILE --certificate PEM --key PEM [OPTION ...]\n"
+           "       zelvo-service --config FILE [OPTION ...]\n"
+           "       zelvo-service -h | --help | --version\n"
+           "Serves shared links over HTTPS until SIGTERM or SIGINT. Once it accepts connections "
+           "it\n"
+           "prints one line, Service: https://HOST:PORT\n\n"
+           "Options, in the file as \"name = VALUE\" lines:\n" +
+           options.table().help();
+}
 
 std::optional<ServiceOptions> ServiceOptions::parse(std::span<char*> arguments,
                                                     std::string& error) {
     ServiceOptions options;
-    std::string port = "0";
-    std::map<std::string_view, std::string*> places = {
-        {"--database", &options.database}, {"--certificate", &options.certificate},
-        {"--key", &options.key},           {"--address", &options.address},
-        {"--host", &options.host},         {"--port", &port}};
-    const auto known = places;
-    for (std::size_t i = 0; i < arguments.size(); i += 2) {
-        std::string name = arguments[i];
-        if (name == "-h" || name == "--help")
-            options.answer = Usage;
-        else if (name == "--version")
+    for (const std::string_view argument : arguments) {
+        if (argument == "-h" || argument == "--help")
+            options.answer = usage();
+        else if (argument == "--version")
             options.answer = "zelvo-service " ZELVO_VERSION "\n";
-        if (options.answer)
+        if (!options.answer.empty())
             return options;
-        auto place = places.find(name);
-        if (place == places.end())
-            error = (known.contains(name) ? "repeated option: " : "unknown option: ") + name;
-        else if (i + 1 == arguments.size() || *arguments[i + 1] == '\0')
-            error = "option without a value: " + name;
-        else
-            *place->second = arguments[i + 1];
-        if (!error.empty())
-            return std::nullopt;
-        places.erase(place);
     }
-    for (const char* needed : {"--database", "--certificate", "--key"})
-        if (places.contains(needed))
-            error = std::string("missing option: ") + needed;
-    if (auto number = portNumber(port))
-        options.port = *number;
-    else
-        error = "not a port: " + port;
+    error = options.table().read(arguments);
+    const std::pair<const char*, const std::string&> needed[] = {
+        {"database", options.database}, {"certificate", options.certificate}, {"key", options.key}};
+    for (const auto& [name, value] : needed)
+        if (error.empty() && value.empty())
+            error = std::string("missing option: --") + name;
     return error.empty() ? std::optional(std::move(options)) : std::nullopt;
 }
 

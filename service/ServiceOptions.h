@@ -4,32 +4,40 @@
 #include <span>
 #include <string>
 
+#include "serving/HttpServer.h"
+#include "serving/OptionTable.h"
+
 namespace zelvo::service {
 
-/// What the command line says.
+/// What the command line and the configuration file say.
 struct ServiceOptions {
     std::string database;
     std::string certificate;
     std::string key;
     std::string address = "127.0.0.1";
-    std::string host;  ///< host part of the announced URL; empty: the address
-    int port = 0;      ///< 0: a free one
-    /// What is printed on standard output instead of serving; null: nothing, it serves.
-    const char* answer = nullptr;
-
-    static constexpr const char* Usage =
-        "usage: zelvo-service --database FILE --certificate PEM --key PEM\n"
-        "                     [--address 127.0.0.1] [--port 0] [--host NAME]\n"
-        "       zelvo-service -h | --help | --version\n"
-        "Serves shared links over HTTPS until SIGTERM or SIGINT. Port 0 takes a free port.\n"
-        "Once it accepts connections it prints one line, Service: https://HOST:PORT\n";
+    std::string host;       ///< host part of the announced URL; empty: the address
+    std::string operators;  ///< "ADDRESS:PORT" of /health and /metrics; empty for none
+    int port = 0;           ///< 0: a free one
+    bool logsRequests = false;
+    std::set<serving::ClientAddress> relays;
+    serving::HttpServer::Options server{.connectionsPerClient = 256,
+                                        .requestsPerClient = {200, 20},
+                                        .bytesPerSecond = 16 * 1024 * 1024};
+    serving::Allowances::Rate createsPerClient{60, 0.1};
+    serving::Allowances::Rate createsPerOwner{20, 1.0 / 60};
+    /// What is printed on standard output instead of serving; empty: nothing, it serves.
+    std::string answer;
 
     /// Reads the arguments that follow the program's name. Nothing, with the reason in error, when
     /// one is unknown, incomplete, given twice or missing.
     static std::optional<ServiceOptions> parse(std::span<char*> arguments, std::string& error);
+    static std::string usage();
 
     /// The origin of the service's URLs.
     std::string origin(int boundPort) const;
+
+  private:
+    serving::OptionTable table();
 };
 
 }  // namespace zelvo::service

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <span>
-#include <string>
+#include <utility>
 
-#include "service/LinkName.h"
+#include "service/Names.h"
 #include "service/SharingFields.h"
 
 namespace zelvo::service {
@@ -12,14 +12,6 @@ namespace {
 
 using Outcome = LinkStore::Outcome;
 using Availability = LinkStore::Availability;
-
-LinkStore::Registration registrationOf(const Fields& fields, Availability availability) {
-    LinkStore::Registration registration;
-    registration.availability = availability;
-    for (auto name : FactNames)
-        registration.facts.insert(*fields.find(name));
-    return registration;
-}
 
 Reply replyTo(Outcome outcome) {
     switch (outcome) {
@@ -33,87 +25,133 @@ Reply replyTo(Outcome outcome) {
     return refusal(StatusCode::StoreUnavailable);
 }
 
-Reply withLink(Reply reply, const std::string& link) {
-    reply.emplace("link", link);
+const std::string& value(const Fields& fields, std::string_view name) {
+    return fields.find(name)->second;
+}
+
+/// What is no secret of ours is nobody's.
+LinkStore::Owner ownerOf(const std::string& secret) {
+    return bytesOfName(secret) ? digestOf(secret) : LinkStore::Owner();
+}
+
+Reply describe(const LinkStore::Registration& registration, bool isAvailable) {
+    auto reply = success();
+    reply.emplace("availabilityStatus", std::int64_t{isAvailable ? 0 : 1});
+    // Whom the host does not want to be found any more is told to nobody.
+    if (!isAvailable)
+        return reply;
+    reply.emplace("AddressProven", std::int64_t{registration.addressIsProven});
+    for (const auto& [name, text] : registration.facts)
+        reply.emplace(name, text);
     return reply;
 }
 
 }  // namespace
 
 struct SharingEndpoints::Endpoint {
-    std::string_view path;
-    std::span<const std::string_view> names;
-    Reply (SharingEndpoints::*run)(const Fields&);
+    std::string_view name;
+    std::span<const std::string_view> fields;
+    void (SharingEndpoints::*run)(const Fields&, const Caller&, Done);
 };
 
 const SharingEndpoints::Endpoint SharingEndpoints::Endpoints[4] = {
-    {"/app/4.8.1/sharing/create.php", CreateNames, &SharingEndpoints::create},
-    {"/app/4.8.1/sharing/update.php", UpdateNames, &SharingEndpoints::update},
-    {"/app/4.8.1/sharing/get.php", LinkNames, &SharingEndpoints::get},
-    {"/app/4.8.1/sharing/delete.php", LinkNames, &SharingEndpoints::remove},
+    {"create.php", CreateNames, &SharingEndpoints::create},
+    {"update.php", UpdateNames, &SharingEndpoints::update},
+    {"get.php", LinkNames, &SharingEndpoints::get},
+    {"delete.php", LinkNames, &SharingEndpoints::remove},
 };
 
-bool SharingEndpoints::has(std::string_view path) {
-    return find(path) != nullptr;
+std::string_view SharingEndpoints::nameOf(std::string_view path) {
+    const auto* endpoint = find(path);
+    return endpoint ? endpoint->name : std::string_view();
 }
 
-Reply SharingEndpoints::answer(std::string_view path, std::string_view body) {
+void SharingEndpoints::answer(std::string_view path, std::string_view body, const Caller& caller,
+                              Done done) {
     const auto* endpoint = find(path);
     if (!endpoint)
-        return refusal(StatusCode::UnknownPath);
-    auto form = FormDecoder(endpoint->names).decode(body);
+        return done({refusal(StatusCode::UnknownPath), ""});
+    auto form = FormDecoder(endpoint->fields).decode(body);
     if (form.status != StatusCode::Ok)
-        return refusal(form.status, form.field);
-    for (const auto& [name, value] : form.fields)
-        if (!isLegalValue(name, value))
-            return refusal(StatusCode::MalformedField, name);
-    return (this->*endpoint->run)(form.fields);
+        return done({refusal(form.status, form.field), ""});
+    for (const auto& [name, text] : form.fields)
+        if (!isLegalValue(name, text))
+            return done({refusal(StatusCode::MalformedField, name), ""});
+    (this->*endpoint->run)(form.fields, caller, std::move(done));
 }
 
 const SharingEndpoints::Endpoint* SharingEndpoints::find(std::string_view path) {
-    const auto* found = std::ranges::find(Endpoints, path, &Endpoint::path);
+    if (!path.starts_with(Folder))
+        return nullptr;
+    const auto* found = std::ranges::find(Endpoints, path.substr(Folder.size()), &Endpoint::name);
     return found == std::end(Endpoints) ? nullptr : found;
 }
 
-Reply SharingEndpoints::create(const Fields& fields) {
-    auto registration = registrationOf(fields, Availability::Available);
-    const auto& kept = fields.find("permanentSharedLink")->second;
-    if (!kept.empty()) {
-        auto outcome = store_.replace(kept, registration);
-        if (outcome == Outcome::Done)
-            return withLink(success(), kept);
-        if (outcome == Outcome::Failed)
-            return replyTo(outcome);
-    }
-    auto link = newLinkName();
-    if (!link)
-        return refusal(StatusCode::InternalError);
-    auto outcome = store_.insert(*link, registration);
-    return outcome == Outcome::Done ? withLink(success(), *link) : replyTo(outcome);
-}
-
-Reply SharingEndpoints::update(const Fields& fields) {
-    auto availability = fields.find("availabilityStatus")->second == "0"
-                            ? Availability::Available
-                            : Availability::Unavailable;
-    return replyTo(
-        store_.replace(fields.find("sharedLink")->second, registrationOf(fields, availability)));
-}
-
-Reply SharingEndpoints::get(const Fields& fields) {
+LinkStore::Registration SharingEndpoints::registrationOf(const Fields& fields,
+                                                         const Caller& caller) const {
     LinkStore::Registration registration;
-    auto outcome = store_.find(fields.find("link")->second, registration);
-    if (outcome != Outcome::Done)
-        return replyTo(outcome);
-    auto reply = success();
-    reply.emplace("availabilityStatus", std::int64_t{static_cast<int>(registration.availability)});
-    for (const auto& [name, value] : registration.facts)
-        reply.emplace(name, value);
-    return reply;
+    for (auto name : FactNames)
+        registration.facts.insert(*fields.find(name));
+    const auto& address = value(fields, "IPAddress");
+    registration.addressIsProven = address == caller.ipv4 || options_.relays.contains(address);
+    return registration;
 }
 
-Reply SharingEndpoints::remove(const Fields& fields) {
-    return replyTo(store_.remove(fields.find("link")->second));
+void SharingEndpoints::create(const Fields& fields, const Caller& caller, Done done) {
+    LinkStore::Creation creation;
+    creation.kept = value(fields, KeptLinkName);
+    creation.owner = ownerOf(caller.secret);
+    creation.registration = registrationOf(fields, caller);
+    if (options_.mayCreate && !options_.mayCreate(creation.owner))
+        return done({refusal(StatusCode::TooManyRequests), ""});
+    auto link = newName();
+    auto secret = newName();
+    if (!link || !secret)
+        return done({refusal(StatusCode::InternalError), ""});
+    creation.newLink = *link;
+    creation.newOwner = digestOf(*secret);
+    store_.create(std::move(creation), [done = std::move(done), shown = caller.secret,
+                                        secret = *secret](const LinkStore::Created& created) {
+        if (created.outcome != Outcome::Done)
+            return done({replyTo(created.outcome), ""});
+        auto reply = success();
+        reply.emplace("link", created.link);
+        // A known secret is given again, too, as it is kept for so long only.
+        done({std::move(reply), created.isNewOwner ? secret : shown});
+    });
+}
+
+void SharingEndpoints::update(const Fields& fields, const Caller& caller, Done done) {
+    auto registration = registrationOf(fields, caller);
+    if (value(fields, "availabilityStatus") != "0")
+        registration.availability = Availability::Unavailable;
+    store_.replace(value(fields, "sharedLink"), ownerOf(caller.secret), std::move(registration),
+                   [done = std::move(done)](Outcome outcome) {
+                       done({replyTo(outcome), ""});
+                   });
+}
+
+void SharingEndpoints::get(const Fields& fields, const Caller& caller, Done done) {
+    const auto& link = value(fields, "link");
+    store_.find(link, [this, link, owner = ownerOf(caller.secret), done = std::move(done)](
+                          Outcome outcome, const LinkStore::Record& record) {
+        if (outcome != Outcome::Done)
+            return done({replyTo(outcome), ""});
+        const auto silence = options_.clock() - record.lastSign;
+        const bool isOwner = !owner.empty() && owner == record.owner;
+        if (isOwner && silence >= life::SignEvery)
+            store_.touch(link);
+        const bool isAvailable = record.registration.availability == Availability::Available &&
+                                 (isOwner || silence <= life::AvailableFor);
+        done({describe(record.registration, isAvailable), ""});
+    });
+}
+
+void SharingEndpoints::remove(const Fields& fields, const Caller& caller, Done done) {
+    store_.remove(value(fields, "link"), ownerOf(caller.secret),
+                  [done = std::move(done)](Outcome outcome) {
+                      done({replyTo(outcome), ""});
+                  });
 }
 
 }  // namespace zelvo::service

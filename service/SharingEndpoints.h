@@ -1,5 +1,9 @@
 #pragma once
 
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
 #include <string_view>
 
 #include "service/LinkStore.h"
@@ -8,28 +12,52 @@
 namespace zelvo::service {
 
 /// The four things that one can ask the service: to register a link, to replace its facts, to
-/// tell them, and to forget it. Any thread.
+/// tell them, and to forget it. What changes a link, only its owner may ask. Any thread.
 class SharingEndpoints {
   public:
-    explicit SharingEndpoints(LinkStore& store) : store_(store) {}
+    struct Caller {
+        std::string secret;  ///< the owner's, as it was shown; empty for none
+        std::string ipv4;    ///< address of the connection, dotted decimal; empty for none
+    };
+    struct Answer {
+        Reply reply;
+        std::string secret;  ///< that the caller is to show from now on; empty for no change
+    };
+    /// Called exactly once, inside the call or later, on any thread.
+    using Done = std::function<void(Answer)>;
 
-    /// Whether there is an endpoint at this path of a URL.
-    static bool has(std::string_view path);
+    struct Options {
+        std::function<Moment()> clock;
+        /// Addresses that hosts may register though they do not come from there.
+        std::set<std::string> relays = {};
+        /// Whether one more link may be made in the name of the owner's digest; null for always.
+        std::function<bool(const LinkStore::Owner&)> mayCreate = {};
+    };
+
+    SharingEndpoints(LinkStore& store, Options options)
+        : store_(store), options_(std::move(options)) {}
+
+    /// The name of the endpoint at this path of a URL, such as "get.php"; empty for none.
+    static std::string_view nameOf(std::string_view path);
+    /// What all paths begin with.
+    static constexpr std::string_view Folder = "/app/4.8.1/sharing/";
 
     /// Answers the form that was posted to the path.
-    Reply answer(std::string_view path, std::string_view body);
+    void answer(std::string_view path, std::string_view body, const Caller& caller, Done done);
 
   private:
     struct Endpoint;
     static const Endpoint Endpoints[4];
     static const Endpoint* find(std::string_view path);
 
-    Reply create(const Fields& fields);
-    Reply update(const Fields& fields);
-    Reply get(const Fields& fields);
-    Reply remove(const Fields& fields);
+    void create(const Fields& fields, const Caller& caller, Done done);
+    void update(const Fields& fields, const Caller& caller, Done done);
+    void get(const Fields& fields, const Caller& caller, Done done);
+    void remove(const Fields& fields, const Caller& caller, Done done);
+    LinkStore::Registration registrationOf(const Fields& fields, const Caller& caller) const;
 
     LinkStore& store_;
+    const Options options_;
 };
 
 }  // namespace zelvo::service

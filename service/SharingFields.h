@@ -10,6 +10,8 @@ inline constexpr std::array<std::string_view, 9> FactNames = {
     "ComputerName", "LocalHostname",      "vncPort",       "IPAddress", "Port",
     "MacAddress",   "LastKeyboardLocale", "MappedService", "HotKeys"};
 
+inline constexpr std::string_view SettingsName = "HotKeys";
+
 /// What a host kept from an earlier launch. It may be any text, and whatever it is the host needs a
 /// link: one that cannot be ours counts as none.
 inline constexpr std::string_view KeptLinkName = "permanentSharedLink";

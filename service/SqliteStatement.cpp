@@ -16,6 +16,11 @@ void SqliteStatement::bind(int parameter, std::string_view text) {
     sqlite3_bind_text64(statement_.get(), parameter, data, text.size(), SQLITE_STATIC, SQLITE_UTF8);
 }
 
+void SqliteStatement::bindBytes(int parameter, std::string_view bytes) {
+    const char* data = bytes.data() ? bytes.data() : "";
+    sqlite3_bind_blob64(statement_.get(), parameter, data, bytes.size(), SQLITE_STATIC);
+}
+
 void SqliteStatement::bind(int parameter, std::int64_t number) {
     sqlite3_bind_int64(statement_.get(), parameter, number);
 }
@@ -37,9 +42,9 @@ void SqliteStatement::reset() {
 }
 
 std::string SqliteStatement::text(int column) const {
-    const auto* data = sqlite3_column_text(statement_.get(), column);
+    const auto* data = sqlite3_column_blob(statement_.get(), column);
     auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column));
-    return data ? std::string(reinterpret_cast<const char*>(data), size) : std::string();
+    return data ? std::string(static_cast<const char*>(data), size) : std::string();
 }
 
 std::int64_t SqliteStatement::integer(int column) const {

@@ -17,8 +17,10 @@ class SqliteStatement {
     /// Prepares the statement; isValid() tells whether that worked.
     SqliteStatement(sqlite3* database, const std::string& sql);
 
-    /// Values of the parameters, numbered from 1. The text must stay as it is until reset().
+    /// Values of the parameters, numbered from 1. Text and bytes must stay as they are until
+    /// reset().
     void bind(int parameter, std::string_view text);
+    void bindBytes(int parameter, std::string_view bytes);
     void bind(int parameter, std::int64_t number);
 
     enum class Step { Row, Done, Failed };

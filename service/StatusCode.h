@@ -8,15 +8,16 @@ enum class StatusCode : int {
     MissingField = 1,      ///< A field of the endpoint is not in the form.
     MalformedField = 2,    ///< Bad percent escape, not UTF-8, NUL, or not a value of this field.
     DuplicateField = 3,    ///< A field is in the form twice.
-    FieldTooLong = 4,      ///< A value has more than 64 KiB.
-    UnknownLink = 5,       ///< Nothing is registered under that link.
+    FieldTooLong = 4,      ///< A value has more than 4 KiB, "HotKeys" more than 64.
+    UnknownLink = 5,       ///< Nothing is registered under that link, or it is somebody else's.
     StoreUnavailable = 6,  ///< The database could not be read or written; nothing has changed.
     MethodNotAllowed = 7,  ///< Not a POST.
     UnknownPath = 8,       ///< No endpoint of this name.
-    BodyTooLong = 9,       ///< The body has more than 4 MiB.
+    // 9 was a body of more than 4 MiB, which is refused before anything is read of it.
     NotAForm = 10,         ///< The body is not declared as application/x-www-form-urlencoded.
     BadRequest = 11,       ///< Not a readable HTTP request, or its body broke off.
     InternalError = 12,    ///< The service itself failed.
+    TooManyRequests = 13,  ///< This client or owner asks too often; later it may.
 };
 
 /// One English sentence for people who read a reply.
@@ -40,12 +41,12 @@ constexpr const char* describe(StatusCode code) {
             return "Only POST is answered.";
         case StatusCode::UnknownPath:
             return "There is no such endpoint.";
-        case StatusCode::BodyTooLong:
-            return "The request is too long.";
         case StatusCode::NotAForm:
             return "The request is not a form.";
         case StatusCode::BadRequest:
             return "The request is not readable.";
+        case StatusCode::TooManyRequests:
+            return "Too many requests; try again later.";
         case StatusCode::InternalError:
             break;
     }

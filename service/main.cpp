@@ -1,61 +1,135 @@
+#include <event2/event.h>
 #include <sys/stat.h>
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
+#include <future>
 #include <span>
 #include <string>
 
-#include "service/HttpsServer.h"
-#include "service/LinkStore.h"
 #include "service/ServiceOptions.h"
 #include "service/SharingEndpoints.h"
-#include "service/TerminationSignals.h"
-#include "service/TlsContext.h"
+#include "service/SharingHandler.h"
+#include "service/SqliteLinkStore.h"
+#include "serving/HttpServer.h"
+#include "serving/Metrics.h"
+#include "serving/OperatorServer.h"
+#include "serving/ServerSignals.h"
+#include "serving/TlsContext.h"
 
 namespace {
+
+using namespace zelvo::service;
+namespace serving = zelvo::serving;
 
 int complain(const std::string& text) {
     std::fprintf(stderr, "zelvo-service: %s\n", text.c_str());
     return EXIT_FAILURE;
 }
 
+void watch(serving::Metrics& metrics, const SqliteLinkStore& store,
+           const serving::HttpServer& server) {
+    metrics.gauge("zelvo_connections", "Connections that are open.",
+                  [&] { return static_cast<double>(server.connections()); });
+    metrics.gauge("zelvo_service_changes_waiting", "Changes that wait for the disk.",
+                  [&] { return static_cast<double>(store.figures().waiting); });
+    metrics.total("zelvo_service_changes_total", "Changes that went to the disk.",
+                  [&] { return static_cast<double>(store.figures().changes); });
+    metrics.total("zelvo_service_commits_total", "Times that the disk was waited for.",
+                  [&] { return static_cast<double>(store.figures().commits); });
+    metrics.total("zelvo_service_changes_failed_total", "Changes that the database refused.",
+                  [&] { return static_cast<double>(store.figures().failures); });
+    metrics.gauge("zelvo_service_well", "1 while the database takes changes.",
+                  [&] { return store.isWell() ? 1.0 : 0.0; });
+}
+
+/// Serves until a signal ends it.
+int serve(ServiceOptions& options, std::shared_ptr<const serving::TlsContext> tls,
+          SqliteLinkStore& store, serving::ServerSignals& signals) {
+    serving::Metrics metrics;
+    serving::Allowances createsOf(options.createsPerOwner);
+    SharingEndpoints::Options rules{
+        .clock = [] { return static_cast<Moment>(std::time(nullptr)); },
+        .mayCreate =
+            [&](const LinkStore::Owner& owner) { return owner.empty() || createsOf.take(owner); }};
+    for (const auto& relay : options.relays)
+        rules.relays.insert(relay.text());
+    SharingEndpoints endpoints(store, std::move(rules));
+    SharingHandler handler(endpoints, {.createsPerClient = options.createsPerClient,
+                                       .logsRequests = options.logsRequests,
+                                       .metrics = &metrics});
+    options.server.metrics = &metrics;
+    options.server.refusal = &SharingHandler::refuse;
+    serving::HttpServer server(
+        [&handler](const serving::HttpRequest& request, serving::HttpServer::Respond respond) {
+            handler.handle(request, std::move(respond));
+        },
+        options.server);
+    server.setTls(std::move(tls));
+    watch(metrics, store, server);
+    serving::OperatorServer operators(metrics, [&store] { return store.isWell(); });
+    if (!options.operators.empty() && !operators.start(options.operators))
+        return complain("cannot listen on " + options.operators);
+    const auto port = server.listen(options.address, options.port);
+    if (!port)
+        return complain("cannot listen on " + options.address + ", port " +
+                        std::to_string(options.port));
+    server.start();
+
+    std::promise<void> end;
+    signals.start({.end =
+                       [&end, isOver = false]() mutable {
+                           if (!std::exchange(isOver, true))
+                               end.set_value();
+                       },
+                   .reload =
+                       [&] {
+                           std::string error;
+                           auto fresh =
+                               serving::TlsContext::read(options.certificate, options.key, error);
+                           if (!fresh)
+                               return void(complain(error + "; the old certificate goes on"));
+                           server.setTls(std::move(fresh));
+                           std::fputs("zelvo-service: new certificate\n", stderr);
+                       }});
+    std::printf("Service: %s\n", options.origin(*port).c_str());
+    std::fflush(stdout);
+    end.get_future().wait();
+    server.stop();
+    signals.stop();
+    return EXIT_SUCCESS;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-    using namespace zelvo::service;
     constexpr int badUsage = 2;
-
     std::string error;
     std::span arguments(argv, static_cast<std::size_t>(argc));
     auto options = ServiceOptions::parse(arguments.subspan(argc > 0 ? 1 : 0), error);
     if (!options) {
         complain(error);
-        std::fputs(ServiceOptions::Usage, stderr);
+        std::fputs(ServiceOptions::usage().c_str(), stderr);
         return badUsage;
     }
-    if (options->answer)
-        return std::fputs(options->answer, stdout) >= 0 && std::fflush(stdout) == 0 ? EXIT_SUCCESS
-                                                                                    : EXIT_FAILURE;
+    if (!options->answer.empty())
+        return std::fputs(options->answer.c_str(), stdout) >= 0 && std::fflush(stdout) == 0
+                   ? EXIT_SUCCESS
+                   : EXIT_FAILURE;
 
     std::signal(SIGPIPE, SIG_IGN);  // a client that is gone is that connection's failure alone
     umask(S_IRWXG | S_IRWXO);       // the database tells where people's machines are
-    auto store = LinkStore::open(options->database, error);
+    // The library's own lines are about single clients, who are not to be named.
+    event_set_log_callback([](int, const char*) {});
+    serving::ServerSignals signals;
+    auto tls = serving::TlsContext::read(options->certificate, options->key, error);
+    if (!tls)
+        return complain(error);
+    auto store = SqliteLinkStore::open(
+        options->database, [] { return static_cast<Moment>(std::time(nullptr)); }, error);
     if (!store)
         return complain(options->database + ": " + error);
-    TlsContext tls(options->certificate, options->key, error);
-    if (!tls.isValid())
-        return complain(error);
-
-    SharingEndpoints endpoints(*store);
-    HttpsServer server(tls, endpoints);
-    auto port = server.bind(options->address, options->port);
-    if (!port)
-        return complain("cannot listen on " + options->address + ", port " +
-                        std::to_string(options->port));
-    TerminationSignals signals([&server] { server.stop(); });
-
-    std::printf("Service: %s\n", options->origin(*port).c_str());
-    std::fflush(stdout);
-    return server.run() ? EXIT_SUCCESS : complain("cannot accept connections any more");
+    return serve(*options, std::move(tls), *store, signals);
 }

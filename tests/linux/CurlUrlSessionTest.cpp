@@ -46,31 +46,29 @@ class CurlUrlSessionTest : public testing::Test {
     void SetUp() override {
         // Nothing here goes through it but what says so.
         ::setenv("https_proxy", silentUrl.c_str(), 1);
-        peer.server.Post("/echo", [this](const auto& request, auto& response) {
+        peer.on("/echo", [this](const auto& request, auto respond) {
             std::lock_guard lock(mutex);
-            peers.insert(request.remote_port);
-            contentTypes.push_back(request.get_header_value("Content-Type"));
-            response.status = 500;
-            response.set_header("Client-Address", request.remote_addr);
-            response.set_content(request.method + " " + request.body, "text/plain");
+            peers.insert(request.port);
+            contentTypes.emplace_back(request.header("Content-Type"));
+            respond({500,
+                     {{"Client-Address", request.client.text()}},
+                     std::string(request.method) + " " + std::string(request.body)});
         });
-        peer.server.Get("/redirect", [](const auto&, auto& response) {
-            response.set_redirect("/landed");
-            response.set_content("moved", "text/plain");
+        peer.on("/cookie", [](const auto& request, auto respond) {
+            respond({200,
+                     {{"Set-Cookie", std::string(request.query)}},
+                     std::string(request.header("Cookie"))});
         });
-        peer.server.Get("/landed", [this](const auto&, auto&) { landed = true; });
-        peer.server.Get("/never", [this](const auto&, auto&) { released.get_future().wait(); });
-        peer.server.Get("/body", [](const auto& request, auto& response) {
-            auto size = std::stoul(request.get_param_value("size"));
-            response.set_chunked_content_provider(
-                "text/plain", [size](std::size_t offset, httplib::DataSink& sink) {
-                    std::string piece(std::min<std::size_t>(size - offset, 65536), 'x');
-                    if (piece.empty())
-                        sink.done();
-                    else
-                        sink.write(piece.data(), piece.size());
-                    return true;
-                });
+        peer.on("/redirect", [](const auto&, auto respond) {
+            respond({302, {{"Location", "/landed"}}, "moved"});
+        });
+        peer.on("/landed", [this](const auto&, auto respond) {
+            landed = true;
+            respond({});
+        });
+        peer.on("/never", [this](const auto&, auto respond) { unanswered.push_back(respond); });
+        peer.on("/body", [](const auto& request, auto respond) {
+            respond({200, {}, std::string(std::stoul(std::string(request.query)), 'x')});
         });
         peer.start();
         restart("good.pem");
@@ -78,7 +76,8 @@ class CurlUrlSessionTest : public testing::Test {
     void TearDown() override {
         ::unsetenv("https_proxy");
         session.reset();
-        released.set_value();
+        for (const auto& respond : unanswered)
+            respond({});
     }
 
     static UrlRequest get(const std::string& url, std::chrono::seconds timeout = 60s) {
@@ -118,7 +117,9 @@ class CurlUrlSessionTest : public testing::Test {
             queue, CurlUrlSession::Options{
                        .certificateFile = *folder / authority,
                        .patienceAtQuit = patience,
-                       .seenFrom = [this](const std::string& from) { seen.push_back(from); }});
+                       .seenFrom = [this](const std::string& from) { seen.push_back(from); },
+                       .cookieFile = cookieFile,
+                       .cookiesAreLost = [this](const std::string& error) { lost = error; }});
     }
 
     static inline std::unique_ptr<TemporaryFolder> folder;
@@ -130,7 +131,9 @@ class CurlUrlSessionTest : public testing::Test {
     std::vector<std::string> contentTypes;
     std::atomic<bool> landed = false;
     std::vector<std::string> seen;
-    std::promise<void> released;
+    std::string cookieFile;
+    std::string lost;
+    std::vector<HttpsPeer::Respond> unanswered;
     ExchangeReport report;
     HttpsPeer peer{*folder, "good"};
 
@@ -145,7 +148,7 @@ TEST_F(CurlUrlSessionTest, ExchangesOverOneConnection) {
     EXPECT_EQ(report.httpStatus, 500);
     EXPECT_EQ(text(exchange(post(""))), "POST ");
     EXPECT_EQ(text(session->sendSynchronously(post("s"))), "POST s");
-    EXPECT_EQ(text(exchange(get(peer.url("/body?size=0")))), "");
+    EXPECT_EQ(text(exchange(get(peer.url("/body?0")))), "");
     EXPECT_EQ(peers.size(), 1U);
     EXPECT_EQ(seen, std::vector<std::string>(3, "127.0.0.1"));
     EXPECT_EQ(contentTypes[0], "application/x-www-form-urlencoded");
@@ -155,6 +158,27 @@ TEST_F(CurlUrlSessionTest, ExchangesOverOneConnection) {
     session->dataTask(get(silentUrl), [&](UrlResult) { stalledDone = true; });
     EXPECT_EQ(text(exchange(post("x"))), "POST x");
     EXPECT_FALSE(stalledDone);
+}
+
+TEST_F(CurlUrlSessionTest, KeepsCookiesBeforeTheReplyIsHandedOn) {
+    const TemporaryFolder jars;
+    cookieFile = jars / "state/cookies";
+    restart("good.pem");
+    bool wasKept = false;
+    session->dataTask(get(peer.url("/cookie?owner=1;Max-Age=99;Secure;HttpOnly;Path=/cookie")),
+                      [&](UrlResult) { wasKept = !jars.read("state/cookies").empty(); });
+    EXPECT_TRUE(queue.runUntil([&] { return wasKept; }));
+    EXPECT_EQ(std::filesystem::status(cookieFile).permissions(), std::filesystem::perms(0600));
+    restart("good.pem");
+    EXPECT_EQ(text(exchange(get(peer.url("/cookie?owner=2;Max-Age=99;Path=/cookie")))), "owner=1");
+    restart("good.pem");
+    EXPECT_EQ(text(exchange(get(peer.url("/cookie")))), "owner=2");
+    EXPECT_EQ(text(exchange(get(peer.url("/body?3")))), "xxx");
+    cookieFile = "/proc/none";
+    restart("good.pem");
+    exchange(get(peer.url("/cookie?owner=3;Max-Age=99")));
+    EXPECT_TRUE(queue.runUntil([&] { return !lost.empty(); }));
+    EXPECT_EQ(text(exchange(get(peer.url("/cookie")))), "owner=3");
 }
 
 TEST_F(CurlUrlSessionTest, RefusesWhatItCannotTrustAndSaysWhy) {
@@ -204,8 +228,8 @@ TEST_F(CurlUrlSessionTest, OffersNoOldTlsAndUsesAProxyBeyondLoopbackOnly) {
 TEST_F(CurlUrlSessionTest, LimitsRedirectsBodyAndTime) {
     EXPECT_EQ(text(exchange(get(peer.url("/redirect")))), "moved");
     EXPECT_FALSE(landed);
-    EXPECT_EQ(text(exchange(get(peer.url("/body?size=1048576")))).size(), 1048576U);
-    EXPECT_EQ(text(exchange(get(peer.url("/body?size=2097152")))), error(CURLE_FILESIZE_EXCEEDED));
+    EXPECT_EQ(text(exchange(get(peer.url("/body?1048576")))).size(), 1048576U);
+    EXPECT_EQ(text(exchange(get(peer.url("/body?2097152")))), error(CURLE_FILESIZE_EXCEEDED));
     EXPECT_EQ(text(exchange(get(silentUrl, 1s))), error(CURLE_OPERATION_TIMEDOUT));
     EXPECT_EQ(report.trouble, ExchangeTrouble::NoConnection);
     EXPECT_EQ(text(exchange(get(peer.url("/never"), 1s))), error(CURLE_OPERATION_TIMEDOUT));

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <atomic>
+#include <mutex>
 
 #include "platform/linux/LinuxExplanations.h"
 #include "platform/linux/https/ServiceExplanation.h"
@@ -27,21 +27,28 @@ const std::string creationOfL = "permanentSharedLink=L";
 /// all before that changes.
 struct SharingSessionTest : testing::Test {
     SharingSessionTest() {
-        peer.server.Post("/app/(.*)", [this](const auto& request, auto& response) {
-            queue.async([this, what = request.matches[1].str() + " " + request.body] {
-                came.push_back(what);
-            });
-            while (status == 0)
-                std::this_thread::sleep_for(1ms);
-            response.status = status;
-            response.set_content("link", "text/plain");
+        peer.on("/app/", [this](const auto& request, auto respond) {
+            queue.async([this, what = std::string(request.path.substr(5)) + " " +
+                                      std::string(request.body)] { came.push_back(what); });
+            const std::lock_guard lock(mutex);
+            if (status == 0)
+                unanswered.push_back(respond);
+            else
+                respond({status, {}, "link"});
         });
         peer.start();
         restart();
     }
     ~SharingSessionTest() override {
-        status = 200;
+        answerWith(200);
         session.reset();
+    }
+
+    void answerWith(int next) {
+        const std::lock_guard lock(mutex);
+        status = next;
+        for (const auto& respond : std::exchange(unanswered, {}))
+            respond({status, {}, "link"});
     }
 
     void restart() {
@@ -49,9 +56,12 @@ struct SharingSessionTest : testing::Test {
         session = std::make_unique<SharingSession>(
             queue, explanation, fake.log,
             SharingSession::Options{
-                .exchanges = {.certificateFile = folder / "cert.pem", .patienceAtQuit = 300ms},
+                .exchanges = {.certificateFile = folder / "cert.pem",
+                              .patienceAtQuit = 300ms,
+                              .beatsEvery = 10ms},
                 .stateFolder = folder / "state",
-                .registers = [](const auto& reply) { return reply.size() == 4; }});
+                .registers = [](const auto& reply) { return reply.size() == 4; },
+                .signsOfLifeEvery = signsOfLifeEvery});
     }
     void send(const std::string& endpoint, const std::string& form) {
         UrlRequest request;
@@ -71,10 +81,13 @@ struct SharingSessionTest : testing::Test {
     std::string journal() const { return folder.read("state/withdrawals"); }
 
     TemporaryFolder folder;
+    std::chrono::milliseconds signsOfLifeEvery = 24h;
     const bool hasCertificate = (makeCertificate(folder, "cert"), true);
     FakePlatform fake;
     WaitingQueue queue;
-    std::atomic<int> status = 200;
+    std::mutex mutex;
+    int status = 200;
+    std::vector<HttpsPeer::Respond> unanswered;
     std::vector<std::string> came;
     std::vector<bool> ended;
     HttpsPeer peer{folder, "cert"};
@@ -85,7 +98,7 @@ struct SharingSessionTest : testing::Test {
 }  // namespace
 
 TEST_F(SharingSessionTest, SendsAWithdrawalAgainBeforeTheSameLinkIsRegistered) {
-    status = 503;
+    answerWith(503);
     send("update.php", withdrawalOfL);
     expectEnds({true});
     EXPECT_TRUE(explanation.withdrawal().value().starts_with("The sharing service could not be"));
@@ -97,13 +110,13 @@ TEST_F(SharingSessionTest, SendsAWithdrawalAgainBeforeTheSameLinkIsRegistered) {
                                           " permanentSharedLink=L\n1 " +
                                           peer.url("/app/delete.php") + " link=N\n" + journal());
     came.clear();
-    status = 0;
+    answerWith(0);
     restart();
     send("create.php", creationOfL);
     send("create.php", "permanentSharedLink=");
     EXPECT_TRUE(runUntil([&] { return came.size() == 2; }));
     EXPECT_FALSE(queue.runUntil([&] { return came.size() > 2; }, 100ms)) << "not while it may undo";
-    status = 200;
+    answerWith(200);
     EXPECT_TRUE(runUntil([&] { return came.size() == 3 && ended.size() == 2; }));
     EXPECT_EQ(came[2], "create.php " + creationOfL);
     EXPECT_NE(std::ranges::find(came, "update.php " + withdrawalOfL), came.end());
@@ -118,6 +131,7 @@ TEST_F(SharingSessionTest, KeepsWhatIsNotConfirmed) {
         bool isKept;
     } cases[] = {
         {"update.php", withdrawalOfL, 503, true},
+        {"update.php", withdrawalOfL, 429, true},
         {"update.php", withdrawalOfL, 404, false},
         {"delete.php", "link=L", 500, true},
         {"delete.php", "link=L", 200, false},
@@ -125,13 +139,13 @@ TEST_F(SharingSessionTest, KeepsWhatIsNotConfirmed) {
         {"get.php", "link=L", 503, false},
     };
     for (const auto& [endpoint, form, answer, isKept] : cases) {
-        status = answer;
+        answerWith(answer);
         send(endpoint, form);
         expectEnds({true});
         EXPECT_EQ(!journal().empty(), isKept) << endpoint << ' ' << answer;
     }
     // It is there before the request is, for a process that is killed meanwhile.
-    status = 0;
+    answerWith(0);
     send("update.php", withdrawalOfL);
     EXPECT_NE(journal(), "");
     session->quitBegins();
@@ -140,8 +154,21 @@ TEST_F(SharingSessionTest, KeepsWhatIsNotConfirmed) {
     EXPECT_NE(journal(), "");
 }
 
+TEST_F(SharingSessionTest, ShowsThatItLivesUntilTheWithdrawal) {
+    signsOfLifeEvery = 50ms;
+    restart();
+    send("create.php", "permanentSharedLink=");
+    send("get.php", "link=L");
+    EXPECT_TRUE(runUntil([&] { return came.size() >= 5; }));
+    EXPECT_EQ(std::ranges::count(came, "get.php link=L"), std::ssize(came) - 1);
+    send("delete.php", "link=L");
+    const auto last = [&] { return came.back() == "delete.php link=L"; };
+    EXPECT_TRUE(runUntil(last));
+    EXPECT_FALSE(queue.runUntil([&] { return !last(); }, 200ms));
+}
+
 TEST_F(SharingSessionTest, RegistersNothingOnceAQuitHasBegun) {
-    status = 0;
+    answerWith(0);
     send("update.php", "availabilityStatus=0&sharedLink=L");
     send("create.php", creationOfL);
     session->quitBegins();
@@ -149,7 +176,7 @@ TEST_F(SharingSessionTest, RegistersNothingOnceAQuitHasBegun) {
     send("create.php", "permanentSharedLink=");
     expectEnds({false, false});
     EXPECT_TRUE(runUntil([&] { return came.size() == 1; }));
-    status = 200;
+    answerWith(200);
     expectEnds({true, true});
     EXPECT_EQ(came.back(), "update.php " + withdrawalOfL);
     EXPECT_EQ(came.size(), 2U);

@@ -118,7 +118,13 @@ def failures(stage):
     router = stage.start_router(router.port)
     stage.press("Return")
     zelvo.wait_for(r"^Port mapping: Port Mapping Successful\.$")
-    zelvo.wait_for(r"^Link: zelvo://\S+$")
+    link = zelvo.wait_for(r"^Link: zelvo://\S+$").group(0)
+
+    # Killed as soon as it knows its link, it still owns it.
+    zelvo.send(signal.SIGKILL)
+    zelvo.wait(10)
+    zelvo = stage.start_application(service, router)
+    assert zelvo.wait_for(r"^Link: zelvo://\S+$", 30).group(0) == link
 
     # A second one would take the link back under the first when it quits.
     second = stage.start_application(service, router)

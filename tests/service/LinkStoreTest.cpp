@@ -1,8 +1,13 @@
-#include "service/LinkStore.h"
+#include "service/SqliteLinkStore.h"
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/resource.h>
 
+#include <csignal>
+#include <future>
+
+#include "service/Names.h"
 #include "service/SharingFields.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -17,9 +22,25 @@ class LinkStoreTest : public testing::Test {
         for (auto name : FactNames)
             registration.facts.emplace(name, "x");
     }
-    std::unique_ptr<LinkStore> open() {
+    std::unique_ptr<SqliteLinkStore> open() {
         error.clear();
-        return LinkStore::open(file, error);
+        return SqliteLinkStore::open(
+            file, [] { return 1'000'000'000; }, error);
+    }
+    static std::string name(int number) {
+        auto text = std::to_string(number);
+        return text.insert(0, 32 - text.size(), '0');
+    }
+    Outcome insert(LinkStore& store, int number) {
+        std::promise<Outcome> promise;
+        store.create({"", "", name(number), digestOf(name(number)), registration},
+                     [&](const auto& created) { promise.set_value(created.outcome); });
+        return promise.get_future().get();
+    }
+    static Outcome find(LinkStore& store, int number) {
+        auto result = Outcome::Failed;
+        store.find(name(number), [&](Outcome outcome, const auto&) { result = outcome; });
+        return result;
     }
 
     /// Somebody else's hands on the database, until they are destroyed.
@@ -37,21 +58,10 @@ class LinkStoreTest : public testing::Test {
 };
 
 TEST_F(LinkStoreTest, SaysWhyADatabaseCannotBeUsed) {
-    {
-        auto store = open();
-        for (int i = 0; i < 500; ++i)
-            ASSERT_EQ(store->insert("link" + std::to_string(i), registration), Outcome::Done);
-    }
     ASSERT_TRUE(open());
     intrude("PRAGMA user_version = 9");
     EXPECT_FALSE(open());
     EXPECT_EQ(error, "written by another version of this service");
-    intrude("PRAGMA user_version = 1");
-    ASSERT_TRUE(open());
-
-    std::fstream(file, std::ios::in | std::ios::out).seekp(4096) << std::string(4096, '?');
-    EXPECT_FALSE(open());
-    EXPECT_NE(error, "");
     folder.write("links.db", std::string(5000, '?'));
     EXPECT_FALSE(open());
     EXPECT_EQ(error, "file is not a database");
@@ -64,17 +74,59 @@ TEST_F(LinkStoreTest, SaysWhyADatabaseCannotBeUsed) {
     EXPECT_EQ(std::filesystem::file_size(file), before);
 }
 
-TEST_F(LinkStoreTest, ALockedDatabaseFailsAndRecovers) {
+TEST_F(LinkStoreTest, ALockedOrFullDatabaseFailsAndRecovers) {
     auto store = open();
-    ASSERT_EQ(store->insert("a", registration), Outcome::Done);
+    ASSERT_EQ(insert(*store, 1), Outcome::Done);
     auto intruder = intrude("BEGIN IMMEDIATE");
-    EXPECT_EQ(store->insert("b", registration), Outcome::Failed);
+    EXPECT_EQ(insert(*store, 2), Outcome::Failed);
+    EXPECT_FALSE(store->isWell());
     EXPECT_FALSE(open());
     EXPECT_EQ(error, "database is locked");
     intruder.reset();
-    EXPECT_EQ(store->find("b", registration), Outcome::Unknown);
-    EXPECT_EQ(store->insert("b", registration), Outcome::Done);
-    EXPECT_EQ(store->insert("b", registration), Outcome::Failed);
+    EXPECT_EQ(find(*store, 2), Outcome::Unknown);
+    EXPECT_EQ(insert(*store, 2), Outcome::Done);
+    EXPECT_EQ(insert(*store, 2), Outcome::Failed) << "which fails that change alone";
+
+    // A disk that takes nothing more.
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const rlimit none{0, limit.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &none);
+    EXPECT_EQ(insert(*store, 3), Outcome::Failed);
+    EXPECT_EQ(find(*store, 1), Outcome::Done);
+    setrlimit(RLIMIT_FSIZE, &limit);
+    EXPECT_EQ(insert(*store, 3), Outcome::Done);
+    EXPECT_TRUE(store->isWell());
+}
+
+TEST_F(LinkStoreTest, TakesOverTheLinksOfTheLayoutBefore) {
+    std::string facts;
+    std::string values;
+    for (auto name : FactNames) {
+        facts.append(", ").append(name).append(" TEXT NOT NULL");
+        values += ", 'x'";
+    }
+    intrude(("CREATE TABLE links (link TEXT PRIMARY KEY NOT NULL, availabilityStatus INTEGER NOT "
+             "NULL" +
+             facts + ") WITHOUT ROWID; INSERT INTO links VALUES ('" + name(1) + "', 0" + values +
+             "); PRAGMA application_id = 2053928559; PRAGMA user_version = 1")
+                .c_str());
+    auto store = open();
+    ASSERT_TRUE(store) << error;
+    store->find(name(1), [](Outcome outcome, const LinkStore::Record& record) {
+        EXPECT_EQ(outcome, Outcome::Done);
+        EXPECT_EQ(record.registration.availability, LinkStore::Availability::Unavailable);
+        EXPECT_EQ(record.lastSign, 1'000'000'000);
+    });
+    for (const auto& owner : {std::string(), digestOf("")}) {
+        std::promise<Outcome> promise;
+        store->remove(name(1), owner, [&](Outcome outcome) { promise.set_value(outcome); });
+        EXPECT_EQ(promise.get_future().get(), Outcome::Unknown);
+    }
+    store.reset();
+    ASSERT_TRUE(store = open()) << error;
+    EXPECT_EQ(find(*store, 1), Outcome::Done);
 }
 
 }  // namespace

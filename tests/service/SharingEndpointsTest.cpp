@@ -3,8 +3,13 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <atomic>
+#include <future>
+
 #include "service/JsonObject.h"
+#include "service/Names.h"
 #include "service/PropertyListWriter.h"
+#include "service/SqliteLinkStore.h"
 #include "tests/service/Facts.h"
 #include "tests/support/Mutations.h"
 #include "tests/support/TemporaryFolder.h"
@@ -14,8 +19,21 @@ namespace {
 
 class SharingEndpointsTest : public testing::Test {
   protected:
-    Reply answer(const std::string& endpoint, const std::string& body) {
-        return endpoints.answer("/app/4.8.1/sharing/" + endpoint, body);
+    /// With the secret that the service has given last, unless another is shown.
+    Reply answer(const std::string& endpoint, const std::string& body,
+                 std::optional<std::string> shown = std::nullopt) {
+        std::promise<SharingEndpoints::Answer> promise;
+        endpoints.answer("/app/4.8.1/sharing/" + endpoint, body, {shown.value_or(secret), peer},
+                         [&](const auto& given) { promise.set_value(given); });
+        auto given = promise.get_future().get();
+        if (!given.secret.empty())
+            secret = given.secret;
+        return given.reply;
+    }
+    static Reply unavailable() { return {{"StatusCode", 0}, {"availabilityStatus", 1}}; }
+    std::string update(const std::string& link, int availability) {
+        return facts("B") + "&sharedLink=" + link +
+               "&availabilityStatus=" + std::to_string(availability);
     }
     std::string create(const std::string& name, const std::string& kept = "") {
         auto reply = answer("create.php", facts(name) + "&permanentSharedLink=" + kept);
@@ -24,8 +42,13 @@ class SharingEndpointsTest : public testing::Test {
 
     test::TemporaryFolder folder;
     std::string error;
-    std::unique_ptr<LinkStore> store = LinkStore::open(folder / "links.db", error);
-    SharingEndpoints endpoints{*store};
+    std::atomic<Moment> now = 1'000'000'000;
+    std::string secret;
+    std::string peer = "203.0.113.7";
+    std::unique_ptr<LinkStore> store = SqliteLinkStore::open(
+        folder / "links.db", [this] { return now.load(); }, error);
+    SharingEndpoints endpoints{
+        *store, {.clock = [this] { return now.load(); }, .relays = {"198.51.100.1"}}};
 };
 
 TEST_F(SharingEndpointsTest, ALinkLivesFromCreateToDelete) {
@@ -34,6 +57,7 @@ TEST_F(SharingEndpointsTest, ALinkLivesFromCreateToDelete) {
     EXPECT_EQ(link.size(), 32u);
     EXPECT_NE(link, other);
     const Reply registered = {{"StatusCode", 0},
+                              {"AddressProven", 1},
                               {"ComputerName", "Tom & Ann=1+1\r<]]>"},
                               {"LocalHostname", "tom.local."},
                               {"vncPort", "5900"},
@@ -46,11 +70,10 @@ TEST_F(SharingEndpointsTest, ALinkLivesFromCreateToDelete) {
                               {"availabilityStatus", 0}};
     EXPECT_EQ(answer("get.php", "link=" + link), registered);
 
-    EXPECT_EQ(answer("update.php", facts("B") + "&sharedLink=" + link + "&availabilityStatus=1"),
-              success());
-    auto updated = answer("get.php", "link=" + link);
-    EXPECT_EQ(updated["ComputerName"], Reply::mapped_type("B"));
-    EXPECT_EQ(updated["availabilityStatus"], Reply::mapped_type(1));
+    EXPECT_EQ(answer("update.php", update(link, 0)), success());
+    EXPECT_EQ(answer("get.php", "link=" + link)["ComputerName"], Reply::mapped_type("B"));
+    EXPECT_EQ(answer("update.php", update(link, 1)), success());
+    EXPECT_EQ(answer("get.php", "link=" + link), unavailable());
 
     EXPECT_EQ(create("C", link), link);
     auto again = answer("get.php", "link=" + link);
@@ -58,15 +81,90 @@ TEST_F(SharingEndpointsTest, ALinkLivesFromCreateToDelete) {
     EXPECT_EQ(again["availabilityStatus"], Reply::mapped_type(0));
 
     EXPECT_EQ(answer("delete.php", "link=" + link), success());
-    for (const auto& [endpoint, body] : std::map<std::string, std::string>{
-             {"delete.php", "link=" + link},
-             {"get.php", "link=" + link},
-             {"update.php", facts("D") + "&sharedLink=" + link + "&availabilityStatus=0"}})
+    for (const auto& [endpoint, body] :
+         std::map<std::string, std::string>{{"delete.php", "link=" + link},
+                                            {"get.php", "link=" + link},
+                                            {"update.php", update(link, 0)}})
         EXPECT_EQ(answer(endpoint, body), refusal(StatusCode::UnknownLink)) << endpoint;
     auto fresh = create("E", link);
     EXPECT_EQ(fresh.size(), 32u);
     EXPECT_NE(fresh, link);
     EXPECT_EQ(answer("get.php", "link=" + other)["ComputerName"], Reply::mapped_type("Other"));
+}
+
+TEST_F(SharingEndpointsTest, OnlyItsOwnerChangesALink) {
+    const auto link = create("A");
+    const auto owner = secret;
+    EXPECT_EQ(owner.size(), 32u);
+    const auto told = answer("get.php", "link=" + link, "");
+    secret.clear();
+    create("Stranger");
+    const auto foreign = secret;
+    secret.clear();
+    const auto gone = create("Gone");
+    const auto old = secret;
+    answer("delete.php", "link=" + gone);
+    const auto unknown = refusal(StatusCode::UnknownLink);
+    for (const auto& shown : {std::string(), foreign, old, owner.substr(1), owner + " ",
+                              std::string(32, '0'), digestOf(owner)}) {
+        EXPECT_EQ(answer("update.php", update(link, 1), shown), unknown) << shown;
+        EXPECT_EQ(answer("delete.php", "link=" + link, shown), unknown) << shown;
+        secret = shown;
+        const auto fresh = create("Hijack", link);
+        EXPECT_EQ(fresh.size(), 32u);
+        EXPECT_NE(fresh, link) << shown;
+        // A secret that owns something goes on, any other is replaced and never taken over.
+        EXPECT_EQ(secret == shown, shown == foreign) << shown;
+    }
+    EXPECT_EQ(answer("get.php", "link=" + link, ""), told);
+    secret = owner;
+    EXPECT_EQ(create("A", link), link);
+    EXPECT_EQ(secret, owner);
+    EXPECT_EQ(folder.read("links.db-wal").find(owner), std::string::npos);
+    EXPECT_EQ(answer("delete.php", "link=" + link), success());
+}
+
+TEST_F(SharingEndpointsTest, ALinkLivesAsLongAsItsHostShowsThatItDoes) {
+    constexpr Moment hour = 3600;
+    const auto link = create("A");
+    const auto isAvailable = [&](const std::string& shown) {
+        const auto reply = answer("get.php", "link=" + link, shown);
+        EXPECT_TRUE(reply.contains("ComputerName") || reply == unavailable());
+        return reply.contains("ComputerName");
+    };
+    now += 48 * hour;
+    EXPECT_TRUE(isAvailable("")) << "which is no sign of life";
+    now += 1;
+    EXPECT_FALSE(isAvailable(""));
+    EXPECT_TRUE(isAvailable(secret));
+    for (int day = 0; day < 40; ++day) {
+        // Changes go one after the other, and so the sign of life has been written.
+        answer("delete.php", "link=" + std::string(32, '0'));
+        now += 24 * hour;
+        EXPECT_TRUE(isAvailable(secret)) << day;
+    }
+    answer("delete.php", "link=" + std::string(32, '0'));
+    now += 30 * 24 * hour - 1;
+    EXPECT_FALSE(isAvailable(""));
+    now += 1;
+    const auto unknown = refusal(StatusCode::UnknownLink);
+    EXPECT_EQ(answer("get.php", "link=" + link), unknown);
+    EXPECT_EQ(answer("update.php", update(link, 0)), unknown);
+    EXPECT_EQ(answer("delete.php", "link=" + link), unknown);
+    EXPECT_NE(create("A", link), link);
+}
+
+TEST_F(SharingEndpointsTest, SaysWhetherTheAddressIsProven) {
+    for (const auto& [from, isProven] :
+         std::map<std::string, int>{{"203.0.113.7", 1}, {"203.0.113.8", 0}, {"", 0}}) {
+        peer = from;
+        const auto link = create("A");
+        EXPECT_EQ(answer("get.php", "link=" + link)["AddressProven"], Reply::mapped_type(isProven));
+    }
+    auto form = facts("A") + "&permanentSharedLink=";
+    form.replace(form.find(peer = "203.0.113.7"), 11, "198.51.100.1");
+    const auto link = std::get<std::string>(answer("create.php", form)["link"]);
+    EXPECT_EQ(answer("get.php", "link=" + link)["AddressProven"], Reply::mapped_type(1));
 }
 
 TEST_F(SharingEndpointsTest, AnswersEveryKeptLinkWithOneThatWorks) {

@@ -185,11 +185,11 @@ class Stage:
         run("x509", "-req", "-in", "service.csr", "-CA", "ca.pem", "-CAkey", "ca.key",
             "-CAcreateserial", "-extfile", "names", "-out", "service.pem")
 
-    def start_service(self, port=0, address="127.0.0.1", **how):
+    def start_service(self, port=0, address="127.0.0.1", options=(), **how):
         service = self.start([os.path.join(self.build, "zelvo-service"), "--database",
                               self.path("links.sqlite"), "--certificate", self.path("service.pem"),
                               "--key", self.path("service.key"), "--address", address,
-                              "--port", str(port)], **how)
+                              "--port", str(port), *options], **how)
         service.url = service.wait_for(r"^Service: (https://\S+)$").group(1)
         service.port = int(service.url.rsplit(":", 1)[1])
         return service

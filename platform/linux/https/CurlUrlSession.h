@@ -31,6 +31,15 @@ class CurlUrlSession : public UrlSession {
         /// Hears on the main thread the address from which a peer saw a request come, where it
         /// tells by a "Client-Address" header.
         std::function<void(const std::string& address)> seenFrom = {};
+        /// Where cookies are kept: on the disk before the reply is handed on that brings them.
+        /// Empty for as long as the session lasts.
+        std::string cookieFile = {};
+        /// Hears on the main thread that they could not be written, and why.
+        std::function<void(const std::string& error)> cookiesAreLost = {};
+        /// Called on the main thread about that often while the computer is awake, once there has
+        /// been an exchange.
+        std::chrono::milliseconds beatsEvery = std::chrono::minutes(10);
+        std::function<void()> beat = {};
     };
 
     /// The queue outlives this object. Once it has been closed, exchanges end with an error soon.

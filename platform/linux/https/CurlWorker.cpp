@@ -5,6 +5,7 @@
 
 #include "platform/linux/base/Debug.h"
 #include "platform/linux/base/ThreadQueue.h"
+#include "platform/linux/https/CookieJar.h"
 #include "platform/linux/https/CurlExchange.h"
 
 namespace zelvo::platform {
@@ -14,8 +15,6 @@ namespace {
 /// How soon exchanges end after the main queue has been closed or their time at quit is over, in
 /// milliseconds.
 constexpr int pollWhileActive = 250;
-/// New work and the end wake the worker up.
-constexpr int pollWhileIdle = 3'600'000;
 
 }  // namespace
 
@@ -91,6 +90,9 @@ void CurlWorker::run() {
         ending_ = ending_ || !multi->handle;
         multi_ = std::move(multi);
     }
+    cookies_ = std::make_unique<CookieJar>(options_.cookieFile);
+    // New work and the end wake the worker up.
+    const auto pollWhileIdle = static_cast<int>(options_.beatsEvery.count());
     while (takeIncoming()) {
         int running = 0;
         curl_multi_perform(multi_->handle, &running);
@@ -98,6 +100,7 @@ void CurlWorker::run() {
         finishOverdue();
         if (!mainQueue_.isOpen())
             cancelAll();
+        beat();
         curl_multi_poll(multi_->handle, nullptr, 0,
                         active_.empty() ? pollWhileIdle : pollWhileActive, nullptr);
     }
@@ -127,6 +130,8 @@ bool CurlWorker::takeIncoming() {
 
 void CurlWorker::begin(std::unique_ptr<CurlExchange> exchange) {
     auto* handle = exchange->prepare(options_);
+    if (handle)
+        cookies_->lend(handle);
     if (handle && hurries_) {
         exchange->hurry(options_.patienceAtQuit);
         // A name server that does not answer would take all of the time.
@@ -156,8 +161,23 @@ void CurlWorker::collect() {
         if (auto address = exchange->replyHeader("Client-Address");
             options_.seenFrom && !address.empty())
             mainQueue_.async([seenFrom = options_.seenFrom, address] { seenFrom(address); });
+        keepCookies();
         exchange->finish(code);
     }
+}
+
+void CurlWorker::keepCookies() {
+    const auto error = cookies_->keep();
+    if (!error.empty() && options_.cookiesAreLost)
+        mainQueue_.async([lost = options_.cookiesAreLost, error] { lost(error); });
+}
+
+void CurlWorker::beat() {
+    const auto now = std::chrono::steady_clock::now();
+    if (!options_.beat || now - lastBeat_ < options_.beatsEvery)
+        return;
+    lastBeat_ = now;
+    mainQueue_.async(options_.beat);
 }
 
 void CurlWorker::hurry() {

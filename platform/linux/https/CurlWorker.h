@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -10,6 +11,7 @@
 
 namespace zelvo::platform {
 
+class CookieJar;
 class CurlExchange;
 
 /// The thread that drives all exchanges of a session.
@@ -40,10 +42,15 @@ class CurlWorker {
     void finishOverdue();
     void cancelAll();
     bool takeIncoming();
+    void keepCookies();
+    void beat();
 
     MainQueue& mainQueue_;
     const CurlUrlSession::Options options_;
     std::unique_ptr<Multi> multi_;
+    /// After what its handles stand on, and before them.
+    std::unique_ptr<CookieJar> cookies_;
+    std::chrono::steady_clock::time_point lastBeat_ = std::chrono::steady_clock::now();
     std::vector<std::unique_ptr<CurlExchange>> active_;
     bool hurries_ = false;
 

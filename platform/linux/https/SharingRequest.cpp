@@ -26,6 +26,8 @@ SharingRequest SharingRequest::of(const UrlRequest& request) {
     if (endpoint == "create.php") {
         kind = Kind::Creation;
         link = field(form, "permanentSharedLink");
+    } else if (endpoint == "get.php") {
+        kind = Kind::Inquiry;
     } else if (endpoint == "delete.php") {
         kind = Kind::Withdrawal;
         link = field(form, "link");

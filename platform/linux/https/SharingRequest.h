@@ -9,7 +9,7 @@ namespace zelvo::platform {
 
 /// What a request to the sharing service is about, as far as it can be told from its form.
 struct SharingRequest {
-    enum class Kind : std::uint8_t { Other, Creation, Withdrawal };
+    enum class Kind : std::uint8_t { Other, Creation, Inquiry, Withdrawal };
 
     static SharingRequest of(const UrlRequest& request);
 

@@ -1,5 +1,7 @@
 #include "platform/linux/https/SharingSession.h"
 
+#include <ctime>
+#include <system_error>
 #include <utility>
 
 #include "platform/Log.h"
@@ -16,6 +18,14 @@ namespace {
 /// later a start without a network says so.
 constexpr auto LeftoverConnectsWithin = 10s;
 
+/// Goes on while the computer sleeps.
+std::chrono::milliseconds timeSinceBoot() {
+    timespec now{};
+    ::clock_gettime(CLOCK_BOOTTIME, &now);
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+        std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec));
+}
+
 }  // namespace
 
 SharingSession::SharingSession(MainQueue& mainQueue, ServiceExplanation& explanation, Log& log,
@@ -24,12 +34,28 @@ SharingSession::SharingSession(MainQueue& mainQueue, ServiceExplanation& explana
       explanation_(explanation),
       log_(log),
       registers_(std::move(options.registers)),
+      signsOfLifeEvery_(options.signsOfLifeEvery),
       journal_(options.stateFolder, log),
-      exchanges_(mainQueue, std::move(options.exchanges)) {
+      exchanges_(mainQueue, exchangeOptions(options)) {
     for (auto& request : journal_.requests()) {
         auto what = SharingRequest::of(request);
         submit({std::move(what), std::move(request), nullptr, true});
     }
+}
+
+CurlUrlSession::Options SharingSession::exchangeOptions(const Options& options) {
+    auto its = options.exchanges;
+    if (!options.stateFolder.empty())
+        its.cookieFile = options.stateFolder + "/cookies";
+    its.cookiesAreLost = [&log = log_](const std::string& error) {
+        log.line("Sharing service: the proof that the link is this computer's is not kept: " +
+                 error);
+    };
+    its.beat = [this, alive = std::weak_ptr(alive_)] {
+        if (alive.lock())
+            showLife();
+    };
+    return its;
 }
 
 void SharingSession::dataTask(UrlRequest request, std::function<void(UrlResult)> done) {
@@ -41,6 +67,12 @@ void SharingSession::dataTask(UrlRequest request, std::function<void(UrlResult)>
         explanation_.creationBegan();
     if (what.kind == Kind::Withdrawal)
         journal_.add(request);
+    if (what.kind == Kind::Inquiry) {
+        inquiry_ = request;
+        lastSign_ = timeSinceBoot();
+    } else if (what.kind != Kind::Other) {
+        inquiry_.reset();
+    }
     Task task{std::move(what), std::move(request), std::move(done)};
     if (task.what.kind == Kind::Creation && quitBegun_)
         refuse(std::move(task));
@@ -90,9 +122,11 @@ void SharingSession::hear(const Task& task, const UrlResult& result, const Excha
         explanation_.creationEnded(result.data && registers_(*result.data), report.trouble);
     if (task.what.kind != Kind::Withdrawal)
         return;
-    // A service that fails, or whatever stands before it and says so, has withdrawn nothing. One
-    // that refuses would refuse again.
-    const bool isConfirmed = result.data && report.httpStatus < 500;
+    // A service that fails or is asked too often, or whatever stands before it and says so, has
+    // withdrawn nothing. One that refuses would refuse again.
+    constexpr long tooManyRequests = 429;
+    const bool isConfirmed =
+        result.data && report.httpStatus < 500 && report.httpStatus != tooManyRequests;
     if (isConfirmed)
         journal_.remove(task.what.link);
     if (!task.isLeftover)
@@ -108,6 +142,21 @@ void SharingSession::hear(const Task& task, const UrlResult& result, const Excha
 void SharingSession::refuse(Task task) {
     mainQueue_.async([done = std::move(task.done)] {
         done({std::nullopt, Error{UrlErrorDomain, 0, "No link is registered during a quit"}});
+    });
+}
+
+void SharingSession::showLife() {
+    if (!inquiry_ || quitBegun_ || isShowingLife_ ||
+        timeSinceBoot() - lastSign_ < signsOfLifeEvery_)
+        return;
+    isShowingLife_ = true;
+    const auto begun = timeSinceBoot();
+    exchanges_.exchange(*inquiry_, [this, begun](const UrlResult&, const ExchangeReport& report) {
+        constexpr long answered = 200;
+        isShowingLife_ = false;
+        // Else the next beat tries again.
+        if (report.httpStatus == answered)
+            lastSign_ = begun;
     });
 }
 

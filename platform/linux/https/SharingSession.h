@@ -1,9 +1,12 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,15 +21,17 @@ class ServiceExplanation;
 
 /// The session to the sharing service. What changes one link goes one request after the other, so
 /// that no withdrawal overtakes, or is overtaken by, the registration of the same link. A
-/// withdrawal that is not confirmed is sent again by the next start.
+/// withdrawal that is not confirmed is sent again by the next start. While the link is there the
+/// service is asked for it once a day, which tells it that the host is alive.
 class SharingSession : public UrlSession {
   public:
     struct Options {
         CurlUrlSession::Options exchanges;
-        /// Where unconfirmed withdrawals are kept; empty for nowhere.
+        /// Where unconfirmed withdrawals are kept, and cookies; empty for nowhere.
         std::string stateFolder;
         /// Whether a reply says that a link is registered.
         std::function<bool(const std::vector<std::byte>& reply)> registers;
+        std::chrono::milliseconds signsOfLifeEvery = std::chrono::hours(24);
     };
 
     /// Sends the withdrawals that earlier runs have left. All outlive this object.
@@ -55,12 +60,21 @@ class SharingSession : public UrlSession {
     void send(Task task, std::function<void()> ended);
     void hear(const Task& task, const UrlResult& result, const ExchangeReport& report);
     void refuse(Task task);
+    void showLife();
+    CurlUrlSession::Options exchangeOptions(const Options& options);
 
     MainQueue& mainQueue_;
     ServiceExplanation& explanation_;
     Log& log_;
     const std::function<bool(const std::vector<std::byte>&)> registers_;
+    const std::chrono::milliseconds signsOfLifeEvery_;
     bool quitBegun_ = false;
+    /// The last question for the link that is there.
+    std::optional<UrlRequest> inquiry_;
+    std::chrono::milliseconds lastSign_{0};
+    bool isShowingLife_ = false;
+    /// By which a beat that comes late sees that this object has gone.
+    std::shared_ptr<bool> alive_ = std::make_shared<bool>();
     WithdrawalJournal journal_;
     /// By the link that they change; the request that is under way is out of its queue.
     std::map<std::string, std::deque<Task>> waiting_;

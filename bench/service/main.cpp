@@ -1,0 +1,239 @@
+// Loads the sharing service, or any server of its kind, and says how long it took:
+//
+//     zelvo-bench-service PORT create|get|fresh CLIENTS SECONDS [LINKS]
+//     zelvo-bench-service PORT idle CONNECTIONS          until standard input ends
+//     zelvo-bench-service PORT strangers CONNECTIONS     the same, with 100 new ones in a second
+//     zelvo-bench-service PORT random CLIENTS REQUESTS
+//
+// LINKS is a file of links to ask for, 32 characters each.
+
+#include <event2/event.h>
+#include <openssl/ssl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "bench/service/Client.h"
+#include "bench/service/RandomRequests.h"
+
+namespace {
+
+using namespace zelvo::bench;
+using namespace std::chrono_literals;
+
+SSL_CTX* makeTls() {
+    // Who is not to be measured checks nothing.
+    auto* tls = SSL_CTX_new(TLS_client_method());
+    SSL_CTX_set_cert_verify_callback(
+        tls, [](X509_STORE_CTX*, void*) { return 1; }, nullptr);
+    SSL_CTX_set1_groups_list(tls, "X25519");
+    SSL_CTX_set_mode(tls, SSL_MODE_RELEASE_BUFFERS);
+    return tls;
+}
+
+timeval asTimeval(std::chrono::milliseconds span) {
+    return {span.count() / 1000, span.count() % 1000 * 1000};
+}
+
+double milliseconds(Clock::duration span) {
+    return std::chrono::duration<double, std::milli>(span).count();
+}
+
+/// Clients that ask again as soon as they are answered.
+class Load {
+  public:
+    Load(const Client::Place& place, std::string kind, int clients, std::chrono::seconds span,
+         const std::string& links)
+        : place_(place), kind_(std::move(kind)), begun_(Clock::now()), end_(begun_ + span) {
+        std::ifstream file(links);
+        links_.assign(std::istreambuf_iterator<char>(file), {});
+        for (int i = 0; i < clients; ++i)
+            clients_.push_back(std::make_unique<Client>(place, i * 4));
+        for (auto& client : clients_)
+            ask(*client);
+    }
+
+    void report() {
+        const double seconds = milliseconds(Clock::now() - begun_) / 1000;
+        std::ranges::sort(took_);
+        const auto at = [this](double part) {
+            return took_.empty() ? 0.0
+                                 : took_[static_cast<std::size_t>(
+                                       part * static_cast<double>(took_.size() - 1))];
+        };
+        std::printf(
+            "{\"rate\": %.0f, \"p50\": %.2f, \"p99\": %.2f, \"max\": %.2f, \"wrong\": %zu}\n",
+            static_cast<double>(took_.size()) / seconds, at(0.5), at(0.99), at(1), wrong_);
+    }
+
+  private:
+    std::string request() {
+        constexpr std::size_t length = 32;
+        if (kind_ == "create")
+            return Client::post("create.php", ordinaryForm() + "&permanentSharedLink=");
+        const auto count = links_.size() / length;
+        const auto link = count > 0 ? links_.substr(random_() % count * length, length) : "none";
+        return Client::post("get.php", "link=" + link);
+    }
+
+    void ask(Client& client) {
+        if (kind_ == "fresh")
+            client.hangUp();
+        client.send(request(), [this, &client](const Client::Answer& answer) {
+            took_.push_back(milliseconds(answer.took));
+            if (answer.status != 200)
+                ++wrong_;
+            if (Clock::now() < end_)
+                ask(client);
+            else if (++done_ == clients_.size())
+                event_base_loopbreak(place_.base);
+        });
+    }
+
+    const Client::Place place_;
+    const std::string kind_;
+    const Clock::time_point begun_;
+    const Clock::time_point end_;
+    std::mt19937_64 random_{1};
+    std::string links_;
+    std::vector<std::unique_ptr<Client>> clients_;
+    std::vector<double> took_;
+    std::size_t done_ = 0;
+    std::size_t wrong_ = 0;
+};
+
+/// Connections that have asked once and then say nothing.
+void beIdle(const Client::Place& place, std::size_t count) {
+    std::vector<std::unique_ptr<Client>> clients;
+    std::size_t begun = 0;
+    std::size_t done = 0;
+    std::size_t wrong = 0;
+    std::function<void()> next = [&] {
+        if (begun == count)
+            return;
+        const auto number = begun++;
+        clients.push_back(std::make_unique<Client>(place, number));
+        clients.back()->send(Client::post("get.php", "link=a"), [&](const Client::Answer& answer) {
+            wrong += answer.status != 200;
+            if (++done == count)
+                event_base_loopbreak(place.base);
+            next();
+        });
+    };
+    clients.reserve(count);
+    for (int i = 0; i < 64; ++i)
+        next();
+    event_base_dispatch(place.base);
+    const auto open = std::ranges::count_if(clients, [](auto& it) { return it->isConnected(); });
+    std::printf("{\"open\": %zd, \"wrong\": %zu}\n", open, wrong);
+    std::fflush(stdout);
+    std::getchar();
+}
+
+/// Connections that are never used, each made anew as soon as it is ended, and new ones besides.
+class Strangers {
+  public:
+    Strangers(const Client::Place& place, std::size_t count) : place_(place), sockets_(count) {
+        tick_ = event_new(place.base, -1, EV_PERSIST, &Strangers::tick, this);
+        const auto span = asTimeval(10ms);
+        event_add(tick_, &span);
+    }
+    ~Strangers() { event_free(tick_); }
+
+  private:
+    struct Silent {
+        int socket = -1;
+        Strangers* all = nullptr;
+        event* ended = nullptr;
+    };
+
+    void begin(Silent& it) {
+        it.all = this;
+        it.socket = Client::connectFrom(number_++, place_.port);
+        it.ended = event_new(
+            place_.base, it.socket, EV_READ,
+            [](int, short, void* silent) {
+                auto& one = *static_cast<Silent*>(silent);
+                event_free(one.ended);
+                ::close(one.socket);
+                one.all->begin(one);
+            },
+            &it);
+        event_add(it.ended, nullptr);
+    }
+
+    /// One more client in each hundredth of a second, which goes when the next one comes.
+    static void tick(int, short, void* self) {
+        auto& all = *static_cast<Strangers*>(self);
+        // Over the time that they are suffered for, so that they do not all come again at once.
+        for (std::size_t i = 0; i < 10 && all.begun_ < all.sockets_.size(); ++i)
+            all.begin(all.sockets_[all.begun_++]);
+        if (all.begun_ == all.sockets_.size() && !std::exchange(all.saidSo_, true)) {
+            std::puts("{}");
+            std::fflush(stdout);
+        }
+        if (all.last_ >= 0)
+            ::close(all.last_);
+        all.last_ = Client::connectFrom(all.number_++, all.place_.port);
+    }
+
+    const Client::Place place_;
+    std::uint32_t number_ = 1'000'000;
+    std::vector<Silent> sockets_;
+    std::size_t begun_ = 0;
+    bool saidSo_ = false;
+    event* tick_ = nullptr;
+    int last_ = -1;
+};
+
+void beStrangers(const Client::Place& place, std::size_t count) {
+    Strangers strangers(place, count);
+    auto* over = event_new(
+        place.base, STDIN_FILENO, EV_READ,
+        [](int, short, void* base) { event_base_loopbreak(static_cast<event_base*>(base)); },
+        place.base);
+    event_add(over, nullptr);
+    event_base_dispatch(place.base);
+    event_free(over);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 4)
+        return 2;
+    std::signal(SIGPIPE, SIG_IGN);
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    const std::string kind = argv[2];
+    const int count = std::atoi(argv[3]);
+    const int more = argc > 4 ? std::atoi(argv[4]) : 0;
+    const Client::Place place{event_base_new(), makeTls(), std::atoi(argv[1])};
+    if (kind == "idle") {
+        beIdle(place, count);
+    } else if (kind == "strangers") {
+        beStrangers(place, count);
+    } else if (kind == "random") {
+        RandomRequests requests(place, count, more);
+        event_base_dispatch(place.base);
+        return requests.report() ? EXIT_SUCCESS : EXIT_FAILURE;
+    } else {
+        Load load(place, kind, count, std::chrono::seconds(more), argc > 5 ? argv[5] : "");
+        event_base_dispatch(place.base);
+        load.report();
+    }
+    return EXIT_SUCCESS;
+}

@@ -1,0 +1,173 @@
+#include "serving/TlsConnection.h"
+
+#include <event2/buffer.h>
+#include <event2/bufferevent.h>
+#include <event2/bufferevent_ssl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <openssl/ssl.h>
+#include <sys/socket.h>
+
+#include <array>
+
+#include "serving/HttpLoop.h"
+#include "serving/HttpShared.h"
+#include "serving/ProxyBio.h"
+
+namespace zelvo::serving {
+namespace {
+
+/// Where a TLS session keeps the connection that ends with it.
+int sessionSlot() {
+    static const int slot =
+        SSL_get_ex_new_index(0, nullptr, nullptr, nullptr,
+                             [](void*, void* connection, CRYPTO_EX_DATA*, int, long, void*) {
+                                 delete static_cast<TlsConnection*>(connection);
+                             });
+    return slot;
+}
+
+}  // namespace
+
+bufferevent* TlsConnection::make(HttpLoop& loop) {
+    const auto tls = loop.shared().tls();
+    auto* session = SSL_new(tls->get());
+    if (!session)
+        return nullptr;
+    auto* transport = bufferevent_openssl_socket_new(
+        loop.base(), -1, session, BUFFEREVENT_SSL_ACCEPTING, BEV_OPT_CLOSE_ON_FREE);
+    if (!transport) {
+        SSL_free(session);
+        return nullptr;
+    }
+    // Many clients just close; what they have sent by then counts.
+    bufferevent_openssl_set_allow_dirty_shutdown(transport, 1);
+    SSL_set_ex_data(session, sessionSlot(), new TlsConnection(loop, transport));
+    return transport;
+}
+
+TlsConnection* TlsConnection::of(bufferevent* transport) {
+    auto* session = bufferevent_openssl_get_ssl(transport);
+    return session ? static_cast<TlsConnection*>(SSL_get_ex_data(session, sessionSlot())) : nullptr;
+}
+
+TlsConnection::TlsConnection(HttpLoop& loop, bufferevent* transport)
+    : loop_(loop), transport_(transport) {
+    loop_.connectionBegins();
+    evbuffer_add_cb(bufferevent_get_input(transport), &TlsConnection::received, this);
+    event_assign(&timer_, loop.base(), -1, EV_TIMEOUT, &TlsConnection::wake, this);
+    // The library gives the transport its socket only after this; what is to be done with it comes
+    // before anything is read.
+    event_active(&timer_, EV_TIMEOUT, 1);
+}
+
+TlsConnection::~TlsConnection() {
+    event_del(&timer_);
+    if (hasShare_)
+        loop_.shared().connectionsOf.giveBack(client_.budgetKey());
+    loop_.connectionEnds();
+}
+
+void TlsConnection::wake(int, short, void* self) {
+    auto& connection = *static_cast<TlsConnection*>(self);
+    if (connection.phase_ == Phase::Accepted)
+        return connection.begin();
+    ++connection.loop_.shared().overdue;
+    connection.hangUp();
+}
+
+void TlsConnection::begin() {
+    enter(Phase::Head);
+    const int socket = bufferevent_getfd(transport_);
+    const int on = 1;
+    setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    const auto peer = ClientAddress::ofPeer(socket);
+    if (!peer)
+        return hangUp();
+    if (loop_.shared().options.proxies.contains(*peer))
+        expectProxyHeader(
+            bufferevent_openssl_get_ssl(transport_),
+            [this, peer](const ClientAddress* named) { return admit(named ? *named : *peer); });
+    else if (!admit(*peer))
+        hangUp();
+}
+
+bool TlsConnection::admit(const ClientAddress& client) {
+    client_ = client;
+    hasShare_ = loop_.shared().connectionsOf.take(client.budgetKey());
+    if (!hasShare_)
+        ++loop_.shared().crowdedOut;
+    return hasShare_;
+}
+
+void TlsConnection::requestIsHere() {
+    enter(Phase::Answer);
+}
+
+void TlsConnection::replyBegins() {
+    enter(Phase::Reply);
+}
+
+void TlsConnection::replyIsSent() {
+    enter(evbuffer_get_length(bufferevent_get_input(transport_)) > 0 ? Phase::Head : Phase::Rest);
+}
+
+void TlsConnection::enter(Phase phase) {
+    phase_ = phase;
+    lineEnds_ = 0;
+    event_del(&timer_);
+    const auto& options = loop_.shared().options;
+    switch (phase) {
+        case Phase::Head:
+            return loop_.startTimer(timer_, options.headTime);
+        case Phase::Body:
+            return loop_.startTimer(timer_, options.bodyTime);
+        case Phase::Reply:
+            return loop_.startTimer(timer_, options.replyTime);
+        case Phase::Rest:
+            return loop_.startTimer(timer_, options.restTime);
+        case Phase::Accepted:
+        case Phase::Answer:
+            return;
+    }
+}
+
+/// The library sees the end of the connection and lets go of it, and this object with it.
+void TlsConnection::hangUp() {
+    shutdown(bufferevent_getfd(transport_), SHUT_RDWR);
+}
+
+void TlsConnection::received(evbuffer* buffer, const evbuffer_cb_info* info, void* self) {
+    if (info->n_added == 0)
+        return;
+    auto& connection = *static_cast<TlsConnection*>(self);
+    if (connection.phase_ == Phase::Rest)
+        connection.enter(Phase::Head);
+    if (connection.phase_ == Phase::Head &&
+        connection.endsHead(buffer, info->orig_size - info->n_deleted))
+        connection.enter(Phase::Body);
+}
+
+/// Whether an empty line is among the bytes from there on: only for the deadline's sake, so it may
+/// be generous about what a head is.
+bool TlsConnection::endsHead(evbuffer* buffer, std::size_t from) {
+    evbuffer_ptr at{};
+    if (evbuffer_ptr_set(buffer, &at, from, EVBUFFER_PTR_SET) != 0)
+        return false;
+    std::array<evbuffer_iovec, 16> parts{};
+    const int count = evbuffer_peek(buffer, -1, &at, parts.data(), parts.size());
+    for (int i = 0; i < count && i < static_cast<int>(parts.size()); ++i) {
+        const auto* bytes = static_cast<const char*>(parts[i].iov_base);
+        for (std::size_t k = 0; k < parts[i].iov_len; ++k) {
+            if (bytes[k] == '\n')
+                ++lineEnds_;
+            else if (bytes[k] != '\r')
+                lineEnds_ = 0;
+            if (lineEnds_ == 2)
+                return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace zelvo::serving
