@@ -17,9 +17,9 @@ find_program() {
 }
 
 check_session() {
-    # Where the application looks, too.
-    runtime_folder=${XDG_RUNTIME_DIR:-/run/user/$user_id}
-    [ -d "$runtime_folder" ] || give_up no-runtime-folder "There is no folder $runtime_folder."
+    # Where the application listens, if it can: it does not in a folder that others reach, or of too long a name.
+    socket=${XDG_RUNTIME_DIR:-/run/user/$user_id}/zelvo/screen-sharing
+    [ -S "$socket" ] || give_up no-runtime-folder "No Zelvo listens at $socket."
     [ -n "${WAYLAND_DISPLAY-}${DISPLAY-}" ] ||
         give_up no-display "There is no display to share (neither WAYLAND_DISPLAY nor DISPLAY is set)."
 }
@@ -28,8 +28,9 @@ check_session() {
 # for as long as it lives. Its log has a limit: 1 MiB, beyond which writing fails.
 start_server() {
     : >"$run/answer"
+    # shellcheck disable=SC3045  # every sh of a Linux system has it
     (trap '' XFSZ && ulimit -S -f 2048 && cd / && exec_as_user setsid "$server_program" \
-        --socket "$runtime_folder/zelvo/screen-sharing" --port "$port") \
+        --socket "$socket" --port "$port") \
         </dev/null >"$run/answer" 2>"$run/log" 9>&- &
     server_pid=$!
     started=yes

@@ -90,12 +90,11 @@ def scenario(stage):
     tools = Tools(stage)
     tools.fails("no-runtime-folder")
     os.mkdir(tools.env["XDG_RUNTIME_DIR"])
-    tools.fails("no-display", DISPLAY=None)
     # Nobody is there who could be asked.
-    tools.fails("server-failed")
-
+    tools.fails("no-runtime-folder")
     application = Application(tools.env["XDG_RUNTIME_DIR"] + "/zelvo")
     application.listener.settimeout(10)
+    tools.fails("no-display", DISPLAY=None)
     other = socket.create_server(("127.0.0.1", VNC_PORT))
     fails_with(tools, application, "port-taken")
     other.close()

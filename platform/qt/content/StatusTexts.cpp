@@ -21,6 +21,9 @@ constexpr Texts MakingLink{"Making your link",
 constexpr Texts LinkReady{"Your link is ready",
                           "Send the link to the person who should see your screen. You will be "
                           "asked before anybody gets in."};
+constexpr Texts NobodyIsLetIn{"Nobody is let in",
+                              "Everybody who asks is refused until the next start. Press “Ask me "
+                              "again” to decide about each of them."};
 constexpr Texts LinkInVain{"Your link may not work", LinkReady.explanation};
 constexpr Texts Quitting{"Quitting",
                          "Zelvo is taking your link back and leaving your computer as it was. This "
@@ -91,7 +94,10 @@ StatusTexts statusTexts(const MainWindowModel& model, const Explanations& explan
     // Worth knowing before anybody comes; what they cannot copy is not.
     if (reason.empty() && viewers && !viewers->abilities().value().canControl)
         reason = explanations.screenLimits().value();
-    auto texts = localized(keysOf(model, explanations), bundle);
+    const auto* keys = &keysOf(model, explanations);
+    if (keys == &LinkReady && viewers && viewers->refusesEverybody().value())
+        keys = &NobodyIsLetIn;
+    auto texts = localized(*keys, bundle);
     if (!reason.empty())
         texts.explanation = std::move(reason);
     return texts;
@@ -100,7 +106,7 @@ StatusTexts statusTexts(const MainWindowModel& model, const Explanations& explan
 std::vector<StatusTexts> allStatusTexts(const Bundle& bundle) {
     std::vector<StatusTexts> all;
     for (const auto& keys : {Starting, ServiceOff, MakingLink, NoLink, LinkReady, LinkInVain,
-                             Connected, Asking, Quitting, NotWithdrawn})
+                             NobodyIsLetIn, Connected, Asking, Quitting, NotWithdrawn})
         all.push_back(localized(keys, bundle));
     return all;
 }
