@@ -124,6 +124,8 @@ std::optional<std::string> KdeSettings::inputSource() const {
 std::size_t KdeSettings::currentLayout() const {
     if (!bus_ || !bus_->isConnected()) {
         bus_ = std::make_unique<MessageBus>(MessageBus::Kind::Session, busAddress_, changed_);
+        if (!bus_->isConnected())
+            return 0;
         bus_->follow(layoutQuestion);
     }
     return bus_->ask<uint>(layoutQuestion).value_or(0);

@@ -31,6 +31,7 @@ class MessageBus : public QObject {
     MessageBus(Kind kind, const std::string& address, std::function<void()> noticed = {});
     ~MessageBus() override;
 
+    /// Whether the bus has answered, and is there.
     bool isConnected() const { return isGreeted_ && bus_.isConnected(); }
 
     /// What the method answers; none when the service does not run, and when it does not answer in

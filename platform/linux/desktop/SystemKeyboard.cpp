@@ -36,6 +36,8 @@ std::optional<std::string> SystemKeyboard::inputSource() {
 
 std::optional<std::string> SystemKeyboard::localeServiceLayout() const {
     MessageBus bus(MessageBus::Kind::System, options_.bus);
+    if (!bus.isConnected())
+        return std::nullopt;
     // What it would say once started, the keyboard's file says at once.
     auto properties = bus.ask<QVariantMap>(localeQuestion, {QString(localeQuestion.service)});
     if (!properties)
