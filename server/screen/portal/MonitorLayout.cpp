@@ -60,11 +60,9 @@ MonitorLayout::Place MonitorLayout::place(Point point) const {
             nearest = &monitor;
         }
     }
-    const int x =
-        std::clamp(point.x - nearest->origin.x, 0, std::max(nearest->pixels.width - 1, 0));
-    const int y =
-        std::clamp(point.y - nearest->origin.y, 0, std::max(nearest->pixels.height - 1, 0));
-    return {nearest, x / nearest->scale, y / nearest->scale};
+    return {nearest,
+            {std::clamp(point.x - nearest->origin.x, 0, std::max(nearest->pixels.width - 1, 0)),
+             std::clamp(point.y - nearest->origin.y, 0, std::max(nearest->pixels.height - 1, 0))}};
 }
 
 }  // namespace zelvo::server

@@ -24,9 +24,8 @@ class MonitorLayout {
     };
     struct Place {
         const Monitor* monitor;
-        /// In the monitor's own measure.
-        double x;
-        double y;
+        /// From its upper left corner, in its pixels.
+        Point point;
     };
 
     explicit MonitorLayout(const std::vector<PortalMonitor>& monitors);
@@ -36,7 +35,7 @@ class MonitorLayout {
 
     const std::vector<Monitor>& monitors() const { return monitors_; }
     Size size() const { return size_; }
-    /// Of the monitor that has the point, or is next to it. Each has had a frame.
+    /// On the monitor that has the point, or is next to it.
     Place place(Point point) const;
 
   private:

@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "server/screen/ChangedTiles.h"
@@ -27,11 +29,17 @@ constexpr std::array wheelSteps{
     WheelStep{PortalSession::Axis::Vertical, -1}, WheelStep{PortalSession::Axis::Vertical, 1},
     WheelStep{PortalSession::Axis::Horizontal, -1}, WheelStep{PortalSession::Axis::Horizontal, 1}};
 
-/// Portals look a keysym up as it is written in the layout, where a character that has a name of its
-/// own never stands by its number.
+/// Portals look a keysym up as it is written in the layout, where a character that has a name of
+/// its own never stands by its number.
 std::uint32_t asLayoutsNameIt(std::uint32_t keysym) {
     constexpr std::uint32_t unicode = 0x01000000;
     return keysym >= unicode ? xkb_utf32_to_keysym(keysym - unicode) : keysym;
+}
+
+/// Portals take places in the desktop's own measure, but GNOME's takes pixels.
+bool portalPointsByPixels() {
+    const char* desktop = std::getenv("XDG_CURRENT_DESKTOP");
+    return desktop && std::string_view(desktop).find("GNOME") != std::string_view::npos;
 }
 
 void convertRow(const Frame& frame, int y, std::uint32_t* to) {
@@ -49,7 +57,8 @@ void convertRow(const Frame& frame, int y, std::uint32_t* to) {
 }  // namespace
 
 PortalScreen::PortalScreen(std::string tokenFile)
-    : session_(loop_, std::move(tokenFile),
+    : pointsByPixels_(portalPointsByPixels()),
+      session_(loop_, std::move(tokenFile),
                {.started = [this] { openStreams(); },
                 .failed = [this](auto failure) { fail(failure); }}) {}
 
@@ -166,7 +175,9 @@ void PortalScreen::pointer(Point position, std::uint8_t buttons) {
     if (position != position_) {
         position_ = position;
         const auto place = layout_->place(position);
-        session_.movePointer(place.monitor->portal.node, place.x, place.y);
+        const double scale = pointsByPixels_ ? 1 : place.monitor->scale;
+        session_.movePointer(place.monitor->portal.node, place.point.x / scale,
+                             place.point.y / scale);
     }
     const unsigned changed = buttons ^ std::exchange(buttons_, buttons);
     for (std::size_t bit = 0; bit < buttonCodes.size() + wheelSteps.size(); ++bit) {

@@ -47,6 +47,7 @@ class PortalScreen : public Screen {
     void resize(std::size_t monitor, Size size);
     void fail(PortalSession::Failure failure);
 
+    const bool pointsByPixels_;
     platform::EventLoop loop_;
     PortalSession session_;
     std::unique_ptr<PipeWireRemote> pipeWire_;

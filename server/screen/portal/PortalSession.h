@@ -58,7 +58,7 @@ class PortalSession {
     /// Once.
     platform::FileDescriptor takePipeWire() { return std::move(pipeWire_); }
 
-    /// In the monitor's own measure.
+    /// As the portal measures the monitor.
     void movePointer(std::uint32_t node, double x, double y);
     /// The kernel's number of the button.
     void pressButton(int button, bool isDown);
