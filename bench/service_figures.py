@@ -139,10 +139,11 @@ def main():
         service = stage.start_service(options=FREE)
         for label, kind, least in (("creates, kept alive", "create", 3000),
                                    ("gets, kept alive", "get", 8000),
-                                   ("gets, a connection each", "fresh", 1500)):
+                                   ("gets, a connection each", "fresh", 1500),
+                                   ("gets, a session taken up each", "resumed", 1500)):
             figures = load(stage, service.port, kind)
             show_rate(label, figures, least, None if kind == "create" else beside(kind))
-            if kind != "fresh":
+            if kind in ("create", "get"):
                 show(f"{label}: p99", figures["p99"], "ms", 50)
         service.end()
 

@@ -70,6 +70,8 @@ void Client::send(const std::string& request, Answered answered) {
 
 void Client::connect() {
     auto* session = SSL_new(place_.tls);
+    if (session_)
+        SSL_set_session(session, session_);
     transport_ =
         bufferevent_openssl_socket_new(place_.base, connectFrom(number_, place_.port), session,
                                        BUFFEREVENT_SSL_CONNECTING, BEV_OPT_CLOSE_ON_FREE);
@@ -118,6 +120,16 @@ void Client::finish(const Answer& answer) {
         hangUp();
     if (auto answered = std::exchange(answered_, nullptr))
         answered(whole);
+}
+
+Client::~Client() {
+    hangUp();
+    SSL_SESSION_free(session_);
+}
+
+void Client::keepSession() {
+    if (transport_ && !session_)
+        session_ = SSL_get1_session(bufferevent_openssl_get_ssl(transport_));
 }
 
 void Client::hangUp() {

@@ -10,6 +10,7 @@
 struct bufferevent;
 struct event_base;
 struct ssl_ctx_st;
+struct ssl_session_st;
 
 namespace zelvo::bench {
 
@@ -36,11 +37,13 @@ class Client {
     Client(const Place& place, std::uint32_t number) : place_(place), number_(number) {}
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
-    ~Client() { hangUp(); }
+    ~Client();
 
     /// Connects where there is no connection. One request at a time.
     void send(const std::string& request, Answered answered);
     void hangUp();
+    /// From now on the next connection takes up the session of this one.
+    void keepSession();
     bool isConnected() const { return transport_ != nullptr; }
 
     /// A socket that is being connected and says nothing.
@@ -56,6 +59,7 @@ class Client {
     const Place place_;
     const std::uint32_t number_;
     bufferevent* transport_ = nullptr;
+    ssl_session_st* session_ = nullptr;
     Clock::time_point begun_;
     Answered answered_;
 };

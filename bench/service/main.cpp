@@ -1,6 +1,6 @@
 // Loads the sharing service, or any server of its kind, and says how long it took:
 //
-//     zelvo-bench-service PORT create|get|fresh CLIENTS SECONDS [LINKS]
+//     zelvo-bench-service PORT create|get|fresh|resumed CLIENTS SECONDS [LINKS]
 //     zelvo-bench-service PORT idle CONNECTIONS          until standard input ends
 //     zelvo-bench-service PORT strangers CONNECTIONS     the same, with 100 new ones in a second
 //     zelvo-bench-service PORT random CLIENTS REQUESTS
@@ -38,6 +38,8 @@ SSL_CTX* makeTls() {
     SSL_CTX_set_cert_verify_callback(
         tls, [](X509_STORE_CTX*, void*) { return 1; }, nullptr);
     SSL_CTX_set1_groups_list(tls, "X25519");
+    SSL_CTX_set_ciphersuites(tls, "TLS_AES_128_GCM_SHA256");
+    SSL_CTX_set1_sigalgs_list(tls, "ECDSA+SHA256");
     SSL_CTX_set_mode(tls, SSL_MODE_RELEASE_BUFFERS);
     return tls;
 }
@@ -88,7 +90,9 @@ class Load {
     }
 
     void ask(Client& client) {
-        if (kind_ == "fresh")
+        if (kind_ == "resumed")
+            client.keepSession();
+        if (kind_ == "fresh" || kind_ == "resumed")
             client.hangUp();
         client.send(request(), [this, &client](const Client::Answer& answer) {
             took_.push_back(milliseconds(answer.took));
