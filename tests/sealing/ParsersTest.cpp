@@ -1,0 +1,225 @@
+// What strangers and users write: links, names, records, the head and the frames of a WebSocket.
+
+#include <gtest/gtest.h>
+
+#include "sealing/HelperName.h"
+#include "sealing/Record.h"
+#include "sealing/ShareLink.h"
+#include "sealing/WebSocket.h"
+#include "sealing/WebSocketHead.h"
+
+namespace zelvo::sealing {
+
+namespace {
+
+using namespace std::string_literals;
+
+TEST(ShareLink, IsWholeOrNamedForWhatItIsNot) {
+    const auto whole = "zelvo://0a.B_-~9#AAECAwQFBgcICQoLDA0ODw"s;
+    for (std::size_t size = 0; size <= whole.size(); ++size) {
+        const auto read = parseLink(whole.substr(0, size));
+        const auto expected = size == 0    ? NoLink::Empty
+                              : size < 8   ? NoLink::OtherScheme
+                              : size <= 17 ? NoLink::NoKey
+                                           : NoLink::BadKey;
+        if (size < whole.size())
+            EXPECT_EQ(std::get<NoLink>(read), expected) << size;
+        else
+            EXPECT_EQ(linkText(std::get<ShareLink>(read)), whole);
+    }
+    const auto key = "#AAECAwQFBgcICQoLDA0ODw"s;
+    const std::vector<std::pair<std::string, NoLink>> cases{
+        {"https://share.zelvo.app/", NoLink::OtherScheme},
+        {" zelvo://a" + key, NoLink::OtherScheme},
+        {"zelvo://" + key, NoLink::NoIdentifier},
+        {"zelvo://a/" + key, NoLink::BadIdentifier},
+        {"zelvo://a%20" + key, NoLink::BadIdentifier},
+        {"zelvo://a\n" + key, NoLink::BadIdentifier},
+        {"zelvo://a\xc3\xa9" + key, NoLink::BadIdentifier},
+        {"zelvo://a" + key + "\n", NoLink::BadKey},
+        {"zelvo://a" + key + "==", NoLink::BadKey},
+        // Bits left over: another text for the same key.
+        {"zelvo://a#AAECAwQFBgcICQoLDA0ODx", NoLink::BadKey},
+        {"zelvo://a#AAECAwQFBgcICQoLDA0OD+", NoLink::BadKey},
+        {"zelvo://a#" + key, NoLink::BadKey},
+        {"zelvo://" + std::string(129, 'a') + key, NoLink::TooLong},
+    };
+    for (const auto& [text, reason] : cases)
+        EXPECT_EQ(std::get<NoLink>(parseLink(text)), reason) << text;
+    EXPECT_EQ(linkText({"a#b", {}}), std::nullopt);
+}
+
+TEST(HelperName, StandsInASentenceAsItIs) {
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {"Zoë Müller 李", "Zoë Müller 李"},
+        {"  Zoë\t\n Müller ", "Zoë Müller"},
+        {"Zo\xcc\x88\xcc\x81\xcc\x81", "Zo\xcc\x88\xcc\x81"},
+        {"\xcc\x88Zoe", "Zoe"},
+        {"\xe2\x80\xaeZoe\xe2\x80\x8b", "Zoe"},
+        {"Z\xffo\xc3", "Zo"},
+        {"\xef\xbb\xbf\x07", ""},
+        {"\xf3\xa0\x81\x81Z\xee\x80\x80", "Z"},
+        {std::string(39, 'a') + " b", std::string(39, 'a')},
+    };
+    for (const auto& [typed, name] : cases) {
+        EXPECT_EQ(asHelperName(typed), name);
+        EXPECT_EQ(isHelperName(typed), typed == name && !name.empty()) << typed;
+    }
+    EXPECT_TRUE(isHelperName(std::string(40, 'a')));
+    EXPECT_FALSE(isHelperName(std::string(41, 'a')));
+}
+
+TEST(Record, IsExactlyOneOrNone) {
+    const std::vector<Record> records{Opening{std::string(32, 'v'), "Zoë"}, Data{"d"},
+                                      Data{std::string(16384, 'd')}, Goodbye{Farewell::LinkEnded},
+                                      Standing{Standing::Place::Asked, 0x1234}};
+    for (const auto& record : records)
+        EXPECT_EQ(decodeRecord(encode(record)), record);
+    for (const auto& wrong :
+         {""s, "\x00"s, "\x05x"s, "\x02"s, "\x02" + std::string(16385, 'd'), "\x03"s, "\x03\x00"s,
+          "\x03\x01\x01"s, "\x04\x01\x00"s, "\x04\x00\x00\x00"s, "\x01" + std::string(32, 'v'),
+          "\x01" + std::string(32, 'v') + "a\n"})
+        EXPECT_EQ(decodeRecord(wrong), std::nullopt) << wrong.size();
+}
+
+const auto Request =
+    "GET / HTTP/1.1\r\nHost: 192.0.2.7:5900\r\nConnection: keep-alive, Upgrade\r\n"
+    "upgrade: WebSocket\r\nSec-WebSocket-Version: 13\r\nOrigin: null\r\n"
+    "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Protocol: zelvo.2,zelvo.1\r\n\r\n"s;
+
+std::string replaced(std::string text, const std::string& what, const std::string& by) {
+    return text.replace(text.find(what), what.size(), by);
+}
+
+TEST(WebSocketHead, OpensForOneOfOursAndNobodyElse) {
+    using State = WebSocketHead::State;
+    auto answer = [](const std::string& request, std::size_t part, State expected) {
+        UpgradeRequestReader reader;
+        std::string_view left = request;
+        for (std::string_view bytes; !left.empty() && bytes.empty();
+             left.remove_prefix(std::min(part, left.size())))
+            reader.receive(bytes = left.substr(0, part));
+        EXPECT_EQ(reader.state(), expected) << request;
+        return reader.takeOutput();
+    };
+    const auto reply = answer(Request, 1, State::Done);
+    // The example of RFC 6455, section 1.3.
+    EXPECT_NE(reply.find("Sec-WebSocket-Accept: s3pPLMBiTxaQ9kYGzzhZRbK+xOo=\r\n"), reply.npos);
+    for (std::size_t size = 0; size < Request.size(); ++size)
+        EXPECT_EQ(answer(Request.substr(0, size), 4096, State::Reading), "");
+    const std::vector<std::pair<std::string, std::string>> refused{
+        {replaced(Request, "GET /", "POST /"), ""},
+        {replaced(Request, "GET /", "GET /vnc"), "404"},
+        {replaced(Request, "13\r\n", "8\r\n"), "426"},
+        {replaced(Request, "jZQ==", "jZR=="), "400"},
+        {replaced(Request, "zelvo.1", "zelvo.3"), "400"},
+        {replaced(Request, "WebSocket\r\n", "h2c\r\n"), "400"},
+        {replaced(Request, "Origin: null", "Host: b"), "400"},
+        {replaced(Request, "Origin: null", "Content-Length: 5"), "400"},
+        {replaced(Request, "Origin: null", " folded"), ""},
+        {replaced(Request, "Origin: null", "Origin: a\nb"), ""},
+        {replaced(Request, "Origin", "Ori gin"), ""},
+        {replaced(Request, "null", std::string(4096, 'a')), ""},
+    };
+    for (const auto& [request, status] : refused) {
+        const auto said = answer(request, 4096, State::Failed);
+        EXPECT_EQ(said.substr(0, said.size() < 12 ? 0 : 12),
+                  status.empty() ? "" : "HTTP/1.1 " + status);
+    }
+    // The other side: its own nonce, once greeted or not, and not one byte of a frame.
+    std::array<unsigned char, 16> nonce;
+    std::copy_n("the sample nonce", nonce.size(), nonce.begin());
+    const std::vector<std::tuple<std::string, State, std::string>> replies{
+        {reply + "\x82", State::Done, "\x82"},
+        {"RFB 003.008\n" + reply, State::Done, ""},
+        {"RFB 003.008\nRFB 003.008\n" + reply, State::Failed, ""},
+        {"RFB 003.0080" + reply, State::Failed, ""},
+        {replaced(reply, "s3pP", "s3pQ"), State::Failed, ""},
+        {replaced(reply, "zelvo.1", "zelvo.2"), State::Failed, ""},
+        {replaced(reply, "101", "200"), State::Failed, ""},
+        {replaced(reply, "Upgrade: ", "Sec-WebSocket-Extensions: x\r\nUpgrade: "), State::Failed,
+         ""},
+    };
+    for (const auto& [text, state, rest] : replies) {
+        UpgradeReplyReader reader(nonce);
+        EXPECT_EQ(answer(reader.takeOutput(), 4096, State::Done), reply);
+        std::string_view left = text;
+        while (!left.empty() && reader.state() == State::Reading) {
+            auto byte = left.substr(0, 1);
+            reader.receive(byte);
+            left.remove_prefix(1);
+        }
+        EXPECT_EQ(reader.state(), state) << text;
+        if (state == State::Done) {
+            EXPECT_EQ(left, rest);
+        }
+    }
+}
+
+TEST(WebSocket, TakesWholeMessagesAndNothingElse) {
+    using State = WebSocket::State;
+    struct Case {
+        std::string bytes;
+        std::vector<std::string> messages;
+        State state;
+        std::string answer;
+    };
+    const auto hello = "\x82\x05hello"s;
+    const std::vector<Case> cases{
+        {hello + hello, {"hello", "hello"}, State::Open, ""},
+        {"\x02\x02he\x89\x01p\x80\x03llo"s, {"hello"}, State::Open, "\x8a\x01p"},
+        {"\x82\x7e\x01\x00"s + std::string(256, 'm'), {std::string(256, 'm')}, State::Open, ""},
+        {"\x8a\x00\x82\x00"s, {""}, State::Open, ""},
+        {hello + "\x88\x04\x03\xe9no"s + hello, {"hello"}, State::Closed, "\x88\x02\x03\xe9"},
+        {"\x88\x00"s, {}, State::Closed, "\x88\x00"s},
+        {"\x88\x01\x03"s, {}, State::Failed, "\x88\x02\x03\xea"},
+        {"\x88\x02\x03\xed"s, {}, State::Failed, "\x88\x02\x03\xea"},
+        {"\x81\x02hi"s, {}, State::Failed, "\x88\x02\x03\xeb"},
+        {"\x82\x7e\x01\x01"s, {}, State::Failed, "\x88\x02\x03\xf1"},
+        {"\x82\x7f\x80\x00\x00\x00\x00\x00\x00\x00"s, {}, State::Failed, "\x88\x02\x03\xf1"},
+        {"\x02\x7e\x00\xff"s + std::string(255, 'm') + "\x80\x02mm"s,
+         {},
+         State::Failed,
+         "\x88\x02\x03\xf1"},
+        {"\x82\x7e\x00\x05hello"s, {}, State::Failed, "\x88\x02\x03\xea"},
+        {"\xc2\x01m"s, {}, State::Failed, "\x88\x02\x03\xea"},
+        {"\x82\x81"s, {}, State::Failed, "\x88\x02\x03\xea"},
+        {"\x80\x01m"s, {}, State::Failed, "\x88\x02\x03\xea"},
+        {"\x02\x01m\x82\x01m"s, {}, State::Failed, "\x88\x02\x03\xea"},
+        {"\x02\x00"s, {}, State::Failed, "\x88\x02\x03\xea"},
+        {"\x09\x00"s, {}, State::Failed, "\x88\x02\x03\xea"},
+        {"\x89\x7e"s, {}, State::Failed, "\x88\x02\x03\xea"},
+        {"\x8b\x00"s, {}, State::Failed, "\x88\x02\x03\xea"},
+    };
+    for (const auto& [bytes, messages, state, answer] : cases) {
+        for (std::size_t cut = 0; cut <= bytes.size(); ++cut) {
+            WebSocket client(WebSocket::Role::Client);
+            client.setLongest(256);
+            std::vector<std::string> came;
+            for (const auto& part : {bytes.substr(0, cut), bytes.substr(cut)}) {
+                client.receive(part);
+                while (auto message = client.next())
+                    came.push_back(*message);
+            }
+            EXPECT_EQ(came, messages);
+            EXPECT_EQ(client.state(), state) << testing::PrintToString(bytes) << " at " << cut;
+            // What a client says is masked, so read it as a server does.
+            const auto masked = client.takeOutput();
+            std::string said = masked.substr(0, 2);
+            for (std::size_t at = 6; at < masked.size(); ++at)
+                said += static_cast<char>(masked[at] ^ masked[2 + (at - 6) % 4]);
+            if (!said.empty())
+                said[1] = static_cast<char>(said[1] & 0x7f);
+            EXPECT_EQ(said, answer);
+        }
+    }
+    WebSocket server(WebSocket::Role::Server);
+    server.receive(hello);
+    EXPECT_EQ(server.next(), std::nullopt);
+    EXPECT_EQ(server.state(), State::Failed) << "not masked";
+    EXPECT_EQ(server.takeOutput(), "\x88\x02\x03\xea");
+}
+
+}  // namespace
+
+}  // namespace zelvo::sealing
