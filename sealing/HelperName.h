@@ -13,7 +13,8 @@ inline constexpr std::size_t longestNameInBytes = 160;  ///< in UTF-8
 /// seen and stay where they are put. No controls, nothing that turns the direction of writing or is
 /// invisible, no more than two marks on a letter, and spaces only as single ones between words.
 bool isHelperName(std::string_view text);
-/// The nearest name to what somebody typed; empty where nothing of it can stay.
+/// The nearest name to what somebody typed, which is in NFC already; empty where nothing of it can
+/// stay.
 std::string asHelperName(std::string_view text);
 
 }  // namespace zelvo::sealing

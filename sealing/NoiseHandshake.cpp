@@ -1,5 +1,7 @@
 #include "sealing/NoiseHandshake.h"
 
+#include <utility>
+
 #include "sealing/Primitives.h"
 
 namespace zelvo::sealing {

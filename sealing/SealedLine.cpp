@@ -1,5 +1,7 @@
 #include "sealing/SealedLine.h"
 
+#include <utility>
+
 namespace zelvo::sealing {
 
 namespace {

@@ -1,6 +1,7 @@
 #include "sealing/WebSocketHead.h"
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "sealing/Base64.h"
