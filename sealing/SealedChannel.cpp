@@ -105,30 +105,33 @@ void SealedChannel::recordArrived(std::string_view message) {
     std::string bytes;
     if (message.size() > longestMessage() || !transport_->receives.open({}, message, bytes))
         return fail(failure);
-    const auto record = decodeRecord(bytes);
+    auto record = decodeRecord(bytes);
     // The opening, and nothing else, comes first, and once.
     if (!record || std::holds_alternative<Opening>(*record) != (state_ == State::Proving))
         return fail(failure);
-    std::visit([this](const auto& what) { take(what); }, *record);
+    std::visit([this](auto& what) { take(std::move(what)); }, *record);
 }
 
-void SealedChannel::take(const Opening& opening) {
+void SealedChannel::take(Opening&& opening) {
     if (!isSame(sha256(opening.value), promise_))
         return fail(Failure::BadOpening);
-    name_ = opening.name;
+    name_ = std::move(opening.name);
     open(opening.value, value_.view());
 }
 
-void SealedChannel::take(const Data& data) {
-    data_ += data.bytes;
+void SealedChannel::take(Data&& data) {
+    if (data_.empty())
+        data_ = std::move(data.bytes);
+    else
+        data_ += data.bytes;
 }
 
-void SealedChannel::take(const Goodbye& goodbye) {
+void SealedChannel::take(Goodbye&& goodbye) {
     goodbye_ = goodbye.reason;
     state_ = State::Closed;
 }
 
-void SealedChannel::take(const Standing& standing) {
+void SealedChannel::take(Standing&& standing) {
     if (isHost())
         return fail(Failure::BadRecord);
     standing_ = standing;

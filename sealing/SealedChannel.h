@@ -90,10 +90,10 @@ class SealedChannel {
     void helloArrived(std::string_view message);
     void answerArrived(std::string_view message);
     void recordArrived(std::string_view message);
-    void take(const Opening& opening);
-    void take(const Data& data);
-    void take(const Goodbye& goodbye);
-    void take(const Standing& standing);
+    void take(Opening&& opening);
+    void take(Data&& data);
+    void take(Goodbye&& goodbye);
+    void take(Standing&& standing);
     bool seal(const Record& record);
     void open(std::string_view openersValue, std::string_view hostsValue);
     void fail(Failure failure);
