@@ -1,0 +1,70 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace zelvo::sealing {
+
+/// The HTTP exchange that opens a WebSocket (RFC 6455, section 4), as one of its sides reads it.
+class WebSocketHead {
+  public:
+    static constexpr std::size_t longest = 4096;
+    static constexpr std::size_t mostFields = 64;
+    static constexpr std::string_view protocol = "zelvo.1";
+
+    enum class State { Reading, Done, Failed };
+
+    virtual ~WebSocketHead() = default;
+
+    State state() const { return state_; }
+    /// Takes from the front what is the head's; what is left belongs to the frames.
+    void receive(std::string_view& bytes);
+    /// What is to be sent now. Empties it.
+    std::string takeOutput() { return std::exchange(output_, {}); }
+
+  protected:
+    struct Head;
+
+  private:
+    /// Whether what came so far may be the beginning of one of ours; may drop what stands before
+    /// it.
+    virtual bool mayBegin(std::string& input) = 0;
+    virtual bool isAccepted(const Head& head, std::string& output) = 0;
+
+    State state_ = State::Reading;
+    std::string input_;
+
+  protected:
+    std::string output_;
+};
+
+/// The host's side. It answers with 101, or with an error and nothing more.
+class UpgradeRequestReader final : public WebSocketHead {
+  private:
+    bool mayBegin(std::string& input) override;
+    bool isAccepted(const Head& head, std::string& output) override;
+};
+
+/// The opener's side; its request is there at once. A server that took it for a viewer and greeted
+/// it first is forgiven: exactly the 12 bytes of RFB's greeting are skipped, once.
+class UpgradeReplyReader final : public WebSocketHead {
+  public:
+    explicit UpgradeReplyReader(const std::array<unsigned char, 16>& nonce);
+    static std::array<unsigned char, 16> freshNonce();
+
+  private:
+    bool mayBegin(std::string& input) override;
+    bool isAccepted(const Head& head, std::string& output) override;
+
+    std::string nonce_;
+    bool wasGreeted_ = false;
+};
+
+/// Whether who says this first may be asking for a sealed channel; RFB viewers say something else.
+bool mayAskForUpgrade(std::string_view first);
+
+}  // namespace zelvo::sealing
