@@ -41,7 +41,7 @@ start_server() {
 # The server says "asking" where the desktop asks the user first, who may take minutes; it ends, and so does
 # the waiting, with the application that is to be shown.
 wait_until_server_listens() {
-    twentieths=200
+    tries=500
     while :; do
         # First, as the word may be its last.
         runs=yes
@@ -50,16 +50,16 @@ wait_until_server_listens() {
         case $answer in
         listening) return 0 ;;
         asking)
-            twentieths=200
+            tries=500
             sleep 0.2
             ;;
         ?*) give_up "$answer" "$(tail -n 1 "$run/log")" ;;
         esac
-        if [ -z "$runs" ] || [ "$twentieths" -le 0 ]; then
+        if [ -z "$runs" ] || [ "$tries" -le 0 ]; then
             give_up server-failed "The server did not start. Its messages are in $run/log."
         fi
-        twentieths=$((twentieths - 1))
-        sleep 0.05
+        tries=$((tries - 1))
+        sleep 0.02
     done
 }
 
