@@ -171,13 +171,25 @@ void PortalScreen::resize(std::size_t monitor, Size newSize) {
     }
 }
 
+void PortalScreen::movePointer(const MonitorLayout::Monitor& monitor, Point point) {
+    const auto node = monitor.portal.node;
+    const auto& measured = monitor.portal.size;
+    if (!pointsByPixels_ || monitor.scale == 1)
+        return session_.movePointer(node, point.x / monitor.scale, point.y / monitor.scale);
+    // Though its portal lets no number pass that is beyond the desktop's own measure.
+    const Point possible{std::min(point.x, measured.width - 1),
+                         std::min(point.y, measured.height - 1)};
+    session_.movePointer(node, possible.x, possible.y);
+    if (possible != point)
+        session_.movePointerBy((point.x - possible.x) / monitor.scale,
+                               (point.y - possible.y) / monitor.scale);
+}
+
 void PortalScreen::pointer(Point position, std::uint8_t buttons) {
     if (position != position_) {
         position_ = position;
         const auto place = layout_->place(position);
-        const double scale = pointsByPixels_ ? 1 : place.monitor->scale;
-        session_.movePointer(place.monitor->portal.node, place.point.x / scale,
-                             place.point.y / scale);
+        movePointer(*place.monitor, place.point);
     }
     const unsigned changed = buttons ^ std::exchange(buttons_, buttons);
     for (std::size_t bit = 0; bit < buttonCodes.size() + wheelSteps.size(); ++bit) {

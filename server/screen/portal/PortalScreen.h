@@ -44,6 +44,7 @@ class PortalScreen : public Screen {
 
   private:
     void openStreams();
+    void movePointer(const MonitorLayout::Monitor& monitor, Point point);
     void resize(std::size_t monitor, Size size);
     void fail(PortalSession::Failure failure);
 

@@ -298,6 +298,10 @@ void PortalSession::movePointer(std::uint32_t node, double x, double y) {
         notify(method, std::move(arguments));
 }
 
+void PortalSession::movePointerBy(double x, double y) {
+    notify("NotifyPointerMotion", [=](auto* call) { sd_bus_message_append(call, "dd", x, y); });
+}
+
 void PortalSession::pressButton(int button, bool isDown) {
     notify("NotifyPointerButton",
            [=](auto* call) { sd_bus_message_append(call, "iu", button, isDown ? 1U : 0U); });

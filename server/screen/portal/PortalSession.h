@@ -60,6 +60,8 @@ class PortalSession {
 
     /// As the portal measures the monitor.
     void movePointer(std::uint32_t node, double x, double y);
+    /// From where it is, in the desktop's own measure.
+    void movePointerBy(double x, double y);
     /// The kernel's number of the button.
     void pressButton(int button, bool isDown);
     enum class Axis : std::uint32_t { Vertical = 0, Horizontal = 1 };
