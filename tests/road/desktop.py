@@ -11,7 +11,7 @@ import subprocess
 import sys
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
-from stage import Stage, skip_where_missing, wait_until  # noqa: E402
+from stage import ROOT, Stage, skip_where_missing, wait_until  # noqa: E402
 
 PROGRAMS = ("Xvfb", "gvnccapture", "xdotool", "identify", "pkexec",
             "dbus-daemon", "hostnamectl", "setpriv", "cmake", "/usr/lib/polkit-1/polkitd",
@@ -64,6 +64,8 @@ class Desktop(Stage):
     def __enter__(self):
         super().__enter__()
         os.chmod(self.folder, 0o711)
+        # What the libraries of a window keep until its program ends.
+        shutil.copy(os.path.join(ROOT, "tests", "qt", "leaks.supp"), self.folder)
         self.home = self.path("home")
         self.cover_system_folders()
         self.install_zelvo()
@@ -119,8 +121,9 @@ class Desktop(Stage):
         """With nothing of the environment of the test, in a session that is on screen."""
         user = ["sh", "-ec", 'mount --bind /run/session-cgroup /proc/$$/cgroup; exec "$@"', "sh",
                 "setpriv", "--reuid", str(USER_ID), "--regid", str(USER_ID), "--clear-groups"]
-        return self.start(command, {"PATH": "/usr/local/bin:/usr/bin:/bin", **env}, user,
-                          **how)
+        return self.start(command, {"PATH": "/usr/local/bin:/usr/bin:/bin",
+                                    "LSAN_OPTIONS": "suppressions=" + self.path("leaks.supp"),
+                                    **env}, user, **how)
 
     def start_session(self):
         authority = os.path.join(self.home, ".Xauthority")

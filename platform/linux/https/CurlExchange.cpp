@@ -15,7 +15,7 @@ namespace zelvo::platform {
 namespace {
 
 /// In seconds.
-constexpr long LongestRest = 15;
+constexpr long LongestRest = 3;
 
 std::string lowerCase(std::string text) {
     for (auto& c : text)
