@@ -92,6 +92,10 @@ void CurlExchange::trustOldAddresses() {
     curl_easy_setopt(handle(), CURLOPT_DNS_CACHE_TIMEOUT, -1L);
 }
 
+void CurlExchange::useNoOldConnection() {
+    curl_easy_setopt(handle(), CURLOPT_FRESH_CONNECT, 1L);
+}
+
 bool CurlExchange::has(CURLINFO moment) const {
     curl_off_t microseconds = 0;
     return curl_easy_getinfo(handle(), moment, &microseconds) == CURLE_OK && microseconds > 0;

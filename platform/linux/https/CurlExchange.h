@@ -32,6 +32,8 @@ class CurlExchange {
     bool isOverdue(Clock::time_point now);
     /// Takes an address that the peer's name once had, however old the knowledge is.
     void trustOldAddresses();
+    /// It gets one of its own.
+    void useNoOldConnection();
     /// The last value of a header of the reply; empty without one.
     std::string replyHeader(const char* name) const;
     /// Hands the outcome over. Once only.

@@ -136,6 +136,8 @@ void CurlWorker::begin(std::unique_ptr<CurlExchange> exchange) {
         exchange->hurry(options_.patienceAtQuit);
         // A name server that does not answer would take all of the time.
         exchange->trustOldAddresses();
+        // Nor is there time for finding out that a connection leads nowhere any more.
+        exchange->useNoOldConnection();
     }
     if (!handle || curl_multi_add_handle(multi_->handle, handle) != CURLM_OK)
         return exchange->finish(CURLE_FAILED_INIT);
