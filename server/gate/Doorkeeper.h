@@ -52,7 +52,7 @@ class Doorkeeper {
         /// So many viewers in a row may ask and be gone before an answer, and one more each second;
         /// then nobody is asked about for a moment. A question is a window and a sound, which
         /// strangers may not switch on and off.
-        int withdrawals = 60;
+        int withdrawals = 20;
         /// Addresses whose pauses are kept.
         std::size_t remembered = 1024;
     };

@@ -2,6 +2,7 @@
 name daemon, X session, and Zelvo installed as a package installs it. All of it lies in namespaces that
 end with the test; nothing outside them changes."""
 
+import contextlib
 import os
 import re
 import secrets
@@ -76,6 +77,14 @@ class Desktop(Stage):
         self.service = self.start_service()
         self.router = self.start_router()
         return self
+
+    def __exit__(self, kind, *rest):
+        if kind:
+            for name in ("answer", "reason", "log"):
+                with contextlib.suppress(OSError), open("/var/lib/zelvo/run/" + name,
+                                                        encoding="utf-8") as file:
+                    print(f"--- the server's {name} ---\n" + file.read()[-2000:])
+        super().__exit__(kind, *rest)
 
     def cover_system_folders(self):
         def run(*command):
