@@ -8,7 +8,9 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -48,20 +50,39 @@ struct Service {
     int port = 0;
 };
 
-std::string answerTo(int port, std::string_view bytes, std::size_t cut) {
+/// -1 with errno.
+int connectFrom(std::uint32_t address, int port) {
     const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
-    // An address has ports for so many connections only, of which each is kept for a minute.
-    static std::uint32_t number = 0;
     sockaddr_in here{};
     here.sin_family = AF_INET;
-    here.sin_addr.s_addr = htonl(INADDR_LOOPBACK + number++ / 8192);
+    here.sin_addr.s_addr = htonl(address);
     ::bind(socket, reinterpret_cast<sockaddr*>(&here), sizeof here);
     sockaddr_in there{};
     there.sin_family = AF_INET;
     there.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     there.sin_port = htons(static_cast<std::uint16_t>(port));
-    if (::connect(socket, reinterpret_cast<sockaddr*>(&there), sizeof there) != 0)
+    if (::connect(socket, reinterpret_cast<sockaddr*>(&there), sizeof there) == 0)
+        return socket;
+    const int error = errno;
+    ::close(socket);
+    errno = error;
+    return -1;
+}
+
+std::string answerTo(int port, std::string_view bytes, std::size_t cut) {
+    // An address has ports for so many connections only, of which each is kept for a minute; which
+    // one is free is seen by trying.
+    static std::uint32_t number = 0;
+    int socket = -1;
+    for (int tries = 0; socket < 0 && tries < 16; ++tries) {
+        if (tries > 0)
+            number += 8192;
+        socket = connectFrom(INADDR_LOOPBACK + number++ / 8192, port);
+    }
+    if (socket < 0) {
+        std::perror("connect");
         std::abort();
+    }
     ::send(socket, bytes.data(), cut, MSG_NOSIGNAL);
     ::send(socket, bytes.data() + cut, bytes.size() - cut, MSG_NOSIGNAL);
     ::shutdown(socket, SHUT_WR);
