@@ -1,6 +1,7 @@
 #include "platform/linux/property_lists/XmlPlistWriter.h"
 
 #include <QDateTime>
+#include <QStringDecoder>
 #include <QXmlStreamWriter>
 #include <array>
 #include <charconv>
@@ -12,8 +13,11 @@ namespace zelvo::platform {
 
 namespace {
 
+// QString::fromUtf8 takes a byte order mark in front for a mark of its own, and drops it.
 QString qString(std::string_view text) {
-    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::ConvertInitialBom |
+                                                     QStringDecoder::Flag::Stateless);
+    return decoder(QByteArrayView(text.data(), static_cast<qsizetype>(text.size())));
 }
 
 template <typename Number>
