@@ -97,7 +97,7 @@ TEST(StringTables, HoldWhatTheWindowAndTheCodeShow) {
     auto table = read("en.lproj/Localizable.strings");
     auto shown = matches(contents(resources + "/MainWindow.ui"), "<string>([^<]+)</string>");
     std::set<std::string> literals;
-    for (const auto* room : {"app", "platform/qt", "platform/terminal", "platform/linux"})
+    for (const auto* room : {"app", "platform/qt", "platform/terminal", "platform/linux", "opener"})
         for (const auto& entry :
              std::filesystem::recursive_directory_iterator(resources + "/../" + room)) {
             if (entry.path().extension() != ".cpp")
@@ -109,6 +109,8 @@ TEST(StringTables, HoldWhatTheWindowAndTheCodeShow) {
                                 "openHelpPage|showPortMapping|showConnection)"
                                 "[({](?:\\*layout,)?\\s*\"([&A-Z][^\"]+)\""));
             shown.merge(matches(source, "\\{\"action\\w+\",\\s*\"([&A-Z][^\"]+)\""));
+            if (room == std::string("opener"))
+                shown.merge(matches(source, "\"(viewer-[a-z-]+)\""));
             literals.merge(matches(source, "\"([^\"]*)\""));
         }
     EXPECT_GT(shown.size(), 50U);
