@@ -93,17 +93,18 @@ void Session::leave() {
         end(Ending::Left);
 }
 
-void Session::pictureFailed() {
+void Session::pictureFailed(std::string why) {
     if (line_)
-        end(Ending::PictureBroken);
+        end(Ending::PictureBroken, std::move(why));
 }
 
-void Session::end(Ending why) {
+void Session::end(Ending why, std::string detail) {
     line_.reset();
     start_.reset();
-    change([why](SessionState& state) {
+    change([&](SessionState& state) {
         state.stage = Stage::Ended;
         state.ending = why;
+        state.detail = std::move(detail);
         state.digits.clear();
     });
 }

@@ -30,6 +30,8 @@ struct SessionState {
     Stage stage = Stage::Asking;
     /// Of Ended.
     Ending ending = Ending::Left;
+    /// Of PictureBroken: a sentence, or empty.
+    std::string detail;
     /// Of Asked: what is left for an answer; 0 where the host does not say.
     unsigned secondsLeft = 0;
     /// Of Inside: the host takes our keys and pointer.
@@ -72,8 +74,8 @@ class Session {
     void start();
     /// The helper has had enough.
     void leave();
-    /// What the host sends is no picture.
-    void pictureFailed();
+    /// What the host sends is no picture; `why` is a sentence for people.
+    void pictureFailed(std::string why);
 
   private:
     void factsArrived(const FactsAnswer& answer);
@@ -81,7 +83,7 @@ class Session {
     HostLine::Listener listener();
     void stands(const sealing::Standing& standing);
     void lineEnded(const LineEnding& how);
-    void end(Ending why);
+    void end(Ending why, std::string detail = {});
     /// Changes what is shown.
     template <typename Change>
     void change(Change&& how);

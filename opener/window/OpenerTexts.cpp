@@ -54,7 +54,10 @@ StateTexts textsOf(const SessionState& state) {
             break;
     }
     const auto& texts = textsOf(state.ending);
-    return {localized(texts.title), withHost(texts.sentence, state)};
+    auto sentence = withHost(texts.sentence, state);
+    if (!state.detail.empty())
+        sentence += ' ' + QString::fromStdString(state.detail);
+    return {localized(texts.title), sentence};
 }
 
 QString sentenceOf(sealing::NoLink why) {

@@ -5,7 +5,7 @@
 #include <QMimeData>
 #include <QScreen>
 #include <QStackedWidget>
-#include <QWindowStateChangeEvent>
+#include <QStatusBar>
 #include <utility>
 
 #include "opener/viewer/ViewerWidget.h"
@@ -30,6 +30,8 @@ constexpr int IconSize = 64;
 constexpr QSize FirstSize(600, 440);
 /// Of the screen, that a picture may take before anybody makes the window larger.
 constexpr double MostOfScreen = 0.85;
+/// In milliseconds, for a sentence or two.
+constexpr int TimeOfNotice = 30'000;
 
 /// As the bytes came: a class for URLs would write some of them differently.
 QString linkIn(const QMimeData& data) {
@@ -125,7 +127,8 @@ void OpenerWindow::showWords(const SessionState& state) {
         hasPicture_ = false;
         viewer_->stop();
         bar_->setVisible(false);
-        bar_->setFullScreen(false);
+        statusBar()->hide();
+        setWindowState(windowState() & ~Qt::WindowFullScreen);
     }
     statePage_->showState(state);
     pages_->setCurrentWidget(statePage_);
@@ -135,20 +138,16 @@ void OpenerWindow::makeViewer() {
     viewer_ = new ViewerWidget(this, {.viewOnly = surroundings_.viewOnly});
     pages_->addWidget(viewer_);
     bar_ =
-        new SessionBar(viewer_->keysMenu(),
-                       {.setFits = [this](bool fits) { viewer_->setFits(fits); },
-                        .setFullScreen =
-                            [this](bool isFull) {
-                                setWindowState(windowState().setFlag(Qt::WindowFullScreen, isFull));
-                            },
-                        .disconnect = [this] { session_->leave(); }});
+        new SessionBar(viewer_->keysMenu(), viewer_->pictureMenu(), [this] { session_->leave(); });
     bar_->setVisible(false);
     addToolBar(bar_);
     connect(viewer_, &ViewerWidget::firstPicture, this, [this] { firstPictureCame(); });
-    connect(viewer_, &ViewerWidget::ended, this, [this] {
+    connect(viewer_, &ViewerWidget::ended, this, [this](const QString& why) {
         if (session_)
-            session_->pictureFailed();
+            session_->pictureFailed(why.toStdString());
     });
+    // The bar is what keys reach then.
+    connect(viewer_, &ViewerWidget::wayOut, bar_, [this] { bar_->takeFocus(); });
 }
 
 void OpenerWindow::rfbBegan(platform::FileDescriptor rfb) {
@@ -156,6 +155,9 @@ void OpenerWindow::rfbBegan(platform::FileDescriptor rfb) {
         makeViewer();
     hasPicture_ = false;
     viewer_->setHostFacts(*session_->facts());
+    if (const auto notice = viewer_->layoutNotice(); !notice.isEmpty())
+        statusBar()->showMessage(notice, TimeOfNotice);
+    statusBar()->setVisible(!viewer_->layoutNotice().isEmpty());
     viewer_->start(std::move(rfb));
 }
 
@@ -188,12 +190,6 @@ void OpenerWindow::closeEvent(QCloseEvent* event) {
     if (session_)
         session_->leave();
     event->accept();
-}
-
-void OpenerWindow::changeEvent(QEvent* event) {
-    QMainWindow::changeEvent(event);
-    if (event->type() == QEvent::WindowStateChange && bar_)
-        bar_->setFullScreen(isFullScreen());
 }
 
 ExitStatus OpenerWindow::exitStatus() const {

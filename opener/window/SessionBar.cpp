@@ -16,29 +16,14 @@ using platform::localized;
 
 }  // namespace
 
-SessionBar::SessionBar(QMenu* keys, const Listener& listener) {
+SessionBar::SessionBar(QMenu* keys, QMenu* picture, std::function<void()> disconnect) {
     setObjectName("sessionBar");
     setWindowTitle(localized("Session"));
     setMovable(false);
     setContextMenuPolicy(Qt::PreventContextMenu);
     setToolButtonStyle(Qt::ToolButtonTextOnly);
-
-    auto* keysButton = new QToolButton;
-    keysButton->setObjectName("keysButton");
-    keysButton->setText(localized("Keys"));
-    keysButton->setMenu(keys);
-    keysButton->setPopupMode(QToolButton::InstantPopup);
-    addWidget(keysButton);
-
-    auto addSwitch = [&](const char* name, const char* caption, const auto& toggled) {
-        auto* action = addAction(localized(caption));
-        action->setObjectName(name);
-        action->setCheckable(true);
-        connect(action, &QAction::toggled, this, toggled);
-        return action;
-    };
-    addSwitch("fitAction", "Fit to Window", listener.setFits)->setChecked(true);
-    fullScreen_ = addSwitch("fullScreenAction", "Full Screen", listener.setFullScreen);
+    addMenu("keysButton", "Keys", keys);
+    addMenu("pictureButton", "Picture", picture);
 
     auto* gap = new QWidget;
     gap->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
@@ -50,11 +35,26 @@ SessionBar::SessionBar(QMenu* keys, const Listener& listener) {
     digits_->setAccessibleName(localized("Digits to compare"));
     digits_->setAccessibleDescription(digitsSentence());
 
-    auto* disconnect = addAction(localized("Disconnect"), this, listener.disconnect);
-    disconnect->setObjectName("disconnectAction");
+    auto* end = addAction(localized("Disconnect"), this, std::move(disconnect));
+    end->setObjectName("disconnectAction");
     // With the keys alone, too: the picture keeps all others to itself.
     for (auto* button : findChildren<QToolButton*>())
         button->setFocusPolicy(Qt::StrongFocus);
+}
+
+void SessionBar::addMenu(const char* name, const char* caption, QMenu* menu) {
+    auto* button = new QToolButton;
+    button->setObjectName(name);
+    button->setText(localized(caption));
+    button->setMenu(menu);
+    button->setPopupMode(QToolButton::InstantPopup);
+    addWidget(button);
+    if (!first_)
+        first_ = button;
+}
+
+void SessionBar::takeFocus() {
+    first_->setFocus();
 }
 
 QLabel* SessionBar::addLabel(const char* name) {
@@ -69,10 +69,6 @@ QLabel* SessionBar::addLabel(const char* name) {
 void SessionBar::showState(const SessionState& state) {
     rights_->setText(rightsText(state));
     digits_->setText(QString::fromStdString(state.digits));
-}
-
-void SessionBar::setFullScreen(bool isFull) {
-    fullScreen_->setChecked(isFull);
 }
 
 }  // namespace zelvo::opener

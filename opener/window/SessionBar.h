@@ -13,23 +13,18 @@ namespace zelvo::opener {
 /// What can be done in a session, and what is to be known about it.
 class SessionBar final : public QToolBar {
   public:
-    struct Listener {
-        std::function<void(bool fits)> setFits;
-        std::function<void(bool isFull)> setFullScreen;
-        std::function<void()> disconnect;
-    };
-
-    /// The menu outlives the bar.
-    SessionBar(QMenu* keys, const Listener& listener);
+    /// The menus outlive the bar.
+    SessionBar(QMenu* keys, QMenu* picture, std::function<void()> disconnect);
 
     void showState(const SessionState& state);
-    /// Has its way of being switched on and off elsewhere, too.
-    void setFullScreen(bool isFull);
+    /// For whoever has no pointer, or does not get it out of the picture.
+    void takeFocus();
 
   private:
+    void addMenu(const char* name, const char* caption, QMenu* menu);
     QLabel* addLabel(const char* name);
 
-    QAction* fullScreen_ = nullptr;
+    QWidget* first_ = nullptr;
     QLabel* rights_ = nullptr;
     QLabel* digits_ = nullptr;
 };
