@@ -27,6 +27,10 @@ struct Viewer {
     bool isEncrypted = false;
     ViewerRights rights = ViewerRights::Watch;
     std::chrono::system_clock::time_point since;
+    /// What somebody who has the link says of themselves, fit to be shown, and the digits that
+    /// they see; empty for a viewer who has not proven to have it.
+    std::string name{};
+    std::string digits{};
 
     friend bool operator==(const Viewer&, const Viewer&) = default;
 };
@@ -40,6 +44,9 @@ struct ViewerQuestion {
     std::chrono::steady_clock::time_point until;
     /// How many more wait for theirs.
     std::size_t waiting = 0;
+    /// As a viewer's.
+    std::string name{};
+    std::string digits{};
 
     friend bool operator==(const ViewerQuestion&, const ViewerQuestion&) = default;
 };
@@ -67,6 +74,8 @@ class Viewers {
     virtual const Observable<std::optional<ViewerQuestion>>& question() const = 0;
     /// Nobody is asked about any more, nor let in, until the next launch.
     virtual const Observable<bool>& refusesEverybody() const = 0;
+    /// Only who has proven to have the link is asked about; others are refused.
+    virtual const Observable<bool>& admitsOnlyLinkHolders() const = 0;
 
     /// Of the desktop as it is shown now; all of them while none is.
     virtual const Observable<ViewerAbilities>& abilities() const = 0;
@@ -79,6 +88,7 @@ class Viewers {
     /// Ends everybody's, and refuses who is asked about and who waits.
     virtual void disconnectEverybody() = 0;
     virtual void setRefusesEverybody(bool refuses) = 0;
+    virtual void setAdmitsOnlyLinkHolders(bool only) = 0;
     /// Says that the question can be answered on the screen now: input of those inside is dropped
     /// for as long, so that none of them answers it.
     virtual void setQuestionShown(bool isShown) = 0;

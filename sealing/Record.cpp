@@ -1,5 +1,7 @@
 #include "sealing/Record.h"
 
+#include "sealing/Secret.h"
+
 namespace zelvo::sealing {
 
 namespace {
@@ -9,10 +11,15 @@ constexpr char openingKind = 1;
 constexpr char dataKind = 2;
 constexpr char goodbyeKind = 3;
 constexpr char standingKind = 4;
+constexpr char ticketKind = 5;
+constexpr char openingOnReturnKind = 6;
+constexpr char returnedKind = 7;
 
 struct Encoder {
     std::string operator()(const Opening& opening) const {
-        return openingKind + opening.value + opening.name;
+        if (opening.proof.empty())
+            return openingKind + opening.value + opening.name;
+        return openingOnReturnKind + opening.value + opening.proof + opening.name;
     }
     std::string operator()(const Data& data) const { return dataKind + data.bytes; }
     std::string operator()(const Goodbye& goodbye) const {
@@ -23,7 +30,17 @@ struct Encoder {
                 static_cast<char>(standing.secondsLeft >> 8),
                 static_cast<char>(standing.secondsLeft)};
     }
+    std::string operator()(const ReturnTicket& ticket) const { return ticketKind + ticket.secret; }
+    std::string operator()(const Returned& returned) const { return returnedKind + returned.proof; }
 };
+
+std::optional<Record> decodeOpening(std::string_view bytes, std::size_t proof) {
+    if (bytes.size() <= valueSize + proof || !isHelperName(bytes.substr(valueSize + proof)))
+        return std::nullopt;
+    return Opening{std::string(bytes.substr(0, valueSize)),
+                   std::string(bytes.substr(valueSize + proof)),
+                   std::string(bytes.substr(valueSize, proof))};
+}
 
 std::optional<Record> decodeStanding(std::string_view bytes) {
     if (bytes.size() != 3 || bytes[0] == 0)
@@ -47,10 +64,9 @@ std::optional<Record> decodeRecord(std::string_view bytes) {
     bytes.remove_prefix(1);
     switch (kind) {
         case openingKind:
-            if (bytes.size() <= valueSize || !isHelperName(bytes.substr(valueSize)))
-                return std::nullopt;
-            return Opening{std::string(bytes.substr(0, valueSize)),
-                           std::string(bytes.substr(valueSize))};
+            return decodeOpening(bytes, 0);
+        case openingOnReturnKind:
+            return decodeOpening(bytes, proofSize);
         case dataKind:
             if (bytes.empty() || bytes.size() > longestData)
                 return std::nullopt;
@@ -61,6 +77,14 @@ std::optional<Record> decodeRecord(std::string_view bytes) {
             return Goodbye{static_cast<Farewell>(bytes[0])};
         case standingKind:
             return decodeStanding(bytes);
+        case ticketKind:
+            if (bytes.size() != Key::size)
+                return std::nullopt;
+            return ReturnTicket{std::string(bytes)};
+        case returnedKind:
+            if (bytes.size() != proofSize)
+                return std::nullopt;
+            return Returned{std::string(bytes)};
         default:
             return std::nullopt;
     }

@@ -12,13 +12,16 @@
 namespace zelvo::sealing {
 
 inline constexpr std::size_t valueSize = 32;
+inline constexpr std::size_t proofSize = 32;
 /// Bytes in one record: few enough that a slow line has the first of a picture soon.
 inline constexpr std::size_t longestData = 16384;
 
-/// The opener's first: the value that it promised, and who wants to help.
+/// The opener's first: the value that it promised, and who wants to help. Who was inside and lost
+/// the line proves that, too; for all others the proof is empty.
 struct Opening {
     std::string value;
     std::string name;
+    std::string proof{};
     friend bool operator==(const Opening&, const Opening&) = default;
 };
 struct Data {
@@ -49,12 +52,22 @@ struct Standing {
     std::uint16_t secondsLeft = 0;
     friend bool operator==(const Standing&, const Standing&) = default;
 };
+/// The host's to who is inside: what brings them back once, should the line be lost.
+struct ReturnTicket {
+    std::string secret;
+    friend bool operator==(const ReturnTicket&, const ReturnTicket&) = default;
+};
+/// The host's to who came back: that it is still the one who let them in.
+struct Returned {
+    std::string proof;
+    friend bool operator==(const Returned&, const Returned&) = default;
+};
 
 /// What is sealed as one.
-using Record = std::variant<Opening, Data, Goodbye, Standing>;
+using Record = std::variant<Opening, Data, Goodbye, Standing, ReturnTicket, Returned>;
 
 inline constexpr std::size_t longestRecord = 1 + longestData;
-inline constexpr std::size_t longestOpening = 1 + valueSize + longestNameInBytes;
+inline constexpr std::size_t longestOpening = 1 + valueSize + proofSize + longestNameInBytes;
 
 std::string encode(const Record& record);
 /// Exactly one record, or none.

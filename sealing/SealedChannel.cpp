@@ -12,6 +12,14 @@ namespace {
 /// Either message of the handshake: a public half, and 32 bytes sealed.
 constexpr std::size_t handshakeMessage = publicKeySize + valueSize + tagSize;
 
+// Who proves the secret to return by: neither side's proof is of use to the other.
+constexpr std::string_view byOpener = "back, opener";
+constexpr std::string_view byHost = "back, host";
+
+void wipeText(std::string& text) {
+    wipe({reinterpret_cast<unsigned char*>(text.data()), text.size()});
+}
+
 std::string digitsOf(std::string_view handshakeHash, std::string_view openersValue,
                      std::string_view hostsValue) {
     std::string all(handshakeHash);
@@ -49,9 +57,11 @@ SealedChannel SealedChannel::host(const ChannelKey& key, ReplayCache& replays,
 }
 
 SealedChannel SealedChannel::opener(const ChannelKey& key, std::string_view name,
-                                    const OwnSecrets& secrets) {
+                                    const OwnSecrets& secrets,
+                                    const std::optional<ReturnSecret>& comesBackBy) {
     SealedChannel channel(NoiseHandshake::Role::Initiator, key, nullptr, secrets);
     channel.name_ = name;
+    channel.comesBackBy_ = comesBackBy;
     // A promise first, the value once the host has chosen its own: nobody in between can search for
     // values that make the digits equal.
     if (auto message = channel.handshake_.write(sha256(channel.value_.view())))
@@ -96,7 +106,8 @@ void SealedChannel::answerArrived(std::string_view message) {
     transport_ = handshake_.split();
     if (!hostsValue || hostsValue->size() != valueSize || !transport_)
         return fail(Failure::NotTheHost);
-    if (seal(Opening{std::string(value_.view()), name_}))
+    if (seal(Opening{std::string(value_.view()), name_,
+                     comesBackBy_ ? proofOf(*comesBackBy_, byOpener) : std::string()}))
         open(value_.view(), *hostsValue);
 }
 
@@ -109,6 +120,8 @@ void SealedChannel::recordArrived(std::string_view message) {
     // The opening, and nothing else, comes first, and once.
     if (!record || std::holds_alternative<Opening>(*record) != (state_ == State::Proving))
         return fail(failure);
+    if (!std::holds_alternative<Data>(*record))
+        wipeText(bytes);
     std::visit([this](auto& what) { take(std::move(what)); }, *record);
 }
 
@@ -116,6 +129,7 @@ void SealedChannel::take(Opening&& opening) {
     if (!isSame(sha256(opening.value), promise_))
         return fail(Failure::BadOpening);
     name_ = std::move(opening.name);
+    proof_ = std::move(opening.proof);
     open(opening.value, value_.view());
 }
 
@@ -129,6 +143,7 @@ void SealedChannel::take(Data&& data) {
 void SealedChannel::take(Goodbye&& goodbye) {
     goodbye_ = goodbye.reason;
     state_ = State::Closed;
+    returnSecret_.reset();
 }
 
 void SealedChannel::take(Standing&& standing) {
@@ -137,9 +152,44 @@ void SealedChannel::take(Standing&& standing) {
     standing_ = standing;
 }
 
+void SealedChannel::take(ReturnTicket&& ticket) {
+    if (isHost()) {
+        fail(Failure::BadRecord);
+    } else {
+        ticket.secret.copy(reinterpret_cast<char*>(returnSecret_.emplace().bytes().data()),
+                           ReturnSecret::size);
+    }
+    wipeText(ticket.secret);
+}
+
+void SealedChannel::take(Returned&& returned) {
+    if (isHost() || !comesBackBy_ || standing_)
+        return fail(Failure::BadRecord);
+    if (!isSame(returned.proof, proofOf(*comesBackBy_, byHost)))
+        return fail(Failure::NotTheHost);
+    isBack_ = true;
+    comesBackBy_.reset();
+}
+
+// Of this handshake and no other: nobody in between, who has the link, can pass it on.
+std::string SealedChannel::proofOf(const ReturnSecret& secret, std::string_view side) const {
+    std::string proof(proofSize, '\0');
+    hkdf(transport_->hash, secret.view(), side,
+         {reinterpret_cast<unsigned char*>(proof.data()), proof.size()});
+    return proof;
+}
+
+bool SealedChannel::offersReturn(const ReturnSecret& secret) const {
+    return state_ == State::Open && offersReturn() && isSame(proof_, proofOf(secret, byOpener));
+}
+
 bool SealedChannel::seal(const Record& record) {
     std::string message;
-    if (!transport_->sends.seal({}, encode(record), message)) {
+    auto plain = encode(record);
+    const bool isSealed = transport_->sends.seal({}, plain, message);
+    if (!std::holds_alternative<Data>(record))
+        wipeText(plain);
+    if (!isSealed) {
         fail(Failure::BadRecord);
         return false;
     }
@@ -164,9 +214,24 @@ void SealedChannel::tell(const Standing& standing) {
         seal(standing);
 }
 
+void SealedChannel::giveReturnSecret(const ReturnSecret& secret) {
+    if (state_ != State::Open || !isHost())
+        return;
+    ReturnTicket ticket{std::string(secret.view())};
+    seal(ticket);
+    wipeText(ticket.secret);
+}
+
+void SealedChannel::confirmReturn(const ReturnSecret& secret) {
+    if (state_ == State::Open && isHost())
+        seal(Returned{proofOf(secret, byHost)});
+}
+
 void SealedChannel::sayGoodbye(Farewell reason) {
-    if (state_ == State::Open && seal(Goodbye{reason}))
-        state_ = State::Closed;
+    if (state_ != State::Open || !seal(Goodbye{reason}))
+        return;
+    state_ = State::Closed;
+    returnSecret_.reset();
 }
 
 void SealedChannel::fail(Failure failure) {

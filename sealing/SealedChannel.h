@@ -21,6 +21,10 @@ struct OwnSecrets {
     Key value;
 };
 
+/// What a host gives to who is inside, by which they come back once without being asked about. It
+/// is never sent again: both sides prove that they have it.
+using ReturnSecret = Key;
+
 /// One end of a channel, in whole messages: the handshake, the opening, then records.
 class SealedChannel {
   public:
@@ -40,7 +44,8 @@ class SealedChannel {
         KeyRefused,
         /// Host: somebody said it before.
         Replayed,
-        /// Opener: who answers has not the key of this link.
+        /// Opener: who answers has not the key of this link, or says that we are back without the
+        /// secret by which we were to come.
         NotTheHost,
         /// Host: the opening is not what was promised, or gives no name that may be shown.
         BadOpening,
@@ -53,7 +58,8 @@ class SealedChannel {
                               const OwnSecrets& secrets);
     /// `name` has to be a helper's name (isHelperName). The first message is there at once.
     static SealedChannel opener(const ChannelKey& key, std::string_view name,
-                                const OwnSecrets& secrets);
+                                const OwnSecrets& secrets,
+                                const std::optional<ReturnSecret>& comesBackBy = {});
 
     State state() const { return state_; }
     Failure failure() const { return failure_; }
@@ -68,6 +74,10 @@ class SealedChannel {
     void send(std::string_view bytes);
     /// The host's, while open.
     void tell(const Standing& standing);
+    /// The host's, while open: what the opener may come back by; the one before is of no use then.
+    void giveReturnSecret(const ReturnSecret& secret);
+    /// The host's, while open, before anything else: tells that the opener is back, by this secret.
+    void confirmReturn(const ReturnSecret& secret);
     /// While open; afterwards nothing more goes either way.
     void sayGoodbye(Farewell reason);
 
@@ -79,6 +89,15 @@ class SealedChannel {
     const std::string& name() const { return name_; }
     /// What the opener was told last.
     std::optional<Standing> standing() const { return standing_; }
+    /// The opener's: what it was given last; none once either side has said goodbye.
+    const std::optional<ReturnSecret>& returnSecret() const { return returnSecret_; }
+    /// The opener's: the host has proven that it is the one who gave us what we came back by, and
+    /// that nobody was asked. An opener that is asked about instead shows digits to compare anew.
+    bool isBack() const { return isBack_; }
+    /// The host's, while open: whether the opener says that it was inside before, and whether it
+    /// was by this secret.
+    bool offersReturn() const { return !proof_.empty(); }
+    bool offersReturn(const ReturnSecret& secret) const;
     /// The peer's.
     std::optional<Farewell> goodbye() const { return goodbye_; }
 
@@ -94,6 +113,9 @@ class SealedChannel {
     void take(Data&& data);
     void take(Goodbye&& goodbye);
     void take(Standing&& standing);
+    void take(ReturnTicket&& ticket);
+    void take(Returned&& returned);
+    std::string proofOf(const ReturnSecret& secret, std::string_view side) const;
     bool seal(const Record& record);
     void open(std::string_view openersValue, std::string_view hostsValue);
     void fail(Failure failure);
@@ -110,6 +132,10 @@ class SealedChannel {
     std::string data_;
     std::vector<std::string> messages_;
     std::optional<Standing> standing_;
+    std::optional<ReturnSecret> comesBackBy_;
+    std::optional<ReturnSecret> returnSecret_;
+    std::string proof_;
+    bool isBack_ = false;
     std::optional<Farewell> goodbye_;
 };
 

@@ -40,9 +40,11 @@ SealedLine SealedLine::host(const ChannelKey& key, ReplayCache& replays) {
             SealedChannel::host(key, replays, OwnSecrets::fresh())};
 }
 
-SealedLine SealedLine::opener(const ChannelKey& key, std::string_view name) {
+SealedLine SealedLine::opener(const ChannelKey& key, std::string_view name,
+                              const std::optional<ReturnSecret>& comesBackBy) {
     return {std::make_unique<UpgradeReplyReader>(UpgradeReplyReader::freshNonce()),
-            WebSocket::Role::Client, SealedChannel::opener(key, name, OwnSecrets::fresh())};
+            WebSocket::Role::Client,
+            SealedChannel::opener(key, name, OwnSecrets::fresh(), comesBackBy)};
 }
 
 SealedLine::State SealedLine::state() const {
@@ -141,6 +143,16 @@ void SealedLine::send(std::string_view bytes) {
 
 void SealedLine::tell(const Standing& standing) {
     channel_.tell(standing);
+    sendMessages();
+}
+
+void SealedLine::giveReturnSecret(const ReturnSecret& secret) {
+    channel_.giveReturnSecret(secret);
+    sendMessages();
+}
+
+void SealedLine::confirmReturn(const ReturnSecret& secret) {
+    channel_.confirmReturn(secret);
     sendMessages();
 }
 

@@ -43,8 +43,10 @@ class SealedLine {
 
     /// `replays` are those of the link, and outlive the line.
     static SealedLine host(const ChannelKey& key, ReplayCache& replays);
-    /// `name` has to be a helper's name (isHelperName).
-    static SealedLine opener(const ChannelKey& key, std::string_view name);
+    /// `name` has to be a helper's name (isHelperName). Who was inside and was cut comes back by
+    /// what channel().returnSecret() was last, once, within a minute.
+    static SealedLine opener(const ChannelKey& key, std::string_view name,
+                             const std::optional<ReturnSecret>& comesBackBy = {});
 
     State state() const;
     Failure failure() const;
@@ -62,6 +64,8 @@ class SealedLine {
     std::string takeData() { return channel_.takeData(); }
     void send(std::string_view bytes);
     void tell(const Standing& standing);
+    void giveReturnSecret(const ReturnSecret& secret);
+    void confirmReturn(const ReturnSecret& secret);
     void sayGoodbye(Farewell reason);
 
   private:

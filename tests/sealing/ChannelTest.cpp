@@ -78,6 +78,7 @@ TEST(SealedChannel, IsByteForByteWhatItsPageSays) {
     const auto name = vector["name"].get<std::string>();
     auto opener = SealedChannel::opener(channelKey, name, secrets("opener"));
     auto host = SealedChannel::host(channelKey, replays, secrets("host"));
+    const auto back = key(vector["back"]["secret"]);
     for (const auto& message : vector["messages"]) {
         const bool isOpeners = message["from"] == "opener";
         auto& from = isOpeners ? opener : host;
@@ -92,6 +93,11 @@ TEST(SealedChannel, IsByteForByteWhatItsPageSays) {
                 from.sayGoodbye(Farewell::Disconnected);
             else if (plain == Record(Standing{Standing::Place::Asked, 60}))
                 from.tell({Standing::Place::Asked, 60});
+            else if (plain && std::holds_alternative<ReturnTicket>(*plain))
+                from.giveReturnSecret(back);
+            if (plain == Record(Goodbye{Farewell::Disconnected})) {
+                EXPECT_EQ(opener.returnSecret()->view(), back.view());
+            }
             last = from.takeMessages().at(0);
             to.receive(last);
             ASSERT_EQ(to.takeData(), data ? data->bytes : "");
@@ -104,6 +110,32 @@ TEST(SealedChannel, IsByteForByteWhatItsPageSays) {
     EXPECT_EQ(opener.standing(), (Standing{Standing::Place::Asked, 60}));
     EXPECT_EQ(opener.goodbye(), Farewell::Disconnected);
     EXPECT_EQ(opener.state(), SealedChannel::State::Closed);
+    EXPECT_FALSE(opener.returnSecret()) << "who was disconnected does not come back";
+
+    ReplayCache others;
+    auto returning = SealedChannel::opener(channelKey, name, secrets("opener"), back);
+    auto again = SealedChannel::host(channelKey, others, secrets("host"));
+    again.receive(returning.takeMessages().at(0));
+    returning.receive(again.takeMessages().at(0));
+    const auto opening = returning.takeMessages().at(0);
+    EXPECT_EQ(opening, bytes(vector["back"]["opening"]));
+    again.receive(opening);
+    EXPECT_TRUE(again.offersReturn(back));
+    EXPECT_FALSE(again.offersReturn(Key()));
+    again.confirmReturn(back);
+    const auto returned = again.takeMessages().at(0);
+    EXPECT_EQ(returned, bytes(vector["back"]["returned"]));
+    returning.receive(returned);
+    EXPECT_TRUE(returning.isBack());
+    // Somebody in between, who has the link, knows nothing to come back by.
+    ReplayCache theirs;
+    auto lost = SealedChannel::opener(channelKey, name, secrets("opener"), back);
+    auto between = SealedChannel::host(channelKey, theirs, secrets("host"));
+    for (int turn = 0; turn < 3; ++turn)
+        (turn == 1 ? lost : between).receive((turn == 1 ? between : lost).takeMessages().at(0));
+    between.confirmReturn(Key());
+    lost.receive(between.takeMessages().at(0));
+    EXPECT_EQ(lost.failure(), SealedChannel::Failure::NotTheHost);
 }
 
 using State = SealedLine::State;
@@ -226,6 +258,8 @@ TEST_F(SealedLineTest, NoticesEveryChangeAndEveryLie) {
         {sha256(value), {Data{"keys"}}, BadOpening},
         {sha256(value), {opening, opening}, BadRecord},
         {sha256(value), {opening, Standing{}}, BadRecord},
+        {sha256(value), {opening, ReturnTicket{value}}, BadRecord},
+        {sha256(value), {opening, Returned{value}}, BadRecord},
     };
     for (const auto& [promise, records, failure] : lies) {
         NoiseHandshake peer(Role::Initiator, right.prologue, right.preShared,

@@ -54,9 +54,11 @@ TEST(HelperName, StandsInASentenceAsItIs) {
 
 TEST(Record, IsExactlyOneOrNone) {
     const auto opening = "\x01" + std::string(32, 'v');
-    for (const auto& wrong : {""s, "\x00"s, "\x05x"s, "\x02"s, "\x02" + std::string(16385, 'd'),
-                              "\x03"s, "\x03\x00"s, "\x03\x01\x01"s, "\x04\x01\x00"s,
-                              "\x04\x00\x00\x00"s, "\x01v"s, opening, opening + "a\n"})
+    for (const auto& wrong :
+         {""s, "\x00"s, "\x05x"s, "\x02"s, "\x02" + std::string(16385, 'd'), "\x03"s, "\x03\x00"s,
+          "\x03\x01\x01"s, "\x04\x01\x00"s, "\x04\x00\x00\x00"s, "\x01v"s, opening, opening + "a\n",
+          "\x05" + std::string(33, 's'), "\x07" + std::string(31, 'p'),
+          "\x06" + std::string(64, 'v'), "\x08"s})
         EXPECT_EQ(decodeRecord(wrong), std::nullopt) << wrong.size();
     EXPECT_TRUE(decodeRecord("\x02" + std::string(16384, 'd')) && decodeRecord(opening + "a"));
 }

@@ -179,15 +179,17 @@ TEST(GateMessage, IsWholeOrNone) {
         Hello{},
         DesktopAsks{},
         Listening{.port = 5900, .takesInput = false},
-        Question{7, peer, true, 60, 4},
+        Question{7, peer, true, 60, 4, "Ana", "012 345 678 901"},
         QuestionOver{7, Ending::NotAnswered},
-        Inside{0x01020304, peer, false, Rights::Control},
+        Inside{0x01020304, peer, false, Rights::Control, std::string(160, 'n'), {}},
         Left{7, Ending::NetworkDied},
         Reply{7, Answer::Watch},
         SetRights{7, Rights::Watch},
         Disconnect{everybody},
         RefuseEverybody{true},
         QuestionShown{false},
+        Link{std::string(128, 'i'), {1, 2, 3}},
+        AdmitOnlyLinkHolders{true},
     };
     for (const auto& message : messages) {
         auto bytes = encode(message);

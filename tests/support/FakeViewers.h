@@ -14,6 +14,7 @@ class FakeViewers : public Viewers {
     const Observable<std::vector<Viewer>>& inside() const override { return isInside; }
     const Observable<std::optional<ViewerQuestion>>& question() const override { return asked; }
     const Observable<bool>& refusesEverybody() const override { return refuses; }
+    const Observable<bool>& admitsOnlyLinkHolders() const override { return onlyLinkHolders; }
     const Observable<ViewerAbilities>& abilities() const override { return able; }
 
     void answer(std::uint32_t viewer, ViewerAnswer answer) override {
@@ -34,6 +35,10 @@ class FakeViewers : public Viewers {
         said.push_back(on ? "refuse everybody" : "ask again");
         refuses.set(on);
     }
+    void setAdmitsOnlyLinkHolders(bool only) override {
+        said.push_back(only ? "only link holders" : "anybody");
+        onlyLinkHolders.set(only);
+    }
     void setQuestionShown(bool isShown) override {
         said.push_back(isShown ? "question shown" : "question hidden");
     }
@@ -41,6 +46,7 @@ class FakeViewers : public Viewers {
     Observable<std::vector<Viewer>> isInside;
     Observable<std::optional<ViewerQuestion>> asked;
     Observable<bool> refuses{false};
+    Observable<bool> onlyLinkHolders{false};
     Observable<ViewerAbilities> able;
     std::vector<std::string> said;
 };

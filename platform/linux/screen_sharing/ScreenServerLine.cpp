@@ -96,6 +96,10 @@ void ScreenServerLine::accept() {
     send(gate::Hello{});
     if (refusesEverybody_.value())
         send(gate::RefuseEverybody{true});
+    if (admitsOnlyLinkHolders_.value())
+        send(gate::AdmitOnlyLinkHolders{true});
+    if (!link_.identifier.empty())
+        send(link_);
 }
 
 void ScreenServerLine::receive() {
@@ -133,7 +137,7 @@ void ScreenServerLine::handle(const gate::Message& message) {
         question_.set(ViewerQuestion{
             firstNumber_ + asked->viewer, text(asked->peer), asked->isEncrypted,
             std::chrono::steady_clock::now() + std::chrono::seconds(asked->secondsLeft),
-            asked->waiting});
+            asked->waiting, asked->name, asked->digits});
     } else if (const auto* over = std::get_if<gate::QuestionOver>(&message)) {
         if (question_.value() && question_.value()->id == firstNumber_ + over->viewer)
             question_.set(std::nullopt);
@@ -142,8 +146,13 @@ void ScreenServerLine::handle(const gate::Message& message) {
         auto known = viewers_.find(id);
         if (known == viewers_.end())
             viewers_[id] = {entered->peer,
-                            {id, text(entered->peer), entered->isEncrypted,
-                             rightsOf(entered->rights), std::chrono::system_clock::now()}};
+                            {.id = id,
+                             .address = text(entered->peer),
+                             .isEncrypted = entered->isEncrypted,
+                             .rights = rightsOf(entered->rights),
+                             .since = std::chrono::system_clock::now(),
+                             .name = entered->name,
+                             .digits = entered->digits}};
         else
             known->second.second.rights = rightsOf(entered->rights);
         // The answer has been given; nobody is asked about twice.
@@ -227,6 +236,18 @@ void ScreenServerLine::disconnectEverybody() {
 void ScreenServerLine::setRefusesEverybody(bool refuses) {
     send(gate::RefuseEverybody{refuses});
     refusesEverybody_.set(refuses);
+}
+
+void ScreenServerLine::setAdmitsOnlyLinkHolders(bool only) {
+    send(gate::AdmitOnlyLinkHolders{only});
+    admitsOnlyLinkHolders_.set(only);
+}
+
+void ScreenServerLine::setLink(const gate::Link& link) {
+    if (link == link_)
+        return;
+    link_ = link;
+    send(link_);
 }
 
 void ScreenServerLine::setQuestionShown(bool isShown) {

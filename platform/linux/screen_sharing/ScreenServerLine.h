@@ -36,6 +36,9 @@ class ScreenServerLine : public Viewers {
     const Observable<std::vector<Viewer>>& inside() const override { return inside_; }
     const Observable<std::optional<ViewerQuestion>>& question() const override { return question_; }
     const Observable<bool>& refusesEverybody() const override { return refusesEverybody_; }
+    const Observable<bool>& admitsOnlyLinkHolders() const override {
+        return admitsOnlyLinkHolders_;
+    }
     const Observable<ViewerAbilities>& abilities() const override { return abilities_; }
 
     void answer(std::uint32_t viewer, ViewerAnswer answer) override;
@@ -43,7 +46,12 @@ class ScreenServerLine : public Viewers {
     void disconnect(std::uint32_t viewer) override;
     void disconnectEverybody() override;
     void setRefusesEverybody(bool refuses) override;
+    void setAdmitsOnlyLinkHolders(bool only) override;
     void setQuestionShown(bool isShown) override;
+
+    /// What the viewers' link is from now on, also for servers to come; without an identifier
+    /// there is none. Those who came in by another one are cut.
+    void setLink(const gate::Link& link);
 
     /// Whether a server is connected and listens.
     bool serverListens() const { return port_ != 0; }
@@ -83,6 +91,8 @@ class ScreenServerLine : public Viewers {
     Observable<std::vector<Viewer>> inside_;
     Observable<std::optional<ViewerQuestion>> question_;
     Observable<bool> refusesEverybody_{false};
+    Observable<bool> admitsOnlyLinkHolders_{false};
+    gate::Link link_;
     Observable<ViewerAbilities> abilities_;
     bool isQuestionShown_ = false;
 };

@@ -1,5 +1,8 @@
 #include "platform/linux/screen_sharing/messages/GateMessage.h"
 
+#include <algorithm>
+#include <array>
+#include <string>
 #include <type_traits>
 #include <utility>
 
@@ -22,10 +25,19 @@ class Writer {
             return true;
         }
     }
-    bool operator()(const Peer& peer) {
-        for (auto part : peer.address)
+    template <std::size_t Size>
+    bool operator()(const std::array<std::uint8_t, Size>& array) {
+        for (auto part : array)
             (*this)(part);
-        return (*this)(peer.port);
+        return true;
+    }
+    bool operator()(const Peer& peer) { return (*this)(peer.address) && (*this)(peer.port); }
+    bool operator()(const std::string& text) {
+        const auto size = std::min<std::size_t>(text.size(), 255);
+        (*this)(static_cast<std::uint8_t>(size));
+        for (std::size_t i = 0; i < size; ++i)
+            bytes.push_back(static_cast<std::byte>(text[i]));
+        return true;
     }
 
     std::vector<std::byte> bytes;
@@ -71,12 +83,19 @@ class Reader {
             return true;
         }
     }
-    bool operator()(Peer& peer) {
-        for (auto& part : peer.address) {
-            if (!(*this)(part))
-                return false;
-        }
-        return (*this)(peer.port);
+    template <std::size_t Size>
+    bool operator()(std::array<std::uint8_t, Size>& array) {
+        return std::all_of(array.begin(), array.end(),
+                           [this](auto& part) { return (*this)(part); });
+    }
+    bool operator()(Peer& peer) { return (*this)(peer.address) && (*this)(peer.port); }
+    bool operator()(std::string& text) {
+        std::uint8_t size = 0;
+        if (!(*this)(size) || bytes_.size() < size)
+            return false;
+        text.assign(reinterpret_cast<const char*>(bytes_.data()), size);
+        bytes_ = bytes_.subspan(size);
+        return true;
     }
 
     bool isAtEnd() const { return bytes_.empty(); }
@@ -99,9 +118,10 @@ bool fields(Each& each, M& m) {
     else if constexpr (std::is_same_v<Type, Listening>)
         return eachOf(each, m.port, m.takesInput, m.hasClipboard);
     else if constexpr (std::is_same_v<Type, Question>)
-        return eachOf(each, m.viewer, m.peer, m.isEncrypted, m.secondsLeft, m.waiting);
+        return eachOf(each, m.viewer, m.peer, m.isEncrypted, m.secondsLeft, m.waiting, m.name,
+                      m.digits);
     else if constexpr (std::is_same_v<Type, Inside>)
-        return eachOf(each, m.viewer, m.peer, m.isEncrypted, m.rights);
+        return eachOf(each, m.viewer, m.peer, m.isEncrypted, m.rights, m.name, m.digits);
     else if constexpr (std::is_same_v<Type, QuestionOver> || std::is_same_v<Type, Left>)
         return eachOf(each, m.viewer, m.ending);
     else if constexpr (std::is_same_v<Type, Reply>)
@@ -110,7 +130,10 @@ bool fields(Each& each, M& m) {
         return eachOf(each, m.viewer, m.rights);
     else if constexpr (std::is_same_v<Type, Disconnect>)
         return eachOf(each, m.viewer);
-    else if constexpr (std::is_same_v<Type, RefuseEverybody>)
+    else if constexpr (std::is_same_v<Type, Link>)
+        return eachOf(each, m.identifier, m.key);
+    else if constexpr (std::is_same_v<Type, RefuseEverybody> ||
+                       std::is_same_v<Type, AdmitOnlyLinkHolders>)
         return eachOf(each, m.isOn);
     else
         return eachOf(each, m.isShown);

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <string>
 #include <variant>
 #include <vector>
 
@@ -13,8 +14,9 @@
 /// one message of this version is none, and whoever gets it hangs up.
 namespace zelvo::platform::gate {
 
-inline constexpr std::uint8_t messageVersion = 2;
-inline constexpr std::size_t longestMessage = 32;
+inline constexpr std::uint8_t messageVersion = 3;
+/// A text is at most 255 bytes, after its length in one.
+inline constexpr std::size_t longestMessage = 600;
 
 /// A viewer, as long as this server runs; never 0.
 using ViewerId = std::uint32_t;
@@ -71,6 +73,10 @@ struct Question {
     bool isEncrypted = false;
     std::uint16_t secondsLeft = 0;
     std::uint8_t waiting = 0;
+    /// What somebody who has the link says of themselves, and the digits that they see; empty for
+    /// a viewer who has proven nothing.
+    std::string name{};
+    std::string digits{};
     friend bool operator==(const Question&, const Question&) = default;
 };
 struct QuestionOver {
@@ -84,6 +90,9 @@ struct Inside {
     Peer peer;
     bool isEncrypted = false;
     Rights rights = Rights::Watch;
+    /// As in the question.
+    std::string name{};
+    std::string digits{};
     friend bool operator==(const Inside&, const Inside&) = default;
 };
 struct Left {
@@ -119,9 +128,22 @@ struct QuestionShown {
     bool isShown = false;
     friend bool operator==(const QuestionShown&, const QuestionShown&) = default;
 };
+/// The link whose holders are let prove that they have it; without an identifier there is none.
+/// What holders of another one were given ends.
+struct Link {
+    std::string identifier;
+    std::array<std::uint8_t, 16> key{};
+    friend bool operator==(const Link&, const Link&) = default;
+};
+/// Whether those who have proven nothing are refused without a question.
+struct AdmitOnlyLinkHolders {
+    bool isOn = false;
+    friend bool operator==(const AdmitOnlyLinkHolders&, const AdmitOnlyLinkHolders&) = default;
+};
 
 using Message = std::variant<Hello, Listening, Question, QuestionOver, Inside, Left, Reply,
-                             SetRights, Disconnect, RefuseEverybody, QuestionShown, DesktopAsks>;
+                             SetRights, Disconnect, RefuseEverybody, QuestionShown, DesktopAsks,
+                             Link, AdmitOnlyLinkHolders>;
 
 std::vector<std::byte> encode(const Message& message);
 /// None unless the bytes are exactly one message with values that exist.
