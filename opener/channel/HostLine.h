@@ -7,8 +7,7 @@
 #include <string>
 
 #include "platform/linux/base/FileDescriptor.h"
-#include "sealing/Record.h"
-#include "sealing/ShareLink.h"
+#include "sealing/SealedChannel.h"
 
 namespace zelvo::opener {
 
@@ -38,6 +37,8 @@ struct LineEnding {
     LineEnd end = LineEnd::Cut;
     /// Why, where the host said goodbye.
     sealing::Farewell farewell{};
+    /// Of Cut: by which the host lets us back in, where we were inside.
+    std::optional<sealing::ReturnSecret> returnSecret{};
 };
 
 /// One sealed connection to a host. Its destruction ends it, with a goodbye where there is somebody
@@ -50,6 +51,8 @@ class HostLine {
         sealing::ChannelKey key;
         /// A helper's name (sealing::isHelperName).
         std::string name;
+        /// From the line before, where that was cut.
+        std::optional<sealing::ReturnSecret> comesBackBy{};
     };
     /// Called on the main thread, later, and never after the line's destruction, which each of them
     /// may bring about.
@@ -57,6 +60,8 @@ class HostLine {
         /// The host has proven to have the key; its digits.
         std::function<void(const std::string& digits)> opened;
         std::function<void(const sealing::Standing&)> stands;
+        /// The host has proven to be the one that we came back to.
+        std::function<void()> isBack;
         /// The host speaks RFB now; this end speaks it with security type None.
         std::function<void(platform::FileDescriptor)> rfbBegan;
         /// Last, and only where the line was not destroyed first.

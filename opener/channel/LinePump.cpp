@@ -78,9 +78,12 @@ LinePump::LinePump(platform::EventLoop& loop, FileDescriptor host, SealedLine li
 std::optional<LineEnding> LinePump::ending() const {
     if (const auto farewell = line_.channel().goodbye())
         return LineEnding{LineEnd::Goodbye, *farewell};
-    if (line_.state() == SealedLine::State::Failed)
-        return LineEnding{endOf(line_.failure(), wasProven_), {}};
-    return std::nullopt;
+    if (line_.state() != SealedLine::State::Failed)
+        return std::nullopt;
+    LineEnding ending{endOf(line_.failure(), wasProven_)};
+    if (ending.end == LineEnd::Cut)
+        ending.returnSecret = line_.channel().returnSecret();
+    return ending;
 }
 
 void LinePump::leave() {
@@ -126,6 +129,8 @@ void LinePump::passOn() {
     const auto& channel = line_.channel();
     if (line_.state() == SealedLine::State::Open && !std::exchange(wasProven_, true))
         told_.opened(channel.digits());
+    if (channel.isBack() && !std::exchange(wasBack_, true))
+        told_.isBack();
     if (const auto standing = channel.standing(); standing && standing != standing_) {
         standing_ = standing;
         told_.stands(*standing);

@@ -17,6 +17,7 @@ class LinePump {
     struct Told {
         std::function<void(const std::string& digits)> opened;
         std::function<void(const sealing::Standing&)> stands;
+        std::function<void()> isBack;
         std::function<void(platform::FileDescriptor)> rfbBegan;
     };
 
@@ -47,6 +48,7 @@ class LinePump {
     sealing::SealedLine line_;
     Told told_;
     bool wasProven_ = false;
+    bool wasBack_ = false;
     bool hostIsGone_ = false;
     std::optional<sealing::Standing> standing_;
     std::string toHost_;

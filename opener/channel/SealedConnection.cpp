@@ -117,6 +117,7 @@ LinePump::Told Thread::told() const {
                 [this](const auto& standing) {
                     tell([standing](auto& listener) { listener.stands(standing); });
                 },
+            .isBack = [this] { tell([](auto& listener) { listener.isBack(); }); },
             .rfbBegan =
                 [this](FileDescriptor rfb) {
                     const auto shared = std::make_shared<FileDescriptor>(std::move(rfb));
@@ -127,8 +128,8 @@ LinePump::Told Thread::told() const {
 /// None where somebody left.
 std::optional<LineEnding> Thread::pump(FileDescriptor socket) const {
     platform::EventLoop loop;
-    LinePump pump(loop, std::move(socket), sealing::SealedLine::opener(target.key, target.name),
-                  told());
+    LinePump pump(loop, std::move(socket),
+                  sealing::SealedLine::opener(target.key, target.name, target.comesBackBy), told());
     bool leaves = false;
     auto until = Clock::now() + patience.proving;
     platform::EventLoop::Watch watch(loop, leave.get(), [&](auto) {
@@ -142,7 +143,7 @@ std::optional<LineEnding> Thread::pump(FileDescriptor socket) const {
         if (pump.isProven())
             until = Clock::time_point::max();
         else if (Clock::now() >= until)
-            return LineEnding{LineEnd::Silent, {}};
+            return LineEnding{LineEnd::Silent};
         loop.turn(until);
     }
     const auto ending = pump.ending();
@@ -161,7 +162,7 @@ void Thread::run() const {
     const auto error = connectTo(socket, target, leave, patience.connecting);
     if (!error)
         return;
-    auto ending = std::optional(LineEnding{endOf(*error), {}});
+    auto ending = std::optional(LineEnding{endOf(*error)});
     if (*error == 0)
         ending = pump(std::move(socket));
     if (ending)

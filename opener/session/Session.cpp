@@ -17,7 +17,7 @@ void Session::change(Change&& how) {
 }
 
 void Session::start() {
-    line_.reset();
+    stopEverything();
     wasInside_ = false;
     start_ = std::make_shared<char>();
     change([](SessionState& state) {
@@ -44,15 +44,21 @@ void Session::factsArrived(const FactsAnswer& answer) {
 
 void Session::connect() {
     line_ = surroundings_.makeLine(
-        {facts_->address, facts_->port, sealing::ChannelKey(link_), name_}, listener());
+        {facts_->address, facts_->port, sealing::ChannelKey(link_), name_, returnSecret_},
+        listener());
 }
 
 HostLine::Listener Session::listener() {
     return {.opened =
                 [this](const std::string& digits) {
-                    change([&](SessionState& state) { state.digits = digits; });
+                    returnSecret_.reset();
+                    change([&](SessionState& state) {
+                        state.digits = digits;
+                        state.comparesAgain = comesBack_;
+                    });
                 },
             .stands = [this](const auto& standing) { stands(standing); },
+            .isBack = [this] { change([](SessionState& state) { state.comparesAgain = false; }); },
             .rfbBegan =
                 [this](platform::FileDescriptor rfb) {
                     if (rfbBegan)
@@ -75,6 +81,7 @@ void Session::stands(const sealing::Standing& standing) {
         case Place::Watching:
         case Place::Controlling:
             wasInside_ = true;
+            lastReturn_.reset();
             next.stage = Stage::Inside;
             next.controls = standing.place == Place::Controlling;
             break;
@@ -85,7 +92,59 @@ void Session::stands(const sealing::Standing& standing) {
 }
 
 void Session::lineEnded(const LineEnding& how) {
-    end(endingOf(how));
+    if (how.end == LineEnd::Cut && how.returnSecret)
+        return comeBack(*how.returnSecret);
+    if (!triesToReturnAgain(how.end))
+        return end(endingOf(how));
+    connectLater();
+}
+
+void Session::connectLater() {
+    line_.reset();
+    nextReturn_ =
+        surroundings_.runLoop.performAfterDelay(pauseBetweenReturns, [this] { connect(); });
+}
+
+bool Session::triesToReturnAgain(LineEnd end) const {
+    if (!returnSecret_)
+        return false;
+    switch (end) {
+        case LineEnd::NoRoute:
+        case LineEnd::Refused:
+        case LineEnd::TimedOut:
+        case LineEnd::Unreachable:
+        case LineEnd::Silent:
+            return true;
+        default:
+            return false;
+    }
+}
+
+void Session::comeBack(const sealing::ReturnSecret& secret) {
+    const bool isFirstTime = !std::exchange(comesBack_, true);
+    returnSecret_ = secret;
+    lastReturn_ = surroundings_.runLoop.performAfterDelay(returnsWithin, [this] {
+        if (state_.value().stage == Stage::Returning)
+            end(Ending::Cut);
+    });
+    change([](SessionState& state) {
+        state.stage = Stage::Returning;
+        state.digits.clear();
+    });
+    // A host that lets go again and again is not to keep us busy.
+    if (isFirstTime)
+        connect();
+    else
+        connectLater();
+}
+
+void Session::stopEverything() {
+    line_.reset();
+    start_.reset();
+    returnSecret_.reset();
+    comesBack_ = false;
+    nextReturn_.reset();
+    lastReturn_.reset();
 }
 
 void Session::leave() {
@@ -99,8 +158,7 @@ void Session::pictureFailed(std::string why) {
 }
 
 void Session::end(Ending why, std::string detail) {
-    line_.reset();
-    start_.reset();
+    stopEverything();
     change([&](SessionState& state) {
         state.stage = Stage::Ended;
         state.ending = why;

@@ -41,6 +41,8 @@ struct SessionState {
     /// What the host is called; empty until the service has told it.
     std::string host;
     bool addressIsProven = false;
+    /// Of Inside: the line was lost, and nothing proves that this is still the same host.
+    bool comparesAgain = false;
 };
 
 /// From one link to the end of its session, and again. Main thread only.
@@ -54,6 +56,7 @@ class Session {
 
     /// Whoever is let back in is so within this time.
     static constexpr std::chrono::seconds returnsWithin{60};
+    static constexpr std::chrono::seconds pauseBetweenReturns{1};
 
     /// `name` is a helper's name. What surrounds it outlives this object.
     Session(Surroundings surroundings, sealing::ShareLink link, std::string name);
@@ -80,9 +83,13 @@ class Session {
   private:
     void factsArrived(const FactsAnswer& answer);
     void connect();
+    void connectLater();
     HostLine::Listener listener();
     void stands(const sealing::Standing& standing);
     void lineEnded(const LineEnding& how);
+    void comeBack(const sealing::ReturnSecret& secret);
+    bool triesToReturnAgain(LineEnd end) const;
+    void stopEverything();
     void end(Ending why, std::string detail = {});
     /// Changes what is shown.
     template <typename Change>
@@ -95,7 +102,12 @@ class Session {
     std::optional<HostFacts> facts_;
     bool wasInside_ = false;
     std::unique_ptr<HostLine> line_;
-    /// Distinguishes this start's answer from an earlier one's.
+    /// What the next line comes back by; gone once it has been shown.
+    std::optional<sealing::ReturnSecret> returnSecret_;
+    bool comesBack_ = false;
+    std::unique_ptr<platform::Perform> nextReturn_;
+    std::unique_ptr<platform::Perform> lastReturn_;
+    /// Tells this start's answer from an earlier one's.
     std::shared_ptr<char> start_;
 };
 

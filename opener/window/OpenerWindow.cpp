@@ -116,6 +116,8 @@ void OpenerWindow::showPicture(const SessionState& state) {
     viewer_->setStanding(state.controls);
     bar_->showState(state);
     bar_->setVisible(true);
+    if (state.comparesAgain)
+        tell(localized("This connection is a new one. Compare the digits again."), 0);
     if (pages_->currentWidget() == viewer_)
         return;
     pages_->setCurrentWidget(viewer_);
@@ -137,8 +139,8 @@ void OpenerWindow::showWords(const SessionState& state) {
 void OpenerWindow::makeViewer() {
     viewer_ = new ViewerWidget(this, {.viewOnly = surroundings_.viewOnly});
     pages_->addWidget(viewer_);
-    bar_ =
-        new SessionBar(viewer_->keysMenu(), viewer_->pictureMenu(), [this] { session_->leave(); });
+    bar_ = new SessionBar({viewer_->keysMenu(), viewer_->pictureMenu()},
+                          [this] { session_->leave(); });
     bar_->setVisible(false);
     addToolBar(bar_);
     connect(viewer_, &ViewerWidget::firstPicture, this, [this] { firstPictureCame(); });
@@ -155,10 +157,13 @@ void OpenerWindow::rfbBegan(platform::FileDescriptor rfb) {
         makeViewer();
     hasPicture_ = false;
     viewer_->setHostFacts(*session_->facts());
-    if (const auto notice = viewer_->layoutNotice(); !notice.isEmpty())
-        statusBar()->showMessage(notice, TimeOfNotice);
-    statusBar()->setVisible(!viewer_->layoutNotice().isEmpty());
+    tell(viewer_->layoutNotice(), TimeOfNotice);
     viewer_->start(std::move(rfb));
+}
+
+void OpenerWindow::tell(const QString& notice, int milliseconds) {
+    statusBar()->setVisible(!notice.isEmpty());
+    statusBar()->showMessage(notice, milliseconds);
 }
 
 void OpenerWindow::firstPictureCame() {

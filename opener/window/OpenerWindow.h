@@ -65,6 +65,8 @@ class OpenerWindow final : public QMainWindow {
     void showWords(const SessionState& state);
     void rfbBegan(platform::FileDescriptor rfb);
     void makeViewer();
+    /// Below the picture; 0 is for as long as nothing else is told.
+    void tell(const QString& notice, int milliseconds);
     void firstPictureCame();
     bool takesLinks() const;
 

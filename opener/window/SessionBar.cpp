@@ -16,14 +16,14 @@ using platform::localized;
 
 }  // namespace
 
-SessionBar::SessionBar(QMenu* keys, QMenu* picture, std::function<void()> disconnect) {
+SessionBar::SessionBar(const std::vector<QMenu*>& menus, std::function<void()> disconnect) {
     setObjectName("sessionBar");
     setWindowTitle(localized("Session"));
     setMovable(false);
     setContextMenuPolicy(Qt::PreventContextMenu);
     setToolButtonStyle(Qt::ToolButtonTextOnly);
-    addMenu("keysButton", "Keys", keys);
-    addMenu("pictureButton", "Picture", picture);
+    for (auto* menu : menus)
+        addMenu(menu);
 
     auto* gap = new QWidget;
     gap->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
@@ -42,10 +42,9 @@ SessionBar::SessionBar(QMenu* keys, QMenu* picture, std::function<void()> discon
         button->setFocusPolicy(Qt::StrongFocus);
 }
 
-void SessionBar::addMenu(const char* name, const char* caption, QMenu* menu) {
+void SessionBar::addMenu(QMenu* menu) {
     auto* button = new QToolButton;
-    button->setObjectName(name);
-    button->setText(localized(caption));
+    button->setText(menu->title());
     button->setMenu(menu);
     button->setPopupMode(QToolButton::InstantPopup);
     addWidget(button);

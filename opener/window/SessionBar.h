@@ -2,6 +2,7 @@
 
 #include <QToolBar>
 #include <functional>
+#include <vector>
 
 #include "opener/session/Session.h"
 
@@ -14,14 +15,14 @@ namespace zelvo::opener {
 class SessionBar final : public QToolBar {
   public:
     /// The menus outlive the bar.
-    SessionBar(QMenu* keys, QMenu* picture, std::function<void()> disconnect);
+    SessionBar(const std::vector<QMenu*>& menus, std::function<void()> disconnect);
 
     void showState(const SessionState& state);
     /// For whoever has no pointer, or does not get it out of the picture.
     void takeFocus();
 
   private:
-    void addMenu(const char* name, const char* caption, QMenu* menu);
+    void addMenu(QMenu* menu);
     QLabel* addLabel(const char* name);
 
     QWidget* first_ = nullptr;
