@@ -3,10 +3,10 @@
 #include <csignal>
 
 #include "platform/Observable.h"
-#include "platform/linux/InstalledBundle.h"
 #include "platform/linux/LinuxExplanations.h"
 #include "platform/linux/base/Environment.h"
 #include "platform/linux/base/SystemLog.h"
+#include "platform/linux/bundle/InstalledBundle.h"
 #include "platform/linux/desktop/DesktopSettingsMirror.h"
 #include "platform/linux/https/ServiceExplanation.h"
 #include "platform/linux/https/SharingSession.h"

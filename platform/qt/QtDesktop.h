@@ -1,9 +1,8 @@
 #pragma once
 
 #include "platform/Observable.h"
-#include "platform/qt/BundleTranslator.h"
-#include "platform/qt/ColorScheme.h"
 #include "platform/qt/DesktopApplication.h"
+#include "platform/qt/content/BundleTranslator.h"
 #include "platform/qt/core/QtMainLoop.h"
 #include "platform/qt/core/QuitSignals.h"
 #include "platform/qt/dialogs/QtAlerts.h"
@@ -12,6 +11,7 @@
 #include "platform/qt/sharing/QtPasteboard.h"
 #include "platform/qt/sharing/QtSharingServicePicker.h"
 #include "platform/qt/viewers/Doorkeeper.h"
+#include "platform/qt/widgets/ColorScheme.h"
 #include "platform/qt/window/QtWindowSystem.h"
 
 namespace zelvo::platform {

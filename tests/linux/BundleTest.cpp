@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "platform/linux/InstalledBundle.h"
+#include "platform/linux/bundle/InstalledBundle.h"
 #include "platform/linux/property_lists/PlistReader.h"
 #include "tests/support/TemporaryFolder.h"
 

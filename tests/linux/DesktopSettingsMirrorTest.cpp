@@ -17,8 +17,8 @@
 #include <memory>
 #include <thread>
 
-#include "platform/linux/InstalledBundle.h"
 #include "platform/linux/base/FileDescriptor.h"
+#include "platform/linux/bundle/InstalledBundle.h"
 #include "platform/linux/desktop/KeyCombinations.h"
 #include "platform/linux/machine/OsReleaseProcessInfo.h"
 #include "platform/linux/property_lists/PlistReader.h"

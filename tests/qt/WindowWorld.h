@@ -5,7 +5,7 @@
 #include <QPushButton>
 
 #include "app/KVView.h"
-#include "platform/linux/InstalledBundle.h"
+#include "platform/linux/bundle/InstalledBundle.h"
 #include "platform/linux/property_lists/PlistReader.h"
 #include "platform/qt/QtDesktop.h"
 #include "platform/qt/window/MainWindow.h"

@@ -9,7 +9,7 @@
 #include <set>
 #include <string>
 
-#include "platform/linux/InstalledBundle.h"
+#include "platform/linux/bundle/InstalledBundle.h"
 #include "platform/linux/property_lists/PlistReader.h"
 #include "platform/linux/screen_sharing/ScreenSharingExplanation.h"
 #include "tests/support/ManualLoop.h"

@@ -35,8 +35,8 @@ std::string shortened(const std::string& line) {
 
 }  // namespace
 
-SystemLog::SystemLog() {
-    ::openlog("zelvo", LOG_PID, LOG_USER);
+SystemLog::SystemLog(const char* program) {
+    ::openlog(program, LOG_PID, LOG_USER);
 }
 
 SystemLog::~SystemLog() {

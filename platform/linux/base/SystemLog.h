@@ -17,7 +17,8 @@ class SystemLog : public Log {
     /// Bytes of one line that are kept and given to syslog; standard error gets all of it.
     static constexpr std::size_t lineLimit = 4096;
 
-    SystemLog();
+    /// `program` names the entries in syslog, and outlives the log.
+    explicit SystemLog(const char* program = "zelvo");
     SystemLog(const SystemLog&) = delete;
     SystemLog& operator=(const SystemLog&) = delete;
     ~SystemLog() override;

@@ -1,4 +1,4 @@
-#include "platform/linux/InstalledBundle.h"
+#include "platform/linux/bundle/InstalledBundle.h"
 
 #include <sys/stat.h>
 #include <unistd.h>

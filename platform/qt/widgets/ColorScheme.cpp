@@ -1,4 +1,4 @@
-#include "platform/qt/ColorScheme.h"
+#include "platform/qt/widgets/ColorScheme.h"
 
 #include <QApplication>
 #include <QDBusConnection>

@@ -1,4 +1,4 @@
-#include "platform/qt/BundleTranslator.h"
+#include "platform/qt/content/BundleTranslator.h"
 
 #include <QCoreApplication>
 

@@ -1,0 +1,170 @@
+#include "opener/session/Session.h"
+
+#include <utility>
+
+namespace zelvo::opener {
+
+Session::Session(Surroundings surroundings, sealing::ShareLink link, std::string name)
+    : surroundings_(std::move(surroundings)), link_(std::move(link)), name_(std::move(name)) {}
+
+Session::~Session() = default;
+
+template <typename Change>
+void Session::change(Change&& how) {
+    auto state = state_.value();
+    how(state);
+    state_.set(std::move(state));
+}
+
+void Session::start() {
+    stopEverything();
+    wasInside_ = false;
+    start_ = std::make_shared<char>();
+    change([](SessionState& state) {
+        state.stage = Stage::Asking;
+        state.digits.clear();
+    });
+    surroundings_.facts.ask(link_.identifier,
+                            [this, start = std::weak_ptr(start_)](const FactsAnswer& answer) {
+                                if (!start.expired())
+                                    factsArrived(answer);
+                            });
+}
+
+void Session::factsArrived(const FactsAnswer& answer) {
+    if (const auto* why = std::get_if<NoFacts>(&answer))
+        return end(endingOf(*why));
+    facts_ = std::get<HostFacts>(answer);
+    change([this](SessionState& state) {
+        state.host = facts_->name;
+        state.addressIsProven = facts_->addressIsProven;
+    });
+    connect();
+}
+
+void Session::connect() {
+    line_ = surroundings_.makeLine(
+        {facts_->address, facts_->port, sealing::ChannelKey(link_), name_, returnSecret_},
+        listener());
+}
+
+HostLine::Listener Session::listener() {
+    return {.opened =
+                [this](const std::string& digits) {
+                    returnSecret_.reset();
+                    change([&](SessionState& state) {
+                        state.digits = digits;
+                        state.comparesAgain = comesBack_;
+                    });
+                },
+            .stands = [this](const auto& standing) { stands(standing); },
+            .isBack = [this] { change([](SessionState& state) { state.comparesAgain = false; }); },
+            .rfbBegan =
+                [this](platform::FileDescriptor rfb) {
+                    if (rfbBegan)
+                        rfbBegan(std::move(rfb));
+                },
+            .ended = [this](const auto& how) { lineEnded(how); }};
+}
+
+void Session::stands(const sealing::Standing& standing) {
+    using Place = sealing::Standing::Place;
+    auto next = state_.value();
+    next.secondsLeft = standing.secondsLeft;
+    switch (standing.place) {
+        case Place::InLine:
+            next.stage = Stage::InLine;
+            break;
+        case Place::Asked:
+            next.stage = Stage::Asked;
+            break;
+        case Place::Watching:
+        case Place::Controlling:
+            wasInside_ = true;
+            lastReturn_.reset();
+            next.stage = Stage::Inside;
+            next.controls = standing.place == Place::Controlling;
+            break;
+        default:
+            return;
+    }
+    state_.set(std::move(next));
+}
+
+void Session::lineEnded(const LineEnding& how) {
+    if (how.end == LineEnd::Cut && how.returnSecret)
+        return comeBack(*how.returnSecret);
+    if (!triesToReturnAgain(how.end))
+        return end(endingOf(how));
+    connectLater();
+}
+
+void Session::connectLater() {
+    line_.reset();
+    nextReturn_ =
+        surroundings_.runLoop.performAfterDelay(pauseBetweenReturns, [this] { connect(); });
+}
+
+bool Session::triesToReturnAgain(LineEnd end) const {
+    if (!returnSecret_)
+        return false;
+    switch (end) {
+        case LineEnd::NoRoute:
+        case LineEnd::Refused:
+        case LineEnd::TimedOut:
+        case LineEnd::Unreachable:
+        case LineEnd::Silent:
+            return true;
+        default:
+            return false;
+    }
+}
+
+void Session::comeBack(const sealing::ReturnSecret& secret) {
+    const bool isFirstTime = !std::exchange(comesBack_, true);
+    returnSecret_ = secret;
+    lastReturn_ = surroundings_.runLoop.performAfterDelay(returnsWithin, [this] {
+        if (state_.value().stage == Stage::Returning)
+            end(Ending::Cut);
+    });
+    change([](SessionState& state) {
+        state.stage = Stage::Returning;
+        state.digits.clear();
+    });
+    // A host that lets go again and again is not to keep us busy.
+    if (isFirstTime)
+        connect();
+    else
+        connectLater();
+}
+
+void Session::stopEverything() {
+    line_.reset();
+    start_.reset();
+    returnSecret_.reset();
+    comesBack_ = false;
+    nextReturn_.reset();
+    lastReturn_.reset();
+}
+
+void Session::leave() {
+    if (state_.value().stage != Stage::Ended)
+        end(Ending::Left);
+}
+
+void Session::pictureFailed(std::string why) {
+    if (line_)
+        end(Ending::PictureBroken, std::move(why));
+}
+
+void Session::end(Ending why, std::string detail) {
+    stopEverything();
+    change([&](SessionState& state) {
+        state.stage = Stage::Ended;
+        state.ending = why;
+        state.detail = std::move(detail);
+        state.digits.clear();
+    });
+}
+
+}  // namespace zelvo::opener
