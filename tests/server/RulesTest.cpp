@@ -99,8 +99,8 @@ TEST(ViewerMessages, PassWholeOnesAndNoInputUnlessItMay) {
 class DoorkeeperTest : public testing::Test {
   protected:
     std::optional<Refusal> come(ViewerId viewer, std::uint8_t host) {
-        EXPECT_TRUE(door.arrive(viewer, {10, 0, 0, host}, now));
-        return door.ready(viewer, now);
+        EXPECT_TRUE(door.arrive(viewer, {10, 0, 0, host}, now).hasPlace);
+        return door.ready(viewer, Proof::None, now);
     }
 
     Doorkeeper door;
@@ -124,7 +124,7 @@ TEST_F(DoorkeeperTest, AsksOneAfterTheOtherAndKeepsFewWaiting) {
     using Overdue = std::vector<std::pair<ViewerId, Refusal>>;
     EXPECT_EQ(door.overdue(now), (Overdue{{3, Refusal::NotAnswered}}));
     EXPECT_EQ(door.asked(), 4U);
-    EXPECT_EQ(door.refuseEverybody(true), (std::vector<ViewerId>{4, 5}));
+    EXPECT_EQ(door.refuseEverybody(true, now), (std::vector<ViewerId>{4, 5}));
     EXPECT_EQ(come(7, 7), Refusal::Everybody);
     EXPECT_EQ(door.asked(), std::nullopt);
 }
@@ -159,17 +159,18 @@ TEST_F(DoorkeeperTest, ANoHoldsForLongerEachTime) {
 }
 
 TEST_F(DoorkeeperTest, HasFewPlacesAndNoneForLong) {
-    EXPECT_TRUE(door.arrive(1, {10, 0, 0, 1}, now));
+    EXPECT_TRUE(door.arrive(1, {10, 0, 0, 1}, now).hasPlace);
     for (ViewerId viewer = 2; viewer <= 4; ++viewer)
-        EXPECT_TRUE(door.arrive(viewer, {10, 0, 0, 1}, now));
-    EXPECT_FALSE(door.arrive(5, {10, 0, 0, 1}, now)) << "four of one address";
+        EXPECT_TRUE(door.arrive(viewer, {10, 0, 0, 1}, now).hasPlace);
+    EXPECT_FALSE(door.arrive(5, {10, 0, 0, 1}, now).hasPlace) << "four of one address";
     for (ViewerId viewer = 5; viewer <= 64; ++viewer)
-        EXPECT_TRUE(door.arrive(viewer, {10, 0, 1, static_cast<std::uint8_t>(viewer)}, now));
-    EXPECT_FALSE(door.arrive(65, {10, 0, 2, 1}, now));
-    EXPECT_EQ(door.ready(1, now), std::nullopt);
+        EXPECT_TRUE(
+            door.arrive(viewer, {10, 0, 1, static_cast<std::uint8_t>(viewer)}, now).hasPlace);
+    EXPECT_FALSE(door.arrive(65, {10, 0, 2, 1}, now).hasPlace);
+    EXPECT_EQ(door.ready(1, Proof::None, now), std::nullopt);
     now += 10s;
     EXPECT_EQ(door.overdue(now).size(), 63U) << "but for the one whose handshake is over";
-    EXPECT_TRUE(door.arrive(66, {10, 0, 2, 1}, now));
+    EXPECT_TRUE(door.arrive(66, {10, 0, 2, 1}, now).hasPlace);
 }
 
 TEST(GateMessage, IsWholeOrNone) {
