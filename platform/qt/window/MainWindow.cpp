@@ -73,6 +73,9 @@ MainWindow::~MainWindow() = default;
 
 void MainWindow::connectControls() {
     ui_->shareButton->setAction([this] { model_.shareLink(ui_->shareButton); });
+    connect(ui_->newLinkButton, &QPushButton::clicked, this, [this] { model_.makeNewLink(); });
+    connect(ui_->onlyLinkHolders, &QCheckBox::clicked, this,
+            [this](bool only) { viewers_.setAdmitsOnlyLinkHolders(only); });
     connect(ui_->portMappingButton, &QPushButton::clicked, this, [this] { model_.startOver(); });
     ui_->disconnectButton->setAction([this] { disconnectEverybody(); });
     connect(ui_->showQuestionButton, &QPushButton::clicked, this, [this] {
