@@ -192,11 +192,13 @@ TEST_F(ActionsTest, TheKeyboardReachesEveryControl) {
         return names;
     };
     launch();
-    EXPECT_EQ(reached(), (std::set<std::string>{"linkText", "portMappingButton"}));
+    EXPECT_EQ(reached(),
+              (std::set<std::string>{"linkText", "onlyLinkHolders", "portMappingButton"}));
     fake.screenSharing(true);
     fake.loop.settle();
     connectViewer(true);
-    EXPECT_EQ(reached(), (std::set<std::string>{"shareButton", "linkText", "disconnectButton"}));
+    EXPECT_EQ(reached(), (std::set<std::string>{"shareButton", "newLinkButton", "linkText",
+                                                "onlyLinkHolders", "disconnectButton"}));
 }
 
 TEST(Languages, EachFitsAnOrdinaryScreenInLargeLetters) {
