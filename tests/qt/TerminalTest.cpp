@@ -110,8 +110,8 @@ TEST_F(TerminalTest, ShowsRowsAndTheLinkPlainlyAndQuits) {
 }
 
 TEST_F(TerminalTest, RowsGoQuietWhenNobodyReads) {
-    platform::RowPrinter rows(controller, -1);
-    platform::RowPrinter refused(controller, output.ends[0]);
+    platform::RowPrinter rows(controller, true, -1);
+    platform::RowPrinter refused(controller, true, output.ends[0]);
     launchToLink();
     EXPECT_EQ(controller.zelvoStatus(), ZelvoStatusWaitingForConnection);
 }
