@@ -99,6 +99,7 @@ void SealedChannel::helloArrived(std::string_view message) {
     if (!answer || !transport_)
         return fail(Failure::KeyRefused);
     messages_.push_back(std::move(*answer));
+    hasAnswered_ = true;
 }
 
 void SealedChannel::answerArrived(std::string_view message) {

@@ -64,6 +64,8 @@ class SealedChannel {
     State state() const { return state_; }
     Failure failure() const { return failure_; }
 
+    /// The host's: the peer has an answer, which shows the digits to who has the key.
+    bool hasAnswered() const { return hasAnswered_; }
     /// The longest message that the peer may send now.
     std::size_t longestMessage() const;
     void receive(std::string_view message);
@@ -136,6 +138,7 @@ class SealedChannel {
     std::optional<ReturnSecret> returnSecret_;
     std::string proof_;
     bool isBack_ = false;
+    bool hasAnswered_ = false;
     std::optional<Farewell> goodbye_;
 };
 

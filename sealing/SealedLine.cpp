@@ -124,10 +124,10 @@ void SealedLine::fail(Failure failure) {
 }
 
 std::string SealedLine::takeOutput() {
-    if (head_)
-        output_ += head_->takeOutput();
-    else
-        output_ += socket_.takeOutput();
+    auto more = head_ ? head_->takeOutput() : socket_.takeOutput();
+    if (output_.empty())
+        return more;
+    output_ += more;
     return std::exchange(output_, {});
 }
 

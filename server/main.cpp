@@ -226,6 +226,9 @@ int main(int argc, char* argv[]) {
     if (!options)
         return giveUp("server-failed", "Usage: screensharingd --socket PATH [--port PORT]");
     auto signals = blockSignals();
+    // What crashes leaves no key behind.
+    const rlimit none{0, 0};
+    ::setrlimit(RLIMIT_CORE, &none);
     // The VNC library counts descriptors in sets of 1,024.
     const rlimit descriptors{512, 512};
     ::setrlimit(RLIMIT_NOFILE, &descriptors);

@@ -6,23 +6,54 @@
 
 namespace zelvo::server {
 
+namespace {
+
+using namespace std::chrono_literals;
+
+/// So long an opener's first word may take; a viewer waits so much longer for the greeting.
+constexpr auto timeForFirstWords = 100ms;
+constexpr std::size_t firstWordsOfAnOpener = 4;
+/// What is read of an opener at once: all of a handshake's step.
+constexpr std::size_t openersPart = 4096;
+
+}  // namespace
+
 Caller::Caller(platform::EventLoop& loop, const AnonymousTls& tls, platform::FileDescriptor socket,
                const platform::gate::Peer& peer, Handlers handlers)
     : tls_(tls),
       peer_(peer),
       handlers_(std::move(handlers)),
       stream_(std::move(socket)),
+      greetsAt_(platform::EventLoop::Clock::now() + timeForFirstWords),
       watch_(loop, stream_.descriptor(), [this](std::uint32_t events) {
           if (events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR))
               return handlers_.gone();
           proceed();
       }) {
-    // A failure shows at the first event.
+    watch();
+}
+
+void Caller::greet() {
+    greetsAt_ = Time::max();
+    // A failure shows at the next event.
     stream_.write(handshake_.takeOutput());
     watch();
 }
 
+const sealing::SealedChannel* Caller::proof() const {
+    const auto* line = stream_.line();
+    return line && line->state() == sealing::SealedLine::State::Open ? &line->channel() : nullptr;
+}
+
+bool Caller::knowsAnswer() const {
+    return isSealed() && !told_ && stream_.line()->channel().hasAnswered() && !proof();
+}
+
 void Caller::proceed() {
+    if (kind_ == Kind::Sealed) {
+        wantsToAgree_ = true;
+        return watch();
+    }
     if (!talk() || handshake_.state() == RfbHandshake::State::Failed)
         return handlers_.gone();
     watch();
@@ -31,9 +62,33 @@ void Caller::proceed() {
 }
 
 bool Caller::talk() {
-    using State = RfbHandshake::State;
     if (stream_.flush() == ViewerStream::Result::Closed)
         return false;
+    if (kind_ == Kind::Unknown && !hearFirstWords())
+        return false;
+    return kind_ != Kind::Plain || hearRfb();
+}
+
+bool Caller::hearFirstWords() {
+    const auto missing = firstWordsOfAnOpener - firstWords_.size();
+    if (stream_.read(firstWords_, missing) == ViewerStream::Result::Closed)
+        return false;
+    if (!sealing::mayAskForUpgrade(firstWords_)) {
+        kind_ = Kind::Plain;
+        if (greetsAt_ != Time::max())
+            greet();
+        handshake_.receive(firstWords_);
+    } else if (firstWords_.size() == firstWordsOfAnOpener) {
+        kind_ = Kind::Sealed;
+        greetsAt_ = Time::max();
+        stream_.beginSealed(handlers_.link(), firstWords_);
+        wantsToAgree_ = true;
+    }
+    return true;
+}
+
+bool Caller::hearRfb() {
+    using State = RfbHandshake::State;
     while (handshake_.state() == State::Talking) {
         std::string bytes;
         if (stream_.read(bytes, handshake_.wanted()) == ViewerStream::Result::Closed)
@@ -55,6 +110,14 @@ bool Caller::talk() {
 
 void Caller::agree() {
     wantsToAgree_ = false;
+    ++agreements_;
+    if (kind_ == Kind::Sealed)
+        hearSealed();
+    else
+        agreeOnTls();
+}
+
+void Caller::agreeOnTls() {
     if (stream_.shakeHands() == ViewerStream::Result::Closed)
         return handlers_.gone();
     if (stream_.isTlsUp())
@@ -64,9 +127,21 @@ void Caller::agree() {
         handlers_.ready();
 }
 
+void Caller::hearSealed() {
+    const bool wasProven = proof() != nullptr;
+    std::string early;
+    // Nothing is to be said to a screen before somebody is inside.
+    if (stream_.read(early, openersPart) == ViewerStream::Result::Closed || !early.empty())
+        return handlers_.gone();
+    watch();
+    if (!wasProven && proof())
+        handlers_.ready();
+}
+
 void Caller::watch() {
     auto events = static_cast<std::uint32_t>(EPOLLRDHUP);
-    // Once it waits for an answer its bytes are left where they are.
+    // Once a viewer waits for an answer its bytes are left where they are. An opener may still say
+    // goodbye.
     if (handshake_.state() != RfbHandshake::State::Done && !wantsToAgree_)
         events |= EPOLLIN;
     if (stream_.wantsToWrite() && !wantsToAgree_)
@@ -74,15 +149,33 @@ void Caller::watch() {
     watch_.setEvents(events);
 }
 
-ViewerStream Caller::admit() {
-    watch_.setEvents(0);
-    stream_.write(handshake_.admission());
-    return std::move(stream_);
+void Caller::tell(const sealing::Standing& standing) {
+    if (!proof() || told_ == standing)
+        return;
+    told_ = standing;
+    stream_.line()->tell(standing);
+    stream_.flush();
+    watch();
 }
 
-ViewerStream Caller::refuse(std::string_view reason) {
+ViewerStream Caller::admit() {
+    if (!isSealed())
+        stream_.write(handshake_.admission());
+    return release();
+}
+
+ViewerStream Caller::refuse(std::string_view reason, sealing::Farewell farewell) {
+    if (auto* line = stream_.line()) {
+        line->sayGoodbye(farewell);
+        stream_.flush();
+    } else {
+        stream_.write(handshake_.refusal(reason));
+    }
+    return release();
+}
+
+ViewerStream Caller::release() {
     watch_.setEvents(0);
-    stream_.write(handshake_.refusal(reason));
     return std::move(stream_);
 }
 

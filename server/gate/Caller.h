@@ -1,6 +1,10 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
+#include <memory>
+#include <optional>
+#include <string>
 #include <string_view>
 
 #include "platform/linux/base/EventLoop.h"
@@ -10,11 +14,16 @@
 
 namespace zelvo::server {
 
-/// A connection at the door: says the handshake, then waits without a word, its bytes unread.
+/// A connection at the door: says the handshake, then waits. What comes first tells an opener, who
+/// speaks at once, from a viewer, who waits to be greeted.
 class Caller {
   public:
+    using Time = platform::EventLoop::Clock::time_point;
+
     struct Handlers {
-        /// The handshake is over. Once.
+        /// The link that holds at the moment.
+        std::function<std::shared_ptr<HeldLink>()> link;
+        /// The handshake is over, or the key proven. Once.
         std::function<void()> ready;
         /// The viewer has gone, or is none. Nothing more is called; the caller may be destroyed.
         std::function<void()> gone;
@@ -27,29 +36,59 @@ class Caller {
 
     const platform::gate::Peer& peer() const { return peer_; }
     bool isEncrypted() const { return stream_.isEncrypted(); }
-    /// Whether it can go on with TLS: dear enough to be its caller's decision, one at a time.
+    bool isSealed() const { return stream_.line() != nullptr; }
+    /// Of somebody who has proven the link's key; null for all others.
+    const sealing::SealedChannel* proof() const;
+    /// Whether it has an answer that takes the key to be had, but has not proven that it does.
+    bool knowsAnswer() const;
+
+    /// When a viewer who has not said a word is to be greeted; Time::max() once it was, or needs
+    /// not be.
+    Time greetsAt() const { return greetsAt_; }
+    void greet();
+
+    /// Whether it can go on with what is dear, TLS or a sealed channel: its caller's decision, one
+    /// at a time.
     bool wantsToAgree() const { return wantsToAgree_; }
+    /// How often it did.
+    int agreements() const { return agreements_; }
     void agree();
 
-    /// Tells the viewer that it is let in, and hands its stream over. Only once ready; of no use
-    /// afterwards.
+    /// Who has proven the key is told where it stands, if that has changed.
+    void tell(const sealing::Standing& standing);
+
+    /// Tells a plain viewer that it is let in, and hands the stream over. Only once ready; of no
+    /// use afterwards.
     ViewerStream admit();
-    /// Tells the viewer why it is not, where there is a way, and hands the socket over, of which
-    /// nothing is to be read any more.
-    ViewerStream refuse(std::string_view reason);
+    /// Tells the viewer why it is not, in the one way or the other, where there is a way, and hands
+    /// the stream over, of which nothing is to be read any more.
+    ViewerStream refuse(std::string_view reason, sealing::Farewell farewell);
+    /// The same without a word of why.
+    ViewerStream release();
 
   private:
+    enum class Kind { Unknown, Plain, Sealed };
+
     void proceed();
     /// False when the viewer has gone.
     bool talk();
+    bool hearFirstWords();
+    bool hearRfb();
+    void agreeOnTls();
+    void hearSealed();
     void watch();
 
     const AnonymousTls& tls_;
     const platform::gate::Peer peer_;
     const Handlers handlers_;
     ViewerStream stream_;
+    Kind kind_ = Kind::Unknown;
+    std::string firstWords_;
     RfbHandshake handshake_;
+    Time greetsAt_;
     bool wantsToAgree_ = false;
+    int agreements_ = 0;
+    std::optional<sealing::Standing> told_;
     platform::EventLoop::Watch watch_;
 };
 

@@ -24,13 +24,6 @@ constexpr int acceptsAMoment = 10;
 constexpr auto moment = 100ms;
 constexpr int backlog = 16;
 
-constexpr auto timeToReadTheReason = 1s;
-constexpr std::size_t mostLeaving = 32;
-
-Time now() {
-    return platform::EventLoop::Clock::now();
-}
-
 /// This thread's.
 std::chrono::nanoseconds processorTime() {
     timespec time{};
@@ -38,22 +31,30 @@ std::chrono::nanoseconds processorTime() {
     return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
-std::string_view reasonFor(Refusal refusal) {
+struct Words {
+    std::string_view reason;
+    sealing::Farewell farewell;
+};
+
+Words wordsFor(Refusal refusal) {
+    using sealing::Farewell;
     switch (refusal) {
         case Refusal::No:
-            return "The person at the computer said no.";
+            return {"The person at the computer said no.", Farewell::Refused};
         case Refusal::NotAnswered:
-            return "Nobody at the computer answered.";
+            return {"Nobody at the computer answered.", Farewell::NotAnswered};
         case Refusal::Everybody:
-            return "Nobody is let in at the moment.";
+            return {"Nobody is let in at the moment.", Farewell::Everybody};
+        case Refusal::NoProof:
+            return {"Only people who open the link are let in.", Farewell::Refused};
         case Refusal::TooSoon:
-            return "You were not let in a moment ago. Try again later.";
+            return {"You were not let in a moment ago. Try again later.", Farewell::TooSoon};
         case Refusal::TooMany:
-            return "Too many others wait. Try again later.";
+            return {"Too many others wait. Try again later.", Farewell::TooMany};
         case Refusal::HandshakeTooLong:
             break;
     }
-    return {};
+    return {{}, Farewell::NotAnswered};
 }
 
 Ending endingFor(Refusal refusal) {
@@ -97,6 +98,8 @@ Gate::Gate(platform::EventLoop& loop, platform::FileDescriptor listener, Handler
     : loop_(loop),
       listener_(std::move(listener)),
       handlers_(std::move(handlers)),
+      // No link yet: nobody has this key.
+      link_(std::make_shared<HeldLink>(sealing::ShareLink{{}, sealing::newLinkKey()})),
       doorkeeper_(limits),
       accepts_(acceptsAMoment),
       watch_(loop, listener_.get(), [this](auto) { accept(); }) {
@@ -126,25 +129,38 @@ void Gate::accept() {
         std::memcpy(peer.address.data(), &from.sin_addr, peer.address.size());
         peer.port = ntohs(from.sin_port);
         const auto viewer = ++lastViewer_;
-        if (!doorkeeper_.arrive(viewer, peer.address, now()))
+        const auto arrival = doorkeeper_.arrive(viewer, peer.address, now());
+        if (arrival.pushedOut)
+            sendAway(*arrival.pushedOut, Refusal::HandshakeTooLong);
+        if (!arrival.hasPlace)
             continue;
         callers_[viewer] = std::make_unique<Caller>(
             loop_, tls_, std::move(socket), peer,
-            Caller::Handlers{.ready = [this, viewer] { callerIsReady(viewer); },
+            Caller::Handlers{.link = [this] { return link_; },
+                             .ready = [this, viewer] { callerIsReady(viewer); },
                              .gone = [this, viewer] { callerIsGone(viewer); }});
     }
 }
 
 void Gate::callerIsReady(ViewerId viewer) {
-    if (auto refusal = doorkeeper_.ready(viewer, now()))
+    if (comesBack(viewer))
+        return;
+    const auto proof = callers_.at(viewer)->proof() ? Proof::Link : Proof::None;
+    if (auto refusal = doorkeeper_.ready(viewer, proof, now()))
         return sendAway(viewer, *refusal);
     tellQuestion(Ending::ViewerLeft);
 }
 
 void Gate::callerIsGone(ViewerId viewer) {
     auto caller = callers_.extract(viewer);
-    if (caller)
+    if (caller) {
+        if (caller.mapped()->knowsAnswer())
+            doorkeeper_.seesDigits(viewer);
+        // Whoever is no opener of this link is told so.
+        if (caller.mapped()->isSealed())
+            departures_.add(caller.mapped()->release(), Departures::Who::Stranger, now());
         letGo(std::move(caller.mapped()));
+    }
     doorkeeper_.leave(viewer, now());
     tellQuestion(Ending::ViewerLeft);
 }
@@ -153,24 +169,44 @@ void Gate::letGo(std::unique_ptr<Caller> caller) {
     goneCallers_.push_back(std::move(caller));
 }
 
-Caller* Gate::nextToAgree() const {
+ViewerId Gate::nextToAgree(Proof kind) const {
+    ViewerId next = 0;
+    int fewest = 0;
     for (const auto& [viewer, caller] : callers_) {
-        if (caller->wantsToAgree())
-            return caller.get();
+        const bool isOfKind = caller->isSealed() == (kind == Proof::Link);
+        if (isOfKind && caller->wantsToAgree() && (next == 0 || caller->agreements() < fewest)) {
+            next = viewer;
+            fewest = caller->agreements();
+        }
     }
-    return nullptr;
+    return next;
+}
+
+void Gate::agree(Proof kind, Time time) {
+    auto& budget = budgets_[static_cast<std::size_t>(kind)];
+    const auto viewer = budget.isOpen(time) ? nextToAgree(kind) : 0;
+    if (viewer == 0)
+        return;
+    const auto before = processorTime();
+    auto& caller = *callers_.at(viewer);
+    // It is kept till the end of the turn, also where this is the end of it.
+    caller.agree();
+    budget.spend(processorTime() - before, time);
+    if (callers_.contains(viewer) && caller.knowsAnswer())
+        doorkeeper_.seesDigits(viewer);
 }
 
 void Gate::sendAway(ViewerId viewer, Refusal refusal) {
+    const auto words = wordsFor(refusal);
+    sendAway(viewer, words.reason, words.farewell);
+}
+
+void Gate::sendAway(ViewerId viewer, std::string_view reason, sealing::Farewell farewell) {
     auto caller = callers_.extract(viewer);
     if (!caller)
         return;
-    auto stream = caller.mapped()->refuse(reasonFor(refusal));
+    departures_.add(caller.mapped()->refuse(reason, farewell), Departures::Who::Stranger, now());
     letGo(std::move(caller.mapped()));
-    if (leaving_.size() >= mostLeaving)
-        return;
-    ::shutdown(stream.descriptor(), SHUT_WR);
-    leaving_.push_back({std::move(stream), now() + timeToReadTheReason});
 }
 
 void Gate::sendAway(const std::vector<std::pair<ViewerId, Refusal>>& leaving) {
@@ -179,6 +215,7 @@ void Gate::sendAway(const std::vector<std::pair<ViewerId, Refusal>>& leaving) {
 }
 
 void Gate::tellQuestion(Ending endingOfLast) {
+    tellStandings();
     auto asked = doorkeeper_.asked();
     if (told_ && told_->viewer != asked.value_or(everybody)) {
         handlers_.tell(QuestionOver{told_->viewer, endingOfLast});
@@ -188,15 +225,33 @@ void Gate::tellQuestion(Ending endingOfLast) {
         return;
     const auto& caller = *callers_.at(*asked);
     const auto left = std::chrono::ceil<std::chrono::seconds>(doorkeeper_.askedUntil() - now());
+    const auto* proof = caller.proof();
     Question question{.viewer = *asked,
                       .peer = caller.peer(),
                       .isEncrypted = caller.isEncrypted(),
                       .secondsLeft = static_cast<std::uint16_t>(std::max<long>(left.count(), 0)),
-                      .waiting = static_cast<std::uint8_t>(doorkeeper_.waiting())};
+                      .waiting = static_cast<std::uint8_t>(doorkeeper_.waiting()),
+                      .name = proof ? proof->name() : std::string(),
+                      .digits = proof ? proof->digits() : std::string()};
     if (told_ && told_->waiting == question.waiting)
         return;
     told_ = question;
     handlers_.tell(question);
+}
+
+void Gate::tellStandings() {
+    using Place = sealing::Standing::Place;
+    for (const auto& [viewer, caller] : callers_) {
+        if (viewer != doorkeeper_.asked()) {
+            caller->tell({Place::InLine});
+            continue;
+        }
+        // Told with the question, and not each second.
+        if (told_ && told_->viewer == viewer)
+            continue;
+        const auto left = std::chrono::ceil<std::chrono::seconds>(doorkeeper_.askedUntil() - now());
+        caller->tell({Place::Asked, static_cast<std::uint16_t>(std::max<long>(left.count(), 0))});
+    }
 }
 
 void Gate::handle(const Message& message) {
@@ -209,93 +264,30 @@ void Gate::handle(const Message& message) {
     if (const auto* request = std::get_if<QuestionShown>(&message))
         return showQuestion(request->isShown);
     if (const auto* request = std::get_if<RefuseEverybody>(&message)) {
-        for (auto viewer : doorkeeper_.refuseEverybody(request->isOn))
+        for (auto viewer : doorkeeper_.refuseEverybody(request->isOn, now()))
             sendAway(viewer, Refusal::Everybody);
-        tellQuestion(Ending::Refused);
-    }
-}
-
-void Gate::answer(const Reply& reply) {
-    if (doorkeeper_.asked() != reply.viewer)
-        return;
-    const bool isYes = reply.answer != Answer::Refuse;
-    sendAway(doorkeeper_.answered(isYes, now()));
-    if (!isYes)
         return tellQuestion(Ending::Refused);
-    auto caller = callers_.extract(reply.viewer);
-    const Inside inside{.viewer = reply.viewer,
-                        .peer = caller.mapped()->peer(),
-                        .isEncrypted = caller.mapped()->isEncrypted(),
-                        .rights = reply.answer == Answer::Control && !letsOnlyWatch_
-                                      ? Rights::Control
-                                      : Rights::Watch};
-    auto guest = std::make_unique<Guest>(
-        loop_, caller.mapped()->admit(),
-        [this, viewer = reply.viewer](Ending ending) { guestEnded(viewer, ending); });
-    letGo(std::move(caller.mapped()));
-    guest->setInputPasses(inside.rights == Rights::Control && !isQuestionShown_);
-    told_.reset();
-    // In this order: nobody is inside of whom it has not been said.
-    handlers_.tell(inside);
-    auto serverEnd = guest->takeServerEnd();
-    guests_[reply.viewer] = {inside.peer, inside.rights, inside.isEncrypted, std::move(guest)};
-    if (serverEnd)
-        handlers_.admit(reply.viewer, std::move(serverEnd), inside.rights);
-    else
-        guestEnded(reply.viewer, Ending::ScreenEnded);
-    tellQuestion(Ending::ViewerLeft);
-}
-
-void Gate::setRights(const SetRights& request) {
-    auto guest = guests_.find(request.viewer);
-    if (guest == guests_.end() || guest->second.rights == request.rights ||
-        (letsOnlyWatch_ && request.rights == Rights::Control))
-        return;
-    auto& entry = guest->second;
-    entry.rights = request.rights;
-    entry.guest->setInputPasses(entry.rights == Rights::Control && !isQuestionShown_);
-    handlers_.setRights(request.viewer, entry.rights);
-    handlers_.tell(Inside{request.viewer, entry.peer, entry.isEncrypted, entry.rights});
-}
-
-void Gate::showQuestion(bool isShown) {
-    if (isShown == std::exchange(isQuestionShown_, isShown))
-        return;
-    for (auto& [viewer, entry] : guests_)
-        entry.guest->setInputPasses(entry.rights == Rights::Control && !isShown);
-    handlers_.setInputPasses(!isShown);
-}
-
-void Gate::guestEnded(ViewerId viewer, Ending ending) {
-    auto guest = guests_.extract(viewer);
-    if (!guest)
-        return;
-    goneGuests_.push_back(std::move(guest.mapped().guest));
-    handlers_.tell(Left{viewer, ending});
-}
-
-void Gate::disconnect(ViewerId viewer) {
-    if (viewer != everybody)
-        return guestEnded(viewer, Ending::Disconnected);
-    while (!guests_.empty())
-        guestEnded(guests_.begin()->first, Ending::Disconnected);
-    if (doorkeeper_.asked())
-        sendAway(doorkeeper_.answered(false, now()));
-    for (auto waiting : doorkeeper_.everybodyAtTheDoor()) {
-        doorkeeper_.leave(waiting, now());
-        sendAway(waiting, Refusal::No);
     }
-    tellQuestion(Ending::Disconnected);
+    if (const auto* request = std::get_if<AdmitOnlyLinkHolders>(&message)) {
+        for (auto viewer : doorkeeper_.admitOnlyProven(request->isOn, now()))
+            sendAway(viewer, Refusal::NoProof);
+        return tellQuestion(Ending::Refused);
+    }
+    if (const auto* link = std::get_if<Link>(&message))
+        setLink(*link);
 }
 
 Time Gate::nextDeadline() const {
     auto next = doorkeeper_.nextDeadline();
     if (acceptsAgain_ != Time{})
         next = std::min(next, acceptsAgain_);
-    if (nextToAgree())
-        next = std::min(next, budget_.opensAt());
-    for (const auto& leaving : leaving_)
-        next = std::min(next, leaving.until);
+    for (auto kind : {Proof::None, Proof::Link}) {
+        if (nextToAgree(kind) != 0)
+            next = std::min(next, budgets_[static_cast<std::size_t>(kind)].opensAt());
+    }
+    for (const auto& [viewer, caller] : callers_)
+        next = std::min(next, caller->greetsAt());
+    next = std::min({next, departures_.nextDeadline(), returns_.nextDeadline()});
     for (const auto& [viewer, entry] : guests_)
         next = std::min(next, entry.guest->deadline());
     return next;
@@ -309,12 +301,13 @@ void Gate::tick(Time time) {
         accepts_ = acceptsAMoment;
         watch_.setEvents(EPOLLIN);
     }
-    // One a turn: viewers inside never wait for more.
-    if (auto* caller = budget_.isOpen(time) ? nextToAgree() : nullptr) {
-        const auto before = processorTime();
-        caller->agree();
-        budget_.spend(processorTime() - before, time);
+    for (const auto& [viewer, caller] : callers_) {
+        if (time >= caller->greetsAt())
+            caller->greet();
     }
+    // One of each kind a turn: viewers inside never wait for more.
+    for (auto kind : {Proof::Link, Proof::None})
+        agree(kind, time);
     std::optional<Refusal> last;
     for (const auto& [viewer, refusal] : doorkeeper_.overdue(time)) {
         if (told_ && told_->viewer == viewer)
@@ -322,7 +315,8 @@ void Gate::tick(Time time) {
         sendAway(viewer, refusal);
     }
     tellQuestion(last ? endingFor(*last) : Ending::ViewerLeft);
-    leaving_.remove_if([&](const Leaving& leaving) { return time >= leaving.until; });
+    departures_.tick(time);
+    returns_.tick(time);
     std::vector<ViewerId> standing;
     for (const auto& [viewer, entry] : guests_) {
         if (time >= entry.guest->deadline())

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -14,9 +15,12 @@
 #include "platform/linux/screen_sharing/messages/GateMessage.h"
 #include "server/gate/AnonymousTls.h"
 #include "server/gate/Caller.h"
+#include "server/gate/Departures.h"
 #include "server/gate/Doorkeeper.h"
 #include "server/gate/Guest.h"
 #include "server/gate/HandshakeBudget.h"
+#include "server/gate/HeldLink.h"
+#include "server/gate/Returns.h"
 
 namespace zelvo::server {
 
@@ -47,6 +51,8 @@ class Gate {
          const Doorkeeper::Limits& limits = {});
     Gate(const Gate&) = delete;
     Gate& operator=(const Gate&) = delete;
+    /// Tells those with the link's key that the screen has ended.
+    ~Gate();
 
     /// From now on nobody is let in to do more than watch: the screen takes no input.
     void letOnlyWatch() { letsOnlyWatch_ = true; }
@@ -60,38 +66,50 @@ class Gate {
 
   private:
     struct GuestEntry {
-        platform::gate::Peer peer;
-        platform::gate::Rights rights;
-        bool isEncrypted;
+        /// What Zelvo was told.
+        platform::gate::Inside inside;
         std::unique_ptr<Guest> guest;
     };
-    /// Told why it must leave; given a moment to read that.
-    struct Leaving {
-        ViewerStream stream;
-        Time until;
-    };
 
+    static Time now() { return platform::EventLoop::Clock::now(); }
     void accept();
     void callerIsReady(ViewerId viewer);
     void callerIsGone(ViewerId viewer);
     void guestEnded(ViewerId viewer, platform::gate::Ending ending);
     void sendAway(ViewerId viewer, Refusal refusal);
     void sendAway(const std::vector<std::pair<ViewerId, Refusal>>& leaving);
+    void sendAway(ViewerId viewer, std::string_view reason, sealing::Farewell farewell);
+    void setLink(const platform::gate::Link& link);
     void answer(const platform::gate::Reply& reply);
+    /// Whether that one needs not be asked about.
+    bool comesBack(ViewerId viewer);
+    void admit(ViewerId viewer, platform::gate::Rights rights,
+               const std::optional<Returns::Session>& session);
     void setRights(const platform::gate::SetRights& request);
     void disconnect(ViewerId viewer);
     void showQuestion(bool isShown);
     /// Tells of the question as it is, where it is another than the one told of.
     void tellQuestion(platform::gate::Ending endingOfLast);
+    /// Tells those with the link's key where they stand.
+    void tellStandings();
+    void putOut(ViewerId viewer, platform::gate::Ending ending, sealing::Farewell farewell);
+    void forget(ViewerId viewer, platform::gate::Ending ending);
+    void agree(Proof kind, Time time);
     void letGo(std::unique_ptr<Caller> caller);
-    /// Of those who want to agree upon keys, the one who came first.
-    Caller* nextToAgree() const;
+    /// Of those who want to agree upon keys, in the one way or the other, the one who did so least
+    /// often, and of these who came first; 0 where there is nobody. Who needs ever more turns waits
+    /// for those who need few.
+    ViewerId nextToAgree(Proof kind) const;
 
     platform::EventLoop& loop_;
     const platform::FileDescriptor listener_;
     const Handlers handlers_;
     const AnonymousTls tls_;
-    HandshakeBudget budget_;
+    /// Those with the key and those with TLS do not wait for each other.
+    std::array<HandshakeBudget, 2> budgets_;
+    std::shared_ptr<HeldLink> link_;
+    std::optional<platform::gate::Link> heldLink_;
+    Returns returns_;
     Doorkeeper doorkeeper_;
     ViewerId lastViewer_ = 0;
     std::map<ViewerId, std::unique_ptr<Caller>> callers_;
@@ -99,7 +117,7 @@ class Gate {
     /// May not be destroyed while they are being called; they are at the end of the turn.
     std::list<std::unique_ptr<Caller>> goneCallers_;
     std::list<std::unique_ptr<Guest>> goneGuests_;
-    std::list<Leaving> leaving_;
+    Departures departures_;
     std::optional<platform::gate::Question> told_;
     bool isQuestionShown_ = false;
     bool letsOnlyWatch_ = false;

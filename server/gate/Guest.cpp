@@ -16,10 +16,10 @@ namespace {
 using namespace std::string_view_literals;
 using platform::gate::Ending;
 
-// Both sides of the handshake with the VNC side, version 3.8 without security (RFC 6143,
-// section 7.1): ours, which can be said in one go, and what it says to that.
-constexpr auto ourGreeting = "RFB 003.008\n\x01"sv;
-constexpr auto itsGreeting = "RFB 003.008\n\x01\x01\x00\x00\x00\x00"sv;
+// Both sides of the handshake of version 3.8 without security (RFC 6143, section 7.1), each of
+// which can be said in one go: with the VNC side we are the viewer, with an opener the server.
+constexpr auto viewersPart = "RFB 003.008\n\x01"sv;
+constexpr auto serversPart = "RFB 003.008\n\x01\x01\x00\x00\x00\x00"sv;
 
 constexpr std::size_t part = 64 * 1024;
 
@@ -33,6 +33,16 @@ Pair openPair() {
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()) != 0)
         return {};
     return {platform::FileDescriptor(ends[0]), platform::FileDescriptor(ends[1])};
+}
+
+/// Takes from the front what is expected there; false where it is something else.
+bool skip(std::string_view& expected, std::string& bytes) {
+    const auto size = std::min(expected.size(), bytes.size());
+    if (!bytes.starts_with(expected.substr(0, size)))
+        return false;
+    expected.remove_prefix(size);
+    bytes.erase(0, size);
+    return true;
 }
 
 bool isOver(long count) {
@@ -49,9 +59,15 @@ Guest::Guest(platform::EventLoop& loop, ViewerStream stream, Ended ended)
           return std::move(pair.ours);
       }()),
       ended_(std::move(ended)),
-      toServer_(ourGreeting),
+      fromServer_(serversPart),
+      toServer_(viewersPart),
       viewerWatch_(loop, stream_.descriptor(), [this](auto events) { viewerIsReady(events); }),
       serverWatch_(loop, server_.get(), [this](auto events) { serverIsReady(events); }) {
+    if (isSealed()) {
+        fromViewer_ = viewersPart;
+        // A failure shows at the next event.
+        stream_.write(serversPart);
+    }
     flushToServer();
     watch();
 }
@@ -67,13 +83,13 @@ void Guest::viewerIsReady(std::uint32_t events) {
     const bool hasLeft = events & (EPOLLRDHUP | EPOLLHUP);
     // What was said before leaving still counts.
     while (events & (EPOLLIN | EPOLLHUP)) {
-        if (!readViewer())
-            return end(Ending::ViewerLeft);
+        if (const auto ending = readViewer())
+            return end(*ending);
         if (!hasLeft || !toServer_.empty())
             break;
     }
     if (hasLeft)
-        return end(Ending::ViewerLeft);
+        return end(endingOfViewer());
     watch();
 }
 
@@ -85,23 +101,32 @@ void Guest::serverIsReady(std::uint32_t events) {
     if (stream_.unsent() > mostUnsent)
         return end(Ending::NetworkDied);
     // Bytes that TLS has decrypted already come with no event of their own.
-    if (toServer_.empty() && stream_.hasMore() && !readViewer())
-        return end(Ending::ViewerLeft);
+    if (toServer_.empty() && stream_.hasMore()) {
+        if (const auto ending = readViewer())
+            return end(*ending);
+    }
     watch();
 }
 
-bool Guest::readViewer() {
+std::optional<Ending> Guest::readViewer() {
     // One part at a time: whoever says much waits for the VNC side, not in our memory.
     do {
         if (!toServer_.empty())
-            return true;
+            return std::nullopt;
         std::string bytes;
         const auto result = stream_.read(bytes, part);
-        if (!messages_.receive(bytes, toServer_) || !flushToServer() ||
-            result == ViewerStream::Result::Closed)
-            return false;
+        if (!skip(fromViewer_, bytes) || !messages_.receive(bytes, toServer_) || !flushToServer())
+            return Ending::ViewerLeft;
+        if (result == ViewerStream::Result::Closed)
+            return endingOfViewer();
     } while (stream_.hasMore());
-    return true;
+    return std::nullopt;
+}
+
+Ending Guest::endingOfViewer() const {
+    // Who has the key says goodbye, or was cut by the network or by somebody.
+    return isSealed() && !stream_.line()->channel().goodbye() ? Ending::NetworkDied
+                                                              : Ending::ViewerLeft;
 }
 
 bool Guest::flushToServer() {
@@ -120,20 +145,11 @@ bool Guest::readServer() {
     if (isOver(count))
         return false;
     bytes.resize(static_cast<std::size_t>(std::max(count, 0L)));
-    if (!skipGreeting(bytes))
+    if (!skip(fromServer_, bytes))
         return false;
     if (stream_.unsent() == 0)
         standstillUntil_ = std::chrono::steady_clock::now() + longestStandstill;
     return stream_.write(bytes) == ViewerStream::Result::Ok;
-}
-
-bool Guest::skipGreeting(std::string& bytes) {
-    if (greeting_.size() == itsGreeting.size())
-        return true;
-    auto missing = std::min(itsGreeting.size() - greeting_.size(), bytes.size());
-    greeting_ += bytes.substr(0, missing);
-    bytes.erase(0, missing);
-    return itsGreeting.starts_with(greeting_);
 }
 
 void Guest::watch() {
@@ -144,6 +160,22 @@ void Guest::watch() {
         viewer |= EPOLLOUT;
     viewerWatch_.setEvents(viewer);
     serverWatch_.setEvents(toServer_.empty() ? EPOLLIN : EPOLLIN | EPOLLOUT);
+}
+
+void Guest::tell(const sealing::Standing& standing) {
+    if (!isSealed())
+        return;
+    stream_.line()->tell(standing);
+    stream_.flush();
+    watch();
+}
+
+ViewerStream Guest::putOut(sealing::Farewell reason) {
+    viewerWatch_.setEvents(0);
+    serverWatch_.setEvents(0);
+    if (isSealed())
+        stream_.line()->sayGoodbye(reason);
+    return std::move(stream_);
 }
 
 void Guest::end(Ending ending) {

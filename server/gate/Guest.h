@@ -2,7 +2,9 @@
 
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "platform/linux/base/EventLoop.h"
 #include "platform/linux/base/FileDescriptor.h"
@@ -34,6 +36,14 @@ class Guest {
     /// not at first.
     void setInputPasses(bool passes) { messages_.setInputPasses(passes); }
 
+    /// Whether it came with the link's key; then it can be told what it is given and may do.
+    bool isSealed() const { return stream_.line() != nullptr; }
+    void tell(const sealing::Standing& standing);
+
+    /// Hands the stream over, of which nothing is read any more: sealed, with this said last. Of no
+    /// use afterwards.
+    ViewerStream putOut(sealing::Farewell reason);
+
     /// The VNC side's end, for an RFB server without security of its own; what the viewer has said
     /// already is there. Once. Empty where there are no descriptors left.
     platform::FileDescriptor takeServerEnd() { return std::move(serverEnd_); }
@@ -44,9 +54,10 @@ class Guest {
   private:
     void viewerIsReady(std::uint32_t events);
     void serverIsReady(std::uint32_t events);
-    bool readViewer();
+    /// Why there is nothing more to read, if so.
+    std::optional<platform::gate::Ending> readViewer();
+    platform::gate::Ending endingOfViewer() const;
     bool readServer();
-    bool skipGreeting(std::string& bytes);
     bool flushToServer();
     void watch();
     void end(platform::gate::Ending ending);
@@ -56,8 +67,10 @@ class Guest {
     platform::FileDescriptor serverEnd_;
     platform::FileDescriptor server_;
     const Ended ended_;
-    /// What the VNC side says of version and security, which this viewer has behind it.
-    std::string greeting_;
+    /// What is still to come of version and security, which both sides have behind them: the VNC
+    /// side's to us, and that of an opener who is greeted only now.
+    std::string_view fromServer_;
+    std::string_view fromViewer_;
     ViewerMessages messages_;
     std::string toServer_;
     Time standstillUntil_;

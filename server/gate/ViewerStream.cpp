@@ -17,6 +17,20 @@ constexpr std::size_t largestPart = 16 * 1024;
 
 }  // namespace
 
+struct ViewerStream::Sealed {
+    explicit Sealed(std::shared_ptr<HeldLink> held)
+        : link(std::move(held)), line(sealing::SealedLine::host(link->key, link->replays)) {}
+
+    std::shared_ptr<HeldLink> link;
+    sealing::SealedLine line;
+    std::string output;
+    std::size_t sent = 0;
+};
+
+void ViewerStream::FreeSealed::operator()(Sealed* sealed) const {
+    delete sealed;
+}
+
 void ViewerStream::Free::operator()(ssl_st* tls) const {
     SSL_free(tls);
 }
@@ -51,7 +65,45 @@ ViewerStream::Result ViewerStream::shakeHands() {
     return error == SSL_ERROR_WANT_READ || tlsWantsToWrite_ ? Result::Ok : Result::Closed;
 }
 
+void ViewerStream::beginSealed(std::shared_ptr<HeldLink> link, std::string_view first) {
+    sealed_.reset(new Sealed(std::move(link)));
+    sealed_->line.receive(first);
+}
+
+sealing::SealedLine* ViewerStream::line() {
+    return sealed_ ? &sealed_->line : nullptr;
+}
+
+const sealing::SealedLine* ViewerStream::line() const {
+    return sealed_ ? &sealed_->line : nullptr;
+}
+
+std::size_t ViewerStream::unsent() const {
+    return unsent_.size() - sent_ + (sealed_ ? sealed_->output.size() - sealed_->sent : 0);
+}
+
+ViewerStream::Result ViewerStream::readSealed(std::string& to, std::size_t most) {
+    std::string bytes(std::min(most, largestPart), '\0');
+    const auto count = ::recv(socket_.get(), bytes.data(), bytes.size(), 0);
+    if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR))
+        return Result::Ok;
+    auto& line = sealed_->line;
+    if (count > 0)
+        line.receive(std::string_view(bytes).substr(0, static_cast<std::size_t>(count)));
+    else
+        line.end();
+    if (to.empty())
+        to = line.takeData();
+    else
+        to += line.takeData();
+    const auto flushed = flush();
+    using State = sealing::SealedLine::State;
+    return line.state() == State::Proving || line.state() == State::Open ? flushed : Result::Closed;
+}
+
 ViewerStream::Result ViewerStream::read(std::string& to, std::size_t most) {
+    if (sealed_)
+        return readSealed(to, most);
     const auto before = to.size();
     to.resize(before + std::min(most, largestPart));
     const auto room = to.size() - before;
@@ -104,6 +156,13 @@ ViewerStream::Result ViewerStream::write(std::string_view bytes) {
 }
 
 ViewerStream::Result ViewerStream::flush() {
+    if (sealed_) {
+        if (!sendSealed())
+            return Result::Closed;
+        using State = sealing::SealedLine::State;
+        if (sealed_->line.state() == State::Closed || sealed_->line.state() == State::Failed)
+            sent_ = unsent_.size();
+    }
     while (unsent() > 0) {
         auto count = sendSome(std::string_view(unsent_).substr(sent_, largestPart));
         if (count < 0)
@@ -119,6 +178,13 @@ ViewerStream::Result ViewerStream::flush() {
 }
 
 long ViewerStream::sendSome(std::string_view bytes) {
+    if (sealed_) {
+        const auto hasRoom = sendSealed();
+        if (!hasRoom.value_or(false))
+            return hasRoom ? 0 : -1;
+        sealed_->line.send(bytes);
+        return sendSealed() ? static_cast<long>(bytes.size()) : -1;
+    }
     if (tls_) {
         ERR_clear_error();
         const int count = SSL_write(tls_.get(), bytes.data(), static_cast<int>(bytes.size()));
@@ -127,10 +193,30 @@ long ViewerStream::sendSome(std::string_view bytes) {
         const int error = SSL_get_error(tls_.get(), count);
         return error == SSL_ERROR_WANT_READ || error == SSL_ERROR_WANT_WRITE ? 0 : -1;
     }
+    return sendInClear(bytes);
+}
+
+long ViewerStream::sendInClear(std::string_view bytes) {
     const auto count = ::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
     if (count >= 0)
         return count;
     return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR ? 0 : -1;
+}
+
+std::optional<bool> ViewerStream::sendSealed() {
+    auto& [link, line, output, sent] = *sealed_;
+    while (true) {
+        if (sent == output.size()) {
+            output = line.takeOutput();
+            sent = 0;
+            if (output.empty())
+                return true;
+        }
+        const auto count = sendInClear(std::string_view(output).substr(sent));
+        if (count <= 0)
+            return count == 0 ? std::optional(false) : std::nullopt;
+        sent += static_cast<std::size_t>(count);
+    }
 }
 
 }  // namespace zelvo::server

@@ -37,8 +37,10 @@ using Packet = std::array<std::byte, longestMessage + 1>;
 std::optional<Message> receiveFrom(int socket, ssize_t& size) {
     Packet packet;
     size = ::recv(socket, packet.data(), packet.size(), 0);
-    return size > 0 ? decode(std::span(packet).first(static_cast<std::size_t>(size)))
-                    : std::nullopt;
+    auto message =
+        size > 0 ? decode(std::span(packet).first(static_cast<std::size_t>(size))) : std::nullopt;
+    wipe(packet);
+    return message;
 }
 
 }  // namespace

@@ -98,9 +98,9 @@ TEST(ViewerMessages, PassWholeOnesAndNoInputUnlessItMay) {
 
 class DoorkeeperTest : public testing::Test {
   protected:
-    std::optional<Refusal> come(ViewerId viewer, std::uint8_t host) {
-        EXPECT_TRUE(door.arrive(viewer, {10, 0, 0, host}, now));
-        return door.ready(viewer, now);
+    std::optional<Refusal> come(ViewerId viewer, std::uint8_t host, Proof proof = Proof::None) {
+        EXPECT_TRUE(door.arrive(viewer, {10, 0, 0, host}, now).hasPlace);
+        return door.ready(viewer, proof, now);
     }
 
     Doorkeeper door;
@@ -124,7 +124,7 @@ TEST_F(DoorkeeperTest, AsksOneAfterTheOtherAndKeepsFewWaiting) {
     using Overdue = std::vector<std::pair<ViewerId, Refusal>>;
     EXPECT_EQ(door.overdue(now), (Overdue{{3, Refusal::NotAnswered}}));
     EXPECT_EQ(door.asked(), 4U);
-    EXPECT_EQ(door.refuseEverybody(true), (std::vector<ViewerId>{4, 5}));
+    EXPECT_EQ(door.refuseEverybody(true, now), (std::vector<ViewerId>{4, 5}));
     EXPECT_EQ(come(7, 7), Refusal::Everybody);
     EXPECT_EQ(door.asked(), std::nullopt);
 }
@@ -159,17 +159,60 @@ TEST_F(DoorkeeperTest, ANoHoldsForLongerEachTime) {
 }
 
 TEST_F(DoorkeeperTest, HasFewPlacesAndNoneForLong) {
-    EXPECT_TRUE(door.arrive(1, {10, 0, 0, 1}, now));
+    EXPECT_TRUE(door.arrive(1, {10, 0, 0, 1}, now).hasPlace);
     for (ViewerId viewer = 2; viewer <= 4; ++viewer)
-        EXPECT_TRUE(door.arrive(viewer, {10, 0, 0, 1}, now));
-    EXPECT_FALSE(door.arrive(5, {10, 0, 0, 1}, now)) << "four of one address";
+        EXPECT_TRUE(door.arrive(viewer, {10, 0, 0, 1}, now).hasPlace);
+    EXPECT_FALSE(door.arrive(5, {10, 0, 0, 1}, now).hasPlace) << "four of one address";
     for (ViewerId viewer = 5; viewer <= 64; ++viewer)
-        EXPECT_TRUE(door.arrive(viewer, {10, 0, 1, static_cast<std::uint8_t>(viewer)}, now));
-    EXPECT_FALSE(door.arrive(65, {10, 0, 2, 1}, now));
-    EXPECT_EQ(door.ready(1, now), std::nullopt);
+        EXPECT_TRUE(
+            door.arrive(viewer, {10, 0, 1, static_cast<std::uint8_t>(viewer)}, now).hasPlace);
+    EXPECT_FALSE(door.arrive(65, {10, 0, 2, 1}, now).hasPlace);
+    EXPECT_EQ(door.ready(1, Proof::None, now), std::nullopt);
     now += 10s;
     EXPECT_EQ(door.overdue(now).size(), 63U) << "but for the one whose handshake is over";
-    EXPECT_TRUE(door.arrive(66, {10, 0, 2, 1}, now));
+    EXPECT_TRUE(door.arrive(66, {10, 0, 2, 1}, now).hasPlace);
+}
+
+TEST_F(DoorkeeperTest, KeepsPlacesForThoseWithAProofAndForThoseWithout) {
+    // Five strangers of two addresses are ready, and one of them asked about.
+    for (ViewerId viewer = 1; viewer <= 5; ++viewer)
+        EXPECT_EQ(come(viewer, viewer <= 4 ? 1 : 2), std::nullopt);
+    EXPECT_EQ(come(6, 1), Refusal::TooMany) << "it may try for a proof, but has none";
+    for (ViewerId viewer = 7; viewer <= 10; ++viewer)
+        EXPECT_EQ(come(viewer, 1, Proof::Link), std::nullopt);
+    EXPECT_EQ(come(11, 3, Proof::Link), Refusal::TooMany);
+    EXPECT_EQ(door.asked(), 1U) << "no question is pulled away";
+    EXPECT_EQ(door.waiting(), 8U);
+    using Left = std::vector<std::pair<ViewerId, Refusal>>;
+    Left all{{1, Refusal::No}};
+    for (ViewerId viewer = 2; viewer <= 4; ++viewer)
+        all.emplace_back(viewer, Refusal::TooSoon);
+    EXPECT_EQ(door.answered(false, now), all) << "of the same address, and without a proof as well";
+    EXPECT_EQ(door.asked(), 7U) << "before 5, who came first";
+    EXPECT_EQ(come(12, 1), Refusal::TooSoon);
+    EXPECT_EQ(door.admitOnlyProven(true, now), std::vector<ViewerId>{5});
+    EXPECT_EQ(come(13, 3), Refusal::NoProof);
+    EXPECT_EQ(door.answered(false, now).size(), 4U);
+    EXPECT_EQ(come(14, 1, Proof::Link), Refusal::TooSoon);
+}
+
+TEST_F(DoorkeeperTest, GivesAPlaceHeldBySilenceToWhoComes) {
+    for (ViewerId viewer = 1; viewer <= 64; ++viewer)
+        EXPECT_TRUE(
+            door.arrive(viewer, {10, 0, static_cast<std::uint8_t>(viewer / 4), 1}, now).hasPlace);
+    now += 499ms;
+    EXPECT_FALSE(door.arrive(65, {10, 1, 0, 1}, now).hasPlace);
+    now += 1ms;
+    EXPECT_EQ(door.arrive(66, {10, 1, 0, 1}, now).pushedOut, 1U);
+    EXPECT_EQ(door.arrive(67, {10, 0, 1, 1}, now).pushedOut, 4U) << "of the same address";
+    // Who has seen digits and goes keeps the place taken.
+    for (ViewerId viewer = 5; viewer <= 7; ++viewer) {
+        door.seesDigits(viewer);
+        door.leave(viewer, now);
+    }
+    door.seesDigits(67);
+    EXPECT_FALSE(door.arrive(68, {10, 0, 1, 1}, now + 600ms).hasPlace);
+    EXPECT_TRUE(door.arrive(69, {10, 0, 1, 1}, now + 10s).hasPlace);
 }
 
 TEST(GateMessage, IsWholeOrNone) {
@@ -181,7 +224,7 @@ TEST(GateMessage, IsWholeOrNone) {
         Listening{.port = 5900, .takesInput = false},
         Question{7, peer, true, 60, 4, "Ana", "012 345 678 901"},
         QuestionOver{7, Ending::NotAnswered},
-        Inside{0x01020304, peer, false, Rights::Control, std::string(160, 'n'), {}},
+        Inside{0x01020304, peer, false, Rights::Control, "", ""},
         Left{7, Ending::NetworkDied},
         Reply{7, Answer::Watch},
         SetRights{7, Rights::Watch},
@@ -206,6 +249,12 @@ TEST(GateMessage, IsWholeOrNone) {
     auto noSuchAnswer = encode(Reply{7, Answer::Control});
     noSuchAnswer.back() = std::byte{3};
     EXPECT_FALSE(decode(noSuchAnswer));
+    // A server that was taken over shows no text of its own either.
+    for (const Message& wrong : std::vector<Message>{
+             Question{7, peer, true, 60, 0, "A\nna", "012 345 678 901"},
+             Question{7, peer, true, 60, 0, "Ana", "012 345 678 90x"},
+             Inside{7, peer, true, Rights::Watch, "Ana", {}}, Link{"with space", {}}})
+        EXPECT_FALSE(decode(encode(wrong))) << wrong.index();
 }
 
 }  // namespace

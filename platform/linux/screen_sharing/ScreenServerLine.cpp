@@ -195,8 +195,10 @@ void ScreenServerLine::send(const gate::Message& message) {
     if (!server_)
         return;
     auto bytes = gate::encode(message);
+    const auto sent = ::send(server_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    gate::wipe(bytes);
     // A server that takes nothing is stopped or worse, and lets nobody in either.
-    if (::send(server_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) < 0)
+    if (sent < 0)
         hangUp();
 }
 

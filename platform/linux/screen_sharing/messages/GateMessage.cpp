@@ -6,6 +6,9 @@
 #include <type_traits>
 #include <utility>
 
+#include "sealing/HelperName.h"
+#include "sealing/ShareLink.h"
+
 namespace zelvo::platform::gate {
 
 namespace {
@@ -139,13 +142,33 @@ bool fields(Each& each, M& m) {
         return eachOf(each, m.isShown);
 }
 
+/// "012 345 678 901".
+bool areDigits(const std::string& text) {
+    std::size_t at = 0;
+    return text.size() == 15 && std::all_of(text.begin(), text.end(), [&](char c) {
+               return ++at % 4 == 0 ? c == ' ' : c >= '0' && c <= '9';
+           });
+}
+
+/// Whether texts are what they should be: those that a stranger wrote end up before a person.
+template <typename M>
+bool isSound(const M& m) {
+    if constexpr (std::is_same_v<M, Question> || std::is_same_v<M, Inside>)
+        return (m.name.empty() && m.digits.empty()) ||
+               (sealing::isHelperName(m.name) && areDigits(m.digits));
+    else if constexpr (std::is_same_v<M, Link>)
+        return m.identifier.empty() || sealing::linkText({m.identifier, {}});
+    else
+        return true;
+}
+
 template <std::size_t Kind = 0>
 std::optional<Message> readKind(std::size_t kind, Reader& reader) {
     if constexpr (Kind < std::variant_size_v<Message>) {
         if (kind != Kind)
             return readKind<Kind + 1>(kind, reader);
         std::variant_alternative_t<Kind, Message> message;
-        if (fields(reader, message) && reader.isAtEnd())
+        if (fields(reader, message) && reader.isAtEnd() && isSound(message))
             return message;
     }
     return std::nullopt;
@@ -153,8 +176,18 @@ std::optional<Message> readKind(std::size_t kind, Reader& reader) {
 
 }  // namespace
 
+Link::~Link() {
+    sealing::wipe(key);
+}
+
+void wipe(std::span<std::byte> bytes) {
+    sealing::wipe({reinterpret_cast<unsigned char*>(bytes.data()), bytes.size()});
+}
+
 std::vector<std::byte> encode(const Message& message) {
     Writer writer;
+    // So that nothing of it stays where it was before it grew.
+    writer.bytes.reserve(longestMessage);
     writer(messageVersion);
     writer(static_cast<std::uint8_t>(message.index()));
     std::visit([&](const auto& m) { fields(writer, m); }, message);

@@ -133,6 +133,8 @@ struct QuestionShown {
 struct Link {
     std::string identifier;
     std::array<std::uint8_t, 16> key{};
+    /// Overwrites the key.
+    ~Link();
     friend bool operator==(const Link&, const Link&) = default;
 };
 /// Whether those who have proven nothing are refused without a question.
@@ -145,8 +147,11 @@ using Message = std::variant<Hello, Listening, Question, QuestionOver, Inside, L
                              SetRights, Disconnect, RefuseEverybody, QuestionShown, DesktopAsks,
                              Link, AdmitOnlyLinkHolders>;
 
+/// Who has sent it wipes what holds a link.
 std::vector<std::byte> encode(const Message& message);
-/// None unless the bytes are exactly one message with values that exist.
+void wipe(std::span<std::byte> bytes);
+/// None unless the bytes are exactly one message with values that exist, names that may be shown
+/// and an identifier that a link can have.
 std::optional<Message> decode(std::span<const std::byte> bytes);
 
 }  // namespace zelvo::platform::gate
