@@ -216,8 +216,7 @@ bool RfbFilter::copyRectangle(std::string_view piece) {
 bool RfbFilter::cursorHead() {
     const auto& [x, y, width, height] = rectangle_;
     const bool isEmpty = width == 0 || height == 0;
-    if (width > largestCursor || height > largestCursor ||
-        (!isEmpty && (x >= width || y >= height)))
+    if (width > largestCursor || height > largestCursor)
         return false;
     const auto maskSize = std::size_t{(width + 7) / 8} * height;
     return next(&RfbFilter::cursor, isEmpty ? 0 : std::size_t{4} * width * height + maskSize);
@@ -233,8 +232,10 @@ bool RfbFilter::cursor(std::string_view piece) {
         pixels[i] = byte(0) | byte(1) << 8U | byte(2) << 16U;
     }
     words_.cursor(pixels.empty() ? PictureSize{} : sizeOf(width, height),
-                  {static_cast<int>(x), static_cast<int>(y)}, pixels,
-                  piece.substr(4 * pixels.size()));
+                  // Some have theirs right below.
+                  {static_cast<int>(std::min(x, std::max(width, 1U) - 1)),
+                   static_cast<int>(std::min(y, std::max(height, 1U) - 1))},
+                  pixels, piece.substr(4 * pixels.size()));
     return nextRectangle();
 }
 

@@ -34,15 +34,18 @@ class Viewer : public HostWords {
     void reply(std::string_view bytes) override { check(bytes.size() <= 12); }
     void opened(PictureSize size) override {
         sizeChanges(size);
+        isOpen_ = true;
+        if (isTooLarge_)
+            return;
         decoder_ = std::make_unique<Decoder>(
             size, [this](std::string& bytes) { return fill(bytes); },
             [this](PicturePart part) { drawn(part); });
     }
-    void updateBegins() override { check(decoder_ != nullptr); }
+    void updateBegins() override { check(isOpen_); }
     void sizeChanges(PictureSize size) override {
         check(size.width > 0 && size.height > 0);
         // Memory is what takes time here.
-        isTooLarge_ = size.width > 512 || size.height > 512;
+        isTooLarge_ = isTooLarge_ || size.width > 512 || size.height > 512;
     }
     void clipboard(const std::string& text) override { requests::latin1Clipboard(text); }
     void extendedClipboard(const std::string& message) override {
@@ -77,6 +80,7 @@ class Viewer : public HostWords {
     const std::size_t cut_;
     RfbFilter filter_{*this};
     std::unique_ptr<Decoder> decoder_;
+    bool isOpen_ = false;
     bool isTooLarge_ = false;
     std::string handedOn_;
 };

@@ -95,7 +95,6 @@ TEST(HostileHost, IsNotHeardWhereItTalksNonsense) {
         {"what was not asked for", open + update(pair("\0\0\0\x10"s))},
         {"a screen without size", open + update("\0\0\0\0\0\0\0\1\xff\xff\xff\x21"s)},
         {"a huge cursor", open + update("\0\0\0\0\4\0\4\0\xff\xff\xff\x11"s)},
-        {"a cursor beside itself", open + update("\0\1\0\0\0\1\0\1\xff\xff\xff\x11"s)},
         {"a palette of one", open + update(pair("\0\0\0\7\x40\1\0"s))},
         {"an unknown filter", open + update(pair("\0\0\0\7\x40\3"s))},
         {"Tight of another kind", open + update(pair("\0\0\0\7\xa0"s))},
