@@ -97,7 +97,7 @@ TEST(StringTables, HoldWhatTheWindowAndTheCodeShow) {
     auto table = read("en.lproj/Localizable.strings");
     auto shown = matches(contents(resources + "/MainWindow.ui"), "<string>([^<]+)</string>");
     std::set<std::string> literals;
-    for (const auto* room : {"app", "platform/qt", "platform/terminal", "platform/linux"})
+    for (const auto* room : {"app", "platform/qt", "platform/terminal", "platform/linux", "opener"})
         for (const auto& entry :
              std::filesystem::recursive_directory_iterator(resources + "/../" + room)) {
             if (entry.path().extension() != ".cpp")
@@ -105,7 +105,7 @@ TEST(StringTables, HoldWhatTheWindowAndTheCodeShow) {
             // Literals that stand side by side are one.
             auto source = std::regex_replace(contents(entry.path()), std::regex("\"\\s+\""), "");
             shown.merge(matches(source,
-                                "(?:localized|text|localizedString|add|addField|Texts|"
+                                "(?:localized|withHost|text|localizedString|add|addField|Texts|"
                                 "openHelpPage|showPortMapping|showConnection)"
                                 "[({](?:\\*layout,)?\\s*\"([&A-Z][^\"]+)\""));
             shown.merge(matches(source, "\\{\"action\\w+\",\\s*\"([&A-Z][^\"]+)\""));
