@@ -115,9 +115,11 @@ find_server() {
         [ "$(process_program "$server_pid")" = "$server_program" ]
 }
 
-# server_ends SIGNAL TENTHS: sends the signal and waits. True when the server has ended.
+# server_ends SIGNAL TENTHS: sends the signal and waits. True when the server has ended. One that was stopped
+# hears of it at once.
 server_ends() {
     kill -s "$1" "$server_pid" 2>/dev/null
+    kill -s CONT "$server_pid" 2>/dev/null
     tenths=$2
     while [ "$(process_start "$server_pid")" = "$server_start" ]; do
         [ "$tenths" -gt 0 ] || return 1

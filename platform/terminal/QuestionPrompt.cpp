@@ -201,6 +201,10 @@ void QuestionPrompt::answer(Word word) {
             if (word == Word::RefuseAll)
                 viewers_.setRefusesEverybody(true);
             break;
+        case Word::Disconnect:
+            isAnswered_ = true;
+            disconnect();
+            break;
         default:
             tellWords();
     }

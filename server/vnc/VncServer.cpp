@@ -181,26 +181,44 @@ void VncServer::releaseInput() {
 
 void VncServer::release(Viewer& viewer) {
     for (auto keysym : std::exchange(viewer.keys, {}))
-        screen_.key(keysym, false);
+        letGo(keysym);
     // Where it is by now: the user may be about to click.
     if (std::exchange(viewer.buttons, 0) != 0)
         screen_.pointer({vnc_->cursorX, vnc_->cursorY}, 0);
+    if (vnc_->pointerClient == viewer.client)
+        freePointer();
+}
+
+// For as long as one viewer holds a button, the library hears no other's pointer; and that this one
+// lets go, it may never hear.
+void VncServer::freePointer() {
+    vnc_->pointerClient = nullptr;
+}
+
+// What several hold down is down until the last of them lets it go.
+void VncServer::letGo(std::uint32_t keysym) {
+    if (std::none_of(viewers_.begin(), viewers_.end(),
+                     [&](const auto& entry) { return entry.second->keys.contains(keysym); }))
+        screen_.key(keysym, false);
 }
 
 void VncServer::key(Viewer& viewer, std::uint32_t keysym, bool isDown) {
     if (!viewer.mayAct())
         return;
-    if (isDown)
+    if (isDown) {
         viewer.keys.insert(keysym);
-    else if (viewer.keys.erase(keysym) == 0)
+        screen_.key(keysym, true);
+    } else if (viewer.keys.erase(keysym) == 0) {
         return;  // Let go already, for its sake.
-    screen_.key(keysym, isDown);
+    } else {
+        letGo(keysym);
+    }
     beEager();
 }
 
 void VncServer::pointer(Viewer& viewer, Point position, std::uint8_t buttons) {
     if (!viewer.mayAct())
-        return;
+        return freePointer();
     position = {std::clamp(position.x, 0, size_.width - 1),
                 std::clamp(position.y, 0, size_.height - 1)};
     const bool isClick = std::exchange(viewer.buttons, buttons) != buttons;

@@ -65,6 +65,8 @@ class VncServer : private ScreenObserver {
     /// Somebody acts: what comes of it is captured without delay.
     void beEager();
     void release(Viewer& viewer);
+    void letGo(std::uint32_t keysym);
+    void freePointer();
     void removeGone();
     /// To those in control who take it in this form.
     void sendClipboard(bool inUtf8, const std::function<void()>& send);

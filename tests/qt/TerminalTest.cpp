@@ -208,7 +208,8 @@ TEST_F(TerminalTest, AWholeWordAnswersAndNothingLess) {
         {"\n\n\x1b\n\t", ""},
         {"q\nd\nr\na\ny\nh\n", ""},
         {"he\tlp\n", ""},
-        {"help me\nshelp\nshow\ndisconnect\n", ""}};
+        {"help me\nshelp\nshow\n", ""},
+        {"disconnect\n", ", disconnect everybody"}};
     for (const auto& [keys, words] : cases) {
         ask(1);
         typeAfter(1s, keys);
@@ -217,7 +218,7 @@ TEST_F(TerminalTest, AWholeWordAnswersAndNothingLess) {
         now += 1s;
     }
     EXPECT_FALSE(terminal.application.isTerminating());
-    EXPECT_TRUE(fake.authorization.tools.empty());
+    EXPECT_EQ(fake.authorization.tools, std::vector<std::string>{"disconnect-screen-sharing.tool"});
     type("a");
     EXPECT_EQ(said(), "ask again");
 }

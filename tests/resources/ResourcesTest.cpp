@@ -109,6 +109,8 @@ TEST(StringTables, HoldWhatTheWindowAndTheCodeShow) {
                                 "openHelpPage|showPortMapping|showConnection)"
                                 "[({](?:\\*layout,)?\\s*\"([&A-Z][^\"]+)\""));
             shown.merge(matches(source, "\\{\"action\\w+\",\\s*\"([&A-Z][^\"]+)\""));
+            if (room == std::string("opener"))
+                shown.merge(matches(source, "\"(viewer-[a-z-]+)\""));
             literals.merge(matches(source, "\"([^\"]*)\""));
         }
     EXPECT_GT(shown.size(), 50U);

@@ -300,6 +300,16 @@ def strangers(stage, number=8):
     terminal = stage.xdotool("search", "--onlyvisible", "--class", "xterm").split()[-1]
     stage.xdotool("windowactivate", "--sync", terminal)
 
+    # Nor does a window that the user has put away come back with the question, and take the keys.
+    window = stage.windows("^Zelvo$")[0]
+    stage.xdotool("windowminimize", window, "windowactivate", "--sync", terminal)
+    first = Stranger(number + 2)
+    wait_until(lambda: stage.windows("^Zelvo$"), 5, "the question")
+    time.sleep(0.3)
+    assert window not in stage.windows() and stage.xdotool("getwindowfocus").strip() == terminal
+    first.socket.close()
+    stage.xdotool("windowmap", window, "windowactivate", "--sync", terminal)
+
     typist = Typist(stage)
     typist.start()
     asked = 0

@@ -84,11 +84,11 @@ class VncServerTest : public testing::Test {
         return turn();
     }
     /// Who then wants raw pictures and new sizes (RFC 6143, sections 7.7.1 and 7.8.2).
-    void comeIn(Rights rights) {
+    void comeIn(Rights rights, ViewerId number = 1) {
         int ends[2];
         ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
         viewer = FileDescriptor(ends[0]);
-        vnc.admit(1, FileDescriptor(ends[1]), rights);
+        vnc.admit(number, FileDescriptor(ends[1]), rights);
         turn();
         say("RFB 003.008\n");
         say("\1");
@@ -135,6 +135,22 @@ TEST_F(VncServerTest, WhoWatchesTouchesNothing) {
     viewer.reset();
     turn();
     EXPECT_EQ(screen.heard(), (Lines{"down 97", "up 97", "alone"}));
+}
+
+TEST_F(VncServerTest, TwoShareOneKeyboardAndOneMouse) {
+    comeIn(Rights::Control);
+    auto other = std::move(viewer);
+    comeIn(Rights::Control, 2);
+    say(keyDown);
+    std::swap(viewer, other);
+    say(keyDown + buttonDown);
+    std::swap(viewer, other);
+    screen.heard();
+    vnc.setRights(1, Rights::Watch);
+    say(buttonDown);
+    EXPECT_EQ(screen.heard(), (Lines{"pointer 3 0", "pointer 3 1"})) << "the other holds the key";
+    say("\4\0\0\0\0\0\0a"s);
+    EXPECT_EQ(screen.heard(), Lines{"up 97"});
 }
 
 TEST_F(VncServerTest, ShowsTheScreenAndItsNewSize) {

@@ -111,6 +111,11 @@ void MainWindow::changeEvent(QEvent* event) {
     if (event->type() == QEvent::FontChange || event->type() == QEvent::PaletteChange) {
         applyLook();
         reserveSpace();
+    } else if (event->type() == QEvent::WindowStateChange) {
+        // Whatever grows a minimised window, the toolkit brings back by that, with the keys of what
+        // the user types into.
+        layout()->setSizeConstraint(isMinimized() ? QLayout::SetNoConstraint
+                                                  : QLayout::SetDefaultConstraint);
     }
 }
 

@@ -1,0 +1,304 @@
+#include "opener/viewer/HostConnection.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include "opener/viewer/Requests.h"
+
+namespace zelvo::opener {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::size_t portion = 64 * 1024;
+/// What waits to be said while the line takes nothing; only a pointer that moves makes that much.
+constexpr std::size_t manyWaiting = 16;
+constexpr std::size_t mostWaiting = 1024;
+/// A region of more parts than this costs more than the box around it.
+constexpr int mostParts = 64;
+/// A picture that has not changed for so long is looked at.
+constexpr auto stillness = 500ms;
+
+}  // namespace
+
+HostConnection::HostConnection(platform::FileDescriptor socket, std::chrono::milliseconds patience)
+    : socket_(std::move(socket)),
+      wake_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      patience_(patience) {}
+
+void HostConnection::begin() {
+    thread_ = std::thread([this] { run(); });
+}
+
+HostConnection::~HostConnection() {
+    isEnding_ = true;
+    ::eventfd_write(wake_.get(), 1);
+    if (thread_.joinable())
+        thread_.join();
+}
+
+// Called by its owner.
+
+void HostConnection::say(std::string message) {
+    {
+        const std::lock_guard lock(mutex_);
+        // Of a pointer that moves, the last place counts where the line cannot follow.
+        const bool replaces = toSay_.size() > manyWaiting && requests::isPointer(message) &&
+                              requests::isPointer(toSay_.back()) && toSay_.back()[1] == message[1];
+        if (replaces)
+            toSay_.back() = std::move(message);
+        else if (toSay_.size() < mostWaiting)
+            toSay_.push_back(std::move(message));
+    }
+    ::eventfd_write(wake_.get(), 1);
+}
+
+void HostConnection::key(std::uint32_t keysym, bool isDown) {
+    say(requests::key(keysym, isDown));
+}
+
+void HostConnection::pointer(int x, int y, std::uint8_t buttons) {
+    say(requests::pointer(x, y, buttons));
+}
+
+void HostConnection::setClipboard(const std::string& utf8) {
+    if (!sharesClipboard_ || utf8.size() >= RfbFilter::longestText)
+        return;
+    bool inUtf8 = false;
+    {
+        const std::lock_guard lock(mutex_);
+        ownText_ = utf8;
+        inUtf8 = hostTakesUtf8_;
+    }
+    say(inUtf8 ? requests::clipboardText(utf8) : requests::latin1Clipboard(utf8));
+}
+
+void HostConnection::setSharesClipboard(bool shares) {
+    sharesClipboard_ = shares;
+    if (shares)
+        return;
+    const std::lock_guard lock(mutex_);
+    ownText_.clear();
+}
+
+QRegion HostConnection::takeDamage() {
+    const std::lock_guard lock(mutex_);
+    damageIsTold_ = false;
+    return std::exchange(damage_, {});
+}
+
+void HostConnection::look(const std::function<void(const QImage&)>& use) {
+    const std::lock_guard lock(pictureMutex_);
+    if (!decoder_)
+        return;
+    const auto size = decoder_->size();
+    use(QImage(reinterpret_cast<const uchar*>(decoder_->pixels().data()), size.width, size.height,
+               QImage::Format_RGB32));
+}
+
+// The thread.
+
+void HostConnection::run() {
+    const auto end = converse();
+    if (!isEnding_)
+        emit ended(end);
+}
+
+HostConnection::End HostConnection::converse() {
+    while (!toPlay_.empty() || receive(toPlay_)) {
+        if (!toPlay_.empty() && !playUpdate())
+            break;
+    }
+    return end_;
+}
+
+bool HostConnection::playUpdate() {
+    updateWait_ = {};
+    drawing_.lock();
+    const bool isDrawn = decoder_->play(toPlay_);
+    drawing_.unlock();
+    if (!isDrawn)
+        return false;
+    tellOfDamage();
+    judgeQuality();
+    updateBytes_ = 0;
+    return true;
+}
+
+void HostConnection::judgeQuality() {
+    const bool isOther = quality_.received(updateBytes_, updateWait_);
+    if (isOther || isSharpening_)
+        say(requests::encodings(quality_.level()));
+    if (isSharpening_)
+        inexact_ = {};
+    isSharpening_ = false;
+    const bool isWorthIt = quality_.hasRoom() && !inexact_.isEmpty();
+    sharpenAt_ = isWorthIt ? Clock::now() + stillness : Clock::time_point::max();
+}
+
+void HostConnection::sharpen() {
+    sharpenAt_ = Clock::time_point::max();
+    isSharpening_ = true;
+    inexact_ &= QRect(0, 0, size_.width, size_.height);
+    say(requests::encodings(LineQuality::exact));
+    say(requests::update({inexact_.x(), inexact_.y(), inexact_.width(), inexact_.height()}, false));
+}
+
+bool HostConnection::receive(std::string& to) {
+    const bool isPlaying = drawing_.owns_lock();
+    // Whoever paints meanwhile does not wait for the host.
+    if (isPlaying)
+        drawing_.unlock();
+    const auto begin = Clock::now();
+    const bool isReady = waitForHost();
+    updateWait_ += Clock::now() - begin;
+    std::string bytes(portion, '\0');
+    const auto count =
+        isReady ? ::recv(socket_.get(), bytes.data(), bytes.size(), MSG_DONTWAIT) : 0;
+    if (isPlaying)
+        drawing_.lock();
+    if (!isReady)
+        return false;
+    if (count < 0 && (errno == EAGAIN || errno == EINTR))
+        return true;
+    end_ = End::Closed;
+    if (count <= 0)
+        return false;
+    updateBytes_ += static_cast<std::size_t>(count);
+    bytes.resize(static_cast<std::size_t>(count));
+    // Whatever else goes wrong from here on is what the host has said.
+    end_ = End::Nonsense;
+    return filter_.receive(bytes, to);
+}
+
+bool HostConnection::waitForHost() {
+    const bool isInside = filter_.isInside();
+    const auto patient = Clock::now() + patience_;
+    while (!isEnding_) {
+        if (!isInside && Clock::now() >= sharpenAt_)
+            sharpen();
+        const bool wants = sendSome();
+        const auto until = isInside ? patient : sharpenAt_;
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
+        if (isInside && left <= 0ms) {
+            end_ = End::Silence;
+            return false;
+        }
+        pollfd polled[] = {{socket_.get(), static_cast<short>(POLLIN | (wants ? POLLOUT : 0)), 0},
+                           {wake_.get(), POLLIN, 0}};
+        ::poll(polled, 2, until == Clock::time_point::max() ? -1 : static_cast<int>(left.count()));
+        eventfd_t count = 0;
+        ::eventfd_read(wake_.get(), &count);
+        if ((polled[0].revents & (POLLIN | POLLHUP | POLLERR)) != 0)
+            return true;
+    }
+    return false;
+}
+
+/// Whether more waits to be said.
+bool HostConnection::sendSome() {
+    for (;;) {
+        if (sending_.empty()) {
+            const std::lock_guard lock(mutex_);
+            if (toSay_.empty())
+                return false;
+            sending_ = std::move(toSay_.front());
+            toSay_.pop_front();
+        }
+        const auto count =
+            ::send(socket_.get(), sending_.data(), sending_.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (count < 0 && errno != EINTR)
+            return errno == EAGAIN;
+        sending_.erase(0, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    }
+}
+
+void HostConnection::opened(PictureSize size) {
+    {
+        const std::lock_guard lock(pictureMutex_);
+        decoder_ = std::make_unique<Decoder>(size, static_cast<DecodedParts&>(*this),
+                                             [this](std::string& bytes) { return receive(bytes); });
+    }
+    size_ = size;
+    emit resized(QSize(size.width, size.height));
+    say(requests::pixelFormat());
+    say(requests::encodings(quality_.level()));
+    say(requests::update({0, 0, size.width, size.height}, false));
+}
+
+void HostConnection::updateBegins() {
+    // While this one is on its way, the host may make the next.
+    say(requests::update({0, 0, size_.width, size_.height}, true));
+}
+
+void HostConnection::sizeChanges(PictureSize size) {
+    size_ = size;
+    emit resized(QSize(size.width, size.height));
+}
+
+void HostConnection::clipboard(const std::string& text) {
+    if (sharesClipboard_)
+        emit clipboardCame(QString::fromLatin1(text.data(), static_cast<qsizetype>(text.size())));
+}
+
+void HostConnection::extendedClipboard(const std::string& message) {
+    const auto news = requests::clipboardNews(message);
+    if (news.tellsAbilities) {
+        const std::lock_guard lock(mutex_);
+        hostTakesUtf8_ = true;
+    }
+    if (news.tellsAbilities)
+        say(requests::clipboardAbilities());
+    if (!sharesClipboard_)
+        return;
+    if (news.text)
+        emit clipboardCame(QString::fromStdString(*news.text));
+    else if (news.hasText)
+        say(requests::clipboardRequest());
+    if (!news.wantsText)
+        return;
+    std::string text;
+    {
+        const std::lock_guard lock(mutex_);
+        text = ownText_;
+    }
+    say(requests::clipboardText(text));
+}
+
+void HostConnection::drawn(PicturePart part) {
+    const QRect place(part.x, part.y, part.width, part.height);
+    if (quality_.level().quality)
+        inexact_ |= place;
+    const std::lock_guard lock(mutex_);
+    damage_ += place;
+    if (damage_.rectCount() > mostParts)
+        damage_ = damage_.boundingRect();
+}
+
+void HostConnection::tellOfDamage() {
+    {
+        const std::lock_guard lock(mutex_);
+        if (damageIsTold_ || damage_.isEmpty())
+            return;
+        damageIsTold_ = true;
+    }
+    emit changed();
+}
+
+void HostConnection::cursorShape(PictureSize size, int hotX, int hotY,
+                                 std::span<const std::uint32_t> pixels,
+                                 std::span<const std::uint8_t> mask) {
+    QImage shape(size.width, size.height, QImage::Format_ARGB32);
+    for (std::size_t i = 0; i < pixels.size(); ++i)
+        reinterpret_cast<std::uint32_t*>(shape.bits())[i] =
+            mask[i] != 0 ? 0xFF000000U | pixels[i] : 0;
+    emit cursorChanged(shape, {hotX, hotY});
+}
+
+}  // namespace zelvo::opener

@@ -1,0 +1,350 @@
+#include "opener/viewer/RfbFilter.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "opener/viewer/RfbNumbers.h"
+
+namespace zelvo::opener {
+
+namespace {
+
+/// Tight: streams whose content is not compressed, which the library knows.
+constexpr std::uint8_t withoutZlib = 0xA0;
+constexpr std::uint8_t explicitFilter = 0x40;
+/// Tight: content this short is never compressed.
+constexpr std::size_t shortest = 12;
+/// Of the gradient filter, in the library.
+constexpr std::uint32_t widestGradient = 2048;
+
+std::uint32_t numberAt(std::string_view bytes, std::size_t at, std::size_t size) {
+    std::uint32_t value = 0;
+    for (auto byte : bytes.substr(at, size))
+        value = value << 8U | static_cast<std::uint8_t>(byte);
+    return value;
+}
+
+bool isPossible(std::uint32_t width, std::uint32_t height) {
+    return width > 0 && height > 0 && width <= RfbFilter::longestSide &&
+           height <= RfbFilter::longestSide &&
+           std::uint64_t{width} * height <= RfbFilter::mostPixels;
+}
+
+PictureSize sizeOf(std::uint32_t width, std::uint32_t height) {
+    return {static_cast<int>(width), static_cast<int>(height)};
+}
+
+}  // namespace
+
+bool RfbFilter::receive(std::string_view bytes, std::string& to) {
+    to_ = &to;
+    while (!isBroken_) {
+        if (passing_ > 0 || skipping_ > 0) {
+            auto& left = passing_ > 0 ? passing_ : skipping_;
+            const auto part = bytes.substr(0, left);
+            if (passing_ > 0)
+                handOn(part);
+            left -= part.size();
+            bytes.remove_prefix(part.size());
+            if (left > 0)
+                return true;
+            continue;
+        }
+        const auto missing = std::min(wanted_ - piece_.size(), bytes.size());
+        piece_.append(bytes.substr(0, missing));
+        bytes.remove_prefix(missing);
+        if (piece_.size() < wanted_)
+            return true;
+        const auto piece = std::exchange(piece_, {});
+        isBroken_ = !(this->*step_)(piece);
+    }
+    return false;
+}
+
+bool RfbFilter::next(Step step, std::size_t size) {
+    step_ = step;
+    wanted_ = size;
+    return true;
+}
+
+// The handshake.
+
+bool RfbFilter::version(std::string_view piece) {
+    if (piece != "RFB 003.008\n")
+        return false;
+    words_.reply(piece);
+    return next(&RfbFilter::securityCount, 1);
+}
+
+bool RfbFilter::securityCount(std::string_view piece) {
+    const auto count = numberAt(piece, 0, 1);
+    return count > 0 && next(&RfbFilter::securityTypes, count);
+}
+
+bool RfbFilter::securityTypes(std::string_view piece) {
+    // None: who is let in has been settled before.
+    if (piece.find('\1') == std::string_view::npos)
+        return false;
+    words_.reply("\1");
+    return next(&RfbFilter::securityResult, 4);
+}
+
+bool RfbFilter::securityResult(std::string_view piece) {
+    if (numberAt(piece, 0, 4) != 0)
+        return false;
+    // Others may be inside, too.
+    words_.reply("\1");
+    return next(&RfbFilter::serverInit, 24);
+}
+
+bool RfbFilter::serverInit(std::string_view piece) {
+    const auto width = numberAt(piece, 0, 2);
+    const auto height = numberAt(piece, 2, 2);
+    const auto name = numberAt(piece, 20, 4);
+    if (!isPossible(width, height) || name > longestName)
+        return false;
+    size_ = sizeOf(width, height);
+    skipping_ = name;
+    words_.opened(size_);
+    return nextMessage();
+}
+
+// Messages.
+
+bool RfbFilter::message(std::string_view piece) {
+    switch (numberAt(piece, 0, 1)) {
+        case 0:
+            return next(&RfbFilter::updateHead, 3);
+        case 2:  // Bell
+            return nextMessage();
+        case 3:
+            return next(&RfbFilter::cutTextHead, 7);
+        default:
+            return false;
+    }
+}
+
+bool RfbFilter::cutTextHead(std::string_view piece) {
+    const auto number = numberAt(piece, 3, 4);
+    // A negative length says that it is of the extended form.
+    const bool isExtended = (number & 0x80000000U) != 0;
+    const std::size_t length = isExtended ? 0U - number : number;
+    if (length > mostText)
+        return false;
+    if (length > longestText) {
+        skipping_ = length;
+        return nextMessage();
+    }
+    return next(isExtended ? &RfbFilter::extendedCutText : &RfbFilter::cutText, length);
+}
+
+bool RfbFilter::cutText(std::string_view piece) {
+    words_.clipboard(std::string(piece));
+    return nextMessage();
+}
+
+bool RfbFilter::extendedCutText(std::string_view piece) {
+    words_.extendedClipboard(std::string(piece));
+    return nextMessage();
+}
+
+// Updates.
+
+bool RfbFilter::updateHead(std::string_view piece) {
+    rectanglesLeft_ = numberAt(piece, 1, 2);
+    words_.updateBegins();
+    handOn({"\0", 1});
+    handOn(piece);
+    return nextRectangle();
+}
+
+bool RfbFilter::nextRectangle() {
+    if (rectanglesLeft_ == 0)
+        return nextMessage();
+    --rectanglesLeft_;
+    return next(&RfbFilter::rectangle, 12);
+}
+
+bool RfbFilter::rectangle(std::string_view piece) {
+    rectangle_ = {numberAt(piece, 0, 2), numberAt(piece, 2, 2), numberAt(piece, 4, 2),
+                  numberAt(piece, 6, 2)};
+    const auto encoding = numberAt(piece, 8, 4);
+    if (encoding == rfb::extendedDesktopSize)
+        return next(&RfbFilter::desktopScreens, 4);
+    if (encoding == rfb::desktopSize)
+        return newSize();
+    handOn(piece);
+    switch (encoding) {
+        case rfb::lastRectangle:
+            return nextMessage();
+        case rfb::pointerPosition:
+            return nextRectangle();
+        case rfb::richCursor:
+            return cursor();
+        default:
+            return pictureRectangle(encoding);
+    }
+}
+
+bool RfbFilter::pictureRectangle(std::uint32_t encoding) {
+    const auto& [x, y, width, height] = rectangle_;
+    // In an empty one the library takes what size a JPEG says.
+    if (width == 0 || height == 0 || x + width > static_cast<std::uint32_t>(size_.width) ||
+        y + height > static_cast<std::uint32_t>(size_.height))
+        return false;
+    switch (encoding) {
+        case rfb::raw:
+            passing_ = std::size_t{4} * width * height;
+            return nextRectangle();
+        case rfb::copyRectangle:
+            return next(&RfbFilter::copyRectangle, 4);
+        case rfb::tight:
+            return next(&RfbFilter::tightControl, 1);
+        default:
+            return false;
+    }
+}
+
+bool RfbFilter::copyRectangle(std::string_view piece) {
+    if (numberAt(piece, 0, 2) + rectangle_.width > static_cast<std::uint32_t>(size_.width) ||
+        numberAt(piece, 2, 2) + rectangle_.height > static_cast<std::uint32_t>(size_.height))
+        return false;
+    handOn(piece);
+    return nextRectangle();
+}
+
+bool RfbFilter::cursor() {
+    const auto& [x, y, width, height] = rectangle_;
+    if (width > largestCursor || height > largestCursor)
+        return false;
+    // Of one without pixels the library reads nothing, and nothing follows.
+    passing_ = std::size_t{4} * width * height + std::size_t{(width + 7) / 8} * height;
+    if (passing_ > 0 && (x >= width || y >= height))
+        return false;
+    return nextRectangle();
+}
+
+bool RfbFilter::desktopScreens(std::string_view piece) {
+    skipping_ = std::size_t{16} * numberAt(piece, 0, 1);
+    // The place tells who has asked for the size, and what has kept it from being so.
+    const bool isRefused = rectangle_.x == 1 && rectangle_.y != 0;
+    if (isRefused) {
+        rectangle_.width = static_cast<std::uint32_t>(size_.width);
+        rectangle_.height = static_cast<std::uint32_t>(size_.height);
+    }
+    return newSize();
+}
+
+bool RfbFilter::newSize() {
+    const auto [x, y, width, height] = rectangle_;
+    if (!isPossible(width, height))
+        return false;
+    size_ = sizeOf(width, height);
+    // The one form that the library takes at its word.
+    handOn(rfb::number(0, 4) + rfb::number(width, 2) + rfb::number(height, 2) +
+           rfb::number(rfb::desktopSize, 4));
+    words_.sizeChanges(size_);
+    return nextRectangle();
+}
+
+// Tight, as the registry of RFB's encodings has it.
+
+bool RfbFilter::tightControl(std::string_view piece) {
+    const auto control = numberAt(piece, 0, 1);
+    for (std::size_t i = 0; i < tight_.inflaters.size(); ++i) {
+        if ((control >> i & 1U) != 0)
+            tight_.inflaters[i].reset();
+    }
+    const auto kind = control >> 4U;
+    tight_.isJpeg = kind == 9;
+    if (kind == 8)
+        return next(&RfbFilter::tightFill, 3);
+    if (tight_.isJpeg) {
+        handOn("\x90");
+        tight_.length = tight_.lengthShift = 0;
+        return next(&RfbFilter::tightLength, 1);
+    }
+    if (kind > 7)
+        return false;
+    tight_.stream = kind & 3U;
+    const bool hasFilter = (kind & 4U) != 0;
+    handOn(rfb::number(withoutZlib | (hasFilter ? explicitFilter : 0), 1));
+    return hasFilter ? next(&RfbFilter::tightFilter, 1) : tightBody(24);
+}
+
+bool RfbFilter::tightFill(std::string_view piece) {
+    handOn("\x80");
+    handOn(piece);
+    return nextRectangle();
+}
+
+bool RfbFilter::tightFilter(std::string_view piece) {
+    handOn(piece);
+    switch (numberAt(piece, 0, 1)) {
+        case 0:
+            return tightBody(24);
+        case 1:
+            return next(&RfbFilter::tightPaletteSize, 1);
+        case 2:
+            return rectangle_.width <= widestGradient && tightBody(24);
+        default:
+            return false;
+    }
+}
+
+bool RfbFilter::tightPaletteSize(std::string_view piece) {
+    const auto colours = numberAt(piece, 0, 1) + 1;
+    handOn(piece);
+    return colours >= 2 && next(&RfbFilter::tightPalette, std::size_t{3} * colours);
+}
+
+bool RfbFilter::tightPalette(std::string_view piece) {
+    handOn(piece);
+    return tightBody(piece.size() == 6 ? 1 : 8);
+}
+
+bool RfbFilter::tightBody(std::size_t bitsPerPixel) {
+    tight_.size = (rectangle_.width * bitsPerPixel + 7) / 8 * rectangle_.height;
+    if (tight_.size > largestTight)
+        return false;
+    if (tight_.size < shortest)
+        return next(&RfbFilter::tightPlain, tight_.size);
+    tight_.length = tight_.lengthShift = 0;
+    return next(&RfbFilter::tightLength, 1);
+}
+
+bool RfbFilter::tightPlain(std::string_view piece) {
+    handOn(piece);
+    return nextRectangle();
+}
+
+bool RfbFilter::tightLength(std::string_view piece) {
+    const auto byte = numberAt(piece, 0, 1);
+    const bool isLast = tight_.lengthShift == 14 || (byte & 0x80U) == 0;
+    tight_.length |= std::size_t{tight_.lengthShift == 14 ? byte : byte & 0x7FU}
+                     << tight_.lengthShift;
+    tight_.lengthShift += 7;
+    if (tight_.isJpeg)
+        handOn(piece);
+    if (!isLast)
+        return next(&RfbFilter::tightLength, 1);
+    if (tight_.length == 0)
+        return false;
+    if (!tight_.isJpeg)
+        return next(&RfbFilter::tightData, tight_.length);
+    passing_ = tight_.length;
+    return nextRectangle();
+}
+
+bool RfbFilter::tightData(std::string_view piece) {
+    const auto content = tight_.inflaters[tight_.stream].inflate(piece, tight_.size);
+    if (!content || content->size() != tight_.size)
+        return false;
+    handOn(rfb::number(0x80U | (tight_.size & 0x7FU), 1) +
+           rfb::number(0x80U | (tight_.size >> 7U & 0x7FU), 1) +
+           rfb::number(tight_.size >> 14U, 1));
+    handOn(*content);
+    return nextRectangle();
+}
+
+}  // namespace zelvo::opener
