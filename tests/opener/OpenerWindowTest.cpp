@@ -80,11 +80,15 @@ TEST_F(OpenerWindowTest, AsksForWhatIsMissingAndForTheNameOnce) {
     // A class for URLs would write the identifier in small letters.
     window.ask();
     asked.clear();
-    QMimeData data;
-    data.setData("text/uri-list", QByteArray("# from a mail\r\n") + Link + "\r\n");
+    struct : QMimeData {
+        QStringList formats() const override { return {"text/uri-list"}; }
+        QVariant retrieveData(const QString&, QMetaType) const override {
+            return QByteArray("# from a mail\r\n") + Link + "\r\n";
+        }
+    } data;
     QDropEvent drop({}, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
     static_cast<QObject&>(window).event(&drop);
-    EXPECT_EQ(asked, "AbC");
+    EXPECT_EQ(asked, "AbC") << text("startSentence").toStdString() << linkField();
 }
 
 TEST_F(OpenerWindowTest, ShowsWhereItStandsAndWhatCameOfIt) {
