@@ -90,7 +90,7 @@ QVariant whoMayAsk(const Source& source) {
     return localized(
         admitsOnlyLinkHolders(source)
             ? "Plain VNC viewers have no proof: they are refused without a question."
-            : "Plain VNC viewers have no proof: you are asked about them, too, and told so.");
+            : "Plain VNC viewers have no proof: you are asked about them, too.");
 }
 
 bool mayMakeNewLink(const Source& source) {
