@@ -9,6 +9,7 @@
 #include "platform/Explanations.h"
 #include "platform/MainWindowModel.h"
 #include "platform/Viewers.h"
+#include "platform/qt/content/Localized.h"
 #include "platform/qt/content/ShownText.h"
 #include "platform/qt/content/StatusTexts.h"
 #include "platform/qt/viewers/ViewerTexts.h"
@@ -83,6 +84,13 @@ bool refusesEverybody(const Source& source) {
 
 bool admitsOnlyLinkHolders(const Source& source) {
     return source.viewers.admitsOnlyLinkHolders().value();
+}
+
+QVariant whoMayAsk(const Source& source) {
+    return localized(
+        admitsOnlyLinkHolders(source)
+            ? "Plain VNC viewers have no proof: they are refused without a question."
+            : "Plain VNC viewers have no proof: you are asked about them, too.");
 }
 
 bool mayMakeNewLink(const Source& source) {
@@ -160,6 +168,7 @@ std::vector<Binding> table() {
         {"shareButton", "enabled", of(&Model::readyToShare)},
         {"newLinkButton", "enabled", ofDoor(mayMakeNewLink)},
         {"onlyLinkHolders", "checked", ofDoor(admitsOnlyLinkHolders)},
+        {"whoMayAskText", "text", ofDoor(whoMayAsk)},
         {"portMappingIcon", "image", of(&Model::portMappingStatusIcon)},
         {"portMappingText", "text", of(&Model::portMappingStatusText)},
         {"portMappingSpinner", "spinning", of(&Model::animatePortMappingSpinner)},

@@ -1,6 +1,7 @@
 #include "platform/qt/window/MainWindow.h"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QCloseEvent>
 #include <QFontDatabase>
 #include <QMenuBar>
@@ -157,8 +158,10 @@ void MainWindow::applyLook() {
     QFont small = font();
     small.setPointSizeF(small.pointSizeF() * 0.9);
     ui_->versionInfo->setFont(small);
+    ui_->whoMayAskText->setFont(small);
 
-    for (QLabel* label : std::initializer_list<QLabel*>{ui_->statusExplanation, ui_->versionInfo}) {
+    for (QLabel* label : std::initializer_list<QLabel*>{ui_->statusExplanation, ui_->whoMayAskText,
+                                                        ui_->versionInfo}) {
         bool isOnState = label == ui_->statusExplanation;
         QPalette soft = isOnState ? ui_->statePanel->palette() : palette();
         QColor color = soft.color(QPalette::WindowText);
