@@ -61,6 +61,7 @@ class AppDelegate : public platform::ApplicationDelegate,
     // The user's actions
     void shareLink(platform::Button* sender) override;
     void copyLink() override;
+    void makeNewLink() override;
     void closeConnection() override;
     void startOver() override;
     void showHelp() override;
@@ -123,6 +124,7 @@ class AppDelegate : public platform::ApplicationDelegate,
 
     void cleanUpAndTerminate();
     void askAboutSession();
+    void replaceLink();
     bool sessionUnderWay() const;
     bool screenSharingFullyOn() const;
 

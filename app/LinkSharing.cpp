@@ -4,6 +4,7 @@
 #include "app/AppDelegate.h"
 #include "app/Tools.h"
 #include "link/FormEncoding.h"
+#include "platform/Alerts.h"
 #include "platform/Bundle.h"
 #include "platform/Feedback.h"
 #include "platform/Pasteboard.h"
@@ -59,6 +60,40 @@ void AppDelegate::copyLink() {
         objects.push_back({PasteboardObject::Kind::Url, link});
     objects.push_back({PasteboardObject::Kind::String, link});
     platform_.pasteboard.writeObjects(objects);
+}
+
+void AppDelegate::makeNewLink() {
+    if (zelvoStatus() < ZelvoStatusWaitingForConnection)
+        return;
+    if (!sessionUnderWay()) {
+        replaceLink();
+        return;
+    }
+    platform::Alert alert;
+    alert.kind = platform::AlertKind::NewLink;
+    alert.messageText = text("Screen Sharing Session Undergoing");
+    alert.informativeText = text(
+        "A new link ends the one that you have passed on, and disconnects whoever is connected. Do "
+        "you want a new link?");
+    alert.icon = "NSCaution";
+    alert.buttonTitles = {text("New Link"), text("No")};
+    platform_.alerts.beginSheet(std::move(alert), whileAlive([this](int response) {
+                                    if (response != platform::AlertFirstButtonReturn)
+                                        return;
+                                    closeConnection();
+                                    replaceLink();
+                                }));
+}
+
+void AppDelegate::replaceLink() {
+    // It may have gone while the question stood.
+    if (zelvoStatus() < ZelvoStatusWaitingForConnection)
+        return;
+    waitingTimer_.reset();
+    stillActiveTimer_.reset();
+    sharedLink_.set("");
+    linkManager_->endLink();
+    setZelvoStatus(ZelvoStatusServiceEnabled);
 }
 
 void AppDelegate::closeConnection() {

@@ -98,7 +98,7 @@ std::optional<SingleInstance> onlyInstance() {
     return std::nullopt;
 }
 
-int runInWindow(int& argc, char** argv, bool asksInTerminal) {
+int runInWindow(int& argc, char** argv, const CommandLine& commandLine) {
     QtDesktop::prepareProcess();
     // Outlives the instance: it ends by handing what was copied to the clipboard manager, which may
     // take its time, while the user may start Zelvo again.
@@ -111,9 +111,9 @@ int runInWindow(int& argc, char** argv, bool asksInTerminal) {
     QtDesktop desktop(loop, system.bundle(), system.explanations(), system.viewers(),
                       [&] { return system.log().recentLines(); });
     AppDelegate controller(assemble(loop, system, desktop));
-    RowPrinter rows(controller);
+    RowPrinter rows(controller, commandLine.printsLink);
     std::optional<QuestionLines> questions;
-    if (asksInTerminal)
+    if (commandLine.asksInTerminal)
         questions.emplace(system.viewers(), controller, system.bundle());
 
     auto* content = new KVView;
@@ -173,6 +173,5 @@ int main(int argc, char* argv[]) {
     for (const auto& variable : passOverMuteBuses())
         std::fprintf(stderr, "zelvo: The message bus of %s does not answer; going on without it.\n",
                      qPrintable(variable));
-    return displayIsThere() ? runInWindow(argc, argv, commandLine.asksInTerminal)
-                            : runInTerminal(argc, argv);
+    return displayIsThere() ? runInWindow(argc, argv, commandLine) : runInTerminal(argc, argv);
 }

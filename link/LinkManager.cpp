@@ -74,6 +74,7 @@ void LinkManager::registrationAnswered(const Reply& reply, const LinkCompletion&
         return;
     }
     sharedLink_ = *link;
+    linkHasEnded_ = false;
     keepLink();
     getSharedLinkInfo(*sharedLink_, [self = shared_from_this(), completion](Reply) {
         self->platform_.mainQueue.async([self, completion] {
@@ -96,7 +97,7 @@ void LinkManager::invalidateLink(PlainCompletion completion) {
             completion();
         return;
     }
-    const bool deletes = usesNewLinkAtEveryLaunch();
+    const bool deletes = linkHasEnded_ || usesNewLinkAtEveryLaunch();
     keepLink();
     // None while the manager is being destroyed: only the mapper is needed to the end.
     auto self = weak_from_this().lock();
@@ -114,13 +115,21 @@ void LinkManager::invalidateLink(PlainCompletion completion) {
         updateSharedLinkWithAvailabilityStatus(LinkUnavailable, std::move(withdrawn));
 }
 
+void LinkManager::endLink() {
+    if (!sharedLink_)
+        return;
+    linkHasEnded_ = true;
+    keepLink();
+    deleteSharedLink(*sharedLink_, nullptr);
+}
+
 void LinkManager::abandonPendingMapping() {
     if (portMapper_->portMapperCompletion())
         portMapper_->abandon();
 }
 
 void LinkManager::keepLink() {
-    if (usesNewLinkAtEveryLaunch())
+    if (linkHasEnded_ || usesNewLinkAtEveryLaunch())
         platform_.userDefaults.removeObject(KeptLinkKey);
     else
         platform_.userDefaults.setString(KeptLinkKey, *sharedLink_);

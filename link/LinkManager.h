@@ -70,6 +70,10 @@ class LinkManager : public std::enable_shared_from_this<LinkManager>,
     /// Lets go of a creation that still waits for the router: it never completes, its mapping is
     /// closed.
     void abandonPendingMapping();
+    /// Deletes the link for good, whatever the default says: it is kept no longer, and the next
+    /// registration asks for another one. Its mapping stays until the next creation. Nothing
+    /// without a link.
+    void endLink();
 
     /// The four requests to the service. Completions may be empty. Get and delete act on
     /// `sharedLink`, whatever `link` says; without one they send nothing and never complete. An
@@ -145,6 +149,7 @@ class LinkManager : public std::enable_shared_from_this<LinkManager>,
     /// Counts creations, so that a withdrawal leaves the mapping of a later one alone.
     std::uint64_t creations_ = 0;
     std::optional<std::string> sharedLink_;
+    bool linkHasEnded_ = false;
     std::optional<std::int64_t> publicPort_;
     std::optional<std::string> publicAddress_;
     KeyboardTable keyboard_;

@@ -17,6 +17,8 @@ enum class AlertKind : std::uint8_t {
     ScreenSharingIsOff,
     /// Quitting would end a viewer's session.
     SessionUnderWay,
+    /// A new link would end a viewer's session.
+    NewLink,
     /// No link came about.
     NoLink,
 };

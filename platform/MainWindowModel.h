@@ -25,7 +25,7 @@ class MainWindowModel {
     virtual const Observable<std::string>& portMappingStatusText() const = 0;
     virtual const Observable<bool>& animatePortMappingSpinner() const = 0;
     virtual const Observable<bool>& showPortMappingButton() const = 0;
-    /// The shareable link; empty while there has been none.
+    /// The shareable link; empty while there has been none, and while another one is made.
     virtual const Observable<std::string>& sharedLink() const = 0;
     virtual const Observable<std::string>& waitingForConnectionStatusIcon() const = 0;
     virtual const Observable<std::string>& waitingForConnectionStatusText() const = 0;
@@ -42,6 +42,9 @@ class MainWindowModel {
     virtual void shareLink(Button* sender) = 0;
     /// Puts the link on the pasteboard. Nothing without a link.
     virtual void copyLink() = 0;
+    /// Ends the link and makes another; where somebody is connected, asks first and disconnects
+    /// them. Nothing below status 6.
+    virtual void makeNewLink() = 0;
     /// Ends the viewer's connection; nothing below status 2.
     virtual void closeConnection() = 0;
     /// The port-mapping row's button: tries the link again in status 4, switches Screen Sharing on

@@ -19,9 +19,9 @@ void logNothing(const char*, ...) {}
 
 }  // namespace
 
-Decoder::Decoder(PictureSize size, DecodedParts& parts, Fill fill)
-    : parts_(parts),
-      fill_(std::move(fill)),
+Decoder::Decoder(PictureSize size, Fill fill, Drawn drawn)
+    : fill_(std::move(fill)),
+      drawn_(std::move(drawn)),
       client_(rfbGetClient(8, 3, 4), rfbClientCleanup),
       recording_(::fopencookie(this, "r", {Decoder::read, nullptr, nullptr, nullptr}), ::fclose) {
     // The library tells standard error what hosts are called.
@@ -42,18 +42,7 @@ Decoder::Decoder(PictureSize size, DecodedParts& parts, Fill fill)
         return static_cast<rfbBool>(of(client).fit());
     };
     client_->GotFrameBufferUpdate = [](rfbClient* client, int x, int y, int width, int height) {
-        of(client).parts_.drawn({x, y, width, height});
-    };
-    client_->HandleCursorPos = [](rfbClient* client, int x, int y) {
-        of(client).parts_.pointerAt(x, y);
-        return static_cast<rfbBool>(TRUE);
-    };
-    client_->GotCursorShape = [](rfbClient* client, int hotX, int hotY, int width, int height,
-                                 int) {
-        const auto count = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
-        std::vector<std::uint32_t> pixels(count);
-        std::memcpy(pixels.data(), client->rcSource, 4 * count);
-        of(client).parts_.cursorShape({width, height}, hotX, hotY, pixels, {client->rcMask, count});
+        of(client).drawn_({x, y, width, height});
     };
     client_->width = size.width;
     client_->height = size.height;
@@ -61,9 +50,6 @@ Decoder::Decoder(PictureSize size, DecodedParts& parts, Fill fill)
 }
 
 Decoder::~Decoder() {
-    std::free(std::exchange(client_->vncRec, nullptr));
-    std::free(std::exchange(client_->rcSource, nullptr));
-    std::free(std::exchange(client_->rcMask, nullptr));
     client_->frameBuffer = nullptr;
 }
 

@@ -14,18 +14,6 @@ struct _rfbClient;
 
 namespace zelvo::opener {
 
-/// What is drawn.
-class DecodedParts {
-  public:
-    virtual ~DecodedParts() = default;
-    virtual void drawn(PicturePart part) = 0;
-    /// Pixels are 0x00RRGGBB, and seen where the mask has a 1; each row by row.
-    virtual void cursorShape(PictureSize size, int hotX, int hotY,
-                             std::span<const std::uint32_t> pixels,
-                             std::span<const std::uint8_t> mask) = 0;
-    virtual void pointerAt(int x, int y) = 0;
-};
-
 /// Draws what RfbFilter has handed on, by LibVNCClient. The library has neither the host's socket
 /// nor a word to say there: it plays a recording. One thread at a time.
 class Decoder {
@@ -33,7 +21,9 @@ class Decoder {
     /// Adds to the bytes to be played, waiting for them; false where there will be none.
     using Fill = std::function<bool(std::string& bytes)>;
 
-    Decoder(PictureSize size, DecodedParts& parts, Fill fill);
+    using Drawn = std::function<void(PicturePart part)>;
+
+    Decoder(PictureSize size, Fill fill, Drawn drawn);
     Decoder(const Decoder&) = delete;
     Decoder& operator=(const Decoder&) = delete;
     ~Decoder();
@@ -51,8 +41,8 @@ class Decoder {
     static ssize_t read(void* self, char* to, std::size_t size);
     bool fit();
 
-    DecodedParts& parts_;
     const Fill fill_;
+    const Drawn drawn_;
     std::unique_ptr<_rfbClient, void (*)(_rfbClient*)> client_;
     std::unique_ptr<FILE, int (*)(FILE*)> recording_;
     std::vector<std::uint32_t> pixels_;

@@ -222,8 +222,9 @@ bool HostConnection::sendSome() {
 void HostConnection::opened(PictureSize size) {
     {
         const std::lock_guard lock(pictureMutex_);
-        decoder_ = std::make_unique<Decoder>(size, static_cast<DecodedParts&>(*this),
-                                             [this](std::string& bytes) { return receive(bytes); });
+        decoder_ = std::make_unique<Decoder>(
+            size, [this](std::string& bytes) { return receive(bytes); },
+            [this](PicturePart part) { drawn(part); });
     }
     size_ = size;
     emit resized(QSize(size.width, size.height));
@@ -291,14 +292,19 @@ void HostConnection::tellOfDamage() {
     emit changed();
 }
 
-void HostConnection::cursorShape(PictureSize size, int hotX, int hotY,
-                                 std::span<const std::uint32_t> pixels,
-                                 std::span<const std::uint8_t> mask) {
-    QImage shape(size.width, size.height, QImage::Format_ARGB32);
-    for (std::size_t i = 0; i < pixels.size(); ++i)
-        reinterpret_cast<std::uint32_t*>(shape.bits())[i] =
-            mask[i] != 0 ? 0xFF000000U | pixels[i] : 0;
-    emit cursorChanged(shape, {hotX, hotY});
+void HostConnection::cursor(PictureSize size, PicturePoint hotSpot,
+                            const std::vector<std::uint32_t>& pixels, std::string_view mask) {
+    QImage shape(std::max(size.width, 1), std::max(size.height, 1), QImage::Format_ARGB32);
+    shape.fill(Qt::transparent);
+    const int bytesPerRow = (size.width + 7) / 8;
+    for (int i = 0; i < static_cast<int>(pixels.size()); ++i) {
+        const int x = i % size.width;
+        const int y = i / size.width;
+        const auto byte = static_cast<std::size_t>(y * bytesPerRow + x / 8);
+        if ((static_cast<std::uint8_t>(mask[byte]) & 0x80U >> static_cast<unsigned>(x % 8)) != 0)
+            shape.setPixel(x, y, 0xFF000000U | pixels[static_cast<std::size_t>(i)]);
+    }
+    emit cursorChanged(shape, {hotSpot.x, hotSpot.y});
 }
 
 }  // namespace zelvo::opener

@@ -23,7 +23,7 @@ namespace zelvo::opener {
 /// A host's screen over a socket on which both speak RFB without security, on a thread of its own.
 /// Whatever the host does, this ends by `ended` or by being destroyed, which waits for nobody. The
 /// signals come from that thread; everything else is for the thread that made it.
-class HostConnection : public QObject, private HostWords, private DecodedParts {
+class HostConnection : public QObject, private HostWords {
     Q_OBJECT
 
   public:
@@ -79,11 +79,9 @@ class HostConnection : public QObject, private HostWords, private DecodedParts {
     void sizeChanges(PictureSize size) override;
     void clipboard(const std::string& text) override;
     void extendedClipboard(const std::string& message) override;
-    // DecodedParts
-    void drawn(PicturePart part) override;
-    void cursorShape(PictureSize size, int hotX, int hotY, std::span<const std::uint32_t> pixels,
-                     std::span<const std::uint8_t> mask) override;
-    void pointerAt(int x, int y) override { emit pointerMoved({x, y}); }
+    void cursor(PictureSize size, PicturePoint hotSpot, const std::vector<std::uint32_t>& pixels,
+                std::string_view mask) override;
+    void pointer(PicturePoint position) override { emit pointerMoved({position.x, position.y}); }
 
     void run();
     End converse();
@@ -94,6 +92,7 @@ class HostConnection : public QObject, private HostWords, private DecodedParts {
     bool waitForHost();
     void say(std::string message);
     bool sendSome();
+    void drawn(PicturePart part);
     void tellOfDamage();
 
     const platform::FileDescriptor socket_;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "opener/viewer/Jpeg.h"
 #include "opener/viewer/RfbNumbers.h"
 
 namespace zelvo::opener {
@@ -173,17 +174,16 @@ bool RfbFilter::rectangle(std::string_view piece) {
         return next(&RfbFilter::desktopScreens, 4);
     if (encoding == rfb::desktopSize)
         return newSize();
-    handOn(piece);
-    switch (encoding) {
-        case rfb::lastRectangle:
-            return nextMessage();
-        case rfb::pointerPosition:
-            return nextRectangle();
-        case rfb::richCursor:
-            return cursor();
-        default:
-            return pictureRectangle(encoding);
+    if (encoding == rfb::richCursor || encoding == rfb::pointerPosition) {
+        // The library, which counts them, learns that there is nothing to see.
+        handOn(rfb::number(0, 8) + rfb::number(rfb::richCursor, 4));
+        if (encoding == rfb::richCursor)
+            return cursorHead();
+        words_.pointer({static_cast<int>(rectangle_.x), static_cast<int>(rectangle_.y)});
+        return nextRectangle();
     }
+    handOn(piece);
+    return encoding == rfb::lastRectangle ? nextMessage() : pictureRectangle(encoding);
 }
 
 bool RfbFilter::pictureRectangle(std::uint32_t encoding) {
@@ -213,14 +213,29 @@ bool RfbFilter::copyRectangle(std::string_view piece) {
     return nextRectangle();
 }
 
-bool RfbFilter::cursor() {
+bool RfbFilter::cursorHead() {
     const auto& [x, y, width, height] = rectangle_;
+    const bool isEmpty = width == 0 || height == 0;
     if (width > largestCursor || height > largestCursor)
         return false;
-    // Of one without pixels the library reads nothing, and nothing follows.
-    passing_ = std::size_t{4} * width * height + std::size_t{(width + 7) / 8} * height;
-    if (passing_ > 0 && (x >= width || y >= height))
-        return false;
+    const auto maskSize = std::size_t{(width + 7) / 8} * height;
+    return next(&RfbFilter::cursor, isEmpty ? 0 : std::size_t{4} * width * height + maskSize);
+}
+
+bool RfbFilter::cursor(std::string_view piece) {
+    const auto& [x, y, width, height] = rectangle_;
+    std::vector<std::uint32_t> pixels(piece.empty() ? 0 : std::size_t{width} * height);
+    for (std::size_t i = 0; i < pixels.size(); ++i) {
+        const auto byte = [&](std::size_t n) {
+            return static_cast<std::uint8_t>(piece[4 * i + n]);
+        };
+        pixels[i] = byte(0) | byte(1) << 8U | byte(2) << 16U;
+    }
+    words_.cursor(pixels.empty() ? PictureSize{} : sizeOf(width, height),
+                  // Some have theirs right below.
+                  {static_cast<int>(std::min(x, std::max(width, 1U) - 1)),
+                   static_cast<int>(std::min(y, std::max(height, 1U) - 1))},
+                  pixels, piece.substr(4 * pixels.size()));
     return nextRectangle();
 }
 
@@ -259,13 +274,12 @@ bool RfbFilter::tightControl(std::string_view piece) {
     tight_.isJpeg = kind == 9;
     if (kind == 8)
         return next(&RfbFilter::tightFill, 3);
-    if (tight_.isJpeg) {
-        handOn("\x90");
-        tight_.length = tight_.lengthShift = 0;
-        return next(&RfbFilter::tightLength, 1);
-    }
-    if (kind > 7)
+    if (kind > 7 && !tight_.isJpeg)
         return false;
+    if (tight_.isJpeg) {
+        handOn(rfb::number(withoutZlib, 1));
+        return tightBody(24);
+    }
     tight_.stream = kind & 3U;
     const bool hasFilter = (kind & 4U) != 0;
     handOn(rfb::number(withoutZlib | (hasFilter ? explicitFilter : 0), 1));
@@ -307,7 +321,7 @@ bool RfbFilter::tightBody(std::size_t bitsPerPixel) {
     tight_.size = (rectangle_.width * bitsPerPixel + 7) / 8 * rectangle_.height;
     if (tight_.size > largestTight)
         return false;
-    if (tight_.size < shortest)
+    if (tight_.size < shortest && !tight_.isJpeg)
         return next(&RfbFilter::tightPlain, tight_.size);
     tight_.length = tight_.lengthShift = 0;
     return next(&RfbFilter::tightLength, 1);
@@ -324,22 +338,21 @@ bool RfbFilter::tightLength(std::string_view piece) {
     tight_.length |= std::size_t{tight_.lengthShift == 14 ? byte : byte & 0x7FU}
                      << tight_.lengthShift;
     tight_.lengthShift += 7;
-    if (tight_.isJpeg)
-        handOn(piece);
     if (!isLast)
         return next(&RfbFilter::tightLength, 1);
-    if (tight_.length == 0)
-        return false;
-    if (!tight_.isJpeg)
-        return next(&RfbFilter::tightData, tight_.length);
-    passing_ = tight_.length;
-    return nextRectangle();
+    return tight_.length > 0 && next(&RfbFilter::tightData, tight_.length);
 }
 
 bool RfbFilter::tightData(std::string_view piece) {
-    const auto content = tight_.inflaters[tight_.stream].inflate(piece, tight_.size);
+    const auto content = tight_.isJpeg
+                             ? decodeJpeg(piece, rectangle_.width, rectangle_.height)
+                             : tight_.inflaters[tight_.stream].inflate(piece, tight_.size);
     if (!content || content->size() != tight_.size)
         return false;
+    if (tight_.size < shortest) {
+        handOn(*content);
+        return nextRectangle();
+    }
     handOn(rfb::number(0x80U | (tight_.size & 0x7FU), 1) +
            rfb::number(0x80U | (tight_.size >> 7U & 0x7FU), 1) +
            rfb::number(tight_.size >> 14U, 1));

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "opener/viewer/Inflater.h"
 
@@ -26,6 +27,11 @@ struct PicturePart {
     int height = 0;
 };
 
+struct PicturePoint {
+    int x = 0;
+    int y = 0;
+};
+
 /// What a host says besides its picture.
 class HostWords {
   public:
@@ -37,6 +43,11 @@ class HostWords {
     virtual void opened(PictureSize size) = 0;
     virtual void updateBegins() = 0;
     virtual void sizeChanges(PictureSize size) = 0;
+    /// Pixels are 0x00RRGGBB and seen where the mask has a bit, the highest first; the mask's rows
+    /// begin with a byte each. Nothing to see is a size of 0.
+    virtual void cursor(PictureSize size, PicturePoint hotSpot,
+                        const std::vector<std::uint32_t>& pixels, std::string_view mask) = 0;
+    virtual void pointer(PicturePoint position) = 0;
     /// In Latin-1.
     virtual void clipboard(const std::string& text) = 0;
     /// A message of the extended clipboard: its flags, and what they say that follows.
@@ -45,9 +56,9 @@ class HostWords {
 
 /// Reads what a host says in RFB (RFC 6143) before anything else does, and hands on what shows its
 /// picture: updates whose rectangles lie inside it and are in the encodings that are asked for.
-/// Tight's zlib streams end here: what goes on is their content, of exactly the size that its
-/// rectangle takes, since LibVNCClient 0.9.14 draws what there is more of below the picture. Bytes
-/// in, bytes out; the pieces may be cut anywhere.
+/// Tight's zlib streams and JPEGs end here: what goes on are pixels, exactly as many as their
+/// rectangle has. LibVNCClient 0.9.14 as it was released draws what there is more of below the
+/// picture, and a damaged JPEG brings it down. Bytes in, bytes out, cut anywhere.
 class RfbFilter {
   public:
     static constexpr std::uint32_t longestSide = 16384;
@@ -91,7 +102,8 @@ class RfbFilter {
     bool rectangle(std::string_view piece);
     bool pictureRectangle(std::uint32_t encoding);
     bool copyRectangle(std::string_view piece);
-    bool cursor();
+    bool cursorHead();
+    bool cursor(std::string_view piece);
     bool desktopScreens(std::string_view piece);
     bool newSize();
 

@@ -54,10 +54,8 @@ StateTexts textsOf(const SessionState& state) {
             break;
     }
     const auto& texts = textsOf(state.ending);
-    auto sentence = withHost(texts.sentence, state);
-    if (!state.detail.empty())
-        sentence += ' ' + QString::fromStdString(state.detail);
-    return {localized(texts.title), sentence};
+    return {localized(texts.title), state.detail.empty() ? withHost(texts.sentence, state)
+                                                         : QString::fromStdString(state.detail)};
 }
 
 QString sentenceOf(sealing::NoLink why) {

@@ -5,7 +5,7 @@
 #include <QMimeData>
 #include <QScreen>
 #include <QStackedWidget>
-#include <QStatusBar>
+#include <QVBoxLayout>
 #include <utility>
 
 #include "opener/viewer/ViewerWidget.h"
@@ -17,6 +17,7 @@
 #include "platform/qt/content/Localized.h"
 #include "platform/qt/widgets/AccessibleRoles.h"
 #include "platform/qt/widgets/Images.h"
+#include "platform/qt/widgets/StatusLabel.h"
 #include "sealing/HelperName.h"
 
 namespace zelvo::opener {
@@ -62,8 +63,26 @@ OpenerWindow::OpenerWindow(Surroundings surroundings) : surroundings_(std::move(
     pages_ = new QStackedWidget;
     pages_->addWidget(startPage_);
     pages_->addWidget(statePage_);
-    setCentralWidget(pages_);
+    setCentralWidget(withNotice());
     resize(FirstSize);
+}
+
+QWidget* OpenerWindow::withNotice() {
+    notice_ = new platform::StatusLabel;
+    notice_->setObjectName("notice");
+    notice_->setTextFormat(Qt::PlainText);
+    notice_->setWordWrap(true);
+    notice_->setContentsMargins(12, 6, 12, 6);
+    notice_->hide();
+    endOfNotice_.setSingleShot(true);
+    connect(&endOfNotice_, &QTimer::timeout, notice_, &QWidget::hide);
+    auto* all = new QWidget;
+    auto* column = new QVBoxLayout(all);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(0);
+    column->addWidget(pages_, 1);
+    column->addWidget(notice_);
+    return all;
 }
 
 OpenerWindow::~OpenerWindow() {
@@ -129,7 +148,7 @@ void OpenerWindow::showWords(const SessionState& state) {
         hasPicture_ = false;
         viewer_->stop();
         bar_->setVisible(false);
-        statusBar()->hide();
+        notice_->hide();
         setWindowState(windowState() & ~Qt::WindowFullScreen);
     }
     statePage_->showState(state);
@@ -162,8 +181,16 @@ void OpenerWindow::rfbBegan(platform::FileDescriptor rfb) {
 }
 
 void OpenerWindow::tell(const QString& notice, int milliseconds) {
-    statusBar()->setVisible(!notice.isEmpty());
-    statusBar()->showMessage(notice, milliseconds);
+    if (notice_->isVisible() && notice_->text() == notice)
+        return;
+    endOfNotice_.stop();
+    notice_->setText(notice);
+    notice_->setVisible(!notice.isEmpty());
+    if (notice.isEmpty())
+        return;
+    notice_->announce();
+    if (milliseconds > 0)
+        endOfNotice_.start(milliseconds);
 }
 
 void OpenerWindow::firstPictureCame() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QMainWindow>
+#include <QTimer>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -12,6 +13,7 @@
 class QStackedWidget;
 
 namespace zelvo::platform {
+class StatusLabel;
 class UserDefaults;
 }  // namespace zelvo::platform
 
@@ -58,6 +60,7 @@ class OpenerWindow final : public QMainWindow {
     void closeEvent(QCloseEvent* event) override;
 
   private:
+    QWidget* withNotice();
     std::string knownName() const;
     void begin(const sealing::ShareLink& link, const std::string& name);
     void showState(const SessionState& state);
@@ -65,7 +68,7 @@ class OpenerWindow final : public QMainWindow {
     void showWords(const SessionState& state);
     void rfbBegan(platform::FileDescriptor rfb);
     void makeViewer();
-    /// Below the picture; 0 is for as long as nothing else is told.
+    /// Below the picture, for a while; 0 is for as long as the picture is there.
     void tell(const QString& notice, int milliseconds);
     void firstPictureCame();
     bool takesLinks() const;
@@ -76,6 +79,8 @@ class OpenerWindow final : public QMainWindow {
     StatePage* statePage_ = nullptr;
     ViewerWidget* viewer_ = nullptr;
     SessionBar* bar_ = nullptr;
+    platform::StatusLabel* notice_ = nullptr;
+    QTimer endOfNotice_;
     bool hasPicture_ = false;
     std::unique_ptr<Session> session_;
     std::optional<SessionLines> lines_;

@@ -32,7 +32,6 @@ SessionBar::SessionBar(const std::vector<QMenu*>& menus, std::function<void()> d
     digits_ = addLabel("sessionDigits");
     digits_->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
     digits_->setToolTip(digitsSentence());
-    digits_->setAccessibleName(localized("Digits to compare"));
     digits_->setAccessibleDescription(digitsSentence());
 
     auto* end = addAction(localized("Disconnect"), this, std::move(disconnect));
@@ -67,7 +66,9 @@ QLabel* SessionBar::addLabel(const char* name) {
 
 void SessionBar::showState(const SessionState& state) {
     rights_->setText(rightsText(state));
-    digits_->setText(QString::fromStdString(state.digits));
+    const auto digits = QString::fromStdString(state.digits);
+    digits_->setText(digits);
+    digits_->setAccessibleName(localized("Digits to compare") + ": " + digits);
 }
 
 }  // namespace zelvo::opener

@@ -1,5 +1,6 @@
 #include "opener/window/StatePage.h"
 
+#include <QEvent>
 #include <QFontDatabase>
 #include <QLabel>
 #include <QPushButton>
@@ -58,7 +59,6 @@ void StatePage::addDigits(QBoxLayout& column) {
     auto* panel = addPanel(column, digitsPanel_);
     digits_ = new QLabel;
     digits_->setObjectName("digits");
-    digits_->setAccessibleName(localized("Digits to compare"));
     digits_->setAlignment(Qt::AlignCenter);
     digits_->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
     auto font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
@@ -85,6 +85,7 @@ void StatePage::addButtons(QBoxLayout& column, const Listener& listener) {
     };
     spinner_ = new platform::Spinner;
     spinner_->setFixedSize(SpinnerSize, SpinnerSize);
+    matchSpinner();
     auto* row = new QHBoxLayout;
     row->setSpacing(12);
     row->addWidget(spinner_);
@@ -93,6 +94,19 @@ void StatePage::addButtons(QBoxLayout& column, const Listener& listener) {
     cancel_ = add(*row, "cancelButton", "Cancel", listener.cancel);
     tryAgain_ = add(*row, "tryAgainButton", "Try Again", listener.tryAgain);
     column.addLayout(row);
+}
+
+// It is made for panels, whose ground is another.
+void StatePage::matchSpinner() {
+    auto colors = palette();
+    colors.setColor(QPalette::Base, colors.color(QPalette::Window));
+    spinner_->setPalette(colors);
+}
+
+void StatePage::changeEvent(QEvent* event) {
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange && spinner_)
+        matchSpinner();
 }
 
 void StatePage::showState(const SessionState& state) {
@@ -105,6 +119,7 @@ void StatePage::showState(const SessionState& state) {
 
     const auto digits = QString::fromStdString(state.digits);
     digits_->setText(digits);
+    digits_->setAccessibleName(localized("Digits to compare") + ": " + digits);
     digitsPanel_->setVisible(!digits.isEmpty());
     warning_->setVisible(!state.addressIsProven);
 

@@ -28,7 +28,11 @@ class StatePage final : public QWidget {
 
     void showState(const SessionState& state);
 
+  protected:
+    void changeEvent(QEvent* event) override;
+
   private:
+    void matchSpinner();
     void addDigits(QBoxLayout& column);
     void addButtons(QBoxLayout& column, const Listener& listener);
 

@@ -1,6 +1,8 @@
 #include "platform/linux/LinuxPlatform.h"
 
+#include <algorithm>
 #include <csignal>
+#include <span>
 
 #include "platform/Observable.h"
 #include "platform/linux/LinuxExplanations.h"
@@ -10,6 +12,8 @@
 #include "platform/linux/desktop/DesktopSettingsMirror.h"
 #include "platform/linux/https/ServiceExplanation.h"
 #include "platform/linux/https/SharingSession.h"
+#include "platform/linux/link_key/LinkKeySession.h"
+#include "platform/linux/link_key/RegisteredLink.h"
 #include "platform/linux/machine/InetAddressParser.h"
 #include "platform/linux/machine/NetlinkSocketTable.h"
 #include "platform/linux/machine/NssServicesDatabase.h"
@@ -24,6 +28,7 @@
 #include "platform/linux/privileges/SystemAuthorization.h"
 #include "platform/linux/property_lists/FileUserDefaults.h"
 #include "platform/linux/property_lists/PlistReader.h"
+#include "platform/linux/property_lists/XmlPlistWriter.h"
 #include "platform/linux/screen_sharing/AdmittedSockets.h"
 #include "platform/linux/screen_sharing/ScreenServerLine.h"
 #include "platform/linux/screen_sharing/ScreenSharingExplanation.h"
@@ -39,14 +44,25 @@ std::string ownFolder(const std::string& base) {
     return base.empty() ? base : base + "/zelvo";
 }
 
-/// As the core judges it.
-bool registersLink(const PropertyListReader& propertyLists, const std::vector<std::byte>& reply) {
-    const auto parsed = propertyLists.parse(reply);
-    const auto* status = parsed.value ? parsed.value->find("StatusCode") : nullptr;
-    const auto* link = parsed.value ? parsed.value->find("link") : nullptr;
-    const bool isSuccess = status && ((status->integer() && *status->integer() == 0) ||
-                                      (status->real() && *status->real() == 0));
-    return isSuccess && link && link->string() && !link->string()->empty();
+/// Whether those who have proven nothing are refused without a question; written as "YES".
+constexpr std::string_view OnlyLinkHoldersKey = "onlyPeopleWithTheLink";
+
+std::optional<std::vector<std::byte>> bytesOf(const PropertyList::Dictionary& dictionary) {
+    const auto xml = writeXmlPlist(dictionary);
+    if (!xml)
+        return std::nullopt;
+    const auto bytes = std::as_bytes(std::span(xml->constData(), std::size_t(xml->size())));
+    return std::vector<std::byte>(bytes.begin(), bytes.end());
+}
+
+/// As the screen server is told it; without an identifier where there is none.
+gate::Link linkForGate(const sealing::ShareLink* link) {
+    gate::Link told;
+    if (link) {
+        told.identifier = link->identifier;
+        std::ranges::copy(link->key.bytes(), told.key.begin());
+    }
+    return told;
 }
 
 }  // namespace
@@ -70,7 +86,10 @@ struct LinuxPlatform::Services {
 
     PlistReader propertyLists{environment.systemRoot};
     FileUserDefaults userDefaults{ownFolder(environment.configHome), log,
-                                  [this](bool kept) { explainKeptLink(kept); }};
+                                  [this](std::string_view key, bool kept) {
+                                      if (key != OnlyLinkHoldersKey)
+                                          explainKeptLink(kept);
+                                  }};
     InstalledBundle bundle{{.executableFolder = "",
                             .languages = environment.languages,
                             .dataHome = environment.dataHome},
@@ -86,6 +105,7 @@ struct LinuxPlatform::Services {
                                            environment.systemRoot + "/run/reason"};
     ScreenServerLine screenServer{log, ownFolder(environment.runtimeFolder)};
     Subscription abilities;
+    Subscription onlyLinkHolders;
     AdmittedSockets admittedSockets{
         sockets,
         services,
@@ -109,7 +129,13 @@ struct LinuxPlatform::Services {
         {.exchanges = {.certificateFile = environment.certificateFile,
                        .seenFrom = [this](const auto& address) { router.seenFrom(address); }},
          .stateFolder = ownFolder(environment.stateHome),
-         .registers = [this](const auto& reply) { return registersLink(propertyLists, reply); }}};
+         .registers = [this](const auto& reply) {
+             return registeredLink(propertyLists.parse(reply).value).has_value();
+         }}};
+    LinkKeySession linkKeys{
+        urlSession, propertyLists, {.write = bytesOf, .changed = [this](const auto* link) {
+                                        linkChanged(link);
+                                    }}};
     RouterPortMapping natPortMapping{
         mainQueue,
         log,
@@ -130,7 +156,20 @@ struct LinuxPlatform::Services {
         router.mappingReplied(reply);
     }
 
-    // The link is the one string that the application stores.
+    void linkChanged(const sealing::ShareLink* link) {
+        screenServer.setLink(linkForGate(link));
+        // Who came without a proof came by the address that it published.
+        if (!link)
+            screenServer.disconnectEverybody();
+    }
+
+    void keepWhoMayAsk(bool onlyLinkHolders) {
+        if (onlyLinkHolders)
+            userDefaults.setString(OnlyLinkHoldersKey, "YES");
+        else
+            userDefaults.removeObject(OnlyLinkHoldersKey);
+    }
+
     void explainKeptLink(bool kept) {
         keptLink.set(kept ? ""
                           : bundle.localizedString(
@@ -145,6 +184,10 @@ LinuxPlatform::LinuxPlatform(MainQueue& mainQueue) {
     services_->screenServer.desktopAsks = [this] { services_->screenSharing.desktopAsks(); };
     services_->abilities = services_->screenServer.abilities().subscribe(
         [this](const auto& abilities) { services_->screenSharing.desktopLets(abilities); });
+    services_->screenServer.setAdmitsOnlyLinkHolders(
+        services_->userDefaults.boolForKey(OnlyLinkHoldersKey));
+    services_->onlyLinkHolders = services_->screenServer.admitsOnlyLinkHolders().subscribe(
+        [this](bool only) { services_->keepWhoMayAsk(only); });
     for (const auto& complaint : services_->environment.complaints)
         services_->log.line(complaint);
 }
@@ -200,7 +243,7 @@ Bundle& LinuxPlatform::bundle() {
 }
 
 UrlSession& LinuxPlatform::urlSession() {
-    return services_->urlSession;
+    return services_->linkKeys;
 }
 std::string LinuxPlatform::sharingServiceOrigin() const {
     return services_->environment.serviceOrigin;

@@ -23,8 +23,9 @@ QtDesktop::QtDesktop(QtMainLoop& loop, const Bundle& bundle, const Explanations&
       alerts(loop, bundle, explanations),
       sharingServicePicker(loop, bundle,
                            [this](const auto& items) {
-                               return desktopSharingServices(items, workspace, window_,
-                                                             [this] { say(LinkNotOpened); });
+                               return desktopSharingServices(
+                                   items, workspace, window_,
+                                   [this](const auto& notice) { say(notice); });
                            }),
       pasteboard([this] { say(Copied); }),
       workspace([this](const std::string& url) { couldNotOpen(url); }),

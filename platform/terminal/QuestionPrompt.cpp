@@ -34,6 +34,10 @@ QuestionPrompt::QuestionPrompt(Viewers& viewers, MainWindowModel& model, const B
         viewers.inside().bind([this](auto& inside) { insideChanged(inside); }));
     subscriptions_.push_back(
         viewers.refusesEverybody().bind([this](bool refuses) { refusingChanged(refuses); }));
+    if (viewers.admitsOnlyLinkHolders().value())
+        tellWhoMayAsk(true);
+    subscriptions_.push_back(
+        viewers.admitsOnlyLinkHolders().subscribe([this](bool only) { tellWhoMayAsk(only); }));
     subscriptions_.push_back(
         viewers.question().bind([this](auto& question) { questionChanged(question); }));
 }
@@ -65,12 +69,7 @@ void QuestionPrompt::show() {
     if (!isShown_)
         return;
     shown_.line("");
-    shown_.line(text("Somebody wants to see your screen, from the address %@.",
-                     {shownText(question->address).toStdString()}) +
-                " " +
-                text(question->isEncrypted
-                         ? "The connection is encrypted."
-                         : "The connection is not encrypted: others on its way can look in."));
+    tellQuestion(*question);
     tell(
         "No bank, no company and no authority ever asks for this. Let in only whom you have asked "
         "for help.");
@@ -80,6 +79,25 @@ void QuestionPrompt::show() {
         tellWords();
     }
     beginLine(shown_.now() + DeadTime);
+}
+
+void QuestionPrompt::tellQuestion(const ViewerQuestion& question) {
+    const auto address = shownText(question.address).toStdString();
+    if (question.digits.empty()) {
+        shown_.line(text("Somebody wants to see your screen, from the address %@.", {address}) +
+                    " " + protection(question));
+        tell(
+            "They have no proof of your link: whoever finds your address and port can ask like "
+            "this.");
+        return;
+    }
+    shown_.line(text("%@, who has your link, wants to see your screen, from the address %@.",
+                     {shownName(question.name).toStdString(), address}) +
+                " " + protection(question));
+    tell(
+        "The name is what they call themselves. Compare these digits by telephone with those that "
+        "your helper sees, and refuse if they differ: %@",
+        {shownText(question.digits).toStdString()});
 }
 
 void QuestionPrompt::hide() {
@@ -100,7 +118,7 @@ void QuestionPrompt::insideChanged(const std::vector<Viewer>& inside) {
     };
     for (const auto& viewer : before) {
         if (find(inside, viewer.id) == inside.end())
-            tell("%@ has left.", {shownText(viewer.address).toStdString()});
+            tell("%@ has left.", {who(viewer)});
     }
     for (const auto& viewer : inside) {
         auto known = find(before, viewer.id);
@@ -237,6 +255,10 @@ void QuestionPrompt::askAgain() {
         viewers_.setRefusesEverybody(false);
 }
 
+void QuestionPrompt::changeWhoMayAsk() {
+    viewers_.setAdmitsOnlyLinkHolders(!viewers_.admitsOnlyLinkHolders().value());
+}
+
 void QuestionPrompt::beginLine(Clock::time_point liveFrom) {
     typed_.clear();
     isSpoilt_ = false;
@@ -253,15 +275,33 @@ void QuestionPrompt::tellWords() {
 void QuestionPrompt::tellViewer(const Viewer& viewer) {
     shown_.line(text(viewer.rights == ViewerRights::Control ? "%@ is in and can use your screen."
                                                             : "%@ is in and only watches.",
-                     {shownText(viewer.address).toStdString()}) +
-                " " +
-                text(viewer.isEncrypted
-                         ? "The connection is encrypted."
-                         : "The connection is not encrypted: others on its way can look in."));
+                     {who(viewer)}) +
+                " " + protection(viewer));
+}
+
+void QuestionPrompt::tellWhoMayAsk(bool onlyLinkHolders) {
+    tell(onlyLinkHolders
+             ? "You are asked only about people who prove that they have your link; "
+               "plain VNC viewers are refused."
+             : "You are asked about everybody, also about plain VNC viewers, which have "
+               "no proof of your link.");
 }
 
 void QuestionPrompt::tell(const char* key, const std::vector<std::string>& objects) {
     shown_.line(text(key, objects));
+}
+
+std::string QuestionPrompt::who(const Viewer& viewer) {
+    return (viewer.name.empty() ? shownText(viewer.address) : shownName(viewer.name)).toStdString();
+}
+
+template <typename Somebody>
+std::string QuestionPrompt::protection(const Somebody& somebody) const {
+    if (!somebody.digits.empty())
+        return text("The connection is sealed with your link.");
+    return text(somebody.isEncrypted
+                    ? "The connection is encrypted."
+                    : "The connection is not encrypted: others on its way can look in.");
 }
 
 std::string QuestionPrompt::text(const char* key, const std::vector<std::string>& objects) const {

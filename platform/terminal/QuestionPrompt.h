@@ -51,6 +51,8 @@ class QuestionPrompt {
     void disconnect();
     /// Ends the refusing of everybody.
     void askAgain();
+    /// Whether those without a proof of the link are asked about, the other way from now on.
+    void changeWhoMayAsk();
 
   private:
     enum class Word : std::uint8_t {
@@ -70,12 +72,19 @@ class QuestionPrompt {
     void hide();
     void insideChanged(const std::vector<Viewer>& inside);
     void refusingChanged(bool refuses);
+    void tellWhoMayAsk(bool onlyLinkHolders);
     void erase();
     void takeLine(const std::string& typed);
     void answer(Word word);
     void tellWords();
     void tell(const char* key, const std::vector<std::string>& objects = {});
+    void tellQuestion(const ViewerQuestion& question);
     void tellViewer(const Viewer& viewer);
+    /// The name that they gave, or else the address.
+    static std::string who(const Viewer& viewer);
+    /// Of a viewer, or of a question about one.
+    template <typename Somebody>
+    std::string protection(const Somebody& somebody) const;
     std::string text(const char* key, const std::vector<std::string>& objects = {}) const;
     std::string text(Word word) const;
     std::string how(char key, Word word) const;

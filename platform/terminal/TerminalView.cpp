@@ -39,7 +39,7 @@ TerminalView::TerminalView(Terminal& terminal, MainWindowModel& model,
       model_(model),
       explanations_(explanations),
       bundle_(bundle),
-      rows_(model, output),
+      rows_(model, true, output),
       prompt_(viewers, model, bundle,
               {[&terminal](auto& text) { terminal.console.line(text); },
                [&terminal](auto& text) { terminal.console.echo(text); }, std::move(now)}) {
@@ -63,8 +63,9 @@ TerminalView::TerminalView(Terminal& terminal, MainWindowModel& model,
     }));
     terminal_.console.listen([this](char byte) { take(byte); }, [this] { inputEnded(); });
     if (terminal_.console.outputIsTerminal())
-        terminal_.console.line(bundle_.localizedString(
-            "Keys: q quit, d disconnect the viewer, c show the link again"));
+        terminal_.console.line(
+            bundle_.localizedString("Keys: q quit, d disconnect the viewer, c show the link again, "
+                                    "l new link, w who may ask"));
 }
 
 TerminalView::~TerminalView() {
@@ -102,6 +103,12 @@ void TerminalView::takeKey(char key) {
             break;
         case 'a':
             prompt_.askAgain();
+            break;
+        case 'l':
+            model_.makeNewLink();
+            break;
+        case 'w':
+            prompt_.changeWhoMayAsk();
             break;
         case 'c':
             if (!shownLink_.empty()) {
@@ -141,7 +148,8 @@ void TerminalView::linkChanged() {
     if (!model_.readyToShare().value() || model_.sharedLink().value() == shownLink_)
         return;
     shownLink_ = model_.sharedLink().value();
-    showQrCode();
+    if (!shownLink_.empty())
+        showQrCode();
 }
 
 void TerminalView::showQrCode() {

@@ -42,6 +42,39 @@ TEST_F(LinkSharingTest, ALinkThatIsNoUrlIsCopiedAsTextAlone) {
               (std::vector<platform::PasteboardObject>{{Kind::String, "zelvo://a b%zz"}}));
 }
 
+TEST_F(LinkSharingTest, ANewLinkEndsTheOldOneForGood) {
+    controller.makeNewLink();
+    launchToLink();
+    serviceGives("def");
+    controller.makeNewLink();
+    EXPECT_EQ(controller.sharedLink().value(), "");
+    fake.loop.settle();
+    EXPECT_EQ(fake.peer.last("delete.php").fields.at("link"), "abc");
+    EXPECT_EQ(fake.peer.last("create.php").fields.at("permanentSharedLink"), "");
+    EXPECT_EQ(controller.sharedLink().value(), "zelvo://def");
+    EXPECT_EQ(fake.userDefaults.stringForKey("permanentSharedLink"), "def");
+    EXPECT_EQ(fake.router.open, 1);
+
+    // Whoever is inside goes with it, if the user wants that.
+    fake.processes.records = {{"screensharingd", 7}};
+    fake.sockets.connect(true);
+    tick();
+    controller.makeNewLink();
+    fake.alerts.press(platform::AlertSecondButtonReturn);
+    EXPECT_EQ(fake.peer.count("delete.php"), 1u);
+    controller.makeNewLink();
+    fake.peer.fail("create.php");
+    fake.alerts.press(platform::AlertFirstButtonReturn);
+    EXPECT_EQ(fake.authorization.tools.back(), "disconnect-screen-sharing.tool");
+    fake.sockets.connect(false);
+    fake.loop.settle();
+    EXPECT_EQ(controller.zelvoStatus(), ZelvoStatusMappingFailed);
+    controller.linkManager()->invalidateLink(nullptr);
+    EXPECT_EQ(fake.userDefaults.stringForKey("permanentSharedLink"), std::nullopt);
+    EXPECT_EQ(fake.peer.last("delete.php").fields.at("link"), "def");
+    EXPECT_EQ(fake.peer.count("update.php"), 0u);
+}
+
 TEST_F(LinkSharingTest, ClosingTheConnectionNeedsTheServiceOn) {
     launch();
     controller.closeConnection();

@@ -125,7 +125,7 @@ class Lab(Stage):
         how = {"log": subprocess.STDOUT, "prefix": self.within("host"), "takes_input": True}
         program = os.path.join(self.build, "zelvo")
         if not in_terminal:
-            return self.start([program, "--ask-in-terminal"], env, **how)
+            return self.start([program, "--ask-in-terminal", "--print-link"], env, **how)
         screenless = {name: value for name, value in env.items() if name != "DISPLAY"}
         zelvo = self.start([program], screenless, **how)
         zelvo.wait_for_any("^Port mapping: ")

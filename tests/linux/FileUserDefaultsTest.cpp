@@ -31,7 +31,8 @@ class FileUserDefaultsTest : public testing::Test {
     TemporaryFolder folder;
     RecordingLog log;
     std::vector<bool> told;
-    FileUserDefaults defaults{folder / "zelvo", log, [this](bool kept) { told.push_back(kept); }};
+    FileUserDefaults defaults{folder / "zelvo", log,
+                              [this](std::string_view, bool kept) { told.push_back(kept); }};
 };
 
 }  // namespace

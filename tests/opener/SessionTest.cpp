@@ -5,6 +5,7 @@
 #include <set>
 
 #include "opener/session/SessionLines.h"
+#include "platform/linux/property_lists/PlistReader.h"
 #include "tests/support/ManualLoop.h"
 
 namespace zelvo::opener {
@@ -21,11 +22,15 @@ HostFacts somewhere() {
 }
 
 TEST(Ending, EachHasWordsOfItsOwn) {
+    const auto table =
+        *platform::PlistReader("/").dictionaryWithContentsOfFile(ZELVO_ENGLISH_STRINGS);
     std::set<std::string_view> words;
     for (int number = 0; number <= static_cast<int>(Ending::Cut); ++number) {
         const auto& texts = textsOf(static_cast<Ending>(number));
         EXPECT_EQ(texts.ending, static_cast<Ending>(number));
         EXPECT_TRUE(words.insert(texts.word).second) << texts.word;
+        for (const auto* key : {texts.title, texts.sentence})
+            EXPECT_TRUE(table.contains(key)) << key;
     }
 }
 

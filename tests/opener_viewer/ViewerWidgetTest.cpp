@@ -213,6 +213,7 @@ TEST_F(ViewerWidgetTest, SharesTheClipboardWhileItControls) {
     host.desktop.copy("also");
     mouse({100, 100});
     key(QEvent::KeyPress, Qt::Key_A, "a");
+    QTest::qWait(100);
     widget->setStanding(true);
     EXPECT_EQ(heardUntil("clipboard secret"), "") << "copied meanwhile, told now";
     EXPECT_EQ(clipboard->text(), "secret");

@@ -99,10 +99,11 @@ TEST_F(ActionsTest, FeedbackIsCopiedOrMailedByTheUserAlone) {
 
 TEST_F(ActionsTest, TheMenuOffersWhatTheDesktopCanDo) {
     EmptyDesktop tools;
-    int refused = 0;
+    std::vector<std::string> notices;
     auto offered = [&](const std::vector<std::string>& titles) {
         auto services = platform::desktopSharingServices(
-            {"top", "zelvo://abc", "bottom"}, fake.workspace, &window, [&] { ++refused; });
+            {"top", "zelvo://abc", "bottom"}, fake.workspace, &window,
+            [&](const auto& notice) { notices.push_back(notice.key); });
         std::vector<std::string> found;
         for (const auto& service : services)
             found.push_back(service.title);
@@ -118,11 +119,13 @@ TEST_F(ActionsTest, TheMenuOffersWhatTheDesktopCanDo) {
         EXPECT_NE(tools.argumentsOf("xdg-email").find("<top\n\nzelvo://abc\n\nbottom>"),
                   std::string::npos);
     }
-    EXPECT_TRUE(waitFor([&] { return refused > 0; }));
-    EXPECT_EQ(refused, 1);
+    const std::string refused = platform::LinkNotOpened.key;
+    EXPECT_TRUE(waitFor([&] { return !notices.empty(); }));
     auto services = offered({"E-mail…", "Text Message…", "QR Code…"});
     services[1].handler();
-    EXPECT_EQ(fake.workspace.opened.back(), "sms:?body=top%0A%0Azelvo%3A%2F%2Fabc%0A%0Abottom");
+    EXPECT_EQ(notices, (std::vector<std::string>{refused, platform::PasteText.key}));
+    EXPECT_EQ(fake.workspace.opened.back(), "sms:");
+    EXPECT_EQ(QApplication::clipboard()->text(), "top\n\nzelvo://abc\n\nbottom");
     services[2].handler();
     EXPECT_TRUE(findDialog("qrCodeDialog"));
 }
@@ -189,11 +192,13 @@ TEST_F(ActionsTest, TheKeyboardReachesEveryControl) {
         return names;
     };
     launch();
-    EXPECT_EQ(reached(), (std::set<std::string>{"linkText", "portMappingButton"}));
+    EXPECT_EQ(reached(),
+              (std::set<std::string>{"linkText", "onlyLinkHolders", "portMappingButton"}));
     fake.screenSharing(true);
     fake.loop.settle();
     connectViewer(true);
-    EXPECT_EQ(reached(), (std::set<std::string>{"shareButton", "linkText", "disconnectButton"}));
+    EXPECT_EQ(reached(), (std::set<std::string>{"shareButton", "newLinkButton", "linkText",
+                                                "onlyLinkHolders", "disconnectButton"}));
 }
 
 TEST(Languages, EachFitsAnOrdinaryScreenInLargeLetters) {

@@ -1,3 +1,4 @@
+#include <QCheckBox>
 #include <QMouseEvent>
 #include <QTest>
 #include <QWindow>
@@ -145,12 +146,38 @@ TEST_F(DoorkeeperTest, WhileSomebodyIsInsideTheQuestionIsShownByTheUsersWishAlon
     EXPECT_EQ(said(), (Lines{"question shown", "question hidden"}));
 }
 
+TEST_F(DoorkeeperTest, WhoHasTheLinkIsNamedAndHasDigitsToCompare) {
+    auto shown = [](const char* name) {
+        auto* label = dialog()->findChild<QLabel*>(name);
+        return label->isVisible() ? label->text().toStdString() : "-";
+    };
+    ask(1);
+    EXPECT_EQ(shown("questionTitle"), "Somebody wants to see your screen");
+    EXPECT_EQ(shown("questionProof").find("This viewer has no proof"), 0U);
+    EXPECT_EQ(shown("questionDigits"), "-");
+    auto proven = question(2, now + 60s);
+    proven.name = "<b>שרה " + std::string(40, 'W');
+    proven.digits = "012 345 678 901";
+    viewers.asked.set(proven);
+    // Kept apart from the sentence, and never wider than a line.
+    EXPECT_EQ(shown("questionTitle").find("\u2068<b>שרה WWWWWWWWWWWW\u200bWWWW"), 0U);
+    EXPECT_NE(shown("questionTitle").find("WWWW\u2069, who has your link"), std::string::npos);
+    EXPECT_EQ(shown("questionDigits"), proven.digits);
+    EXPECT_TRUE(dialog()->accessibleDescription().contains("012 345 678 901"));
+    EXPECT_LE(dialog()->findChild<QLabel*>("questionTitle")->minimumSizeHint().width(),
+              dialog()->findChild<QLabel*>("questionTitle")->width());
+}
+
 TEST_F(WindowTest, TheWindowTellsWhoAsksAndWhoIsInside) {
     launchToLink();
-    viewers.asked.set(question(1, {}));
-    expect({{"statusTitle", "text", "Somebody wants in"},
-            {"statePanel", "state", "asking"},
-            {"disconnectButton", "visible", "false"}});
+    auto asked = question(1, {});
+    asked.name = "Ana";
+    viewers.asked.set(asked);
+    expect(
+        {{"questionText", "text", "\u2068Ana\u2069, who has your link, wants to see your screen"},
+         {"statusTitle", "text", "Somebody wants in"},
+         {"statePanel", "state", "asking"},
+         {"disconnectButton", "visible", "false"}});
     find<QPushButton>("showQuestionButton")->click();
     EXPECT_TRUE(platform::findDialog("questionDialog"));
     viewers.asked.set(std::nullopt);
@@ -176,6 +203,10 @@ TEST_F(WindowTest, TheWindowTellsWhoAsksAndWhoIsInside) {
     viewers.refuses.set(true);
     find<QPushButton>("askAgainButton")->click();
     EXPECT_EQ(viewers.said.back(), "ask again");
+    find<QCheckBox>("onlyLinkHolders")->click();
+    EXPECT_EQ(viewers.said.back(), "only link holders");
+    viewers.onlyLinkHolders.set(false);
+    expect({{"onlyLinkHolders", "checked", "false"}});
     expect({{"viewersPanel", "visible", "false"}, {"statePanel", "state", ""}});
 }
 

@@ -77,7 +77,7 @@ struct FrontEndWorld {
     platform::FakeViewers viewers;
     platform::QtMainLoop loop;
     FrontEnd frontEnd;
-    AppDelegate controller{fake.with(frontEnd, bundle, workspace())};
+    AppDelegate controller{fake.with(frontEnd, bundle, workspace(), fake.peer)};
 
   private:
     // The desktop's would start a browser.

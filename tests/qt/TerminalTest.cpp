@@ -100,6 +100,9 @@ TEST_F(TerminalTest, ShowsRowsAndTheLinkPlainlyAndQuits) {
               "Link: zelvo://abc\n");
     type("c");
     EXPECT_EQ(output.read(), "Link: zelvo://abc\n");
+    type("lc");
+    EXPECT_EQ(fake.peer.count("delete.php"), 1U);
+    output.read();
     connectViewer(true);
     type("dx");
     EXPECT_EQ(fake.authorization.tools, std::vector<std::string>{"disconnect-screen-sharing.tool"});
@@ -110,8 +113,8 @@ TEST_F(TerminalTest, ShowsRowsAndTheLinkPlainlyAndQuits) {
 }
 
 TEST_F(TerminalTest, RowsGoQuietWhenNobodyReads) {
-    platform::RowPrinter rows(controller, -1);
-    platform::RowPrinter refused(controller, output.ends[0]);
+    platform::RowPrinter rows(controller, true, -1);
+    platform::RowPrinter refused(controller, true, output.ends[0]);
     launchToLink();
     EXPECT_EQ(controller.zelvoStatus(), ZelvoStatusWaitingForConnection);
 }
@@ -219,8 +222,8 @@ TEST_F(TerminalTest, AWholeWordAnswersAndNothingLess) {
     }
     EXPECT_FALSE(terminal.application.isTerminating());
     EXPECT_EQ(fake.authorization.tools, std::vector<std::string>{"disconnect-screen-sharing.tool"});
-    type("a");
-    EXPECT_EQ(said(), "ask again");
+    type("aw");
+    EXPECT_EQ(said(), "ask again, only link holders");
 }
 
 TEST_F(TerminalTest, WhatWasTypedForSomethingElseAnswersNothing) {
@@ -265,16 +268,20 @@ TEST_F(TerminalTest, NobodyInsideCanLetTheNextOneIn) {
     type("r");
     EXPECT_EQ(said(), "rights 7 watch");
     viewer.rights = platform::ViewerRights::Watch;
+    viewer.name = "Ana";
+    viewer.digits = "012 345 678 901";
     viewers.isInside.set({viewer});
     type("r");
     type("no");
     type("rhelp");
     EXPECT_EQ(said(), "rights 7 control");
     ask(9);
-    output.read();
+    EXPECT_NE(
+        output.read().find("\u2068Ana\u2069 is in and only watches. The connection is sealed"),
+        std::string::npos);
     viewers.isInside.set({});
     EXPECT_EQ(said(), "question shown");
-    EXPECT_TRUE(output.read().starts_with("192.0.2.1 has left.\n"));
+    EXPECT_TRUE(output.read().starts_with("\u2068Ana\u2069 has left.\n"));
     viewers.asked.set({});
     now += 1s;
     type("d");

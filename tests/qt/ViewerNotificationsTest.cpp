@@ -37,6 +37,7 @@ class NotificationDaemon final : public QDBusVirtualObject {
         auto urgency = qdbus_cast<QVariantMap>(values[6])["urgency"].toUInt();
         said << values[3].toString() + QString(" (%1) ").arg(urgency) +
                     values[5].toStringList().join(' ');
+        bodies << values[4].toString();
         return bus.send(message.createReply(++number_));
     }
     void act(uint notification, const char* action) {
@@ -48,6 +49,7 @@ class NotificationDaemon final : public QDBusVirtualObject {
         return std::exchange(said, {}) == lines;
     }
     QStringList said;
+    QStringList bodies;
 
   private:
     QDBusConnection bus_;
@@ -69,12 +71,15 @@ TEST(ViewerNotifications, OfferTheQuestionAndTakeItBack) {
          [&](std::uint32_t viewer) { heard << QString("refuse %1").arg(viewer); }});
     const QString asks = "Somebody wants to see your screen (2) show Show refuse Refuse";
     auto ask = [&](std::uint32_t id) {
-        viewers.asked.set(ViewerQuestion{.id = id, .address = "::1", .until = {}});
+        viewers.asked.set(
+            ViewerQuestion{.id = id, .address = "::1", .until = {}, .name = "<a href=x>"});
     };
     // Replaced before the desktop has told their numbers.
     for (auto id : {7U, 8U, 9U})
         ask(id);
     EXPECT_TRUE(desktop.says({asks, asks, asks, "close 1", "close 2"}));
+    // Desktops read them as markup.
+    EXPECT_TRUE(desktop.bodies[0].contains("&lt;") && !desktop.bodies.join(' ').contains('<'));
     desktop.act(2, "refuse");
     desktop.act(3, "default");
     desktop.act(3, "show");

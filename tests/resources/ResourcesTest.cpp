@@ -105,7 +105,7 @@ TEST(StringTables, HoldWhatTheWindowAndTheCodeShow) {
             // Literals that stand side by side are one.
             auto source = std::regex_replace(contents(entry.path()), std::regex("\"\\s+\""), "");
             shown.merge(matches(source,
-                                "(?:localized|text|localizedString|add|addField|Texts|"
+                                "(?:localized|withHost|text|localizedString|add|addField|Texts|"
                                 "openHelpPage|showPortMapping|showConnection)"
                                 "[({](?:\\*layout,)?\\s*\"([&A-Z][^\"]+)\""));
             shown.merge(matches(source, "\\{\"action\\w+\",\\s*\"([&A-Z][^\"]+)\""));

@@ -40,7 +40,7 @@ def captured(desktop, port, button):
 
 def share_and_quit(desktop):
     assert not is_listening(VNC_PORT)
-    zelvo = desktop.start_application()
+    zelvo = desktop.start_application("--print-link")
     link = zelvo.wait_for(r"^Link: zelvo://(\S+)$", 40).group(1)
     process = server_process()
     facts = service_info(desktop.service.url, desktop.path("ca.pem"), link)
@@ -71,7 +71,7 @@ def share_and_quit(desktop):
 
 def sharing(desktop):
     """Screen Sharing comes up as the user, asks, disconnects, and goes, also when it has just begun."""
-    zelvo = desktop.start_application()
+    zelvo = desktop.start_application("--print-link")
     wait_until(lambda: processes_named("screensharingd"), 20, "the server's start")
     zelvo.quit()
     wait_until_off(20)
@@ -80,7 +80,7 @@ def sharing(desktop):
 
 def names(desktop):
     """A new name of the computer, and one that a neighbour has taken, reach the service once each."""
-    zelvo = desktop.start_application()
+    zelvo = desktop.start_application("--print-link")
     zelvo.wait_for(r"^Link: zelvo://(\S+)$", 40)
     # The database itself writes down what every request changes.
     database = sqlite3.connect(desktop.path("links.sqlite"), isolation_level=None)

@@ -70,7 +70,7 @@ class GnomeDesktop(Desktop):
 
     def start_application(self, *_):
         env = {name: value for name, value in self.session.items() if name != "DBUS_SYSTEM_BUS_ADDRESS"}
-        return self.start_as_user([self.zelvo, "--ask-in-terminal"], {
+        return self.start_as_user([self.zelvo, "--ask-in-terminal", "--print-link"], {
             **env, "ZELVO_SERVICE": self.service.url,
             "ZELVO_ROUTER": f"127.0.0.1:{self.router.port}", "SSL_CERT_FILE": self.path("ca.pem")},
             takes_input=True)

@@ -24,7 +24,8 @@ from stage import (GREETING, ROOT, VNC_PORT, Stage, connect_viewer, enter_own_ne
 
 def the_whole_road(stage):
     """scripts/run alone brings the link, a viewer comes and goes, and SIGINT takes everything back."""
-    env = dict(own_environment(), ZELVO_BUILD=stage.build, ZELVO_RUN=stage.path("run"))
+    env = dict(own_environment(), ZELVO_BUILD=stage.build, ZELVO_RUN=stage.path("run"),
+               ZELVO_DEBUG="all")
     run = stage.start([os.path.join(ROOT, "scripts", "run")], env, takes_input=True)
     url = run.wait_for(r"^Service: (https://\S+)$").group(1)
     run.wait_for(r"^Router: 127\.0\.0\.1:\d+$")
@@ -33,7 +34,6 @@ def the_whole_road(stage):
     run.wait_for(r"^Connection: Waiting for connection\.\.\.$")
     link = run.wait_for(r"^Link: zelvo://(\S+)$").group(1)
     run.wait_for(r"^A viewer connects to 127\.0\.0\.1 port \d+")
-    wait_until(lambda: os.path.exists(stage.path("run/window.png")), 10, "a picture of the window")
 
     facts = service_info(url, stage.path("run/ca.pem"), link)
     assert facts["StatusCode"] == 0, facts
@@ -66,6 +66,13 @@ def the_whole_road(stage):
     with open(stage.path("run/router.out"), encoding="utf-8") as router:
         table = router.read()
     assert table.count("Mapped TCP") == 1 and table.count("Deleted TCP") == 1, table
+
+    # Nor is the key anywhere but in the user's own defaults.
+    key = link.split("#")[1].encode()
+    files = (os.path.join(folder, name) for folder, _, names in os.walk(stage.path("run"))
+             for name in names)
+    holders = [name for name in files if os.path.isfile(name) and key in open(name, "rb").read()]
+    assert holders == [stage.path("run/config/zelvo/defaults.plist")], holders
 
     # The service that knows the link again says that it is not available.
     service = stage.start([os.path.join(stage.build, "zelvo-service"),

@@ -124,7 +124,7 @@ def outputs(desktop, viewer):
 
 def the_desktop(desktop):
     """A viewer sees, types, points and copies; disconnecting, quitting and dying leave nothing."""
-    zelvo = desktop.start_application()
+    zelvo = desktop.start_application("--print-link")
     viewer = viewer_of(desktop, zelvo, lambda: help_click(desktop))
     sees(desktop, viewer, {"HEADLESS-1": (0, 0)})
     types(desktop, viewer)
@@ -147,7 +147,7 @@ def the_ends(desktop):
     desktop.start_compositor(WLR_BACKENDS="wayland")
     # The window would end with the compositor, and with it Zelvo.
     desktop.session["QT_QPA_PLATFORM"] = "offscreen"
-    zelvo = desktop.start_application("--ask-in-terminal")
+    zelvo = desktop.start_application("--ask-in-terminal", "--print-link")
     viewer = viewer_of(desktop, zelvo, lambda: let_in(zelvo))
     desktop.tell("create_output")
     sees(desktop, viewer, places_of(desktop, 2))
@@ -163,7 +163,7 @@ def the_ends(desktop):
     assert zelvo.wait(15) == 0
 
     desktop.session = {**outer, "QT_QPA_PLATFORM": "offscreen"}
-    zelvo = desktop.start_application()
+    zelvo = desktop.start_application("--print-link")
     zelvo.wait_for(r"^Link: zelvo://\S+$", 40)
     zelvo.send(signal.SIGKILL)
     zelvo.wait(5)

@@ -54,15 +54,15 @@ struct FakePlatform {
     /// The whole system with these, and a desktop from elsewhere.
     template <typename Desktop>
     platform::Platform with(Desktop& desktop, platform::Bundle& texts,
-                            platform::Workspace& openers) {
+                            platform::Workspace& openers, platform::UrlSession& session) {
         return platform::Platform(loop, loop, log, dynamicStore, hardware, services, sockets,
                                   processes, processInfo, inputSources, random, digest, addresses,
-                                  propertyLists, userDefaults, texts, peer, "https://share.example",
+                                  propertyLists, userDefaults, texts, session, "https://share.example",
                                   router, desktop.application, desktop.alerts, desktop.windowSystem,
                                   desktop.sharingServicePicker, desktop.pasteboard, openers,
                                   authorization, desktop.feedback);
     }
-    platform::Platform platform{with(*this, bundle, workspace)};
+    platform::Platform platform{with(*this, bundle, workspace, peer)};
 };
 
 }  // namespace zelvo::test

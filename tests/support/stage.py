@@ -219,7 +219,7 @@ class Stage:
         return env
 
     def start_application(self, service, router):
-        return self.start([os.path.join(self.build, "zelvo"), "--ask-in-terminal"],
+        return self.start([os.path.join(self.build, "zelvo"), "--ask-in-terminal", "--print-link"],
                           self.environment(service.url, router.place), takes_input=True)
 
     def set_up(self):
@@ -269,9 +269,10 @@ def let_in(zelvo, word="help"):
 
 
 def service_info(url, authority, link, prefix=()):
-    """What the service answers to a viewer that asks for the link."""
+    """What the service answers to a viewer that asks for the link, of which the key stays here."""
+    identifier = link.split("#")[0]
     answer = subprocess.run([*prefix, "curl", "-s", "--max-time", "10", "--cacert", authority,
-                             "--data", f"link={link}", url + "/app/4.8.1/sharing/get.php"],
+                             "--data", f"link={identifier}", url + "/app/4.8.1/sharing/get.php"],
                             capture_output=True, check=True)
     return plistlib.loads(answer.stdout)
 

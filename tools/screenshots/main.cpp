@@ -16,6 +16,11 @@ namespace {
 
 using namespace std::chrono_literals;
 
+/// Of nobody, as it is in pictures that everybody sees.
+const std::string link = "5f0c6a1d93e84b27a6d2c71f08b94e35#oKGio6SlpqeoqaqrrK2urw";
+constexpr auto helper = "Ana Müller";
+constexpr auto digits = "027 418 993 650";
+
 class Photographer {
   public:
     Photographer(QString folder, QString suffix)
@@ -60,7 +65,7 @@ class Photographer {
 };
 
 void takeStatuses(platform::Bundle& bundle, const Photographer& camera) {
-    WindowWorld world(bundle, "5f0c6a1d93e84b27a6d2c71f08b94e35");
+    WindowWorld world(bundle, link);
     camera.take(world.window, "status-0");
     // These two move on within the same call.
     auto watch = world.controller.zelvoStatusProperty().subscribe([&](std::int32_t status) {
@@ -117,6 +122,9 @@ void takeStatuses(platform::Bundle& bundle, const Photographer& camera) {
 
     world.connectViewer(true);
     camera.take(world.window, "status-7");
+    world.controller.makeNewLink();
+    camera.takeSheet(world.window, "sheet-new-link", *world.sheet());
+    world.press(world.sheet(), 1);
     world.desktop.application.terminate();
     camera.takeSheet(world.window, "sheet-session", *world.sheet());
     world.fake.peer.hold(true);
@@ -132,12 +140,14 @@ std::chrono::system_clock::time_point quarterPastTen() {
 
 void takeDoor(platform::Bundle& bundle, const Photographer& camera) {
     using platform::ViewerRights;
-    WindowWorld world(bundle, "5f0c6a1d93e84b27a6d2c71f08b94e35");
+    WindowWorld world(bundle, link);
     world.launchToLink();
     platform::ViewerQuestion question{.id = 1,
                                       .address = "198.51.100.23",
                                       .isEncrypted = true,
-                                      .until = std::chrono::steady_clock::now() + 60s};
+                                      .until = std::chrono::steady_clock::now() + 60s,
+                                      .name = helper,
+                                      .digits = digits};
     auto live = [] {
         return !platform::findDialog("questionDialog") ||
                !platform::findDialog("questionDialog")->property("rests").toBool();
@@ -147,9 +157,12 @@ void takeDoor(platform::Bundle& bundle, const Photographer& camera) {
     waitFor(live);
     camera.take(*platform::findDialog("questionDialog"), "question");
     camera.take(world.window, "asking");
+    auto sealed = question;
     question.id = 2;
-    question.address = "2001:db8:4c1f:9d02:a8b3:77ff:fe10:5e21";
     question.isEncrypted = false;
+    question.name.clear();
+    question.digits.clear();
+    question.address = "2001:db8:4c1f:9d02:a8b3:77ff:fe10:5e21";
     question.waiting = 3;
     world.viewers.asked.set(question);
     waitFor(live);
@@ -160,7 +173,9 @@ void takeDoor(platform::Bundle& bundle, const Photographer& camera) {
                                           .address = "198.51.100.23",
                                           .isEncrypted = true,
                                           .rights = ViewerRights::Control,
-                                          .since = quarterPastTen()}};
+                                          .since = quarterPastTen(),
+                                          .name = helper,
+                                          .digits = digits}};
     world.viewers.isInside.set(inside);
     world.connectViewer(true);
     camera.take(world.window, "connected-one");
@@ -170,8 +185,8 @@ void takeDoor(platform::Bundle& bundle, const Photographer& camera) {
     world.viewers.refuses.set(true);
     camera.take(world.window, "refusing");
     world.viewers.refuses.set(false);
-    question.id = 3;
-    world.viewers.asked.set(question);
+    sealed.id = 3;
+    world.viewers.asked.set(sealed);
     camera.take(world.window, "question-while-inside");
 }
 

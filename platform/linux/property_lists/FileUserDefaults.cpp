@@ -26,7 +26,7 @@ constexpr std::size_t sizeLimit = 8 * PlistLimits::bytes;
 
 }  // namespace
 
-FileUserDefaults::FileUserDefaults(std::string folder, Log& log, std::function<void(bool)> kept)
+FileUserDefaults::FileUserDefaults(std::string folder, Log& log, Kept kept)
     : folder_(std::move(folder)),
       file_(folder_ + "/defaults.plist"),
       log_(log),
@@ -60,7 +60,7 @@ std::optional<std::string> FileUserDefaults::stringForKey(std::string_view key) 
 void FileUserDefaults::setString(std::string_view key, std::string_view value) {
     bool isKept = store(key, value);
     if (kept_)
-        kept_(isKept);
+        kept_(key, isKept);
 }
 
 bool FileUserDefaults::store(std::string_view key, std::string_view value) {

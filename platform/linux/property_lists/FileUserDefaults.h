@@ -19,9 +19,11 @@ class Log;
 /// free) and logged.
 class FileUserDefaults : public UserDefaults {
   public:
+    using Kept = std::function<void(std::string_view key, bool isKept)>;
+
     /// The folder is made when something is stored first; empty where the user has none. `kept` is
     /// told of each string to store whether it was. The log outlives this object.
-    FileUserDefaults(std::string folder, Log& log, std::function<void(bool)> kept = {});
+    FileUserDefaults(std::string folder, Log& log, Kept kept = {});
 
     bool boolForKey(std::string_view key) const override;
     std::optional<std::string> stringForKey(std::string_view key) const override;
@@ -40,7 +42,7 @@ class FileUserDefaults : public UserDefaults {
     const std::string folder_;
     const std::string file_;
     Log& log_;
-    const std::function<void(bool)> kept_;
+    const Kept kept_;
     mutable std::string lastComplaint_;
 };
 

@@ -11,7 +11,7 @@ namespace {
 constexpr std::size_t LogLines = 40;
 
 // The computer's name, which is often a person's; addresses of every kind; then what is as long as
-// a link's identifier.
+// a link's identifier or its key.
 constexpr const char* Patterns[] = {
     R"(^.+(?= -> ))",
     R"([A-Za-z][A-Za-z0-9+.-]*://[^\s"'<>]+)",
@@ -20,7 +20,7 @@ constexpr const char* Patterns[] = {
     R"(\b(?:[0-9A-Fa-f]{2}[:-]){5}[0-9A-Fa-f]{2}\b)",
     R"((?<![0-9A-Fa-f:])(?:[0-9A-Fa-f]{0,4}:){2,7}(?:\d{1,3}(?:\.\d{1,3}){3}|[0-9A-Fa-f]{0,4}(?:%\w+)?)(?![0-9A-Fa-f:]))",
     R"((?<!\d)\d{1,3}(?:\.\d{1,3}){3}(?::\d+)?(?!\d))",
-    R"(\b[A-Za-z0-9_-]{20,}\b)",
+    R"([A-Za-z0-9_-]{20,})",
 };
 
 }  // namespace

@@ -6,12 +6,14 @@
 
 namespace zelvo::platform {
 
-RowPrinter::RowPrinter(const MainWindowModel& model, int descriptor)
+RowPrinter::RowPrinter(const MainWindowModel& model, bool printsLink, int descriptor)
     : model_(model), descriptor_(descriptor) {
     subscriptions_.push_back(model.portMappingStatusText().bind(
         [this](const std::string& text) { show(portMapping_, text); }));
     subscriptions_.push_back(model.waitingForConnectionStatusText().bind(
         [this](const std::string& text) { show(connection_, text); }));
+    if (!printsLink)
+        return;
     subscriptions_.push_back(model.sharedLink().bind([this](const auto&) { showLink(); }));
     subscriptions_.push_back(model.readyToShare().subscribe([this](bool) { showLink(); }));
 }

@@ -9,13 +9,14 @@ namespace zelvo::platform {
 
 class MainWindowModel;
 
-/// Writes the rows as plain lines, one for each change of a text: "Port mapping: TEXT",
-/// "Connection: TEXT" and, for each new link that is ready, "Link: zelvo://...". What a terminal
-/// would not show is escaped (shownText). Main thread only.
+/// Writes the rows as plain lines, one for each change of a text: "Port mapping: TEXT" and
+/// "Connection: TEXT"; where the link is wanted, too, "Link: zelvo://..." for each new one that is
+/// ready. It holds a key, and standard output may end in a log. What a terminal would not show is
+/// escaped (shownText). Main thread only.
 class RowPrinter {
   public:
     /// The descriptor stays the caller's. A write that fails ends the writing.
-    explicit RowPrinter(const MainWindowModel& model, int descriptor = 1);
+    RowPrinter(const MainWindowModel& model, bool printsLink, int descriptor = 1);
     RowPrinter(const RowPrinter&) = delete;
     RowPrinter& operator=(const RowPrinter&) = delete;
 

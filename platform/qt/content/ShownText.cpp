@@ -1,5 +1,6 @@
 #include "platform/qt/content/ShownText.h"
 
+#include <QTextBoundaryFinder>
 #include <limits>
 
 namespace zelvo::platform {
@@ -7,6 +8,7 @@ namespace zelvo::platform {
 namespace {
 
 constexpr qsizetype longestLine = 1024;
+constexpr qsizetype longestWord = 12;
 
 bool isSeen(char32_t character) {
     switch (QChar::category(character)) {
@@ -56,6 +58,25 @@ QString shownText(const std::string& text) {
 QString shownLine(const std::string& text) {
     // No character takes more than four bytes.
     return escaped(QString::fromStdString(text.substr(0, 4 * longestLine + 4)), longestLine);
+}
+
+QString shownName(const std::string& name) {
+    const auto text = shownLine(name);
+    QString shown(u'\u2068');
+    qsizetype inWord = 0;
+    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
+    for (qsizetype from = 0, to = finder.toNextBoundary(); to >= 0;
+         from = to, to = finder.toNextBoundary()) {
+        const auto character = QStringView(text).mid(from, to - from);
+        inWord = character == u" " ? 0 : inWord + 1;
+        // A word that no line can take would push what comes after it out of sight.
+        if (inWord > longestWord) {
+            shown += u'\u200b';
+            inWord = 1;
+        }
+        shown += character;
+    }
+    return shown + u'\u2069';
 }
 
 }  // namespace zelvo::platform

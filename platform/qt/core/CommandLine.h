@@ -11,9 +11,12 @@ struct CommandLine {
     /// Besides opening a window, the application asks who may come in on the standard output and
     /// takes words from the standard input.
     bool asksInTerminal = false;
+    /// Besides showing it in a window, the application writes the link to the standard output.
+    bool printsLink = false;
 };
 
-/// Answers at once what needs no application.
+/// Answers at once what needs no application. A link and what comes after it become the arguments
+/// of zelvo-open, which takes this process over.
 CommandLine readCommandLine(int argc, char* argv[]);
 
 }  // namespace zelvo::platform

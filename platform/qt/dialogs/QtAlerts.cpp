@@ -102,7 +102,9 @@ QMessageBox* QtAlerts::makeBox(const Alert& alert) {
     if (!buttons.empty())
         box->setDefaultButton(buttons.front());
     // Escape leaves a session as it is. Elsewhere it would quit, so it does nothing.
-    if (alert.kind == AlertKind::SessionUnderWay && buttons.size() > 1)
+    const bool asksAboutSession =
+        alert.kind == AlertKind::SessionUnderWay || alert.kind == AlertKind::NewLink;
+    if (asksAboutSession && buttons.size() > 1)
         box->setEscapeButton(buttons[1]);
 
     if (alert.showsHelp) {

@@ -1,8 +1,9 @@
 #include "platform/qt/sharing/SharingServices.h"
 
+#include <QClipboard>
 #include <QFile>
+#include <QGuiApplication>
 #include <QStandardPaths>
-#include <QUrl>
 #include <QWidget>
 
 #include "platform/Workspace.h"
@@ -10,6 +11,7 @@
 #include "platform/qt/content/QrCode.h"
 #include "platform/qt/programs/MailProgram.h"
 #include "platform/qt/sharing/QrCodeDialog.h"
+#include "platform/qt/widgets/NoticeLine.h"
 
 namespace zelvo::platform {
 
@@ -54,19 +56,21 @@ bool hasSchemeHandler(const std::string& scheme) {
 
 std::vector<SharingService> desktopSharingServices(const std::vector<std::string>& items,
                                                    Workspace& workspace, QWidget* window,
-                                                   std::function<void()> mailRefused) {
+                                                   std::function<void(const Notice&)> say) {
     std::vector<SharingService> services;
     auto add = [&](const char* title, const char* image, std::function<void()> handler) {
         services.push_back({localized(title).toStdString(), image, image, std::move(handler)});
     };
     if (hasMailProgram())
-        add("E-mail…", "share-mail",
-            [text = joined(items), window, mailRefused = std::move(mailRefused)] {
-                composeMail(localized("A look at my screen"), text, window, mailRefused);
-            });
+        add("E-mail…", "share-mail", [text = joined(items), window, say] {
+            composeMail(localized("A look at my screen"), text, window,
+                        [say] { say(LinkNotOpened); });
+        });
     if (hasSchemeHandler("sms"))
-        add("Text Message…", "share-message", [text = joined(items), &workspace] {
-            workspace.openUrl("sms:?body=" + QUrl::toPercentEncoding(text).toStdString());
+        add("Text Message…", "share-message", [text = joined(items), &workspace, say] {
+            QGuiApplication::clipboard()->setText(text);
+            say(PasteText);
+            workspace.openUrl("sms:");
         });
     const std::string link = items.size() > 1 ? items[1] : std::string();
     if (makeQrCode(link))

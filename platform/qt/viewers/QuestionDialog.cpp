@@ -3,6 +3,7 @@
 #include <QAccessible>
 #include <QApplication>
 #include <QCloseEvent>
+#include <QFontDatabase>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QVBoxLayout>
@@ -10,6 +11,7 @@
 #include <algorithm>
 
 #include "platform/qt/content/Localized.h"
+#include "platform/qt/content/ShownText.h"
 #include "platform/qt/viewers/AnswerButton.h"
 #include "platform/qt/viewers/KeysElsewhere.h"
 #include "platform/qt/viewers/ViewerTexts.h"
@@ -70,18 +72,19 @@ QuestionDialog::~QuestionDialog() {
 
 void QuestionDialog::addWords(QBoxLayout& layout, const QString& images) {
     title_ = makeLabel<StatusLabel>("questionTitle");
-    title_->setText(localized("Somebody wants to see your screen"));
     address_ = makeLabel<StatusLabel>("questionAddress");
+    proof_ = makeLabel<StatusLabel>("questionProof");
     encryption_ = makeLabel<StatusLabel>("questionEncryption");
     auto* words = new QVBoxLayout;
     words->setSpacing(6);
-    for (auto* label : {title_, address_, encryption_})
+    for (auto* label : {title_, address_, proof_, encryption_})
         words->addWidget(label);
     auto* top = new QHBoxLayout;
     top->setSpacing(18);
     top->addWidget(makeImage(images, "state-asking", 64), 0, Qt::AlignTop);
     top->addLayout(words, 1);
     layout.addLayout(top);
+    addDigits(layout);
 
     auto* panel = new Panel;
     auto* warning = new QHBoxLayout(panel);
@@ -104,6 +107,21 @@ void QuestionDialog::addWords(QBoxLayout& layout, const QString& images) {
     line->addWidget(countdown_);
     line->addWidget(waiting_);
     layout.addLayout(line);
+}
+
+void QuestionDialog::addDigits(QBoxLayout& layout) {
+    digitsPanel_ = new Panel;
+    auto* column = new QVBoxLayout(digitsPanel_);
+    column->setContentsMargins(16, 12, 16, 12);
+    digits_ = makeLabel<StatusLabel>("questionDigits");
+    digits_->setAlignment(Qt::AlignCenter);
+    comparing_ = makeLabel<QLabel>("questionComparing");
+    comparing_->setText(
+        localized("Compare these digits by telephone with those that your helper sees. If they "
+                  "differ, refuse: somebody is in between."));
+    column->addWidget(digits_);
+    column->addWidget(comparing_);
+    layout.addWidget(digitsPanel_);
 }
 
 void QuestionDialog::addButtons(QBoxLayout& layout) {
@@ -172,13 +190,20 @@ void QuestionDialog::put(const ViewerQuestion& question) {
 
 void QuestionDialog::update(const ViewerQuestion& question) {
     question_ = question;
+    title_->setText(titleText(question));
     address_->setText(addressText(question));
+    proof_->setText(proofText(question));
+    digits_->setText(shownLine(question.digits));
+    digitsPanel_->setVisible(!question.digits.empty());
     encryption_->setText(encryptionText(question));
     waiting_->setText(question.waiting
                           ? localizedWith("Also waiting: %@", QString::number(question.waiting))
                           : QString());
     setAccessibleName(title_->text());
-    setAccessibleDescription(address_->text() + ". " + encryption_->text() + ' ' + advice_->text());
+    QStringList spoken{address_->text() + '.', proof_->text(), encryption_->text()};
+    if (!question.digits.empty())
+        spoken << digits_->text() + '.' << comparing_->text();
+    setAccessibleDescription((spoken << advice_->text()).join(' '));
     countDown();
 }
 
@@ -345,6 +370,10 @@ void QuestionDialog::applyLook() {
     QFont large = font();
     large.setPointSizeF(large.pointSizeF() * 1.15);
     address_->setFont(large);
+    QFont digits = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    digits.setPointSizeF(font().pointSizeF() * 1.7);
+    digits.setBold(true);
+    digits_->setFont(digits);
     QFont bold = large;
     bold.setBold(true);
     for (auto* button : {help_, watch_, refuse_})

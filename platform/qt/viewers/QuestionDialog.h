@@ -16,6 +16,7 @@ class QPushButton;
 namespace zelvo::platform {
 
 class KeysElsewhere;
+class Panel;
 class StatusLabel;
 
 /// Asks about one who wants to see the screen. It takes the focus from nothing: by itself it is
@@ -55,6 +56,7 @@ class QuestionDialog final : public QDialog {
 
   private:
     void addWords(QBoxLayout& layout, const QString& images);
+    void addDigits(QBoxLayout& layout);
     void addButtons(QBoxLayout& layout);
     QPushButton* addButton(const char* name, const char* caption, std::function<void()> action);
     void put(const ViewerQuestion& question);
@@ -78,7 +80,11 @@ class QuestionDialog final : public QDialog {
     QTimer seconds_;
     StatusLabel* title_ = nullptr;
     StatusLabel* address_ = nullptr;
+    StatusLabel* proof_ = nullptr;
     StatusLabel* encryption_ = nullptr;
+    Panel* digitsPanel_ = nullptr;
+    StatusLabel* digits_ = nullptr;
+    QLabel* comparing_ = nullptr;
     QLabel* advice_ = nullptr;
     QLabel* countdown_ = nullptr;
     QLabel* waiting_ = nullptr;

@@ -7,7 +7,6 @@
 #include <algorithm>
 
 #include "platform/qt/content/Localized.h"
-#include "platform/qt/content/ShownText.h"
 #include "platform/qt/viewers/ViewerTexts.h"
 
 namespace zelvo::platform {
@@ -68,7 +67,9 @@ void ViewerNotifications::questionChanged() {
         return;
     auto* answer = new QDBusPendingCallWatcher(
         notify(localized("Somebody wants to see your screen"),
-               addressText(*question) + ". " + encryptionText(*question),
+               (question->name.empty() ? QString() : titleText(*question) + ". ") +
+                   addressText(*question) + ". " + proofText(*question) + ' ' +
+                   encryptionText(*question),
                {"show", localized("Show"), "refuse", localized("Refuse")}, true),
         this);
     connect(answer, &QDBusPendingCallWatcher::finished, this, [this, answer, id] {
@@ -91,8 +92,8 @@ void ViewerNotifications::insideChanged() {
     for (const auto& viewer : before)
         if (!holds(inside_, viewer.id))
             notify(localized("Somebody has left"),
-                   localizedWith("%@ does not see your screen any more", shownLine(viewer.address)),
-                   {}, false);
+                   localizedWith("%@ does not see your screen any more", whoText(viewer)), {},
+                   false);
 }
 
 void ViewerNotifications::actionInvoked(uint notification, const QString& action) {

@@ -14,11 +14,27 @@ QString localizedWith(const char* key, const QString& value) {
     return localized(key).replace("%@", value);
 }
 
+QString titleText(const ViewerQuestion& question) {
+    return question.name.empty() ? localized("Somebody wants to see your screen")
+                                 : localizedWith("%@, who has your link, wants to see your screen",
+                                                 shownName(question.name));
+}
+
 QString addressText(const ViewerQuestion& question) {
     return localizedWith("From the address %@", shownLine(question.address));
 }
 
+QString proofText(const ViewerQuestion& question) {
+    return question.digits.empty()
+               ? localized(
+                     "This viewer has no proof of your link: whoever finds your address and port "
+                     "can ask like this.")
+               : localized("The link is proven; the name is what they call themselves.");
+}
+
 QString encryptionText(const ViewerQuestion& question) {
+    if (!question.digits.empty())
+        return localized("Sealed with your link: whoever listens on the way sees nothing.");
     return question.isEncrypted
                ? localized("Encrypted: whoever listens on the way sees nothing.")
                : localized(
@@ -26,17 +42,25 @@ QString encryptionText(const ViewerQuestion& question) {
                      "see your screen, too.");
 }
 
+QString whoText(const Viewer& viewer) {
+    return viewer.name.empty() ? shownLine(viewer.address) : shownName(viewer.name);
+}
+
 QString viewerText(const Viewer& viewer) {
-    auto address = shownLine(viewer.address);
+    auto who = whoText(viewer);
     return viewer.rights == ViewerRights::Control
-               ? localizedWith("%@ uses your mouse and keyboard", address)
-               : localizedWith("%@ only watches", address);
+               ? localizedWith("%@ uses your mouse and keyboard", who)
+               : localizedWith("%@ only watches", who);
 }
 
 QString viewerDetails(const Viewer& viewer) {
     auto since = std::chrono::system_clock::to_time_t(viewer.since);
     auto time =
         QLocale().toString(QDateTime::fromSecsSinceEpoch(since).time(), QLocale::ShortFormat);
+    if (!viewer.digits.empty())
+        return localizedWith("since %@, sealed with your link", time) + '\n' +
+               localizedWith("Digits: %@", shownLine(viewer.digits)) + '\n' +
+               localizedWith("From the address %@", shownLine(viewer.address));
     return viewer.isEncrypted ? localizedWith("since %@, encrypted", time)
                               : localizedWith("since %@, not encrypted", time);
 }

@@ -14,6 +14,7 @@ const Notice LinkNotOpened{
     "No program could be opened for this. Copy the link and send it another way.", 15s};
 const Notice TextNotOpened{
     "No program could be opened for this. Copy the text and send it another way.", 15s};
+const Notice PasteText{"The text is copied. Paste it into your message.", 15s};
 const Notice HelpInWindow{
     "No browser could be opened, so the help is shown in a window of its own.", 15s};
 
@@ -43,7 +44,7 @@ void NoticeLine::say(const Notice& notice) {
 
 void NoticeLine::reserveSpace(int width) {
     int height = 0;
-    for (const auto& notice : {Copied, LinkNotOpened, TextNotOpened, HelpInWindow})
+    for (const auto& notice : {Copied, LinkNotOpened, TextNotOpened, HelpInWindow, PasteText})
         height = std::max(height, fontMetrics()
                                       .boundingRect(QRect(0, 0, width, 0), Qt::TextWordWrap,
                                                     localized(notice.key))

@@ -20,6 +20,8 @@ extern const Notice Copied;
 extern const Notice LinkNotOpened;
 extern const Notice TextNotOpened;
 extern const Notice HelpInWindow;
+/// A message's text is on the clipboard.
+extern const Notice PasteText;
 
 /// Shows its one page, and for a while a notice in its place, which screen readers speak.
 class NoticeLine final : public QStackedWidget {

@@ -9,8 +9,10 @@
 #include "platform/Explanations.h"
 #include "platform/MainWindowModel.h"
 #include "platform/Viewers.h"
+#include "platform/qt/content/Localized.h"
 #include "platform/qt/content/ShownText.h"
 #include "platform/qt/content/StatusTexts.h"
+#include "platform/qt/viewers/ViewerTexts.h"
 #include "platform/qt/widgets/StatusLabel.h"
 
 namespace zelvo::platform {
@@ -62,6 +64,7 @@ Value ofDoor(std::function<QVariant(const Source&)> of) {
         list.push_back(source.viewers.inside().subscribe(show));
         list.push_back(source.viewers.question().subscribe(show));
         list.push_back(source.viewers.refusesEverybody().subscribe(show));
+        list.push_back(source.viewers.admitsOnlyLinkHolders().subscribe(show));
         return list;
     };
 }
@@ -77,6 +80,26 @@ bool isSomebodyAsking(const Source& source) {
 
 bool refusesEverybody(const Source& source) {
     return source.viewers.refusesEverybody().value();
+}
+
+bool admitsOnlyLinkHolders(const Source& source) {
+    return source.viewers.admitsOnlyLinkHolders().value();
+}
+
+QVariant whoMayAsk(const Source& source) {
+    return localized(
+        admitsOnlyLinkHolders(source)
+            ? "Plain VNC viewers have no proof: they are refused without a question."
+            : "Plain VNC viewers have no proof: you are asked about them, too.");
+}
+
+bool mayMakeNewLink(const Source& source) {
+    return source.model.zelvoStatusProperty().value() >= ZelvoStatusWaitingForConnection;
+}
+
+QVariant question(const Source& source) {
+    const auto& question = source.viewers.question().value();
+    return titleText(question.value_or(ViewerQuestion()));
 }
 
 QVariant stateOfDoor(const Source& source) {
@@ -143,6 +166,9 @@ std::vector<Binding> table() {
         {"statusExplanation", "text", of(&StatusTexts::explanation)},
         {"linkText", "text", linkOnceReady()},
         {"shareButton", "enabled", of(&Model::readyToShare)},
+        {"newLinkButton", "enabled", ofDoor(mayMakeNewLink)},
+        {"onlyLinkHolders", "checked", ofDoor(admitsOnlyLinkHolders)},
+        {"whoMayAskText", "text", ofDoor(whoMayAsk)},
         {"portMappingIcon", "image", of(&Model::portMappingStatusIcon)},
         {"portMappingText", "text", of(&Model::portMappingStatusText)},
         {"portMappingSpinner", "spinning", of(&Model::animatePortMappingSpinner)},
@@ -156,10 +182,12 @@ std::vector<Binding> table() {
          })},
         {"disconnectButton", "visible", ofDoor(isSomebodyInside)},
         {"questionLine", "visible", ofDoor(isSomebodyAsking)},
+        {"questionText", "text", ofDoor(question)},
         {"refusesLine", "visible", ofDoor(refusesEverybody)},
         {"versionInfo", "text", of(&Model::versionInfo)},
         {"actionShare", "enabled", of(&Model::readyToShare)},
         {"actionCopyLink", "enabled", of(&Model::readyToShare)},
+        {"actionNewLink", "enabled", ofDoor(mayMakeNewLink)},
         {"actionDisconnect", "enabled", ofDoor([](const Source& source) {
              return isSomebodyInside(source) || isSomebodyAsking(source);
          })},

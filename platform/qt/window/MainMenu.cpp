@@ -73,6 +73,7 @@ void makeMainMenu(QMainWindow& window, MainWindowModel& model, Application& appl
                  "&Copy Link",
                  {QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_C)},
                  [&model] { model.copyLink(); }},
+                {"actionNewLink", "&New Link", {}, [&model] { model.makeNewLink(); }},
                 {"actionDisconnect",
                  "&Disconnect Viewer",
                  {QKeySequence(Qt::CTRL | Qt::Key_D)},

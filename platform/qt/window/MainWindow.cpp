@@ -1,6 +1,7 @@
 #include "platform/qt/window/MainWindow.h"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QCloseEvent>
 #include <QFontDatabase>
 #include <QMenuBar>
@@ -24,6 +25,9 @@ namespace {
 constexpr int IconSize = 64;
 constexpr int WidthInDigits = 68;
 const QColor EndingGround(0xC6, 0x28, 0x28);
+const QColor EdgedBox(0xB4, 0xB4, 0xB4);
+constexpr double LargestLink = 1.25;
+constexpr double SmallestLink = 0.85;
 
 }  // namespace
 
@@ -73,6 +77,13 @@ MainWindow::~MainWindow() = default;
 
 void MainWindow::connectControls() {
     ui_->shareButton->setAction([this] { model_.shareLink(ui_->shareButton); });
+    connect(ui_->linkText, &QLineEdit::textChanged, this, [this] {
+        fitLink();
+        ui_->linkText->setCursorPosition(0);
+    });
+    connect(ui_->newLinkButton, &QPushButton::clicked, this, [this] { model_.makeNewLink(); });
+    connect(ui_->onlyLinkHolders, &QCheckBox::clicked, this,
+            [this](bool only) { viewers_.setAdmitsOnlyLinkHolders(only); });
     connect(ui_->portMappingButton, &QPushButton::clicked, this, [this] { model_.startOver(); });
     ui_->disconnectButton->setAction([this] { disconnectEverybody(); });
     connect(ui_->showQuestionButton, &QPushButton::clicked, this, [this] {
@@ -121,6 +132,7 @@ void MainWindow::changeEvent(QEvent* event) {
 
 void MainWindow::resizeEvent(QResizeEvent* event) {
     QMainWindow::resizeEvent(event);
+    fitLink();
     reserveSpace();
 }
 
@@ -141,15 +153,15 @@ void MainWindow::applyLook() {
     title.setBold(true);
     ui_->statusTitle->setFont(title);
 
-    QFont link = QFontDatabase::systemFont(QFontDatabase::FixedFont);
-    link.setPointSizeF(font().pointSizeF() * 1.25);
-    ui_->linkText->setFont(link);
+    fitLink();
 
     QFont small = font();
     small.setPointSizeF(small.pointSizeF() * 0.9);
     ui_->versionInfo->setFont(small);
+    ui_->whoMayAskText->setFont(small);
 
-    for (QLabel* label : std::initializer_list<QLabel*>{ui_->statusExplanation, ui_->versionInfo}) {
+    for (QLabel* label : std::initializer_list<QLabel*>{ui_->statusExplanation, ui_->whoMayAskText,
+                                                        ui_->versionInfo}) {
         bool isOnState = label == ui_->statusExplanation;
         QPalette soft = isOnState ? ui_->statePanel->palette() : palette();
         QColor color = soft.color(QPalette::WindowText);
@@ -162,9 +174,26 @@ void MainWindow::applyLook() {
     alarming.setColor(QPalette::HighlightedText, Qt::white);
     ui_->disconnectButton->setPalette(alarming);
 
+    // The edge of its box is drawn darker than this, and has to be seen on light and on dark.
+    QPalette edged = palette();
+    edged.setColor(QPalette::Window, EdgedBox);
+    ui_->onlyLinkHolders->setPalette(edged);
+
     QPalette clear = palette();
     clear.setColor(QPalette::Base, Qt::transparent);
     ui_->linkText->setPalette(clear);
+}
+
+// A link of the usual length is seen whole.
+void MainWindow::fitLink() {
+    QFont link = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    link.setPointSizeF(font().pointSizeF() * LargestLink);
+    const auto around = ui_->content->contentsMargins() + ui_->linkLayout->contentsMargins();
+    const double room = width() - around.left() - around.right() - 8;
+    const double wanted = QFontMetricsF(link).horizontalAdvance(ui_->linkText->text());
+    const double scale = wanted > room ? LargestLink * room / wanted : LargestLink;
+    link.setPointSizeF(font().pointSizeF() * std::max(scale, SmallestLink));
+    ui_->linkText->setFont(link);
 }
 
 void MainWindow::setControlsEnabled(bool enabled) {

@@ -63,6 +63,7 @@ class MainWindow final : public QMainWindow, public Window {
   private:
     void connectControls();
     void applyLook();
+    void fitLink();
     void reserveSpace();
     void setControlsEnabled(bool enabled);
 
