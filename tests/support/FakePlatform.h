@@ -55,12 +55,14 @@ struct FakePlatform {
     template <typename Desktop>
     platform::Platform with(Desktop& desktop, platform::Bundle& texts,
                             platform::Workspace& openers) {
-        return platform::Platform(loop, loop, log, dynamicStore, hardware, services, sockets,
-                                  processes, processInfo, inputSources, random, digest, addresses,
-                                  propertyLists, userDefaults, texts, peer, "https://share.example",
-                                  router, desktop.application, desktop.alerts, desktop.windowSystem,
-                                  desktop.sharingServicePicker, desktop.pasteboard, openers,
-                                  authorization, desktop.feedback);
+        // clang-format off
+        return platform::Platform{
+            loop, loop, log, dynamicStore, hardware, services, sockets, processes, processInfo,
+            inputSources, random, digest, addresses, propertyLists, userDefaults, texts, peer,
+            "https://share.example", router, desktop.application, desktop.alerts,
+            desktop.windowSystem, desktop.sharingServicePicker, desktop.pasteboard, openers,
+            authorization, desktop.feedback};
+        // clang-format on
     }
     platform::Platform platform{with(*this, bundle, workspace)};
 };
