@@ -105,6 +105,11 @@ class GnomeDesktop(Desktop):
                       f"global.mouse.notify_absolute_motion(t, {x}, {y}); "
                       f"global.mouse.notify_button(t, 1, 1); global.mouse.notify_button(t, 1, 0); 1")
 
+    def fade_in_panel(self):
+        """In half a second."""
+        self.evaluate("let steps = 0; imports.gi.GLib.timeout_add(0, 16, () => { "
+                      "imports.ui.main.panel.opacity = 8.5 * ++steps; return steps < 30; }); 1")
+
     def windows(self, title, count=1):
         """Left, top, width and height of the windows of that title, the upmost last, once they are so
         many."""

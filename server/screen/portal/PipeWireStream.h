@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <mutex>
 #include <optional>
 
 #include "server/screen/Screen.h"
@@ -30,8 +31,8 @@ class PipeWireStream {
         /// There is a new frame, or one of another size will come.
         std::function<void()> frameCame;
         std::function<void(const Cursor&)> cursorChanged;
-        /// In pixels of the frame; none where the pointer is elsewhere.
-        std::function<void(std::optional<Point>)> cursorMoved;
+        /// In pixels of the frame.
+        std::function<void(Point)> cursorMoved;
         std::function<void()> ended;
     };
 
@@ -43,23 +44,38 @@ class PipeWireStream {
     /// An inactive one costs nothing. Active at first.
     void setActive(bool isActive);
     /// The newest frame, where there is one that has not been let go.
-    std::optional<Frame> frame() const;
+    std::optional<Frame> frame();
     void letGo();
 
   private:
     void stateChanged(pw_stream_state state);
     void formatChanged(const spa_pod* format);
+    void removeBuffer(pw_buffer* buffer);
+    /// On PipeWire's own thread.
     void takeBuffers();
     void readCursor(const spa_buffer& buffer);
-    bool hasPicture(const spa_buffer& buffer) const;
+    void tell();
+    void giveBack(pw_buffer*& buffer);
 
     static const pw_stream_events events_;
 
-    const Handlers handlers_;
+    Handlers handlers_;
+    pw_loop* const loop_;
+    /// Wakes up the loop's thread, for `tell`.
+    spa_source* news_ = nullptr;
     spa_hook listener_{};
     pw_stream* stream_ = nullptr;
+    /// Of the buffers that are there, and of those that will be.
     spa_video_info_raw format_{};
-    pw_buffer* held_ = nullptr;
+    spa_video_info_raw nextFormat_{};
+    /// What `frame` has handed out.
+    pw_buffer* shown_ = nullptr;
+
+    /// For what follows, and for giving buffers back.
+    std::mutex mutex_;
+    pw_buffer* newest_ = nullptr;
+    std::optional<Cursor> newCursor_;
+    std::optional<Point> newPosition_;
 };
 
 }  // namespace zelvo::server
