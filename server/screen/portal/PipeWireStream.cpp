@@ -12,12 +12,25 @@ namespace zelvo::server {
 
 namespace {
 
+using namespace std::chrono_literals;
+
 constexpr int mostSide = 16384;
 constexpr std::uint32_t mostFrames = 60;  // a second
 // Compositors ask for room for theirs, and offer none where there is less.
 constexpr int largestCursor = 1024;
 // The frame that is being read, the newest, and one for the compositor to draw the next in.
 constexpr int leastBuffers = 3;
+// For as many frames may either side be busy: a compositor that has run out of buffers stands still
+// for good.
+constexpr int usualBuffers = 8;
+// Than the quickest, which compositors need to draw it: less than the time between two.
+constexpr auto mostDelay = 12ms;
+// After a late one; those that are in time come sooner where there are more.
+constexpr auto untilStill = 200ms;
+// Compositors draw a frame as soon as the stream runs, which may be before it does here: then it is
+// lost, and a desktop that is still draws no other.
+constexpr auto longestStart = 1s;
+constexpr int mostAttempts = 3;
 
 /// The library's macros build pods by C's compound literals, which are no part of C++.
 template <typename... Values>
@@ -48,14 +61,20 @@ const spa_pod* wantedFormat(spa_pod_builder& builder) {
 
 /// Only memory that we can read: what lies in a graphics card we would have to have copied.
 const spa_pod* wantedBuffers(spa_pod_builder& builder) {
-    return object(builder, SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers,
-                  SPA_PARAM_BUFFERS_buffers, SPA_POD_CHOICE_RANGE_Int(4, leastBuffers, 8),
-                  SPA_PARAM_BUFFERS_dataType,
-                  SPA_POD_CHOICE_FLAGS_Int((1 << SPA_DATA_MemPtr) | (1 << SPA_DATA_MemFd)));
+    return object(
+        builder, SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers, SPA_PARAM_BUFFERS_buffers,
+        SPA_POD_CHOICE_RANGE_Int(usualBuffers, leastBuffers, 16), SPA_PARAM_BUFFERS_dataType,
+        SPA_POD_CHOICE_FLAGS_Int((1 << SPA_DATA_MemPtr) | (1 << SPA_DATA_MemFd)));
 }
 
 constexpr int cursorMetaSize(int side) {
     return static_cast<int>(sizeof(spa_meta_cursor) + sizeof(spa_meta_bitmap)) + side * side * 4;
+}
+
+const spa_pod* wantedHeader(spa_pod_builder& builder) {
+    return object(builder, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta, SPA_PARAM_META_type,
+                  SPA_POD_Id(SPA_META_Header), SPA_PARAM_META_size,
+                  SPA_POD_Int(static_cast<int>(sizeof(spa_meta_header))));
 }
 
 const spa_pod* wantedCursor(spa_pod_builder& builder) {
@@ -106,11 +125,26 @@ const pw_stream_events PipeWireStream::events_ = [] {
 
 PipeWireStream::PipeWireStream(pw_core* core, std::uint32_t node, Handlers handlers)
     : handlers_(std::move(handlers)),
+      core_(core),
+      node_(node),
       loop_(pw_context_get_main_loop(pw_core_get_context(core))),
       news_(pw_loop_add_event(
           loop_, [](void* self, std::uint64_t) { static_cast<PipeWireStream*>(self)->tell(); },
+          this)),
+      timer_(pw_loop_add_timer(
+          loop_, [](void* self, std::uint64_t) { static_cast<PipeWireStream*>(self)->openAnew(); },
           this)) {
-    stream_ = pw_stream_new(core, "Zelvo",
+    open();
+}
+
+PipeWireStream::~PipeWireStream() {
+    close();
+    pw_loop_destroy_source(loop_, news_);
+    pw_loop_destroy_source(loop_, timer_);
+}
+
+void PipeWireStream::open() {
+    stream_ = pw_stream_new(core_, "Zelvo",
                             pw_properties_new(PW_KEY_MEDIA_TYPE, "Video", PW_KEY_MEDIA_CATEGORY,
                                               "Capture", PW_KEY_MEDIA_ROLE, "Screen", nullptr));
     pw_stream_add_listener(stream_, &listener_, &events_, this);
@@ -122,20 +156,25 @@ PipeWireStream::PipeWireStream(pw_core* core, std::uint32_t node, Handlers handl
     // this thread, which may be busy for some frames, the compositor would run out of buffers, and
     // without a frame they would never come back.
     pw_stream_connect(
-        stream_, PW_DIRECTION_INPUT, node,
+        stream_, PW_DIRECTION_INPUT, node_,
         static_cast<pw_stream_flags>(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS |
                                      PW_STREAM_FLAG_DONT_RECONNECT | PW_STREAM_FLAG_RT_PROCESS),
         &format, 1);
+    openAnewAfter(longestStart);
 }
 
-PipeWireStream::~PipeWireStream() {
+void PipeWireStream::close() {
+    isClosing_ = true;
     // The other thread may be about to call the listener, which goes when it has left.
-    handlers_.ended = [] {};
     pw_stream_destroy(stream_);
-    pw_loop_destroy_source(loop_, news_);
+    isClosing_ = false;
+    shown_ = newest_ = nullptr;
+    leastAge_ = Age::max();
 }
 
 void PipeWireStream::stateChanged(pw_stream_state state) {
+    if (isClosing_)
+        return;
     if (state == PW_STREAM_STATE_ERROR || state == PW_STREAM_STATE_UNCONNECTED)
         handlers_.ended();
 }
@@ -146,7 +185,7 @@ void PipeWireStream::formatChanged(const spa_pod* format) {
     std::array<std::byte, 1024> memory;
     spa_pod_builder builder{};
     spa_pod_builder_init(&builder, memory.data(), memory.size());
-    std::array parameters{wantedBuffers(builder), wantedCursor(builder)};
+    std::array parameters{wantedBuffers(builder), wantedHeader(builder), wantedCursor(builder)};
     pw_stream_update_params(stream_, parameters.data(), parameters.size());
 }
 
@@ -157,6 +196,9 @@ void PipeWireStream::setActive(bool isActive) {
         const std::lock_guard lock(mutex_);
         giveBack(newest_);
     }
+    isActive_ = isActive;
+    attempts_ = 0;
+    openAnewAfter(isActive ? longestStart : 0ms);
     pw_stream_set_active(stream_, isActive);
 }
 
@@ -172,16 +214,47 @@ void PipeWireStream::takeBuffers() {
     const std::lock_guard lock(mutex_);
     while (auto* buffer = pw_stream_dequeue_buffer(stream_)) {
         readCursor(*buffer->buffer);
-        if (hasPicture(*buffer->buffer))
+        if (hasPicture(*buffer->buffer)) {
+            readAge(*buffer->buffer);
             std::swap(buffer, newest_);
+        }
         giveBack(buffer);
     }
     pw_loop_signal_event(loop_, news_);
 }
 
+/// While a frame waits for us to take it, the one after it stays behind in the compositor, until
+/// yet another follows. From then on all are one behind, and what was drawn before the desktop fell
+/// still does not come.
+void PipeWireStream::readAge(const spa_buffer& buffer) {
+    const auto* header = static_cast<const spa_meta_header*>(
+        spa_buffer_find_meta_data(&buffer, SPA_META_Header, sizeof(spa_meta_header)));
+    if (!header || header->pts <= 0) {
+        newIsLate_ = false;
+        return;
+    }
+    const auto age = std::chrono::steady_clock::now().time_since_epoch() - Age(header->pts);
+    leastAge_ = std::min<Age>(leastAge_, age);
+    newIsLate_ = age - leastAge_ > mostDelay;
+}
+
+/// Never, after no time.
+void PipeWireStream::openAnewAfter(std::chrono::milliseconds time) {
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
+    timespec value{seconds.count(), static_cast<long>(Age(time - seconds).count())};
+    pw_loop_update_timer(loop_, timer_, &value, nullptr, false);
+}
+
+void PipeWireStream::openAnew() {
+    if (++attempts_ > mostAttempts)
+        return;
+    close();
+    open();
+}
+
 void PipeWireStream::tell() {
     std::unique_lock lock(mutex_);
-    const bool isFrame = newest_ != nullptr;
+    const auto isLate = std::exchange(newIsLate_, std::nullopt);
     const auto cursor = std::exchange(newCursor_, std::nullopt);
     const auto position = std::exchange(newPosition_, std::nullopt);
     lock.unlock();
@@ -189,8 +262,13 @@ void PipeWireStream::tell() {
         handlers_.cursorChanged(*cursor);
     if (position)
         handlers_.cursorMoved(*position);
-    if (isFrame)
-        handlers_.frameCame();
+    if (!isLate)
+        return;
+    if (!*isLate)
+        attempts_ = 0;
+    if (isActive_)
+        openAnewAfter(*isLate ? untilStill : 0ms);
+    handlers_.frameCame();
 }
 
 void PipeWireStream::giveBack(pw_buffer*& buffer) {

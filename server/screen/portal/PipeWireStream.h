@@ -4,6 +4,7 @@
 #include <spa/buffer/meta.h>
 #include <spa/param/video/format-utils.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -48,21 +49,34 @@ class PipeWireStream {
     void letGo();
 
   private:
+    using Age = std::chrono::nanoseconds;
+
+    void open();
+    void close();
     void stateChanged(pw_stream_state state);
     void formatChanged(const spa_pod* format);
     void removeBuffer(pw_buffer* buffer);
     /// On PipeWire's own thread.
     void takeBuffers();
+    void readAge(const spa_buffer& buffer);
     void readCursor(const spa_buffer& buffer);
     void tell();
+    void openAnewAfter(std::chrono::milliseconds time);
+    void openAnew();
     void giveBack(pw_buffer*& buffer);
 
     static const pw_stream_events events_;
 
-    Handlers handlers_;
+    const Handlers handlers_;
+    pw_core* const core_;
+    const std::uint32_t node_;
     pw_loop* const loop_;
     /// Wakes up the loop's thread, for `tell`.
     spa_source* news_ = nullptr;
+    spa_source* timer_ = nullptr;
+    int attempts_ = 0;
+    bool isClosing_ = false;
+    bool isActive_ = true;
     spa_hook listener_{};
     pw_stream* stream_ = nullptr;
     /// Of the buffers that are there, and of those that will be.
@@ -76,6 +90,9 @@ class PipeWireStream {
     pw_buffer* newest_ = nullptr;
     std::optional<Cursor> newCursor_;
     std::optional<Point> newPosition_;
+    /// A frame has come, which is late or is not.
+    std::optional<bool> newIsLate_;
+    Age leastAge_ = Age::max();
 };
 
 }  // namespace zelvo::server
