@@ -23,8 +23,8 @@ serving::OptionTable ServiceOptions::table() {
     options.addCount("connections-per-client", "at once; 256", server.connectionsPerClient);
     options.addRate("requests-per-client", "at once, and in a second then; 200/20",
                     server.requestsPerClient);
-    options.addRate("creates-per-client", "links, in the same way; 60/0.1", createsPerClient);
-    options.addRate("creates-per-owner", "links, in the same way; 20/0.016", createsPerOwner);
+    options.addRate("creates-per-client", "links, in the same way; 400/0.2", createsPerClient);
+    options.addRate("creates-per-owner", "links, in the same way; 200/0.2", createsPerOwner);
     options.addSwitch("log-requests", "write each client and link to standard error", logsRequests);
     return options;
 }

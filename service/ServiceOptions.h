@@ -23,8 +23,8 @@ struct ServiceOptions {
     serving::HttpServer::Options server{.connectionsPerClient = 256,
                                         .requestsPerClient = {200, 20},
                                         .bytesPerSecond = 16 * 1024 * 1024};
-    serving::Allowances::Rate createsPerClient{60, 0.1};
-    serving::Allowances::Rate createsPerOwner{20, 1.0 / 60};
+    serving::Allowances::Rate createsPerClient{400, 0.2};
+    serving::Allowances::Rate createsPerOwner{200, 0.2};
     /// What is printed on standard output instead of serving; empty: nothing, it serves.
     std::string answer;
 

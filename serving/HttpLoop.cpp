@@ -34,8 +34,9 @@ thread_local const HttpLoop* running = nullptr;
 
 event_base* makeBase() {
     auto* config = event_config_new();
-    // Each base has one thread.
+    // Each base has one thread, and no descriptor twice, so that changes may wait until it waits.
     event_config_set_flag(config, EVENT_BASE_FLAG_NOLOCK);
+    event_config_set_flag(config, EVENT_BASE_FLAG_EPOLL_USE_CHANGELIST);
     auto* base = event_base_new_with_config(config);
     event_config_free(config);
     return base;
