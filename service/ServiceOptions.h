@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <optional>
 #include <span>
 #include <string>
@@ -19,7 +20,8 @@ struct ServiceOptions {
     std::string operators;  ///< "ADDRESS:PORT" of /health and /metrics; empty for none
     int port = 0;           ///< 0: a free one
     bool logsRequests = false;
-    std::set<serving::ClientAddress> relays;
+    std::map<std::string, std::string> relays;  ///< names by address
+    std::string relayKey;                       ///< by which they know us
     serving::HttpServer::Options server{.connectionsPerClient = 256,
                                         .requestsPerClient = {200, 20},
                                         .bytesPerSecond = 16 * 1024 * 1024};
@@ -38,6 +40,7 @@ struct ServiceOptions {
 
   private:
     serving::OptionTable table();
+    bool readRelays(const std::string& text);
 };
 
 }  // namespace zelvo::service

@@ -62,7 +62,7 @@ int httpStatusOf(const Reply& reply) {
 double costOf(std::string_view endpoint, std::size_t length) {
     constexpr std::size_t part = 4096;
     const auto parts = static_cast<double>(length / part);
-    if (endpoint == "create.php")
+    if (endpoint == "create.php" || endpoint == "relay.php")
         return 1 + parts;
     return endpoint == "update.php" ? parts : 0;
 }
@@ -129,7 +129,7 @@ void SharingHandler::handle(const HttpRequest& request, serving::HttpServer::Res
         count(endpoint, refusal(StatusCode::TooManyRequests));
         return answer(refuse(429));
     }
-    const SharingEndpoints::Caller caller{secretOf(request), request.client.isIpv4() ? client : ""};
+    const SharingEndpoints::Caller caller{secretOf(request), client};
     endpoints_.answer(request.path, request.body, caller,
                       [this, endpoint, answer](const SharingEndpoints::Answer& answered) {
                           count(endpoint, answered.reply);
