@@ -46,6 +46,8 @@ std::unique_ptr<Connection> Connection::accept(RelayShared& shared,
     SSL_set_accept_state(session);
     // What could not be written at once is kept elsewhere until it can.
     SSL_set_mode(session, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
+    // A record's head and body by one call of the kernel.
+    SSL_set_read_ahead(session, 1);
     set(descriptor, IPPROTO_TCP, TCP_NODELAY, 1);
     keepAlive(descriptor);
     if (shared.options.proxies.contains(*peer)) {
@@ -150,6 +152,10 @@ Connection::Outcome Connection::write(std::string_view bytes, std::size_t& sent)
     // Whoever writes waits for that by itself.
     wantsToWrite_ = false;
     return outcome;
+}
+
+void Connection::holdBack(bool isOn) {
+    set(socket_.get(), IPPROTO_TCP, TCP_CORK, isOn ? 1 : 0);
 }
 
 void Connection::sayEnd() {

@@ -54,6 +54,9 @@ class Connection {
     Outcome read(std::span<char> into, std::size_t& got);
     /// After Again the same bytes have to come again.
     Outcome write(std::string_view bytes, std::size_t& sent);
+    /// Between the two, what is written may wait in the kernel for more, which saves most of a
+    /// packet's price.
+    void holdBack(bool isOn);
     /// Says that nothing more comes.
     void sayEnd();
 

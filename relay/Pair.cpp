@@ -130,6 +130,7 @@ bool Pair::pump(Side& from, Side& to) {
     thread_local std::array<char, PartLength> part;
     if (!flush(to))
         return false;
+    bool isHeldBack = false;
     for (int i = 0; i < PartsAtOnce && !rests_ && to.unsent.empty() && !from.hasEnded; ++i) {
         std::size_t got = 0;
         const auto outcome = from.connection->read(part, got);
@@ -139,6 +140,8 @@ bool Pair::pump(Side& from, Side& to) {
             from.hasEnded = true;
             break;
         }
+        if (got == part.size() && !std::exchange(isHeldBack, true))
+            to.connection->holdBack(true);
         std::size_t sent = 0;
         if (to.connection->write({part.data(), got}, sent) == Outcome::Ended) {
             retire();
@@ -149,6 +152,8 @@ bool Pair::pump(Side& from, Side& to) {
         if (!charge(got))
             return false;
     }
+    if (isHeldBack)
+        to.connection->holdBack(false);
     if (!from.hasEnded || !to.unsent.empty())
         return true;
     // What is still on its way to the other side's peer is to arrive.
