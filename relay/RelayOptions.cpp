@@ -7,7 +7,7 @@ namespace zelvo::relay {
 
 serving::OptionTable RelayOptions::table() {
     serving::OptionTable options;
-    options.add("name", "NAME", "of this relay, as its service's relays option has it", name);
+    options.add("name", "NAME", "of this relay, which its certificate is for", name);
     options.add("certificate", "PEM", "chain of certificates, read again on SIGHUP", certificate);
     options.add("key", "PEM", "its private key", key);
     options.add("service-keys", "PEM", "public keys of Ed25519 of those who send hosts",

@@ -15,7 +15,7 @@ namespace zelvo::relay {
 
 /// What the command line and the configuration file say.
 struct RelayOptions {
-    std::string name;  ///< as the service knows it, with its port where that is not 443
+    std::string name;  ///< as the service knows it
     std::string certificate;
     std::string key;
     std::string leaseKey;     ///< private, ours

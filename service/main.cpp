@@ -59,7 +59,8 @@ int serve(ServiceOptions& options, std::shared_ptr<const serving::TlsContext> tl
     rules.relays = options.relays;
     if (relayKey)
         rules.ticketFor = [&relayKey, clock = rules.clock](const LinkStore::Owner& owner,
-                                                           const std::string& relay) {
+                                                           const std::string& place) {
+            const auto relay = place.substr(0, place.find(':'));
             return zelvo::relay::Ticket{clock() + zelvo::relay::Ticket::ValidFor,
                                         owner.empty() ? zelvo::relay::freshPseudonym()
                                                       : zelvo::relay::pseudonymOf(owner, relay),
