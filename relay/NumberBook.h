@@ -20,14 +20,15 @@ class HostAccount {
   public:
     using Clock = std::chrono::steady_clock;
 
-    HostAccount(std::string owner, serving::Allowances::Rate rate)
-        : owner_(std::move(owner)), rate_(rate), left_(rate.atOnce) {}
+    HostAccount(std::string owner, serving::Allowances::Rate rate, std::size_t viewersPerClient = 1)
+        : viewersOf(viewersPerClient), owner_(std::move(owner)), rate_(rate), left_(rate.atOnce) {}
 
     const std::string& owner() const { return owner_; }
     /// Takes what has been forwarded; how long to wait then before there is more.
     std::chrono::milliseconds take(std::size_t bytes, Clock::time_point now = Clock::now());
 
     std::size_t viewers = 0;
+    serving::Shares viewersOf;    ///< by client
     std::uint64_t uncharged = 0;  ///< bytes that the owner's budget does not know of yet
 
   private:

@@ -28,7 +28,10 @@ constexpr std::uint64_t ChargeEvery = 1 << 20;
 
 Pair::Pair(RelayLoop& loop, std::unique_ptr<Connection> viewer, const ViewerRequest& request,
            const std::string& rest, std::string token, std::shared_ptr<HostAccount> account)
-    : Member(loop), token_(std::move(token)), account_(std::move(account)) {
+    : Member(loop),
+      token_(std::move(token)),
+      client_(viewer->client().budgetKey()),
+      account_(std::move(account)) {
     viewer_.connection = std::move(viewer);
     host_.unsent = textOf(Reply{.status = 101}) + textForHost(request) + rest;
     ++account_->viewers;
@@ -59,6 +62,7 @@ void Pair::letGo() {
     viewer_.connection.reset();
     host_.connection.reset();
     --account_->viewers;
+    account_->viewersOf.giveBack(client_);
     --loop_.shared().viewers;
 }
 

@@ -41,6 +41,7 @@ class Pair final : public Member {
     Side viewer_;
     Side host_;
     const std::string token_;
+    const std::string client_;
     const std::shared_ptr<HostAccount> account_;
     event resume_{};
     bool rests_ = false;

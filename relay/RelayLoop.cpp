@@ -176,7 +176,8 @@ void RelayLoop::takeHost(const Ticket& ticket, const std::optional<Lease>& lease
         return refuse(std::move(connection), 429);
     }
     if (!entry.account || entry.account->owner() != ticket.owner)
-        entry.account = std::make_shared<HostAccount>(ticket.owner, shared_.options.bytesPerHost);
+        entry.account = std::make_shared<HostAccount>(ticket.owner, shared_.options.bytesPerHost,
+                                                      shared_.options.viewersPerClient);
     auto line = std::make_unique<HostLine>(*this, std::move(connection),
                                            HostLine::Host{*number, entry.host, ticket.owner});
     entry.line = line.get();
@@ -194,7 +195,8 @@ void RelayLoop::takeViewer(const ViewerRequest& request, Visitor visitor) {
     const auto* entry = numbers_.find(request.number);
     if (!entry || !entry->line)
         return refuse(std::move(connection), 404);
-    if (entry->account->viewers >= shared_.options.viewersPerHost)
+    if (entry->account->viewers >= shared_.options.viewersPerHost ||
+        !entry->account->viewersOf.take(connection->client().budgetKey()))
         return refuse(std::move(connection), 429);
     const auto token = freshToken();
     const Line call{Line::Kind::Viewer, token, connection->client().text()};

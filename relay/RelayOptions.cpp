@@ -25,7 +25,8 @@ serving::OptionTable RelayOptions::table() {
                     requestsPerClient);
     options.addCount("hosts-per-client", "at once; 64", hostsPerClient);
     options.addCount("hosts-per-owner", "at once; 8", hostsPerOwner);
-    options.addCount("viewers-per-host", "at once; 8", viewersPerHost);
+    options.addCount("viewers-per-host", "at once; 16", viewersPerHost);
+    options.addCount("viewers-per-client", "of one host, at once; 4", viewersPerClient);
     options.addRate("bytes-per-host", "at once, and in a second then; 16e6/8e6", bytesPerHost);
     options.addRate("bytes-per-owner", "at once, and in a second then; 100e9/1e6", bytesPerOwner);
     options.addCount("hours", "that a viewer may stay; 24", hours);

@@ -29,7 +29,8 @@ struct RelayOptions {
     std::size_t connectionsPerClient = 256;
     std::size_t hostsPerClient = 64;
     std::size_t hostsPerOwner = 8;
-    std::size_t viewersPerHost = 8;
+    std::size_t viewersPerHost = 16;
+    std::size_t viewersPerClient = 4;
     serving::Allowances::Rate requestsPerClient{120, 2};
     serving::Allowances::Rate bytesPerHost{16e6, 8e6};
     serving::Allowances::Rate bytesPerOwner{100e9, 1e6};

@@ -208,7 +208,7 @@ def refusals(stage):
     """Tickets that are not good, requests that are none, and more than one may have."""
     relays = Relays(stage)
     relays.start("--settle", "0", "--hosts-per-owner", "1", "--hosts-per-client", "3",
-                 "--viewers-per-host", "2", "--requests-per-client", "60/0", "--connections-per-client", "9",
+                 "--viewers-per-client", "2", "--viewers-per-host", "3", "--requests-per-client", "60/0", "--connections-per-client", "9",
                  "--operators", "127.0.0.1:9465")
     good = relays.ticket()
     raw = bytearray(base64.urlsafe_b64decode(good + "=" * (-len(good) % 4)))
@@ -249,6 +249,8 @@ def refusals(stage):
     for host in (first, others[0]):
         held = [relays.viewer(host.number, "127.0.0.6") for _ in range(2)]
         assert relays.status(ASK.format(host.number), "127.0.0.6") == 429
+        held.append(relays.viewer(host.number, "127.0.0.10"))
+        assert relays.status(ASK.format(host.number), "127.0.0.11") == 429
         lines = [host.take_next() for _ in range(2)]
         held[0].close()
         assert read_all(lines[0]) == b"" or read_all(lines[1]) == b""
@@ -282,7 +284,7 @@ def crowd(stage):
     """A viewer that never reads costs little, and a host's flood is felt by that host alone."""
     global PORT
     relays = Relays(stage, ["--creates-per-client", "0", "--requests-per-client", "0"])
-    relays.start("--settle", "0", "--viewers-per-host", "64", "--bytes-per-host", "0", "--requests-per-client", "0")
+    relays.start("--settle", "0", "--viewers-per-host", "64", "--viewers-per-client", "64", "--bytes-per-host", "0", "--requests-per-client", "0")
     PORT = relays.port
     deaf_host, calm = Host(relays, source="127.0.0.2"), Host(relays)
     viewer = relays.viewer(calm.number)
