@@ -24,6 +24,8 @@ constexpr auto shortestFrame = 16ms;
 // Whoever has just pressed something waits for what it does.
 constexpr auto shortestAnswer = 4ms;
 constexpr auto eagerness = 40ms;
+// Of Tight. The next one, which is what viewers ask for, takes an eighth more of the processor.
+constexpr int mostCompression = 1;
 
 void logNothing(const char*, ...) {}
 
@@ -346,8 +348,11 @@ void VncServer::tick(Time now) {
     if (hasChanged_ && now >= captureAgain_ && anybodyWaits())
         capture(now);
     for (auto& [id, viewer] : viewers_) {
-        if (viewer->client->sock != RFB_INVALID_SOCKET)
-            rfbUpdateClient(viewer->client);
+        auto* client = viewer->client;
+        if (client->sock == RFB_INVALID_SOCKET)
+            continue;
+        client->tightCompressLevel = std::min(client->tightCompressLevel, mostCompression);
+        rfbUpdateClient(client);
     }
     removeGone();
 }
