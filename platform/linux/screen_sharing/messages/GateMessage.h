@@ -57,6 +57,10 @@ struct Hello {
 struct DesktopAsks {
     friend bool operator==(const DesktopAsks&, const DesktopAsks&) = default;
 };
+/// The desktop does not show the screen any more; the server ends.
+struct DesktopWithdraws {
+    friend bool operator==(const DesktopWithdraws&, const DesktopWithdraws&) = default;
+};
 struct Listening {
     std::uint16_t port = 0;
     /// False where the desktop lets viewers watch and no more.
@@ -120,8 +124,9 @@ struct QuestionShown {
     friend bool operator==(const QuestionShown&, const QuestionShown&) = default;
 };
 
-using Message = std::variant<Hello, Listening, Question, QuestionOver, Inside, Left, Reply,
-                             SetRights, Disconnect, RefuseEverybody, QuestionShown, DesktopAsks>;
+using Message =
+    std::variant<Hello, Listening, Question, QuestionOver, Inside, Left, Reply, SetRights,
+                 Disconnect, RefuseEverybody, QuestionShown, DesktopAsks, DesktopWithdraws>;
 
 std::vector<std::byte> encode(const Message& message);
 /// None unless the bytes are exactly one message with values that exist.
