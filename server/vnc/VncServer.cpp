@@ -80,7 +80,8 @@ struct VncServer::Viewer {
 };
 
 VncServer::VncServer(platform::EventLoop& loop, Screen& screen, std::string name,
-                     const std::atomic<bool>& inputPasses, std::function<void()> screenEnded)
+                     const std::atomic<bool>& inputPasses,
+                     std::function<void(ScreenEnd)> screenEnded)
     : loop_(loop),
       screen_(screen),
       name_(std::move(name)),
@@ -305,9 +306,9 @@ void VncServer::sendClipboard(bool inUtf8, const std::function<void()>& send) {
         client->sock = socket;
 }
 
-void VncServer::screenEnded() {
+void VncServer::screenEnded(ScreenEnd end) {
     watch_.setEvents(0);
-    screenEnded_();
+    screenEnded_(end);
 }
 
 bool VncServer::anybodyWaits() const {
