@@ -88,9 +88,19 @@ class Relays:
 
 def read_all(line):
     got = b""
-    while part := line.recv(65536):
-        got += part
+    try:
+        while part := line.recv(65536):
+            got += part
+    except ConnectionError:
+        pass
     return got
+
+
+def send_all(line, data):
+    try:
+        line.sendall(data)
+    except OSError:
+        pass
 
 
 def read_until(line, end):
@@ -255,8 +265,11 @@ def refusals(stage):
         assert relays.status(ASK.format(host.number), "127.0.0.6") == 429
         held.append(relays.viewer(host.number, "127.0.0.10"))
         assert relays.status(ASK.format(host.number), "127.0.0.11") == 429
+        host.call()
         held[0].close()
         assert read_all(lines[0]) == b""
+        held.append(relays.viewer(host.number, "127.0.0.6"))
+        lines.append(host.take_next())
     # What ended is free again.
     others[0].line.close()
     wait_until(lambda: create("3" * 32).status == 101, 5, "a host's place")
@@ -271,6 +284,19 @@ def refusals(stage):
         assert time.monotonic() - begun < 20
     page = urllib.request.urlopen("http://127.0.0.1:9465/metrics").read().decode()
     assert 'zelvo_relay_refused_total{status="403"} 8\n' in page and "127.0.0." not in page, page
+    relays.relay.quit(5)
+
+    # So much in a second, and so much in all.
+    relays.start("--settle", "0", "--bytes-per-host", "1e6/1e6", "--bytes-per-owner", "4e6")
+    host = Host(relays)
+    viewer, line = relays.viewer(host.number), host.take_next()
+    work = threading.Thread(target=lambda: send_all(line, bytes(6_000_000)))
+    work.start()
+    begun = time.monotonic()
+    read_exactly(viewer, 2_500_000)
+    assert 1 < time.monotonic() - begun < 3, time.monotonic() - begun
+    assert len(read_all(viewer)) < 2_600_000
+    work.join()
 
 
 def cost_of_deaf_viewers(relays, count=20):
@@ -299,7 +325,7 @@ def cost_of_deaf_viewers(relays, count=20):
 def crowd(stage):
     """A viewer that never reads costs little, and a host's flood is felt by that host alone."""
     relays = Relays(stage)
-    relays.start("--settle", "0", "--viewers-per-host", "64", "--viewers-per-client", "64", "--bytes-per-host", "0")
+    relays.start("--threads", "1", "--settle", "0", "--viewers-per-host", "64", "--viewers-per-client", "64", "--bytes-per-host", "0")
     calm, loud = Host(relays), Host(relays)
     viewer, flooded = (relays.viewer(host.number) for host in (calm, loud))
     there, flood = calm.take_next(), loud.take_next()
