@@ -84,10 +84,6 @@ QString sentenceOf(sealing::NoLink why) {
     return localized("The end of this link, behind “#”, is damaged or cut off. Ask for it again.");
 }
 
-QString rightsText(const SessionState& state) {
-    return state.controls ? localized("You control the screen") : localized("You can only watch");
-}
-
 QString filled(const QString& sentence, const QString& object) {
     return QString(sentence).replace("%@", object);
 }

@@ -18,7 +18,6 @@ struct StateTexts {
 StateTexts textsOf(const SessionState& state);
 /// Why a text is no link, and what to do.
 QString sentenceOf(sealing::NoLink why);
-QString rightsText(const SessionState& state);
 /// "%@" replaced.
 QString filled(const QString& sentence, const QString& object);
 QString isolated(const std::string& name);

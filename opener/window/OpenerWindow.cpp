@@ -133,7 +133,7 @@ void OpenerWindow::showState(const SessionState& state) {
 
 void OpenerWindow::showPicture(const SessionState& state) {
     viewer_->setStanding(state.controls);
-    bar_->showState(state);
+    bar_->showState(state, surroundings_.viewOnly);
     bar_->setVisible(true);
     if (state.comparesAgain)
         tell(localized("This connection is a new one. Compare the digits again."), 0);

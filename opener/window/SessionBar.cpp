@@ -64,8 +64,9 @@ QLabel* SessionBar::addLabel(const char* name) {
     return label;
 }
 
-void SessionBar::showState(const SessionState& state) {
-    rights_->setText(rightsText(state));
+void SessionBar::showState(const SessionState& state, bool viewOnly) {
+    rights_->setText(state.controls && !viewOnly ? localized("You control the screen")
+                                                 : localized("You can only watch"));
     const auto digits = QString::fromStdString(state.digits);
     digits_->setText(digits);
     digits_->setAccessibleName(localized("Digits to compare") + ": " + digits);

@@ -17,7 +17,7 @@ class SessionBar final : public QToolBar {
     /// The menus outlive the bar.
     SessionBar(const std::vector<QMenu*>& menus, std::function<void()> disconnect);
 
-    void showState(const SessionState& state);
+    void showState(const SessionState& state, bool viewOnly);
     /// For whoever has no pointer, or does not get it out of the picture.
     void takeFocus();
 

@@ -92,6 +92,7 @@ void StatePage::addButtons(QBoxLayout& column, const Listener& listener) {
     row->addStretch(1);
     openAnother_ = add(*row, "openAnotherButton", "Open Another Link", listener.openAnother);
     cancel_ = add(*row, "cancelButton", "Cancel", listener.cancel);
+    cancel_->setShortcut(Qt::Key_Escape);
     tryAgain_ = add(*row, "tryAgainButton", "Try Again", listener.tryAgain);
     column.addLayout(row);
 }

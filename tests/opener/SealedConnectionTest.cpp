@@ -80,7 +80,21 @@ TEST_F(SealedConnectionTest, CarriesASessionUntilTheHostsGoodbye) {
     EXPECT_EQ(::recv(rfb.get(), greeting, 12, MSG_WAITALL), 12);
     EXPECT_STREQ(greeting, "RFB 003.008\n");
 
-    const std::string much(300'000, 'x');
+    // More than waits between the two, and as much back.
+    std::string much(2'000'000, '\0');
+    for (std::size_t at = 0; at < much.size(); ++at)
+        much[at] = static_cast<char>(at * 7 % 251);
+    std::thread picture([&] {
+        host.send(much);
+        peer.send(host.takeOutput());
+    });
+    const timeval patience{.tv_sec = 5, .tv_usec = 0};
+    ::setsockopt(rfb.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    std::string shown(much.size(), '\0');
+    EXPECT_EQ(::recv(rfb.get(), shown.data(), shown.size(), MSG_WAITALL),
+              static_cast<ssize_t>(much.size()));
+    picture.join();
+    EXPECT_TRUE(shown == much);
     std::thread viewer([&] { ::send(rfb.get(), much.data(), much.size(), MSG_NOSIGNAL); });
     std::string got;
     talk([&] {
@@ -88,7 +102,7 @@ TEST_F(SealedConnectionTest, CarriesASessionUntilTheHostsGoodbye) {
         return got.size() >= much.size();
     });
     viewer.join();
-    EXPECT_EQ(got, much);
+    EXPECT_TRUE(got == much);
 
     host.sayGoodbye(sealing::Farewell::Disconnected);
     peer.send(host.takeOutput());

@@ -100,8 +100,12 @@ TEST_F(SessionTest, GoesFromTheLinkToTheGoodbyeAndAgain) {
     questions[2](NoFacts::UnknownLink);
     EXPECT_EQ(said(), "State: ended unknown-link|");
     session.start();
+    questions.back()(somewhere());
+    end(LineEnd::Refused);
+    EXPECT_EQ(said(), "State: asking|State: ended connection-refused|");
+    session.start();
     session.leave();
-    questions[3](somewhere());
+    questions.back()(somewhere());
     EXPECT_EQ(said(), "State: asking|State: ended left|");
     EXPECT_EQ(lines, 0);
 }
