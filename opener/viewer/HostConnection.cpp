@@ -6,9 +6,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <ctime>
 #include <utility>
 
 #include "opener/viewer/Requests.h"
+#include "platform/linux/base/Debug.h"
 
 namespace zelvo::opener {
 
@@ -24,6 +26,14 @@ constexpr std::size_t mostWaiting = 1024;
 constexpr int mostParts = 64;
 /// A picture that has not changed for so long is looked at.
 constexpr auto stillness = 500ms;
+/// Between its parts, for what else there is to show.
+constexpr auto breath = 20ms;
+
+std::chrono::nanoseconds workOfThisThread() {
+    timespec time{};
+    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
 
 }  // namespace
 
@@ -119,35 +129,55 @@ HostConnection::End HostConnection::converse() {
 }
 
 bool HostConnection::playUpdate() {
-    updateWait_ = {};
+    const auto begin = Clock::now();
+    const auto worked = workOfThisThread();
     drawing_.lock();
     const bool isDrawn = decoder_->play(toPlay_);
     drawing_.unlock();
     if (!isDrawn)
         return false;
     tellOfDamage();
-    judgeQuality();
+    judgeQuality(Clock::now() - begin - (workOfThisThread() - worked));
     updateBytes_ = 0;
     return true;
 }
 
-void HostConnection::judgeQuality() {
-    const bool isOther = quality_.received(updateBytes_, updateWait_);
-    if (isOther || isSharpening_)
-        say(requests::encodings(quality_.level()));
-    if (isSharpening_)
-        inexact_ = {};
-    isSharpening_ = false;
-    const bool isWorthIt = quality_.hasRoom() && !inexact_.isEmpty();
-    sharpenAt_ = isWorthIt ? Clock::now() + stillness : Clock::time_point::max();
+void HostConnection::judgeQuality(Clock::duration took) {
+    if (quality_.received(updateBytes_, took)) {
+        const auto quality = quality_.level().quality;
+        platform::debug("viewer",
+                        "the line is good for " +
+                            (quality ? "JPEG " + std::to_string(*quality) : "exact pictures"));
+        if (sharpening_.isEmpty())
+            say(requests::encodings(quality_.level()));
+    }
+    const bool hasSharpened = !sharpening_.isEmpty() && notSharpYet_.isEmpty();
+    if (hasSharpened)
+        endSharpening();
+    const bool isNext = sharpening_.isEmpty() && !inexact_.isEmpty();
+    sharpenAt_ =
+        isNext ? Clock::now() + (hasSharpened ? breath : stillness) : Clock::time_point::max();
 }
 
 void HostConnection::sharpen() {
     sharpenAt_ = Clock::time_point::max();
-    isSharpening_ = true;
-    inexact_ &= QRect(0, 0, size_.width, size_.height);
+    sharpening_ = inexact_ & QRect(0, 0, size_.width, size_.height);
+    // At three bytes for a pixel.
+    const auto pixels = static_cast<int>(quality_.notInTheWay() / 3);
+    sharpening_.setHeight(
+        std::min(sharpening_.height(), std::max(1, pixels / std::max(1, sharpening_.width()))));
+    inexact_.setTop(sharpening_.bottom() + 1);
+    notSharpYet_ = sharpening_;
+    if (sharpening_.isEmpty())
+        return;
     say(requests::encodings(LineQuality::exact));
-    say(requests::update({inexact_.x(), inexact_.y(), inexact_.width(), inexact_.height()}, false));
+    say(requests::update(
+        {sharpening_.x(), sharpening_.y(), sharpening_.width(), sharpening_.height()}, false));
+}
+
+void HostConnection::endSharpening() {
+    if (!std::exchange(sharpening_, {}).isEmpty())
+        say(requests::encodings(quality_.level()));
 }
 
 bool HostConnection::receive(std::string& to) {
@@ -155,9 +185,7 @@ bool HostConnection::receive(std::string& to) {
     // Whoever paints meanwhile does not wait for the host.
     if (isPlaying)
         drawing_.unlock();
-    const auto begin = Clock::now();
     const bool isReady = waitForHost();
-    updateWait_ += Clock::now() - begin;
     std::string bytes(portion, '\0');
     const auto count =
         isReady ? ::recv(socket_.get(), bytes.data(), bytes.size(), MSG_DONTWAIT) : 0;
@@ -240,6 +268,9 @@ void HostConnection::updateBegins() {
 
 void HostConnection::sizeChanges(PictureSize size) {
     size_ = size;
+    // What was asked for may be nowhere now.
+    endSharpening();
+    inexact_ = {0, 0, size.width, size.height};
     emit resized(QSize(size.width, size.height));
 }
 
@@ -274,7 +305,8 @@ void HostConnection::extendedClipboard(const std::string& message) {
 
 void HostConnection::drawn(PicturePart part) {
     const QRect place(part.x, part.y, part.width, part.height);
-    if (quality_.level().quality)
+    notSharpYet_ -= place;
+    if (quality_.level().quality && !sharpening_.contains(place))
         inexact_ |= place;
     const std::lock_guard lock(mutex_);
     damage_ += place;

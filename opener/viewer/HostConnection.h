@@ -86,7 +86,8 @@ class HostConnection : public QObject, private HostWords {
     void run();
     End converse();
     bool playUpdate();
-    void judgeQuality();
+    void judgeQuality(Clock::duration took);
+    void endSharpening();
     void sharpen();
     bool receive(std::string& to);
     bool waitForHost();
@@ -106,11 +107,11 @@ class HostConnection : public QObject, private HostWords {
     PictureSize size_;
     LineQuality quality_;
     std::size_t updateBytes_ = 0;
-    Clock::duration updateWait_{};
-    /// What may have come other than it is, and when it is asked for as it is.
+    /// What may have come other than it is, what of it is asked for as it is, and when the next.
     QRect inexact_;
+    QRect sharpening_;
+    QRegion notSharpYet_;
     Clock::time_point sharpenAt_ = Clock::time_point::max();
-    bool isSharpening_ = false;
     End end_ = End::Closed;
     std::string sending_;
 
