@@ -1,11 +1,11 @@
 // A viewer that measures: how soon the first picture is there, and how long a key takes to change
 // it. Tight encoding.
 //
-// usage: zelvo-bench-viewer ADDRESS PORT none|tls
+// usage: zelvo-bench-viewer ADDRESS PORT none|tls|LINK
 //
 // On standard input "keys N" presses N keys, one after the other has been seen, and says the
 // median, the 95th percentile and the longest time in ms; "frames" says how many updates came since
-// it was asked last.
+// it was asked last, "cost" how many ms of processor time the sealed channel of a link took.
 
 #include <poll.h>
 #include <rfb/rfbclient.h>
@@ -17,10 +17,16 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <random>
 #include <string_view>
 #include <utility>
+#include <variant>
 #include <vector>
+
+#include "bench/SealedTunnel.h"
+
+using zelvo::bench::SealedTunnel;
 
 namespace {
 
@@ -34,7 +40,8 @@ void logNothing(const char*, ...) {}
 
 class BenchViewer {
   public:
-    BenchViewer(char* address, int port, bool encrypted) {
+    BenchViewer(const char* address, int port, bool encrypted, SealedTunnel* tunnel)
+        : tunnel_(tunnel) {
         client_ = rfbGetClient(8, 3, 4);
         client_->clientData = nullptr;
         rfbClientSetClientData(client_, nullptr, this);
@@ -104,7 +111,10 @@ class BenchViewer {
         int count = 0;
         if (std::sscanf(line.data(), "keys %d", &count) == 1)
             return measureKeys(count);
-        std::printf("frames %d\n", std::exchange(frames_, 0));
+        if (tunnel_ && std::string_view(line.data()) == "cost\n")
+            std::printf("cost %.3f\n", tunnel_->takeCost());
+        else
+            std::printf("frames %d\n", std::exchange(frames_, 0));
         std::fflush(stdout);
         return true;
     }
@@ -141,6 +151,7 @@ class BenchViewer {
     }
 
     rfbClient* client_;
+    SealedTunnel* tunnel_;
     int area_ = 0;
     int frames_ = 0;
     std::uint32_t colour_ = 0;
@@ -152,10 +163,19 @@ class BenchViewer {
 
 int main(int argc, char* argv[]) {
     if (argc != 4) {
-        std::fputs("usage: zelvo-bench-viewer ADDRESS PORT none|tls\n", stderr);
+        std::fputs("usage: zelvo-bench-viewer ADDRESS PORT none|tls|LINK\n", stderr);
         return 2;
     }
     rfbClientLog = logNothing;
-    BenchViewer viewer(argv[1], std::atoi(argv[2]), std::string_view(argv[3]) == "tls");
+    const char* address = argv[1];
+    int port = std::atoi(argv[2]);
+    std::unique_ptr<SealedTunnel> tunnel;
+    const auto link = zelvo::sealing::parseLink(argv[3]);
+    if (const auto* found = std::get_if<zelvo::sealing::ShareLink>(&link)) {
+        tunnel = std::make_unique<SealedTunnel>(address, port, *found);
+        address = "127.0.0.1";
+        port = tunnel->port();
+    }
+    BenchViewer viewer(address, port, std::string_view(argv[3]) == "tls", tunnel.get());
     return viewer.run();
 }

@@ -6,9 +6,10 @@ import struct
 import threading
 import time
 
-VERSION = 2
+VERSION = 3
 HELLO, LISTENING, QUESTION, OVER, INSIDE, LEFT, REPLY, RIGHTS, DISCONNECT = range(9)
 REFUSE, WATCH, CONTROL = range(3)
+LINK = 12
 EVERYBODY = 0
 
 
@@ -31,7 +32,7 @@ class ZelvoEnd:
     def _serve(self):
         self._server, _ = self._listener.accept()
         self.send(HELLO)
-        while packet := self._server.recv(64):
+        while packet := self._server.recv(600):
             assert packet[0] == VERSION, packet
             self.messages.append((packet[1], packet[2:]))
             if packet[1] == QUESTION and self.answer is not None:
@@ -43,6 +44,9 @@ class ZelvoEnd:
 
     def disconnect(self, viewer=EVERYBODY):
         self.send(DISCONNECT, struct.pack(">I", viewer))
+
+    def set_link(self, identifier, key):
+        self.send(LINK, bytes([len(identifier)]) + identifier.encode() + key)
 
     def count(self, kind):
         return sum(1 for message in self.messages if message[0] == kind)
