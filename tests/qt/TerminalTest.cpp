@@ -114,9 +114,12 @@ TEST_F(TerminalTest, ShowsRowsAndTheLinkPlainlyAndQuits) {
 
 TEST_F(TerminalTest, RowsGoQuietWhenNobodyReads) {
     platform::RowPrinter rows(controller, true, -1);
+    Pipes quiet;
+    platform::RowPrinter withoutLink(controller, false, quiet.output.ends[1]);
     platform::RowPrinter refused(controller, true, output.ends[0]);
     launchToLink();
     EXPECT_EQ(controller.zelvoStatus(), ZelvoStatusWaitingForConnection);
+    EXPECT_TRUE(quiet.output.read().ends_with("Connection: Waiting for connection...\n"));
 }
 
 TEST_F(TerminalTest, AsksByLettersAndHelps) {
