@@ -11,6 +11,7 @@ import sys
 import time
 
 from lab import WIRELESS, Lab, leave_out_where_impossible
+from sealed import line_cut, man_in_the_middle, sealed
 from stage import wait_until
 
 
@@ -245,7 +246,7 @@ def service(lab):
 
 
 SCENARIOS = (pcp, nat_pmp, upnp, killed, router_restarted, addresses, cable, lossy, routers,
-             service)
+             service, sealed, line_cut, man_in_the_middle)
 
 
 def main():
