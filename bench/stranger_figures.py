@@ -51,9 +51,16 @@ def key_exchange():
             b"\x16\x03\x03\x00\x28" + b"x" * 40)
 
 
-# What is said once the server has greeted, what after its side of the TLS handshake, and for how
-# long the connection is held, in seconds.
-Scenario = collections.namedtuple("Scenario", "first then hold")
+UPGRADE = (b"GET / HTTP/1.1\r\nHost: zelvo\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+           b"Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n"
+           b"Sec-WebSocket-Protocol: zelvo.1\r\n\r\n")
+# Masked, with a mask that changes nothing.
+WRONG_KEY = b"\x82\xd0\0\0\0\0" + b"k" * 80
+PING = b"\x89\x80\0\0\0\0"
+
+# What is said once the server has greeted, or before; what after its side of the handshake; for how
+# long the connection is held, in seconds; and how much is said at once.
+Scenario = collections.namedtuple("Scenario", "first then hold waits part", defaults=(True, None))
 SCENARIOS = {
     "connect and close": Scenario(b"", b"", 0),
     "connections held": Scenario(b"", b"", 60),
@@ -62,6 +69,9 @@ SCENARIOS = {
     "babble after the handshake": Scenario(VERSION + b"\x01" + b"\x00" * 200000, b"", 60),
     "TLS, begun": Scenario(TLS + client_hello(), b"", 0.1),
     "TLS, agreed and broken": Scenario(TLS + client_hello(), key_exchange(), 0.5),
+    "a wrong key": Scenario(UPGRADE + WRONG_KEY, b"", 0.1, False),
+    "an upgrade, byte by byte": Scenario(UPGRADE, b"", 60, False, 1),
+    "an upgrade, and pings": Scenario(UPGRADE + PING * 40000, b"", 60, False),
 }
 
 
@@ -78,11 +88,12 @@ class Stranger:
     def is_over(self):
         """Says what there is to say; whether it has gone since."""
         try:
-            heard = self.socket.recv(4096, socket.MSG_PEEK)
+            heard = b"." if self.first and not self.scenario.waits else self.socket.recv(
+                4096, socket.MSG_PEEK)
             # Its time begins once somebody listens.
             self.until = self.until or time.monotonic() + self.scenario.hold
             if self.first:
-                self.first = self.first[self.socket.send(self.first):]
+                self.first = self.first[self.socket.send(self.first[:self.scenario.part]):]
             elif self.then and len(heard) > 400:
                 self.then = self.then[self.socket.send(self.then):]
             is_over = not heard

@@ -1,6 +1,7 @@
 #include "server/gate/Caller.h"
 
 #include <sys/epoll.h>
+#include <sys/socket.h>
 
 #include <utility>
 
@@ -12,9 +13,14 @@ using namespace std::chrono_literals;
 
 /// So long an opener's first word may take; a viewer waits so much longer for the greeting.
 constexpr auto timeForFirstWords = 100ms;
-constexpr std::size_t firstWordsOfAnOpener = 4;
+constexpr int firstWordsOfAnOpener = 4;
 /// What is read of an opener at once: all of a handshake's step.
 constexpr std::size_t openersPart = 4096;
+
+/// How many bytes have to be there before we are woken for them.
+void wakeFor(int socket, int bytes) {
+    ::setsockopt(socket, SOL_SOCKET, SO_RCVLOWAT, &bytes, sizeof bytes);
+}
 
 }  // namespace
 
@@ -30,6 +36,8 @@ Caller::Caller(platform::EventLoop& loop, const AnonymousTls& tls, platform::Fil
               return handlers_.gone();
           proceed();
       }) {
+    // Whoever says them one by one is heard once.
+    wakeFor(stream_.descriptor(), firstWordsOfAnOpener);
     watch();
 }
 
@@ -73,16 +81,20 @@ bool Caller::hearFirstWords() {
     const auto missing = firstWordsOfAnOpener - firstWords_.size();
     if (stream_.read(firstWords_, missing) == ViewerStream::Result::Closed)
         return false;
-    if (!sealing::mayAskForUpgrade(firstWords_)) {
-        kind_ = Kind::Plain;
-        if (greetsAt_ != Time::max())
-            greet();
-        handshake_.receive(firstWords_);
-    } else if (firstWords_.size() == firstWordsOfAnOpener) {
+    const bool isWhole = firstWords_.size() == firstWordsOfAnOpener;
+    if (sealing::mayAskForUpgrade(firstWords_) && !isWhole)
+        return true;
+    wakeFor(stream_.descriptor(), 1);
+    if (sealing::mayAskForUpgrade(firstWords_)) {
         kind_ = Kind::Sealed;
         greetsAt_ = Time::max();
         stream_.beginSealed(handlers_.link(), firstWords_);
         wantsToAgree_ = true;
+    } else {
+        kind_ = Kind::Plain;
+        if (greetsAt_ != Time::max())
+            greet();
+        handshake_.receive(firstWords_);
     }
     return true;
 }

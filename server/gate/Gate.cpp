@@ -171,12 +171,13 @@ void Gate::letGo(std::unique_ptr<Caller> caller) {
 
 ViewerId Gate::nextToAgree(Proof kind) const {
     ViewerId next = 0;
-    int fewest = 0;
+    std::pair<bool, int> best;
     for (const auto& [viewer, caller] : callers_) {
+        const std::pair order{!caller->knowsAnswer(), caller->agreements()};
         const bool isOfKind = caller->isSealed() == (kind == Proof::Link);
-        if (isOfKind && caller->wantsToAgree() && (next == 0 || caller->agreements() < fewest)) {
+        if (isOfKind && caller->wantsToAgree() && (next == 0 || order < best)) {
             next = viewer;
-            fewest = caller->agreements();
+            best = order;
         }
     }
     return next;
