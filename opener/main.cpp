@@ -95,7 +95,7 @@ class Windows {
 
     OpenerWindow& free() {
         for (auto& window : windows_)
-            if (!window.isTaken())
+            if (window.takesLinks())
                 return window;
         return windows_.emplace_back(OpenerWindow::Surroundings{
             .session = {base_.loop, base_.service,

@@ -1,6 +1,7 @@
 #include "opener/window/ApplicationService.h"
 
 #include <QDBusConnection>
+#include <algorithm>
 #include <utility>
 
 namespace zelvo::opener {

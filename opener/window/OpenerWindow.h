@@ -49,8 +49,8 @@ class OpenerWindow final : public QMainWindow {
     void open(const QString& text);
     /// Asks for a link.
     void ask();
-    /// A session is under way, or its end still shown.
-    bool isTaken() const { return session_ != nullptr; }
+    /// Nothing is under way that another link would end.
+    bool takesLinks() const;
     /// What a script is to know once the window is closed.
     ExitStatus exitStatus() const;
 
@@ -71,7 +71,6 @@ class OpenerWindow final : public QMainWindow {
     /// Below the picture, for a while; 0 is for as long as the picture is there.
     void tell(const QString& notice, int milliseconds);
     void firstPictureCame();
-    bool takesLinks() const;
 
     Surroundings surroundings_;
     QStackedWidget* pages_ = nullptr;

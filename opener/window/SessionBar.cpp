@@ -4,6 +4,7 @@
 #include <QLabel>
 #include <QMenu>
 #include <QToolButton>
+#include <utility>
 
 #include "opener/window/OpenerTexts.h"
 #include "platform/qt/content/Localized.h"
