@@ -12,45 +12,8 @@ import subprocess
 import sys
 import time
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, "..", "tests", "support"))
-from stage import Stage, enter_own_network, is_listening, wait_until  # noqa: E402
-
-missed = []
-
-
-def show(label, value, unit, limit):
-    reached = value <= limit
-    print(f"{label:36} {value:8.2f} {unit:8} (at most {limit} {unit})"
-          f"{'' if reached else '  MISSED'}", flush=True)
-    if not reached:
-        missed.append(label)
-
-
-def finish():
-    sys.exit(1 if missed else 0)
-
-
-def processor_share(pid, seconds):
-    """Per cent of one core that the process takes."""
-    def used():
-        # Nanoseconds on a processor, of every thread; stat's ticks are too coarse for so little.
-        total = 0
-        for thread in os.listdir(f"/proc/{pid}/task"):
-            with open(f"/proc/{pid}/task/{thread}/schedstat", encoding="ascii") as stat:
-                total += int(stat.read().split()[0])
-        return total / 1e9
-    before = used()
-    time.sleep(seconds)
-    return (used() - before) / seconds * 100
-
-
-def resident_megabytes(pid):
-    with open(f"/proc/{pid}/status", encoding="ascii") as status:
-        for line in status:
-            if line.startswith("VmRSS:"):
-                return int(line.split()[1]) / 1024
-    return 0.0
+from measuring import finish, missed, processor_share, resident_megabytes, show
+from stage import Stage, enter_own_network, is_listening, wait_until
 
 
 def somebody_listens():

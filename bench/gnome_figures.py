@@ -8,33 +8,19 @@ import os
 import sys
 import threading
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-for folder in ("support", "road"):
-    sys.path.insert(0, os.path.join(HERE, "..", "tests", folder))
-import sway_figures  # noqa: E402
-from desktop import enter_own_machine  # noqa: E402
-from figures import finish, missed  # noqa: E402
-from gnome import PROGRAMS, GnomeDesktop  # noqa: E402
-from gnome_test import start_sharing  # noqa: E402
-from stage import let_in, processes_named  # noqa: E402
+from measuring import SESSION_LIMITS, finish, measure_session, show_table, silence
+from desktop import enter_own_machine
+from gnome import PROGRAMS, GnomeDesktop
+from gnome_test import start_sharing
+from stage import let_in, processes_named
 
-LIMITS = {**sway_figures.LIMITS, "key to picture, ms": 45}
-
-
-class Server:
-    """As the figures of sway want it."""
-
-    def __init__(self, pid):
-        self.process = self
-        self.pid = pid
+LIMITS = {**SESSION_LIMITS, "key to picture, ms": 45}
 
 
 def main():
     build = os.path.abspath(sys.argv[1])
     enter_own_machine(build, PROGRAMS)
-    shown = sys.stdout
-    with open(os.devnull, "w", encoding="utf-8") as sys.stdout, \
-            GnomeDesktop(build, size=(1920, 1080)) as desktop:
+    with silence(), GnomeDesktop(build, size=(1920, 1080)) as desktop:
         zelvo, _ = start_sharing(desktop)
 
         def show(script):
@@ -44,16 +30,8 @@ def main():
             # Full-screen windows hide the question.
             threading.Thread(target=let_in, args=[zelvo], daemon=True).start()
             return content
-        figures = sway_figures.measure(desktop, show, Server(processes_named("screensharingd")[0]))
-    sys.stdout = shown
-    print("in GNOME")
-    for figure, value in figures.items():
-        limit = LIMITS.get(figure)
-        is_missed = limit is not None and value > limit
-        if is_missed:
-            missed.append(figure)
-        print(f"{figure:30}{value:16.2f}{'' if limit is None else f'{limit:16}'}"
-              f"{'  MISSED' if is_missed else ''}")
+        figures = measure_session(desktop, show, processes_named("screensharingd")[0])
+    show_table("in GNOME", {"screensharingd": figures}, LIMITS)
     finish()
 
 

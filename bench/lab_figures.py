@@ -9,11 +9,9 @@ import statistics
 import sys
 import time
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, "..", "tests", "lab"))
-from figures import finish, show  # noqa: E402
-from lab import Lab, leave_out_where_impossible  # noqa: E402
-from stage import wait_until  # noqa: E402
+from measuring import finish, show, silence
+from lab import Lab, leave_out_where_impossible
+from stage import wait_until
 
 RUNS = 5
 # The command-line clients of NAT-PMP and of UPnP, and what it takes them to map both transports.
@@ -83,14 +81,10 @@ def application(lab):
 
 def main():
     leave_out_where_impossible("natpmpc", "upnpc")
-    # What the programs say is of no interest here.
-    shown = sys.stdout
-    with open(os.devnull, "w", encoding="utf-8") as sys.stdout:
-        with Lab(os.path.abspath(sys.argv[1])) as lab:
-            lab.start_router()
-            asked = mappings(lab)
-            start, quit_ = application(lab)
-    sys.stdout = shown
+    with silence(), Lab(os.path.abspath(sys.argv[1])) as lab:
+        lab.start_router()
+        asked = mappings(lab)
+        start, quit_ = application(lab)
     show("at home: start to the link", start, "ms", 1000)
     show("PCP: request to mapping", asked["pcp"], "ms", round(asked["natpmpc"], 1))
     show("NAT-PMP: request to mapping", asked["nat-pmp"], "ms", round(asked["natpmpc"], 1))

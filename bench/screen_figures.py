@@ -10,55 +10,11 @@ import statistics
 import sys
 import time
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, "..", "tests", "support"))
-from figures import finish, missed, processor_share, resident_megabytes  # noqa: E402
-from gate import ZelvoEnd  # noqa: E402
-from stage import Stage, enter_own_network, is_listening, wait_until  # noqa: E402
+from measuring import (PORT, SECONDS, Viewer, finish, processor_share, resident_megabytes, show_table, silence,
+                       start_ours)
+from stage import Stage, enter_own_network, is_listening, wait_until
 
-PORT = 5900
-SECONDS = 8
-KEYS = 60
 LINK = "zelvo://bench#AAAAAAAAAAAAAAAAAAAAAA"
-
-
-class Viewer:
-    def __init__(self, stage, security="none"):
-        self.program = stage.start([os.path.join(stage.build, "zelvo-bench-viewer"), "127.0.0.1",
-                                    str(PORT), security], takes_input=True)
-        first = self.program.wait_for(r"^first (\S+) (\S+)$")
-        # On everybody's clock; and since it began to connect.
-        self.first_at, self.first_after = float(first.group(1)), float(first.group(2))
-
-    def begin_keys(self):
-        self.program.say(f"keys {KEYS}\n")
-
-    def end_keys(self):
-        """Median, 95th percentile and longest."""
-        return [float(time) for time in
-                self.program.wait_for(r"^keys (\S+) (\S+) (\S+)", 60).groups()]
-
-    def keys(self):
-        self.begin_keys()
-        return self.end_keys()[0]
-
-    def frames(self):
-        self.program.say("frames\n")
-        return int(self.program.wait_for(r"^frames (\d+)").group(1))
-
-    def cost(self):
-        self.program.say("cost\n")
-        return float(self.program.wait_for(r"^cost (\S+)").group(1))
-
-    def end(self):
-        self.program.end()
-
-
-def start_ours(stage, env):
-    zelvo = ZelvoEnd(stage.folder)
-    server = stage.start([os.path.join(stage.build, "screensharingd"), "--socket", zelvo.path,
-                          "--port", str(PORT)], env)
-    return server, zelvo
 
 
 def start_x11vnc(stage, env):
@@ -154,8 +110,7 @@ def main():
     enter_own_network()
     build = os.path.abspath(sys.argv[1])
     results = {}
-    shown = sys.stdout
-    with open(os.devnull, "w", encoding="utf-8") as sys.stdout, Stage(build) as stage:
+    with silence(), Stage(build) as stage:
         stage.start_display(size="1920x1080x24")
         env = dict(os.environ, DISPLAY=stage.display)
         content = stage.start([os.path.join(build, "zelvo-bench-screen")], env, takes_input=True)
@@ -167,17 +122,7 @@ def main():
             wait_until(lambda: is_listening(PORT), 10, name)
             results[name] = measure(stage, content, server, zelvo)
             server.end()
-    sys.stdout = shown
-    print(f"{'':44}" + "".join(f"{name:>16}" for name in results) + "         at most")
-    for figure, value in results["screensharingd"].items():
-        limit = LIMITS.get(figure)
-        row = "".join(f"{result[figure]:16.2f}" if figure in result else f"{'':16}"
-                      for result in results.values())
-        is_missed = limit is not None and value > limit
-        if is_missed:
-            missed.append(figure)
-        print(f"{figure:44}{row}{'' if limit is None else f'{limit:16}'}"
-              f"{'  MISSED' if is_missed else ''}")
+    show_table("", results, LIMITS)
     finish()
 
 

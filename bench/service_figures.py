@@ -16,10 +16,8 @@ import subprocess
 import sys
 import time
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, "..", "tests", "support"))
-from figures import finish, missed, resident_megabytes, show  # noqa: E402
-from stage import Stage, enter_own_network, wait_until  # noqa: E402
+from measuring import finish, missed, resident_megabytes, show
+from stage import Stage, enter_own_network, wait_until
 
 SECONDS = 10
 # Each of the 64 clients does what a thousand real ones do, so their budgets are off. Where strangers

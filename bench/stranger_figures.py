@@ -14,12 +14,8 @@ import struct
 import sys
 import time
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, "..", "tests", "support"))
-import screen_figures  # noqa: E402
-from figures import finish, missed, processor_share, resident_megabytes  # noqa: E402
-from screen_figures import PORT, Viewer, start_ours  # noqa: E402
-from stage import Stage, enter_own_network, is_listening, wait_until  # noqa: E402
+from measuring import PORT, Viewer, finish, missed, processor_share, resident_megabytes, silence, start_ours
+from stage import Stage, enter_own_network, is_listening, wait_until
 
 SECONDS = 6
 # More than the server ever takes in that time.
@@ -118,7 +114,7 @@ def be_strangers(addresses, scenario):
 
 
 def measure(viewer, pid):
-    viewer.begin_keys()
+    viewer.begin_keys(80)
     share = processor_share(pid, SECONDS)
     return (share, resident_megabytes(pid), *viewer.end_keys())
 
@@ -126,10 +122,8 @@ def measure(viewer, pid):
 def main():
     enter_own_network()
     build = os.path.abspath(sys.argv[1])
-    screen_figures.KEYS = 80
     print(f"{'strangers who':44}{'% core':>8}{'MB':>8}{'key to picture, ms':>22}{'longest':>9}")
-    with open(os.devnull, "w", encoding="utf-8") as nowhere, Stage(build) as stage:
-        shown, sys.stdout = sys.stdout, nowhere
+    with silence() as shown, Stage(build) as stage:
         stage.start_display(size="1920x1080x24")
         env = dict(os.environ, DISPLAY=stage.display)
         stage.start([os.path.join(build, "zelvo-bench-screen")], env, takes_input=True)
@@ -161,7 +155,6 @@ def main():
                 if is_missed:
                     missed.append(label)
                 time.sleep(1)
-    sys.stdout = shown
     finish()
 
 

@@ -7,29 +7,12 @@ usage: sway_figures.py BUILD_FOLDER
 import os
 import shutil
 import sys
-import time
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, "..", "tests", "support"))
-from figures import finish, missed, processor_share, resident_megabytes  # noqa: E402
-from screen_figures import PORT, SECONDS, Viewer, start_ours  # noqa: E402
-from stage import SKIPPED, Stage, enter_own_network, is_listening, wait_until  # noqa: E402
+from measuring import PORT, SESSION_LIMITS, finish, measure_session, show_table, silence, start_ours
+from stage import SKIPPED, Stage, enter_own_network, is_listening, wait_until
 
 # The compositor refuses to run as root.
 USER = "61211"
-# Lines as wide as the screen, 30 of them a second.
-SCROLL = ("import random, time\n"
-          "while True:\n"
-          "    print(''.join(random.choices('abcdefghij klmnop', k=260)), flush=True)\n"
-          "    time.sleep(1 / 30)")
-# A square in the corner that has another colour after each key.
-KEYS = ("import os, tty\n"
-        "tty.setraw(0)\n"
-        "colour = 41\n"
-        "while os.read(0, 1):\n"
-        "    colour = 83 - colour\n"
-        "    os.write(1, ''.join(f'\\x1b[{row}H\\x1b[{colour}m      ' for row in range(1, 4)).encode())")
-LIMITS = {"static, % core": 0.05, "key to picture, ms": 40, "scrolling, % core": 40}
 
 
 def start_session(stage):
@@ -48,26 +31,6 @@ def start_session(stage):
     return {**env, "WAYLAND_DISPLAY": "wayland-1"}, as_user
 
 
-def measure(stage, show, server):
-    figures = {}
-    pid = server.process.pid
-    content = show(KEYS)
-    viewer = Viewer(stage)
-    time.sleep(1)
-    figures["static, % core"] = processor_share(pid, SECONDS)
-    figures["key to picture, ms"] = viewer.keys()
-    content.end()
-    content = show(SCROLL)
-    time.sleep(1)
-    viewer.frames()
-    figures["scrolling, % core"] = processor_share(pid, SECONDS)
-    figures["frames/s"] = viewer.frames() / SECONDS
-    figures["resident, MB"] = resident_megabytes(pid)
-    viewer.end()
-    content.end()
-    return figures
-
-
 def main():
     enter_own_network()
     build = os.path.abspath(sys.argv[1])
@@ -76,8 +39,7 @@ def main():
             print(f"SKIPPED: {program} is missing")
             sys.exit(SKIPPED)
     results = {}
-    shown = sys.stdout
-    with open(os.devnull, "w", encoding="utf-8") as sys.stdout, Stage(build) as stage:
+    with silence(), Stage(build) as stage:
         env, as_user = start_session(stage)
         show = lambda script: stage.start(["foot", "-F", "/usr/bin/python3", "-c", script], env, as_user)
         servers = {"screensharingd": lambda: start_ours(stage, env)[0]}
@@ -86,18 +48,10 @@ def main():
         for name, start in servers.items():
             server = start()
             wait_until(lambda: is_listening(PORT), 10, name)
-            results[name] = measure(stage, show, server)
+            results[name] = measure_session(stage, show, server.process.pid)
             server.end()
             wait_until(lambda: not is_listening(PORT), 10, name + " gone")
-    sys.stdout = shown
-    print(f"{'in sway':30}" + "".join(f"{name:>16}" for name in results) + "         at most")
-    for figure, value in results["screensharingd"].items():
-        limit = LIMITS.get(figure)
-        is_missed = limit is not None and value > limit
-        if is_missed:
-            missed.append(figure)
-        print(f"{figure:30}" + "".join(f"{result[figure]:16.2f}" for result in results.values()) +
-              f"{'' if limit is None else f'{limit:16}'}{'  MISSED' if is_missed else ''}")
+    show_table("in sway", results, SESSION_LIMITS)
     finish()
 
 

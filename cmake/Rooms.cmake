@@ -13,6 +13,10 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
   target_compile_options(zelvo_flags INTERFACE -Wno-restrict -Wno-maybe-uninitialized
                          -Wno-stringop-overflow -Wno-array-bounds)
 endif()
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  # What XCB's and PipeWire's headers ask for: a name that is a keyword, and macros that are expressions.
+  target_compile_options(zelvo_flags INTERFACE -Wno-keyword-macro -Wno-gnu-statement-expression)
+endif()
 if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # A file that a unity file includes counts as a header for this warning.
   target_compile_options(zelvo_flags INTERFACE -Wno-subobject-linkage)

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <utility>
-#include <vector>
 
 #include "sealing/Base64.h"
+#include "sealing/HttpHead.h"
 #include "sealing/Primitives.h"
 
 namespace zelvo::sealing {
@@ -19,29 +19,6 @@ constexpr auto greetingForm = "RFB 000.000\n"sv;
 /// RFC 6455, section 1.3.
 constexpr auto acceptSuffix = "258EAFA5-E914-47DA-95CA-C5AB0DC85B11"sv;
 
-std::string lowered(std::string_view text) {
-    std::string lower(text);
-    for (char& c : lower)
-        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
-    return lower;
-}
-
-bool isTokenCharacter(char c) {
-    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
-           "!#$%&'*+-.^_`|~"sv.find(c) != std::string_view::npos;
-}
-
-bool isValueCharacter(char c) {
-    return c == '\t' || (static_cast<unsigned char>(c) >= 0x20 && c != 0x7F);
-}
-
-std::string_view trimmed(std::string_view text) {
-    const auto first = text.find_first_not_of(" \t");
-    if (first == std::string_view::npos)
-        return {};
-    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
-
 std::string acceptOf(std::string_view nonce) {
     return encodeBase64(sha1(std::string(nonce) + std::string(acceptSuffix)), Base64::Padded);
 }
@@ -51,77 +28,6 @@ std::string withoutBody(std::string_view status) {
 }
 
 }  // namespace
-
-struct WebSocketHead::Head {
-    struct Field {
-        std::string name;  ///< in lower case
-        std::string_view value;
-    };
-
-    static std::optional<Head> parse(std::string_view text);
-
-    /// The value of a field that may stand once only; none where it stands not, or twice.
-    std::optional<std::string_view> only(std::string_view name) const;
-    bool has(std::string_view name) const;
-    /// Whether a list, over all fields of this name, holds the token.
-    bool lists(std::string_view name, std::string_view token, bool caseCounts) const;
-
-    std::string_view firstLine;
-    std::vector<Field> fields;
-};
-
-std::optional<WebSocketHead::Head> WebSocketHead::Head::parse(std::string_view text) {
-    Head head;
-    for (bool isFirst = true; !text.empty(); isFirst = false) {
-        const auto line = text.substr(0, text.find("\r\n"));
-        text.remove_prefix(std::min(text.size(), line.size() + 2));
-        if (!std::all_of(line.begin(), line.end(), isValueCharacter))
-            return std::nullopt;
-        if (isFirst) {
-            head.firstLine = line;
-            continue;
-        }
-        const auto name = line.substr(0, line.find(':'));
-        if (name.empty() || name.size() == line.size() || head.fields.size() == mostFields ||
-            !std::all_of(name.begin(), name.end(), isTokenCharacter))
-            return std::nullopt;
-        head.fields.push_back({lowered(name), trimmed(line.substr(name.size() + 1))});
-    }
-    return head;
-}
-
-std::optional<std::string_view> WebSocketHead::Head::only(std::string_view name) const {
-    std::optional<std::string_view> value;
-    for (const auto& field : fields) {
-        if (field.name != name)
-            continue;
-        if (value)
-            return std::nullopt;
-        value = field.value;
-    }
-    return value;
-}
-
-bool WebSocketHead::Head::has(std::string_view name) const {
-    return std::any_of(fields.begin(), fields.end(),
-                       [&](const Field& field) { return field.name == name; });
-}
-
-bool WebSocketHead::Head::lists(std::string_view name, std::string_view token,
-                                bool caseCounts) const {
-    for (const auto& field : fields) {
-        if (field.name != name)
-            continue;
-        for (auto left = field.value; !left.empty();) {
-            const auto item = left.substr(0, left.find(','));
-            left.remove_prefix(std::min(left.size(), item.size() + 1));
-            const auto found = trimmed(item);
-            if (found == token || (!caseCounts && lowered(found) == token))
-                return true;
-        }
-    }
-    return false;
-}
 
 void WebSocketHead::receive(std::string_view& bytes) {
     while (state_ == State::Reading && !bytes.empty()) {
@@ -135,7 +41,7 @@ void WebSocketHead::receive(std::string_view& bytes) {
         } else if (input_.ends_with(endOfHead)) {
             const auto text = std::exchange(input_, {});
             const auto head =
-                Head::parse(std::string_view(text).substr(0, text.size() - endOfHead.size()));
+                HttpHead::parse(std::string_view(text).substr(0, text.size() - endOfHead.size()));
             state_ = head && isAccepted(*head, output_) ? State::Done : State::Failed;
         } else if (input_.size() == longest) {
             state_ = State::Failed;
@@ -151,7 +57,7 @@ bool UpgradeRequestReader::mayBegin(std::string& input) {
     return mayAskForUpgrade(input);
 }
 
-bool UpgradeRequestReader::isAccepted(const Head& head, std::string& output) {
+bool UpgradeRequestReader::isAccepted(const HttpHead& head, std::string& output) {
     if (head.firstLine != requestLine) {
         output += withoutBody("404 Not Found");
         return false;
@@ -212,7 +118,7 @@ bool UpgradeReplyReader::mayBegin(std::string& input) {
     return status.starts_with(std::string_view(input).substr(0, status.size()));
 }
 
-bool UpgradeReplyReader::isAccepted(const Head& head, std::string&) {
+bool UpgradeReplyReader::isAccepted(const HttpHead& head, std::string&) {
     constexpr auto status = "HTTP/1.1 101"sv;
     return (head.firstLine == status || head.firstLine.substr(status.size()).starts_with(' ')) &&
            head.lists("upgrade", "websocket", false) &&

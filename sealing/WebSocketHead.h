@@ -9,11 +9,12 @@
 
 namespace zelvo::sealing {
 
+struct HttpHead;
+
 /// The HTTP exchange that opens a WebSocket (RFC 6455, section 4), as one of its sides reads it.
 class WebSocketHead {
   public:
     static constexpr std::size_t longest = 4096;
-    static constexpr std::size_t mostFields = 64;
     static constexpr std::string_view protocol = "zelvo.1";
 
     enum class State { Reading, Done, Failed };
@@ -26,14 +27,11 @@ class WebSocketHead {
     /// What is to be sent now. Empties it.
     std::string takeOutput() { return std::exchange(output_, {}); }
 
-  protected:
-    struct Head;
-
   private:
     /// Whether what came so far may be the beginning of one of ours; may drop what stands before
     /// it.
     virtual bool mayBegin(std::string& input) = 0;
-    virtual bool isAccepted(const Head& head, std::string& output) = 0;
+    virtual bool isAccepted(const HttpHead& head, std::string& output) = 0;
 
     State state_ = State::Reading;
     std::string input_;
@@ -46,7 +44,7 @@ class WebSocketHead {
 class UpgradeRequestReader final : public WebSocketHead {
   private:
     bool mayBegin(std::string& input) override;
-    bool isAccepted(const Head& head, std::string& output) override;
+    bool isAccepted(const HttpHead& head, std::string& output) override;
 };
 
 /// The opener's side; its request is there at once. A server that took it for a viewer and greeted
@@ -58,7 +56,7 @@ class UpgradeReplyReader final : public WebSocketHead {
 
   private:
     bool mayBegin(std::string& input) override;
-    bool isAccepted(const Head& head, std::string& output) override;
+    bool isAccepted(const HttpHead& head, std::string& output) override;
 
     std::string nonce_;
     bool wasGreeted_ = false;

@@ -1,7 +1,11 @@
 #include "service/ServiceOptions.h"
 
+#include <algorithm>
 #include <string_view>
 #include <utility>
+
+#include "platform/linux/base/FileReading.h"
+#include "relay/tickets/Tickets.h"
 
 namespace zelvo::service {
 
@@ -16,17 +20,37 @@ serving::OptionTable ServiceOptions::table() {
     options.add("operators", "ADDRESS:PORT", "serve /health and /metrics there, over plain HTTP",
                 operators);
     options.addAddresses("proxies", "of proxies, which speak the PROXY protocol", server.proxies);
-    options.addAddresses("relays", "that hosts may register though they come from others", relays);
+    options.add("relays", "NAME@ADDRESS,...",
+                "to which hosts may be sent, and their IPv4 addresses",
+                [this](const std::string& text) { return readRelays(text); });
+    options.add("relay-key", "PEM", "private key of Ed25519 by which relays know whom we send",
+                relayKey);
     options.addCount("threads", "that serve; one a core", server.loops);
     options.addCount("connections", "at once; as many as the descriptors allow",
                      server.connections);
     options.addCount("connections-per-client", "at once; 256", server.connectionsPerClient);
     options.addRate("requests-per-client", "at once, and in a second then; 200/20",
                     server.requestsPerClient);
-    options.addRate("creates-per-client", "links, in the same way; 60/0.1", createsPerClient);
-    options.addRate("creates-per-owner", "links, in the same way; 20/0.016", createsPerOwner);
+    options.addRate("creates-per-client", "links, in the same way; 400/0.2", createsPerClient);
+    options.addRate("creates-per-owner", "links, in the same way; 200/0.2", createsPerOwner);
     options.addSwitch("log-requests", "write each client and link to standard error", logsRequests);
     return options;
+}
+
+bool ServiceOptions::readRelays(const std::string& text) {
+    relays.clear();
+    for (std::size_t at = 0; at <= text.size();) {
+        const auto end = std::min(text.find(',', at), text.size());
+        const auto relay = platform::trimmed(text.substr(at, end - at));
+        const auto mark = std::min(relay.find('@'), relay.size());
+        const auto address =
+            serving::ClientAddress::parse(relay.substr(std::min(mark + 1, relay.size())));
+        if (mark == 0 || mark > relay::Ticket::LongestName || !address || !address->isIpv4() ||
+            !relays.emplace(address->text(), relay.substr(0, mark)).second)
+            return false;
+        at = end + 1;
+    }
+    return true;
 }
 
 std::string ServiceOptions::usage() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <optional>
 #include <span>
 #include <string>
@@ -19,12 +20,13 @@ struct ServiceOptions {
     std::string operators;  ///< "ADDRESS:PORT" of /health and /metrics; empty for none
     int port = 0;           ///< 0: a free one
     bool logsRequests = false;
-    std::set<serving::ClientAddress> relays;
+    std::map<std::string, std::string> relays;  ///< names by address
+    std::string relayKey;                       ///< by which they know us
     serving::HttpServer::Options server{.connectionsPerClient = 256,
                                         .requestsPerClient = {200, 20},
                                         .bytesPerSecond = 16 * 1024 * 1024};
-    serving::Allowances::Rate createsPerClient{60, 0.1};
-    serving::Allowances::Rate createsPerOwner{20, 1.0 / 60};
+    serving::Allowances::Rate createsPerClient{400, 0.2};
+    serving::Allowances::Rate createsPerOwner{200, 0.2};
     /// What is printed on standard output instead of serving; empty: nothing, it serves.
     std::string answer;
 
@@ -38,6 +40,7 @@ struct ServiceOptions {
 
   private:
     serving::OptionTable table();
+    bool readRelays(const std::string& text);
 };
 
 }  // namespace zelvo::service

@@ -1,6 +1,8 @@
 #include "service/SharingEndpoints.h"
 
 #include <algorithm>
+#include <iterator>
+#include <random>
 #include <span>
 #include <utility>
 
@@ -54,11 +56,12 @@ struct SharingEndpoints::Endpoint {
     void (SharingEndpoints::*run)(const Fields&, const Caller&, Done);
 };
 
-const SharingEndpoints::Endpoint SharingEndpoints::Endpoints[4] = {
+const SharingEndpoints::Endpoint SharingEndpoints::Endpoints[5] = {
     {"create.php", CreateNames, &SharingEndpoints::create},
     {"update.php", UpdateNames, &SharingEndpoints::update},
     {"get.php", LinkNames, &SharingEndpoints::get},
     {"delete.php", LinkNames, &SharingEndpoints::remove},
+    {"relay.php", RelayNames, &SharingEndpoints::sendToRelay},
 };
 
 std::string_view SharingEndpoints::nameOf(std::string_view path) {
@@ -93,7 +96,7 @@ LinkStore::Registration SharingEndpoints::registrationOf(const Fields& fields,
     for (auto name : FactNames)
         registration.facts.insert(*fields.find(name));
     const auto& address = value(fields, "IPAddress");
-    registration.addressIsProven = address == caller.ipv4 || options_.relays.contains(address);
+    registration.addressIsProven = address == caller.address || options_.relays.contains(address);
     return registration;
 }
 
@@ -143,7 +146,11 @@ void SharingEndpoints::get(const Fields& fields, const Caller& caller, Done done
             store_.touch(link);
         const bool isAvailable = record.registration.availability == Availability::Available &&
                                  (isOwner || silence <= life::AvailableFor);
-        done({describe(record.registration, isAvailable), ""});
+        auto reply = describe(record.registration, isAvailable);
+        const auto relay = options_.relays.find(value(record.registration.facts, "IPAddress"));
+        if (isAvailable && relay != options_.relays.end())
+            reply.emplace("Relay", relay->second);
+        done({std::move(reply), ""});
     });
 }
 
@@ -152,6 +159,28 @@ void SharingEndpoints::remove(const Fields& fields, const Caller& caller, Done d
                   [done = std::move(done)](Outcome outcome) {
                       done({replyTo(outcome), ""});
                   });
+}
+
+void SharingEndpoints::sendToRelay(const Fields& fields, const Caller& caller, Done done) {
+    const auto& relays = options_.relays;
+    const auto owner = ownerOf(caller.secret);
+    if (options_.mayCreate && !options_.mayCreate(owner))
+        return done({refusal(StatusCode::TooManyRequests), ""});
+    if (relays.empty() || !options_.ticketFor)
+        return done({refusal(StatusCode::NoRelay), ""});
+    const auto& wanted = value(fields, "Relay");
+    auto relay = std::ranges::find(relays, wanted, [](const auto& it) { return it.second; });
+    if (relay == relays.end())
+        relay = std::next(relays.begin(), std::random_device()() % relays.size());
+    auto ticket = options_.ticketFor(owner, relay->second);
+    if (ticket.empty())
+        return done({refusal(StatusCode::InternalError), ""});
+    auto reply = success();
+    reply.emplace("Relay", relay->second);
+    reply.emplace("RelayAddress", relay->first);
+    reply.emplace("ClientAddress", caller.address);
+    reply.emplace("Ticket", std::move(ticket));
+    done({std::move(reply), ""});
 }
 
 }  // namespace zelvo::service

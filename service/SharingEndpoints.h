@@ -1,8 +1,7 @@
 #pragma once
 
 #include <functional>
-#include <optional>
-#include <set>
+#include <map>
 #include <string>
 #include <string_view>
 
@@ -11,13 +10,13 @@
 
 namespace zelvo::service {
 
-/// The four things that one can ask the service: to register a link, to replace its facts, to
-/// tell them, and to forget it. What changes a link, only its owner may ask. Any thread.
+/// What one can ask the service: to register a link, to replace its facts, to tell them, and to
+/// forget it; and for a relay. What changes a link, only its owner may ask. Any thread.
 class SharingEndpoints {
   public:
     struct Caller {
-        std::string secret;  ///< the owner's, as it was shown; empty for none
-        std::string ipv4;    ///< address of the connection, dotted decimal; empty for none
+        std::string secret;   ///< the owner's, as it was shown; empty for none
+        std::string address;  ///< of the connection
     };
     struct Answer {
         Reply reply;
@@ -28,8 +27,13 @@ class SharingEndpoints {
 
     struct Options {
         std::function<Moment()> clock;
-        /// Addresses that hosts may register though they do not come from there.
-        std::set<std::string> relays = {};
+        /// Names of relays by their addresses, which hosts may register though they do not come
+        /// from there.
+        std::map<std::string, std::string> relays = {};
+        /// What sends this owner to the relay of that name; empty where it fails. Null where no
+        /// relay takes anybody from here.
+        std::function<std::string(const LinkStore::Owner&, const std::string& relay)> ticketFor =
+            {};
         /// Whether one more link may be made in the name of the owner's digest; null for always.
         std::function<bool(const LinkStore::Owner&)> mayCreate = {};
     };
@@ -47,13 +51,14 @@ class SharingEndpoints {
 
   private:
     struct Endpoint;
-    static const Endpoint Endpoints[4];
+    static const Endpoint Endpoints[5];
     static const Endpoint* find(std::string_view path);
 
     void create(const Fields& fields, const Caller& caller, Done done);
     void update(const Fields& fields, const Caller& caller, Done done);
     void get(const Fields& fields, const Caller& caller, Done done);
     void remove(const Fields& fields, const Caller& caller, Done done);
+    void sendToRelay(const Fields& fields, const Caller& caller, Done done);
     LinkStore::Registration registrationOf(const Fields& fields, const Caller& caller) const;
 
     LinkStore& store_;

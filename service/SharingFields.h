@@ -27,6 +27,9 @@ inline constexpr std::array<std::string_view, 11> UpdateNames = {
 
 inline constexpr std::array<std::string_view, 1> LinkNames = {"link"};
 
+/// The relay that a host would like to have again.
+inline constexpr std::array<std::string_view, 1> RelayNames = {"Relay"};
+
 /// Whether the text can be the value of the field. Names, the keyboard layout and the hardware
 /// address may be empty, as a host may not know them; links are any text, for whether a link is
 /// known is the store's to say.

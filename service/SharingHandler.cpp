@@ -57,6 +57,16 @@ int httpStatusOf(const Reply& reply) {
     }
 }
 
+/// What a request takes of its client's budget of links: by what it may leave on the disk. The form
+/// of an ordinary host has some 1,000 bytes, and its updates are free.
+double costOf(std::string_view endpoint, std::size_t length) {
+    constexpr std::size_t part = 4096;
+    const auto parts = static_cast<double>(length / part);
+    if (endpoint == "create.php" || endpoint == "relay.php")
+        return 1 + parts;
+    return endpoint == "update.php" ? parts : 0;
+}
+
 StatusCode codeOf(int httpStatus) {
     switch (httpStatus) {
         case 404:
@@ -113,11 +123,13 @@ void SharingHandler::handle(const HttpRequest& request, serving::HttpServer::Res
         log(request);
     if (auto refused = refuseEarly(request); !refused.body.empty())
         return answer(std::move(refused));
-    if (endpoint == "create.php" && !creates_.take(request.client.budgetKey())) {
+    const auto cost = costOf(endpoint, request.body.size());
+    if (cost > 0 &&
+        !creates_.take(request.client.budgetKey(), std::chrono::steady_clock::now(), cost)) {
         count(endpoint, refusal(StatusCode::TooManyRequests));
         return answer(refuse(429));
     }
-    const SharingEndpoints::Caller caller{secretOf(request), request.client.isIpv4() ? client : ""};
+    const SharingEndpoints::Caller caller{secretOf(request), client};
     endpoints_.answer(request.path, request.body, caller,
                       [this, endpoint, answer](const SharingEndpoints::Answer& answered) {
                           count(endpoint, answered.reply);

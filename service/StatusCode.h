@@ -18,6 +18,7 @@ enum class StatusCode : int {
     BadRequest = 11,       ///< Not a readable HTTP request, or its body broke off.
     InternalError = 12,    ///< The service itself failed.
     TooManyRequests = 13,  ///< This client or owner asks too often; later it may.
+    NoRelay = 14,          ///< The service has no relay to send anybody to.
 };
 
 /// One English sentence for people who read a reply.
@@ -47,6 +48,8 @@ constexpr const char* describe(StatusCode code) {
             return "The request is not readable.";
         case StatusCode::TooManyRequests:
             return "Too many requests; try again later.";
+        case StatusCode::NoRelay:
+            return "There is no relay.";
         case StatusCode::InternalError:
             break;
     }

@@ -9,6 +9,7 @@
 #include <span>
 #include <string>
 
+#include "relay/tickets/Tickets.h"
 #include "service/ServiceOptions.h"
 #include "service/SharingEndpoints.h"
 #include "service/SharingHandler.h"
@@ -47,15 +48,25 @@ void watch(serving::Metrics& metrics, const SqliteLinkStore& store,
 
 /// Serves until a signal ends it.
 int serve(ServiceOptions& options, std::shared_ptr<const serving::TlsContext> tls,
-          SqliteLinkStore& store, serving::ServerSignals& signals) {
+          SqliteLinkStore& store, const std::optional<zelvo::relay::Ed25519>& relayKey,
+          serving::ServerSignals& signals) {
     serving::Metrics metrics;
     serving::Allowances createsOf(options.createsPerOwner);
     SharingEndpoints::Options rules{
         .clock = [] { return static_cast<Moment>(std::time(nullptr)); },
         .mayCreate =
             [&](const LinkStore::Owner& owner) { return owner.empty() || createsOf.take(owner); }};
-    for (const auto& relay : options.relays)
-        rules.relays.insert(relay.text());
+    rules.relays = options.relays;
+    if (relayKey)
+        rules.ticketFor = [&relayKey, clock = rules.clock](const LinkStore::Owner& owner,
+                                                           const std::string& place) {
+            const auto relay = place.substr(0, place.find(':'));
+            return zelvo::relay::Ticket{clock() + zelvo::relay::Ticket::ValidFor,
+                                        owner.empty() ? zelvo::relay::freshPseudonym()
+                                                      : zelvo::relay::pseudonymOf(owner, relay),
+                                        relay}
+                .sealed(*relayKey);
+        };
     SharingEndpoints endpoints(store, std::move(rules));
     SharingHandler handler(endpoints, {.createsPerClient = options.createsPerClient,
                                        .logsRequests = options.logsRequests,
@@ -127,9 +138,13 @@ int main(int argc, char** argv) {
     auto tls = serving::TlsContext::read(options->certificate, options->key, error);
     if (!tls)
         return complain(error);
+    std::optional<zelvo::relay::Ed25519> relayKey;
+    if (!options->relayKey.empty() &&
+        !(relayKey = zelvo::relay::Ed25519::readPrivate(options->relayKey, error)))
+        return complain(error);
     auto store = SqliteLinkStore::open(
         options->database, [] { return static_cast<Moment>(std::time(nullptr)); }, error);
     if (!store)
         return complain(options->database + ": " + error);
-    return serve(*options, std::move(tls), *store, signals);
+    return serve(*options, std::move(tls), *store, relayKey, signals);
 }

@@ -20,7 +20,7 @@ void Shares::giveBack(const std::string& key) {
         taken_.erase(found);
 }
 
-bool Allowances::take(const std::string& key, Clock::time_point now) {
+bool Allowances::take(const std::string& key, Clock::time_point now, double cost) {
     if (rate_.atOnce <= 0)
         return true;
     const std::lock_guard lock(mutex_);
@@ -39,9 +39,10 @@ bool Allowances::take(const std::string& key, Clock::time_point now) {
     const std::chrono::duration<double> since = now - account.at;
     account.left = std::min(rate_.atOnce, account.left + since.count() * rate_.perSecond);
     account.at = now;
-    if (account.left < 1)
+    cost = std::min(cost, rate_.atOnce);
+    if (account.left < cost)
         return false;
-    account.left -= 1;
+    account.left -= cost;
     return true;
 }
 

@@ -38,8 +38,9 @@ class Allowances {
     /// Remembers so many keys at most; those that were seen last.
     explicit Allowances(Rate rate, std::size_t keys = 100'000) : rate_(rate), mostKeys_(keys) {}
 
-    /// Takes one; false where there is none left.
-    bool take(const std::string& key, Clock::time_point now = Clock::now());
+    /// Takes one, or as many as something costs; false where there are not so many left. What
+    /// costs more than there ever are takes all.
+    bool take(const std::string& key, Clock::time_point now = Clock::now(), double cost = 1);
 
   private:
     struct Account {

@@ -8,9 +8,7 @@
 #include <event2/listener.h>
 #include <fcntl.h>
 #include <strings.h>
-#include <sys/eventfd.h>
 
-#include "platform/linux/base/ThreadQueue.h"
 #include "serving/HttpShared.h"
 #include "serving/TlsConnection.h"
 
@@ -29,18 +27,6 @@ timeval asTimeval(std::chrono::milliseconds span) {
             static_cast<suseconds_t>(span.count() % 1000 * 1000)};
 }
 
-/// The loop of this thread.
-thread_local const HttpLoop* running = nullptr;
-
-event_base* makeBase() {
-    auto* config = event_config_new();
-    // Each base has one thread.
-    event_config_set_flag(config, EVENT_BASE_FLAG_NOLOCK);
-    auto* base = event_base_new_with_config(config);
-    event_config_free(config);
-    return base;
-}
-
 const char* methodName(evhttp_cmd_type type) {
     switch (type) {
         case EVHTTP_REQ_GET:
@@ -56,16 +42,8 @@ const char* methodName(evhttp_cmd_type type) {
 
 }  // namespace
 
-HttpLoop::HttpLoop(HttpShared& shared, std::size_t most)
-    : shared_(shared),
-      most_(most),
-      bell_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      base_(makeBase()) {
-    auto* base = base_.get();
-    bellEvent_.reset(event_new(
-        base, bell_.get(), EV_READ | EV_PERSIST,
-        [](int, short, void* self) { static_cast<HttpLoop*>(self)->runPosted(); }, this));
-    event_add(bellEvent_.get(), nullptr);
+HttpLoop::HttpLoop(HttpShared& shared, std::size_t most) : shared_(shared), most_(most) {
+    auto* base = loop_.base();
     const auto& options = shared.options;
     if (options.bytesPerSecond > 0) {
         const auto rate = options.bytesPerSecond;
@@ -108,13 +86,13 @@ HttpLoop::~HttpLoop() {
     // Connections end with the server, the last of each in the loop's next turn, and tell this
     // loop.
     http_.reset();
-    event_base_loop(base_.get(), EVLOOP_NONBLOCK);
+    event_base_loop(loop_.base(), EVLOOP_NONBLOCK);
 }
 
 bool HttpLoop::listen(int socket) {
     const int own = ::fcntl(socket, F_DUPFD_CLOEXEC, 0);
     // A backlog of 0 leaves the socket's own.
-    listener_ = evconnlistener_new(base_.get(), nullptr, nullptr,
+    listener_ = evconnlistener_new(loop_.base(), nullptr, nullptr,
                                    LEV_OPT_CLOSE_ON_FREE | LEV_OPT_CLOSE_ON_EXEC, 0, own);
     if (!listener_ || !evhttp_bind_listener(http_.get(), listener_))
         return false;
@@ -130,31 +108,17 @@ bool HttpLoop::listen(int socket) {
     return true;
 }
 
-void HttpLoop::start() {
-    thread_ = std::thread([this] { run(); });
-}
-
-void HttpLoop::run() {
-    platform::blockSignals();
-    running = this;
-    event_base_loop(base_.get(), EVLOOP_NO_EXIT_ON_EMPTY);
-}
-
 void HttpLoop::beginStop() {
-    post([this] {
+    loop_.post([this] {
         stopping_ = true;
         accept(false);
-        const auto after = asTimeval(AMoment);
-        if (unanswered_ == 0)
-            event_base_loopexit(base_.get(), &after);
+        endOnceAnswered();
     });
 }
 
-void HttpLoop::join() {
-    if (thread_.joinable())
-        thread_.join();
-    // What was answered in the meantime, so that nothing is left over.
-    runPosted();
+void HttpLoop::endOnceAnswered() {
+    if (stopping_ && unanswered_ == 0)
+        loop_.endAfter(AMoment);
 }
 
 void HttpLoop::connectionBegins() {
@@ -176,15 +140,6 @@ void HttpLoop::accept(bool isOn) {
         evconnlistener_enable(listener_);
     else
         evconnlistener_disable(listener_);
-}
-
-void HttpLoop::startTimer(event& timer, std::chrono::milliseconds after) {
-    auto found = timers_.find(after);
-    if (found == timers_.end()) {
-        const auto span = asTimeval(after);
-        found = timers_.emplace(after, event_base_init_common_timeout(base_.get(), &span)).first;
-    }
-    event_add(&timer, found->second);
 }
 
 void HttpLoop::handle(evhttp_request* request) {
@@ -226,9 +181,9 @@ void HttpLoop::handle(evhttp_request* request) {
         return values;
     };
     shared_.handler(here, [this, request](HttpResponse response) {
-        if (running == this)
+        if (loop_.isHere())
             return send(request, std::move(response));
-        post([this, request, response = std::move(response)]() mutable {
+        loop_.post([this, request, response = std::move(response)]() mutable {
             send(request, std::move(response));
         });
     });
@@ -254,38 +209,11 @@ void HttpLoop::send(evhttp_request* request, HttpResponse response) {
     evbuffer_add(body, response.body.data(), response.body.size());
     evhttp_send_reply(request, response.status, nullptr, body);
     evbuffer_free(body);
-    const auto after = asTimeval(AMoment);
-    if (stopping_ && unanswered_ == 0)
-        event_base_loopexit(base_.get(), &after);
+    endOnceAnswered();
 }
 
-void HttpLoop::post(std::function<void()> job) {
-    const std::lock_guard lock(mutex_);
-    posted_.push_back(std::move(job));
-    if (posted_.size() == 1)
-        eventfd_write(bell_.get(), 1);
-}
-
-void HttpLoop::runPosted() {
-    eventfd_t rung = 0;
-    eventfd_read(bell_.get(), &rung);
-    std::vector<std::function<void()>> jobs;
-    {
-        const std::lock_guard lock(mutex_);
-        jobs.swap(posted_);
-    }
-    for (auto& job : jobs)
-        job();
-}
-
-void HttpLoop::releaseBase(event_base* base) {
-    event_base_free(base);
-}
 void HttpLoop::releaseHttp(evhttp* http) {
     evhttp_free(http);
-}
-void HttpLoop::releaseEvent(event* event) {
-    event_free(event);
 }
 void HttpLoop::releaseGroup(bufferevent_rate_limit_group* group) {
     bufferevent_rate_limit_group_free(group);

@@ -1,62 +1,18 @@
 #include "serving/HttpServer.h"
 
-#include <netdb.h>
-#include <sys/resource.h>
-#include <sys/socket.h>
-
 #include <algorithm>
 #include <limits>
 #include <thread>
 
-#include "platform/linux/base/FileDescriptor.h"
 #include "serving/HttpLoop.h"
 #include "serving/HttpShared.h"
+#include "serving/Listening.h"
 
 namespace zelvo::serving {
 namespace {
 
-constexpr int Backlog = 1024;
-/// Descriptors for everything but connections: the database, the log, the loops.
-constexpr std::size_t OtherDescriptors = 64;
-
-std::size_t descriptorLimit() {
-    rlimit limit{};
-    ::getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = limit.rlim_max;
-    ::setrlimit(RLIMIT_NOFILE, &limit);
-    ::getrlimit(RLIMIT_NOFILE, &limit);
-    return limit.rlim_cur;
-}
-
 Metrics& metricsOf(const HttpServer::Options& options, Metrics& own) {
     return options.metrics ? *options.metrics : own;
-}
-
-platform::FileDescriptor listenOn(const std::string& address, int port) {
-    addrinfo hints{};
-    hints.ai_socktype = SOCK_STREAM;
-    hints.ai_flags = AI_PASSIVE | AI_NUMERICHOST | AI_NUMERICSERV;
-    addrinfo* found = nullptr;
-    if (::getaddrinfo(address.c_str(), std::to_string(port).c_str(), &hints, &found) != 0)
-        return {};
-    const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> release(found, &freeaddrinfo);
-    platform::FileDescriptor socket(
-        ::socket(found->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    // Not SO_REUSEPORT, with which a second service would take half of the clients.
-    const int on = 1;
-    ::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    if (::bind(socket.get(), found->ai_addr, found->ai_addrlen) != 0 ||
-        ::listen(socket.get(), Backlog) != 0)
-        return {};
-    return socket;
-}
-
-int portOf(int socket) {
-    sockaddr_storage name{};
-    socklen_t size = sizeof name;
-    ::getsockname(socket, reinterpret_cast<sockaddr*>(&name), &size);
-    // The port lies at the same place in both families.
-    return ntohs(reinterpret_cast<const sockaddr_in&>(name).sin_port);
 }
 
 }  // namespace
@@ -86,8 +42,7 @@ HttpServer::HttpServer(Handler handler, Options options) {
     const auto& set = shared_->options;
     const auto loops =
         set.loops > 0 ? set.loops : std::max<std::size_t>(1, std::thread::hardware_concurrency());
-    const auto limit = descriptorLimit();
-    const auto most = limit > 2 * OtherDescriptors ? limit - OtherDescriptors : OtherDescriptors;
+    const auto most = connectionLimit();
     const auto connections = set.connections > 0 ? std::min(set.connections, most) : most;
     for (std::size_t i = 0; i < loops; ++i)
         loops_.push_back(

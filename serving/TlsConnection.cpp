@@ -35,7 +35,7 @@ bufferevent* TlsConnection::make(HttpLoop& loop) {
     if (!session)
         return nullptr;
     auto* transport = bufferevent_openssl_socket_new(
-        loop.base(), -1, session, BUFFEREVENT_SSL_ACCEPTING, BEV_OPT_CLOSE_ON_FREE);
+        loop.loop().base(), -1, session, BUFFEREVENT_SSL_ACCEPTING, BEV_OPT_CLOSE_ON_FREE);
     if (!transport) {
         SSL_free(session);
         return nullptr;
@@ -55,7 +55,7 @@ TlsConnection::TlsConnection(HttpLoop& loop, bufferevent* transport)
     : loop_(loop), transport_(transport) {
     loop_.connectionBegins();
     evbuffer_add_cb(bufferevent_get_input(transport), &TlsConnection::received, this);
-    event_assign(&timer_, loop.base(), -1, EV_TIMEOUT, &TlsConnection::wake, this);
+    event_assign(&timer_, loop.loop().base(), -1, EV_TIMEOUT, &TlsConnection::wake, this);
     // The library gives the transport its socket only after this; what is to be done with it comes
     // before anything is read.
     event_active(&timer_, EV_TIMEOUT, 1);
@@ -119,13 +119,13 @@ void TlsConnection::enter(Phase phase) {
     const auto& options = loop_.shared().options;
     switch (phase) {
         case Phase::Head:
-            return loop_.startTimer(timer_, options.headTime);
+            return loop_.loop().startTimer(timer_, options.headTime);
         case Phase::Body:
-            return loop_.startTimer(timer_, options.bodyTime);
+            return loop_.loop().startTimer(timer_, options.bodyTime);
         case Phase::Reply:
-            return loop_.startTimer(timer_, options.replyTime);
+            return loop_.loop().startTimer(timer_, options.replyTime);
         case Phase::Rest:
-            return loop_.startTimer(timer_, options.restTime);
+            return loop_.loop().startTimer(timer_, options.restTime);
         case Phase::Accepted:
         case Phase::Answer:
             return;

@@ -3,15 +3,15 @@
 import json
 import os
 import signal
+import socket
 import subprocess
-import time
 
 from desktop import USER_ID, Desktop, append
 from stage import wait_until
 
-PORTALS = ("/usr/libexec/xdg-desktop-portal-gnome", "/usr/libexec/xdg-desktop-portal")
+PORTAL = "/usr/libexec/xdg-desktop-portal"
 PROGRAMS = ("gnome-shell", "pipewire", "wireplumber", "gdbus", "foot", "convert",
-            *PORTALS,
+            PORTAL, PORTAL + "-gnome",
             "/usr/lib/*/qt6/plugins/platforms/libqwayland-generic.so")
 SIZE = (1024, 768)
 # A layout that has é, ß and €, by AltGr.
@@ -56,7 +56,8 @@ class GnomeDesktop(Desktop):
         self.shell = self.start_in_session("gnome-shell", "--headless", "--wayland", "--no-x11",
                                            "--unsafe-mode", "--virtual-monitor", "%dx%d" % self.size)
         wait_until(lambda: self.owns("org.gnome.Shell"), 30, "the shell")
-        self.portals = [self.start_in_session(portal) for portal in PORTALS]
+        # The bus starts the desktop's own, which by itself would wait for this one.
+        self.portal = self.start_in_session(PORTAL)
         wait_until(lambda: self.owns("org.freedesktop.portal.Desktop"), 30, "the portal")
         # The first event of a device is lost.
         self.evaluate("imports.ui.main.overview.hide(); const C = imports.gi.Clutter; global.mouse ="
@@ -66,7 +67,13 @@ class GnomeDesktop(Desktop):
 
     def start_pipewire(self):
         self.pipewire = self.start_in_session("pipewire")
+        # Which ends itself where it cannot connect, and then nobody connects streams.
+        wait_until(self.answers_pipewire, 20, "PipeWire")
         self.start_in_session("wireplumber")
+
+    def answers_pipewire(self):
+        with socket.socket(socket.AF_UNIX) as pipewire:
+            return pipewire.connect_ex(self.session["XDG_RUNTIME_DIR"] + "/pipewire-0") == 0
 
     def start_application(self, *_):
         env = {name: value for name, value in self.session.items() if name != "DBUS_SYSTEM_BUS_ADDRESS"}
@@ -105,6 +112,11 @@ class GnomeDesktop(Desktop):
                       f"global.mouse.notify_absolute_motion(t, {x}, {y}); "
                       f"global.mouse.notify_button(t, 1, 1); global.mouse.notify_button(t, 1, 0); 1")
 
+    def fade_in_panel(self):
+        """In half a second."""
+        self.evaluate("let steps = 0; imports.gi.GLib.timeout_add(0, 16, () => { "
+                      "imports.ui.main.panel.opacity = 8.5 * ++steps; return steps < 30; }); 1")
+
     def windows(self, title, count=1):
         """Left, top, width and height of the windows of that title, the upmost last, once they are so
         many."""
@@ -114,24 +126,26 @@ class GnomeDesktop(Desktop):
             found[:] = self.evaluate(
                 "global.get_window_actors().map(a => a.meta_window)"
                 f".filter(w => w.get_title() == '{title}').map(w => w.get_frame_rect())"
-                ".map(r => [r.x, r.y, r.width, r.height])")
+                ".filter(r => r.width).map(r => [r.x, r.y, r.width, r.height])")
             return len(found) >= count
         wait_until(search, 15, f"{count} windows {title}")
         return found
 
     def click_in(self, window, right, down):
-        """A place of the window, from its right and lower edges where it is negative."""
-        left, top, width, height = window
-        self.click(left + right + (width if right < 0 else 0), top + down + (height if down < 0 else 0))
+        self.click(*place_in(window, right, down))
 
     def answer_portal(self, share=True, interaction=True):
         """In the desktop's own dialog."""
-        self.windows("Remote desktop")
-        time.sleep(1)
+        def is_lit(*place):
+            x, y = place_in(self.windows("Remote desktop")[-1], *place)
+            red, _, blue = self.picture()[(y * self.size[0] + x) * 3:][:3]
+            return blue > red + 100
+        # Before its button is, it is not drawn, or has no monitor yet.
+        wait_until(lambda: is_lit(-82, 22), 20, "the dialog")
         window = self.windows("Remote desktop")[-1]
         if interaction:
             self.click_in(window, 450, 222)
-            time.sleep(0.5)
+            wait_until(lambda: is_lit(432, 222), 10, "the switch")
         self.click_in(window, -48 if share else 48, 22)
         wait_until(lambda: not self.evaluate("global.get_window_actors().map(a => a.meta_window)"
                                              ".some(w => w.get_title() == 'Remote desktop')"), 10,
@@ -141,11 +155,10 @@ class GnomeDesktop(Desktop):
         """As the top bar tells."""
         return self.evaluate("imports.ui.main.panel.statusArea.screenSharing.visible")
 
-    def remove_portals(self):
-        """As if they were not installed."""
-        for portal, path in zip(self.portals, PORTALS):
-            subprocess.run(["mount", "--bind", "/dev/null", path], check=True)
-            portal.end(signal.SIGKILL)
+    def remove_portal(self):
+        """As if it were not installed."""
+        subprocess.run(["mount", "--bind", "/dev/null", PORTAL], check=True)
+        self.portal.end(signal.SIGKILL)
 
     def stop_sharing(self):
         """By the button in the top bar."""
@@ -161,3 +174,9 @@ class GnomeDesktop(Desktop):
                          "org.gnome.Shell.Screenshot.Screenshot", "false", "false", file)
         return subprocess.run(["convert", file, "-depth", "8", "rgb:-"], capture_output=True,
                               check=True).stdout
+
+
+def place_in(window, right, down):
+    """On the screen; from the window's right and lower edges where it is negative."""
+    left, top, width, height = window
+    return left + right + (width if right < 0 else 0), top + down + (height if down < 0 else 0)

@@ -48,7 +48,7 @@ class SharingEndpointsTest : public testing::Test {
     std::unique_ptr<LinkStore> store = SqliteLinkStore::open(
         folder / "links.db", [this] { return now.load(); }, error);
     SharingEndpoints endpoints{
-        *store, {.clock = [this] { return now.load(); }, .relays = {"198.51.100.1"}}};
+        *store, {.clock = [this] { return now.load(); }, .relays = {{"198.51.100.1", "r.test"}}}};
 };
 
 TEST_F(SharingEndpointsTest, ALinkLivesFromCreateToDelete) {
@@ -165,6 +165,7 @@ TEST_F(SharingEndpointsTest, SaysWhetherTheAddressIsProven) {
     form.replace(form.find(peer = "203.0.113.7"), 11, "198.51.100.1");
     const auto link = std::get<std::string>(answer("create.php", form)["link"]);
     EXPECT_EQ(answer("get.php", "link=" + link)["AddressProven"], Reply::mapped_type(1));
+    EXPECT_EQ(answer("relay.php", "Relay="), refusal(StatusCode::NoRelay));
 }
 
 TEST_F(SharingEndpointsTest, AnswersEveryKeptLinkWithOneThatWorks) {

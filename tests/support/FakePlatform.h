@@ -53,14 +53,16 @@ struct FakePlatform {
 
     /// The whole system with these, and a desktop from elsewhere.
     template <typename Desktop>
-    platform::Platform with(Desktop& desktop, platform::Bundle& texts,
-                            platform::Workspace& openers, platform::UrlSession& session) {
-        return platform::Platform(loop, loop, log, dynamicStore, hardware, services, sockets,
-                                  processes, processInfo, inputSources, random, digest, addresses,
-                                  propertyLists, userDefaults, texts, session, "https://share.example",
-                                  router, desktop.application, desktop.alerts, desktop.windowSystem,
-                                  desktop.sharingServicePicker, desktop.pasteboard, openers,
-                                  authorization, desktop.feedback);
+    platform::Platform with(Desktop& desktop, platform::Bundle& texts, platform::Workspace& openers,
+                            platform::UrlSession& session) {
+        // clang-format off
+        return platform::Platform{
+            loop, loop, log, dynamicStore, hardware, services, sockets, processes, processInfo,
+            inputSources, random, digest, addresses, propertyLists, userDefaults, texts, session,
+            "https://share.example", router, desktop.application, desktop.alerts,
+            desktop.windowSystem, desktop.sharingServicePicker, desktop.pasteboard, openers,
+            authorization, desktop.feedback};
+        // clang-format on
     }
     platform::Platform platform{with(*this, bundle, workspace, peer)};
 };

@@ -44,10 +44,13 @@ void EventLoop::turn(Clock::time_point until) {
         epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()),
                    static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(wait).count()));
     for (int index = 0; index < count; ++index) {
-        const auto found = ready_.find(events[static_cast<std::size_t>(index)].data.u64);
+        // By value: the kernel packs its event, so no reference to what is in it may be taken.
+        const epoll_event event = events[static_cast<std::size_t>(index)];
+        const std::uint64_t id = event.data.u64;
+        const auto found = ready_.find(id);
         if (found != ready_.end()) {
             const auto ready = found->second;
-            (*ready)(events[static_cast<std::size_t>(index)].events);
+            (*ready)(event.events);
         }
     }
 }

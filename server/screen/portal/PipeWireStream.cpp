@@ -12,10 +12,25 @@ namespace zelvo::server {
 
 namespace {
 
+using namespace std::chrono_literals;
+
 constexpr int mostSide = 16384;
 constexpr std::uint32_t mostFrames = 60;  // a second
 // Compositors ask for room for theirs, and offer none where there is less.
 constexpr int largestCursor = 1024;
+// The frame that is being read, the newest, and one for the compositor to draw the next in.
+constexpr int leastBuffers = 3;
+// For as many frames may either side be busy: a compositor that has run out of buffers stands still
+// for good.
+constexpr int usualBuffers = 8;
+// Than the quickest, which compositors need to draw it: less than the time between two.
+constexpr auto mostDelay = 12ms;
+// After a late one; those that are in time come sooner where there are more.
+constexpr auto untilStill = 200ms;
+// Compositors draw a frame as soon as the stream runs, which may be before it does here: then it is
+// lost, and a desktop that is still draws no other.
+constexpr auto longestStart = 1s;
+constexpr int mostAttempts = 3;
 
 /// The library's macros build pods by C's compound literals, which are no part of C++.
 template <typename... Values>
@@ -46,14 +61,20 @@ const spa_pod* wantedFormat(spa_pod_builder& builder) {
 
 /// Only memory that we can read: what lies in a graphics card we would have to have copied.
 const spa_pod* wantedBuffers(spa_pod_builder& builder) {
-    return object(builder, SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers,
-                  SPA_PARAM_BUFFERS_buffers, SPA_POD_CHOICE_RANGE_Int(4, 2, 8),
-                  SPA_PARAM_BUFFERS_dataType,
-                  SPA_POD_CHOICE_FLAGS_Int((1 << SPA_DATA_MemPtr) | (1 << SPA_DATA_MemFd)));
+    return object(
+        builder, SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers, SPA_PARAM_BUFFERS_buffers,
+        SPA_POD_CHOICE_RANGE_Int(usualBuffers, leastBuffers, 16), SPA_PARAM_BUFFERS_dataType,
+        SPA_POD_CHOICE_FLAGS_Int((1 << SPA_DATA_MemPtr) | (1 << SPA_DATA_MemFd)));
 }
 
 constexpr int cursorMetaSize(int side) {
     return static_cast<int>(sizeof(spa_meta_cursor) + sizeof(spa_meta_bitmap)) + side * side * 4;
+}
+
+const spa_pod* wantedHeader(spa_pod_builder& builder) {
+    return object(builder, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta, SPA_PARAM_META_type,
+                  SPA_POD_Id(SPA_META_Header), SPA_PARAM_META_size,
+                  SPA_POD_Int(static_cast<int>(sizeof(spa_meta_header))));
 }
 
 const spa_pod* wantedCursor(spa_pod_builder& builder) {
@@ -61,6 +82,14 @@ const spa_pod* wantedCursor(spa_pod_builder& builder) {
                   SPA_POD_Id(SPA_META_Cursor), SPA_PARAM_META_size,
                   SPA_POD_CHOICE_RANGE_Int(cursorMetaSize(64), cursorMetaSize(1),
                                            cursorMetaSize(largestCursor)));
+}
+
+bool hasPicture(const spa_buffer& buffer) {
+    if (buffer.n_datas == 0)
+        return false;
+    const auto& data = buffer.datas[0];
+    // A size of nothing comes with a cursor alone, and what is corrupt is not to be shown.
+    return data.data && data.chunk->size > 0 && !(data.chunk->flags & SPA_CHUNK_FLAG_CORRUPTED);
 }
 
 bool isRedFirst(std::uint32_t format) {
@@ -83,18 +112,39 @@ const pw_stream_events PipeWireStream::events_ = [] {
         if (id == SPA_PARAM_Format && parameter)
             static_cast<PipeWireStream*>(self)->formatChanged(parameter);
     };
-    events.remove_buffer = [](void* self, pw_buffer* buffer) {
+    events.add_buffer = [](void* self, pw_buffer*) {
         auto& stream = *static_cast<PipeWireStream*>(self);
-        if (stream.held_ == buffer)
-            stream.held_ = nullptr;
+        stream.format_ = stream.nextFormat_;
+    };
+    events.remove_buffer = [](void* self, pw_buffer* buffer) {
+        static_cast<PipeWireStream*>(self)->removeBuffer(buffer);
     };
     events.process = [](void* self) { static_cast<PipeWireStream*>(self)->takeBuffers(); };
     return events;
 }();
 
 PipeWireStream::PipeWireStream(pw_core* core, std::uint32_t node, Handlers handlers)
-    : handlers_(std::move(handlers)) {
-    stream_ = pw_stream_new(core, "Zelvo",
+    : handlers_(std::move(handlers)),
+      core_(core),
+      node_(node),
+      loop_(pw_context_get_main_loop(pw_core_get_context(core))),
+      news_(pw_loop_add_event(
+          loop_, [](void* self, std::uint64_t) { static_cast<PipeWireStream*>(self)->tell(); },
+          this)),
+      timer_(pw_loop_add_timer(
+          loop_, [](void* self, std::uint64_t) { static_cast<PipeWireStream*>(self)->openAnew(); },
+          this)) {
+    open();
+}
+
+PipeWireStream::~PipeWireStream() {
+    close();
+    pw_loop_destroy_source(loop_, news_);
+    pw_loop_destroy_source(loop_, timer_);
+}
+
+void PipeWireStream::open() {
+    stream_ = pw_stream_new(core_, "Zelvo",
                             pw_properties_new(PW_KEY_MEDIA_TYPE, "Video", PW_KEY_MEDIA_CATEGORY,
                                               "Capture", PW_KEY_MEDIA_ROLE, "Screen", nullptr));
     pw_stream_add_listener(stream_, &listener_, &events_, this);
@@ -102,73 +152,146 @@ PipeWireStream::PipeWireStream(pw_core* core, std::uint32_t node, Handlers handl
     spa_pod_builder builder{};
     spa_pod_builder_init(&builder, memory.data(), memory.size());
     const spa_pod* format = wantedFormat(builder);
+    // A buffer finds its way back only with the next frame, and one with each: were they taken on
+    // this thread, which may be busy for some frames, the compositor would run out of buffers, and
+    // without a frame they would never come back.
     pw_stream_connect(
-        stream_, PW_DIRECTION_INPUT, node,
+        stream_, PW_DIRECTION_INPUT, node_,
         static_cast<pw_stream_flags>(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS |
-                                     PW_STREAM_FLAG_DONT_RECONNECT),
+                                     PW_STREAM_FLAG_DONT_RECONNECT | PW_STREAM_FLAG_RT_PROCESS),
         &format, 1);
+    openAnewAfter(longestStart);
 }
 
-PipeWireStream::~PipeWireStream() {
-    spa_hook_remove(&listener_);
+void PipeWireStream::close() {
+    isClosing_ = true;
+    // The other thread may be about to call the listener, which goes when it has left.
     pw_stream_destroy(stream_);
+    isClosing_ = false;
+    shown_ = newest_ = nullptr;
+    leastAge_ = Age::max();
 }
 
 void PipeWireStream::stateChanged(pw_stream_state state) {
+    if (isClosing_)
+        return;
     if (state == PW_STREAM_STATE_ERROR || state == PW_STREAM_STATE_UNCONNECTED)
         handlers_.ended();
 }
 
 void PipeWireStream::formatChanged(const spa_pod* format) {
-    letGo();
-    if (spa_format_video_raw_parse(format, &format_) < 0)
+    if (spa_format_video_raw_parse(format, &nextFormat_) < 0)
         return handlers_.ended();
     std::array<std::byte, 1024> memory;
     spa_pod_builder builder{};
     spa_pod_builder_init(&builder, memory.data(), memory.size());
-    std::array parameters{wantedBuffers(builder), wantedCursor(builder)};
+    std::array parameters{wantedBuffers(builder), wantedHeader(builder), wantedCursor(builder)};
     pw_stream_update_params(stream_, parameters.data(), parameters.size());
 }
 
 void PipeWireStream::setActive(bool isActive) {
-    if (!isActive)
-        letGo();
+    letGo();
+    {
+        // What comes on the way to a rest is none of the frames after it.
+        const std::lock_guard lock(mutex_);
+        giveBack(newest_);
+    }
+    isActive_ = isActive;
+    attempts_ = 0;
+    openAnewAfter(isActive ? longestStart : 0ms);
     pw_stream_set_active(stream_, isActive);
 }
 
-bool PipeWireStream::hasPicture(const spa_buffer& buffer) const {
-    if (buffer.n_datas == 0)
-        return false;
-    const auto& data = buffer.datas[0];
-    // A size of nothing comes with a cursor alone, and what is corrupt is not to be shown.
-    return data.data && data.chunk->size > 0 && !(data.chunk->flags & SPA_CHUNK_FLAG_CORRUPTED);
+void PipeWireStream::removeBuffer(pw_buffer* buffer) {
+    const std::lock_guard lock(mutex_);
+    for (auto* held : {&shown_, &newest_}) {
+        if (*held == buffer)
+            *held = nullptr;
+    }
 }
 
 void PipeWireStream::takeBuffers() {
-    bool isNew = false;
+    const std::lock_guard lock(mutex_);
     while (auto* buffer = pw_stream_dequeue_buffer(stream_)) {
         readCursor(*buffer->buffer);
         if (hasPicture(*buffer->buffer)) {
-            letGo();
-            held_ = buffer;
-            isNew = true;
-        } else {
-            pw_stream_queue_buffer(stream_, buffer);
+            readAge(*buffer->buffer);
+            std::swap(buffer, newest_);
         }
+        giveBack(buffer);
     }
-    if (isNew)
-        handlers_.frameCame();
+    pw_loop_signal_event(loop_, news_);
+}
+
+/// While a frame waits for us to take it, the one after it stays behind in the compositor, until
+/// yet another follows. From then on all are one behind, and what was drawn before the desktop fell
+/// still does not come.
+void PipeWireStream::readAge(const spa_buffer& buffer) {
+    const auto* header = static_cast<const spa_meta_header*>(
+        spa_buffer_find_meta_data(&buffer, SPA_META_Header, sizeof(spa_meta_header)));
+    if (!header || header->pts <= 0) {
+        newIsLate_ = false;
+        return;
+    }
+    const auto age = std::chrono::steady_clock::now().time_since_epoch() - Age(header->pts);
+    leastAge_ = std::min<Age>(leastAge_, age);
+    newIsLate_ = age - leastAge_ > mostDelay;
+}
+
+/// Never, after no time.
+void PipeWireStream::openAnewAfter(std::chrono::milliseconds time) {
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
+    timespec value{seconds.count(), static_cast<long>(Age(time - seconds).count())};
+    pw_loop_update_timer(loop_, timer_, &value, nullptr, false);
+}
+
+void PipeWireStream::openAnew() {
+    if (++attempts_ > mostAttempts)
+        return;
+    close();
+    open();
+}
+
+void PipeWireStream::tell() {
+    std::unique_lock lock(mutex_);
+    const auto isLate = std::exchange(newIsLate_, std::nullopt);
+    const auto cursor = std::exchange(newCursor_, std::nullopt);
+    const auto position = std::exchange(newPosition_, std::nullopt);
+    lock.unlock();
+    if (cursor)
+        handlers_.cursorChanged(*cursor);
+    if (position)
+        handlers_.cursorMoved(*position);
+    if (!isLate)
+        return;
+    if (!*isLate)
+        attempts_ = 0;
+    if (isActive_)
+        openAnewAfter(*isLate ? untilStill : 0ms);
+    handlers_.frameCame();
+}
+
+void PipeWireStream::giveBack(pw_buffer*& buffer) {
+    if (buffer)
+        pw_stream_queue_buffer(stream_, std::exchange(buffer, nullptr));
 }
 
 void PipeWireStream::letGo() {
-    if (held_)
-        pw_stream_queue_buffer(stream_, std::exchange(held_, nullptr));
+    const std::lock_guard lock(mutex_);
+    giveBack(shown_);
 }
 
-std::optional<Frame> PipeWireStream::frame() const {
-    if (!held_)
+std::optional<Frame> PipeWireStream::frame() {
+    {
+        const std::lock_guard lock(mutex_);
+        if (newest_) {
+            giveBack(shown_);
+            std::swap(shown_, newest_);
+        }
+    }
+    if (!shown_)
         return std::nullopt;
-    const auto& data = held_->buffer->datas[0];
+    const auto& data = shown_->buffer->datas[0];
     const Size size{static_cast<int>(format_.size.width), static_cast<int>(format_.size.height)};
     const auto row = static_cast<std::size_t>(size.width) * 4;
     // Some leave it out.
@@ -186,9 +309,10 @@ void PipeWireStream::readCursor(const spa_buffer& buffer) {
     if (!meta || meta->size < sizeof(spa_meta_cursor))
         return;
     const auto* cursor = static_cast<const spa_meta_cursor*>(meta->data);
+    // The pointer is elsewhere.
     if (cursor->id == 0)
-        return handlers_.cursorMoved(std::nullopt);
-    handlers_.cursorMoved(Point{cursor->position.x, cursor->position.y});
+        return;
+    newPosition_ = Point{cursor->position.x, cursor->position.y};
     // Without one it is as before.
     if (cursor->bitmap_offset < sizeof(spa_meta_cursor) ||
         cursor->bitmap_offset + sizeof(spa_meta_bitmap) > meta->size)
@@ -215,7 +339,7 @@ void PipeWireStream::readCursor(const spa_buffer& buffer) {
         for (auto& pixel : picture.pixels)
             pixel = withRedAndBlueSwapped(pixel);
     }
-    handlers_.cursorChanged(picture);
+    newCursor_ = std::move(picture);
 }
 
 }  // namespace zelvo::server

@@ -4,9 +4,11 @@
 #include <spa/buffer/meta.h>
 #include <spa/param/video/format-utils.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <mutex>
 #include <optional>
 
 #include "server/screen/Screen.h"
@@ -30,8 +32,8 @@ class PipeWireStream {
         /// There is a new frame, or one of another size will come.
         std::function<void()> frameCame;
         std::function<void(const Cursor&)> cursorChanged;
-        /// In pixels of the frame; none where the pointer is elsewhere.
-        std::function<void(std::optional<Point>)> cursorMoved;
+        /// In pixels of the frame.
+        std::function<void(Point)> cursorMoved;
         std::function<void()> ended;
     };
 
@@ -43,23 +45,54 @@ class PipeWireStream {
     /// An inactive one costs nothing. Active at first.
     void setActive(bool isActive);
     /// The newest frame, where there is one that has not been let go.
-    std::optional<Frame> frame() const;
+    std::optional<Frame> frame();
     void letGo();
 
   private:
+    using Age = std::chrono::nanoseconds;
+
+    void open();
+    void close();
     void stateChanged(pw_stream_state state);
     void formatChanged(const spa_pod* format);
+    void removeBuffer(pw_buffer* buffer);
+    /// On PipeWire's own thread.
     void takeBuffers();
+    void readAge(const spa_buffer& buffer);
     void readCursor(const spa_buffer& buffer);
-    bool hasPicture(const spa_buffer& buffer) const;
+    void tell();
+    void openAnewAfter(std::chrono::milliseconds time);
+    void openAnew();
+    void giveBack(pw_buffer*& buffer);
 
     static const pw_stream_events events_;
 
     const Handlers handlers_;
+    pw_core* const core_;
+    const std::uint32_t node_;
+    pw_loop* const loop_;
+    /// Wakes up the loop's thread, for `tell`.
+    spa_source* news_ = nullptr;
+    spa_source* timer_ = nullptr;
+    int attempts_ = 0;
+    bool isClosing_ = false;
+    bool isActive_ = true;
     spa_hook listener_{};
     pw_stream* stream_ = nullptr;
+    /// Of the buffers that are there, and of those that will be.
     spa_video_info_raw format_{};
-    pw_buffer* held_ = nullptr;
+    spa_video_info_raw nextFormat_{};
+    /// What `frame` has handed out.
+    pw_buffer* shown_ = nullptr;
+
+    /// For what follows, and for giving buffers back.
+    std::mutex mutex_;
+    pw_buffer* newest_ = nullptr;
+    std::optional<Cursor> newCursor_;
+    std::optional<Point> newPosition_;
+    /// A frame has come, which is late or is not.
+    std::optional<bool> newIsLate_;
+    Age leastAge_ = Age::max();
 };
 
 }  // namespace zelvo::server

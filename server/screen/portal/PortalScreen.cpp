@@ -82,8 +82,7 @@ void PortalScreen::openStreams() {
                 .cursorMoved =
                     [this, i](auto position) {
                         const auto& origin = layout_->monitors()[i].origin;
-                        if (position)
-                            newPosition_ = Point{origin.x + position->x, origin.y + position->y};
+                        newPosition_ = Point{origin.x + position.x, origin.y + position.y};
                     },
                 .ended = ended}));
     }

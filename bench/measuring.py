@@ -1,0 +1,147 @@
+"""What the figures have in common: limits and tables, what a process takes, a viewer that measures."""
+
+import contextlib
+import os
+import sys
+import time
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+for folder in ("support", "lab", "road"):
+    sys.path.insert(0, os.path.join(HERE, "..", "tests", folder))
+from gate import ZelvoEnd  # noqa: E402
+
+PORT = 5900
+# For as long a share of the processor is taken.
+SECONDS = 8
+missed = []
+
+
+def show(label, value, unit, limit):
+    reached = value <= limit
+    print(f"{label:36} {value:8.2f} {unit:8} (at most {limit} {unit})"
+          f"{'' if reached else '  MISSED'}", flush=True)
+    if not reached:
+        missed.append(label)
+
+
+def finish():
+    sys.exit(1 if missed else 0)
+
+
+@contextlib.contextmanager
+def silence():
+    """What the programs say is of no interest; hands out where the figures go meanwhile."""
+    shown = sys.stdout
+    with open(os.devnull, "w", encoding="utf-8") as nowhere, contextlib.redirect_stdout(nowhere):
+        yield shown
+
+
+def processor_share(pid, seconds):
+    """Per cent of one core that the process takes."""
+    def used():
+        # Nanoseconds on a processor, of every thread; stat's ticks are too coarse for so little.
+        total = 0
+        for thread in os.listdir(f"/proc/{pid}/task"):
+            with open(f"/proc/{pid}/task/{thread}/schedstat", encoding="ascii") as stat:
+                total += int(stat.read().split()[0])
+        return total / 1e9
+    before = used()
+    time.sleep(seconds)
+    return (used() - before) / seconds * 100
+
+
+def resident_megabytes(pid):
+    with open(f"/proc/{pid}/status", encoding="ascii") as status:
+        for line in status:
+            if line.startswith("VmRSS:"):
+                return int(line.split()[1]) / 1024
+    return 0.0
+
+
+class Viewer:
+    def __init__(self, stage, security="none"):
+        self.program = stage.start([os.path.join(stage.build, "zelvo-bench-viewer"), "127.0.0.1",
+                                    str(PORT), security], takes_input=True)
+        first = self.program.wait_for(r"^first (\S+) (\S+)$")
+        # On everybody's clock; and since it began to connect.
+        self.first_at, self.first_after = float(first.group(1)), float(first.group(2))
+
+    def begin_keys(self, count=60):
+        self.program.say(f"keys {count}\n")
+
+    def end_keys(self):
+        """Median, 95th percentile and longest."""
+        return [float(time) for time in
+                self.program.wait_for(r"^keys (\S+) (\S+) (\S+)", 60).groups()]
+
+    def keys(self):
+        self.begin_keys()
+        return self.end_keys()[0]
+
+    def frames(self):
+        self.program.say("frames\n")
+        return int(self.program.wait_for(r"^frames (\d+)").group(1))
+
+    def cost(self):
+        """Milliseconds of the processor that opening what was sealed took since it was last asked."""
+        self.program.say("cost\n")
+        return float(self.program.wait_for(r"^cost (\S+)").group(1))
+
+    def end(self):
+        self.program.end()
+
+
+def start_ours(stage, env):
+    zelvo = ZelvoEnd(stage.folder)
+    server = stage.start([os.path.join(stage.build, "screensharingd"), "--socket", zelvo.path,
+                          "--port", str(PORT)], env)
+    return server, zelvo
+
+
+def show_table(title, results, limits):
+    """The figures of each server, by its name, in columns; the first one's are held against the limits."""
+    print(f"{title:44}" + "".join(f"{name:>16}" for name in results) + "         at most")
+    for figure, value in next(iter(results.values())).items():
+        limit = limits.get(figure)
+        row = "".join(f"{result[figure]:16.2f}" if figure in result else f"{'':16}"
+                      for result in results.values())
+        is_missed = limit is not None and value > limit
+        if is_missed:
+            missed.append(figure)
+        print(f"{figure:44}{row}{'' if limit is None else f'{limit:16}'}"
+              f"{'  MISSED' if is_missed else ''}")
+
+
+# Lines as wide as the screen, 30 of them a second.
+SCROLL = ("import random, time\n"
+          "while True:\n"
+          "    print(''.join(random.choices('abcdefghij klmnop', k=260)), flush=True)\n"
+          "    time.sleep(1 / 30)")
+# A square in the corner that has another colour after each key.
+KEYS = ("import os, tty\n"
+        "tty.setraw(0)\n"
+        "colour = 41\n"
+        "while os.read(0, 1):\n"
+        "    colour = 83 - colour\n"
+        "    os.write(1, ''.join(f'\\x1b[{row}H\\x1b[{colour}m      ' for row in range(1, 4)).encode())")
+SESSION_LIMITS = {"static, % core": 0.05, "key to picture, ms": 40, "scrolling, % core": 40}
+
+
+def measure_session(stage, show, pid):
+    """Of the server pid, in whose session show() runs a script in a terminal that fills the screen."""
+    figures = {}
+    content = show(KEYS)
+    viewer = Viewer(stage)
+    time.sleep(1)
+    figures["static, % core"] = processor_share(pid, SECONDS)
+    figures["key to picture, ms"] = viewer.keys()
+    content.end()
+    content = show(SCROLL)
+    time.sleep(1)
+    viewer.frames()
+    figures["scrolling, % core"] = processor_share(pid, SECONDS)
+    figures["frames/s"] = viewer.frames() / SECONDS
+    figures["resident, MB"] = resident_megabytes(pid)
+    viewer.end()
+    content.end()
+    return figures

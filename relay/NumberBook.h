@@ -1,0 +1,69 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <random>
+#include <string>
+#include <unordered_map>
+
+#include "relay/tickets/Tickets.h"
+#include "serving/Budgets.h"
+
+namespace zelvo::relay {
+
+class HostLine;
+
+/// What one host may have, and has: all its viewers together.
+class HostAccount {
+  public:
+    using Clock = std::chrono::steady_clock;
+
+    HostAccount(std::string owner, serving::Allowances::Rate rate, std::size_t viewersPerClient = 1)
+        : viewersOf(viewersPerClient), owner_(std::move(owner)), rate_(rate), left_(rate.atOnce) {}
+
+    const std::string& owner() const { return owner_; }
+    /// Takes what has been forwarded; how long to wait then before there is more.
+    std::chrono::milliseconds take(std::size_t bytes, Clock::time_point now = Clock::now());
+
+    std::size_t viewers = 0;
+    serving::Shares viewersOf;    ///< by client
+    std::uint64_t uncharged = 0;  ///< bytes that the owner's budget does not know of yet
+
+  private:
+    const std::string owner_;
+    const serving::Allowances::Rate rate_;
+    double left_;
+    Clock::time_point at_ = Clock::now();
+};
+
+/// Which numbers of one loop are whose. Every so many'th number, from the loop's index on, is the
+/// loop's.
+class NumberBook {
+  public:
+    struct Entry {
+        std::string host;
+        Moment leaseEnd = 0;
+        HostLine* line = nullptr;  ///< null while the host is not connected
+        std::shared_ptr<HostAccount> account;
+    };
+
+    NumberBook(std::size_t index, std::size_t loops) : index_(index), loops_(loops) {}
+
+    Entry* find(int number);
+    /// The number of the lease where it is still the host's, else one that is nobody's. Nothing
+    /// when all are taken.
+    std::optional<int> give(const std::optional<Lease>& lease, Moment now);
+
+  private:
+    std::optional<int> draw(Moment now);
+    bool isFree(int number, Moment now, bool leasesCount) const;
+
+    const std::size_t index_;
+    const std::size_t loops_;
+    std::unordered_map<int, Entry> entries_;
+    std::mt19937 random_{std::random_device()()};
+};
+
+}  // namespace zelvo::relay

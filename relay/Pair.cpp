@@ -1,0 +1,190 @@
+#include "relay/Pair.h"
+
+#include <event2/event.h>
+
+#include <array>
+#include <utility>
+
+#include "relay/Arrival.h"
+#include "relay/RelayLoop.h"
+#include "relay/RelayShared.h"
+
+namespace zelvo::relay {
+namespace {
+
+using namespace std::chrono_literals;
+using Outcome = Connection::Outcome;
+
+/// A record of TLS.
+constexpr std::size_t PartLength = 16384;
+/// In one turn from one side, so that the others get theirs.
+constexpr int PartsAtOnce = 4;
+/// How often a pair is looked at; whoever takes nothing between two looks is gone.
+constexpr auto TickTime = 60s;
+/// After how many bytes the owner's budget, which all loops share, is asked.
+constexpr std::uint64_t ChargeEvery = 1 << 20;
+
+}  // namespace
+
+Pair::Pair(RelayLoop& loop, std::unique_ptr<Connection> viewer, const ViewerRequest& request,
+           const std::string& rest, std::string token, std::shared_ptr<HostAccount> account)
+    : Member(loop),
+      token_(std::move(token)),
+      client_(viewer->client().budgetKey()),
+      account_(std::move(account)) {
+    viewer_.connection = std::move(viewer);
+    host_.unsent = textOf(Reply{.status = 101}) + textForHost(request) + rest;
+    ++account_->viewers;
+    ++loop.shared().viewers;
+    event_assign(
+        &resume_, loop.thread().base(), -1, EV_TIMEOUT,
+        [](int, short, void* self) {
+            auto& pair = *static_cast<Pair*>(self);
+            pair.rests_ = false;
+            pair.goOn();
+        },
+        this);
+}
+
+Pair::~Pair() {
+    event_del(&resume_);
+}
+
+void Pair::begin() {
+    viewer_.connection->attach(loop_.thread(), *this);
+    startTimer(loop_.shared().options.pairingTime);
+}
+
+void Pair::letGo() {
+    event_del(&resume_);
+    if (!host_.connection)
+        loop_.forgetWaiting(token_);
+    viewer_.connection.reset();
+    host_.connection.reset();
+    --account_->viewers;
+    account_->viewersOf.giveBack(client_);
+    --loop_.shared().viewers;
+}
+
+void Pair::join(std::unique_ptr<Connection> host, const std::string& rest) {
+    loop_.forgetWaiting(token_);
+    ++loop_.shared().paired;
+    host_.connection = std::move(host);
+    host_.connection->attach(loop_.thread(), *this);
+    viewer_.unsent = rest;
+    stopTimer();
+    startTimer(TickTime);
+    // What the session has read already, no event tells of.
+    if (pump(viewer_, host_) && pump(host_, viewer_))
+        goOn();
+}
+
+void Pair::onTime() {
+    if (!host_.connection) {
+        ++loop_.shared().notDialledBack;
+        return retire();
+    }
+    const bool waits = !viewer_.unsent.empty() || !host_.unsent.empty();
+    const auto age = HostAccount::Clock::now() - begun_;
+    if ((waits && isStuck_) || age > std::chrono::hours(loop_.shared().options.hours))
+        return retire();
+    isStuck_ = waits;
+    startTimer(TickTime);
+}
+
+void Pair::onReady(Connection& connection, bool canRead, bool canWrite) {
+    auto& ready = &connection == viewer_.connection.get() ? viewer_ : host_;
+    auto& other = &ready == &viewer_ ? host_ : viewer_;
+    // Who takes something again has the other one's words first.
+    if (canWrite && !pump(other, ready))
+        return;
+    if (canRead && !pump(ready, other))
+        return;
+    goOn();
+}
+
+/// Waits for what each side can do next.
+void Pair::goOn() {
+    const auto reads = [this](const Side& from, const Side& to) {
+        return !rests_ && !from.hasEnded && to.unsent.empty();
+    };
+    viewer_.connection->waitFor(reads(viewer_, host_), !viewer_.unsent.empty());
+    host_.connection->waitFor(reads(host_, viewer_), !host_.unsent.empty());
+}
+
+bool Pair::flush(Side& side) {
+    std::size_t sent = 0;
+    while (!side.unsent.empty()) {
+        const auto outcome = side.connection->write(side.unsent, sent);
+        if (outcome == Outcome::Ended) {
+            retire();
+            return false;
+        }
+        if (outcome == Outcome::Again)
+            return true;
+        isStuck_ = false;
+        side.unsent.erase(0, sent);
+    }
+    // An idle pair keeps nothing.
+    std::string().swap(side.unsent);
+    return true;
+}
+
+bool Pair::pump(Side& from, Side& to) {
+    thread_local std::array<char, PartLength> part;
+    if (!flush(to))
+        return false;
+    bool isHeldBack = false;
+    for (int i = 0; i < PartsAtOnce && !rests_ && to.unsent.empty() && !from.hasEnded; ++i) {
+        std::size_t got = 0;
+        const auto outcome = from.connection->read(part, got);
+        if (outcome == Outcome::Again)
+            break;
+        if (outcome == Outcome::Ended) {
+            from.hasEnded = true;
+            break;
+        }
+        if (got == part.size() && !std::exchange(isHeldBack, true))
+            to.connection->holdBack(true);
+        std::size_t sent = 0;
+        if (to.connection->write({part.data(), got}, sent) == Outcome::Ended) {
+            retire();
+            return false;
+        }
+        if (sent < got)
+            to.unsent.assign(part.data() + sent, got - sent);
+        if (!charge(got))
+            return false;
+    }
+    if (isHeldBack)
+        to.connection->holdBack(false);
+    if (!from.hasEnded || !to.unsent.empty())
+        return true;
+    // What is still on its way to the other side's peer is to arrive.
+    auto left = std::move(to.connection);
+    auto& loop = loop_;
+    retire();
+    left->detach();
+    loop.add(std::make_unique<Leaver>(loop, std::move(left), ""));
+    return false;
+}
+
+bool Pair::charge(std::size_t bytes) {
+    loop_.shared().bytes += bytes;
+    account_->uncharged += bytes;
+    if (account_->uncharged >= ChargeEvery) {
+        const auto cost = static_cast<double>(std::exchange(account_->uncharged, 0));
+        if (!loop_.shared().bytesOf.take(account_->owner(), HostAccount::Clock::now(), cost)) {
+            retire();
+            return false;
+        }
+    }
+    if (const auto pause = account_->take(bytes); pause.count() > 0) {
+        const timeval after{pause.count() / 1000, pause.count() % 1000 * 1000};
+        rests_ = true;
+        event_add(&resume_, &after);
+    }
+    return true;
+}
+
+}  // namespace zelvo::relay

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "relay/Member.h"
+#include "relay/NumberBook.h"
+#include "relay/messages/RelayHeads.h"
+
+namespace zelvo::relay {
+
+/// A viewer, and soon the connection that its host makes for it: what one says the other hears.
+class Pair final : public Member {
+  public:
+    /// What of the viewer's own words came with the request is the host's to hear, too.
+    Pair(RelayLoop& loop, std::unique_ptr<Connection> viewer, const ViewerRequest& request,
+         const std::string& rest, std::string token, std::shared_ptr<HostAccount> account);
+    ~Pair() override;
+
+    void begin() override;
+    /// The host is here.
+    void join(std::unique_ptr<Connection> host, const std::string& rest);
+
+  private:
+    struct Side {
+        std::unique_ptr<Connection> connection;
+        std::string unsent;  ///< for this side, which is not ready to take it
+        bool hasEnded = false;
+    };
+
+    void onReady(Connection& connection, bool canRead, bool canWrite) override;
+    void onTime() override;
+    void letGo() override;
+
+    /// False where the pair is at its end.
+    bool pump(Side& from, Side& to);
+    bool flush(Side& side);
+    bool charge(std::size_t bytes);
+    void goOn();
+
+    Side viewer_;
+    Side host_;
+    const std::string token_;
+    const std::string client_;
+    const std::shared_ptr<HostAccount> account_;
+    event resume_{};
+    bool rests_ = false;
+    bool isStuck_ = false;  ///< since the last tick at least one side has not taken what is there
+    HostAccount::Clock::time_point begun_ = HostAccount::Clock::now();
+};
+
+}  // namespace zelvo::relay

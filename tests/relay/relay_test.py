@@ -1,0 +1,346 @@
+#!/usr/bin/env python3
+"""The relay as a program, between hosts and viewers of the test's own.
+
+usage: relay_test.py BUILD_FOLDER road | refusals | crowd
+"""
+
+import base64
+import os
+import plistlib
+import signal
+import socket
+import ssl
+import subprocess
+import sys
+import threading
+import time
+import urllib.request
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, os.path.join(HERE, "..", "support"))
+from stage import Stage, enter_own_network, wait_until  # noqa: E402
+
+FOLDER = "/app/4.8.1/sharing/"
+KEY = base64.b64encode(bytes(range(16))).decode()
+ASK = ("GET /{} HTTP/1.1\r\nHost: r\r\nOrigin: https://x\r\nCookie: secret\r\nConnection: keep-alive, Upgrade\r\n"
+       f"Upgrade: websocket\r\nSec-WebSocket-Key: {KEY}\r\nSec-WebSocket-Version: 13\r\n"
+       "Sec-WebSocket-Protocol: other, zelvo.1\r\n\r\n")
+HEARD = ("GET / HTTP/1.1\r\nHost: zelvo\r\nConnection: Upgrade\r\nUpgrade: websocket\r\n"
+         f"Sec-WebSocket-Key: {KEY}\r\nSec-WebSocket-Version: 13\r\nSec-WebSocket-Protocol: zelvo.1\r\n\r\n").encode()
+UPGRADE = "Host: r\r\nConnection: Upgrade\r\nUpgrade: zelvo-relay.1\r\n"
+
+
+class Relays:
+    """A service, and a relay to which it sends hosts."""
+
+    def __init__(self, stage, service_options=(), name="relay.test"):
+        self.stage = stage
+        stage.make_certificate()
+        self.make_key("service-sign")
+        self.make_key("lease")
+        self.name = name
+        self.tls = ssl.create_default_context(cafile=stage.path("ca.pem"))
+        self.service = stage.start_service(options=["--relays", name + "@127.0.0.1", "--relay-key",
+                                                    stage.path("service-sign.key"), *service_options])
+        self.relay = None
+        self.port = 0
+
+    def make_key(self, name):
+        path = self.stage.path(name)
+        for words in (["genpkey", "-algorithm", "ed25519", "-out", path + ".key"],
+                      ["pkey", "-in", path + ".key", "-pubout", "-out", path + ".pub"]):
+            subprocess.run(["openssl", *words], check=True, capture_output=True)
+
+    def start(self, *options):
+        path = self.stage.path
+        self.relay = self.stage.start([os.path.join(self.stage.build, "zelvo-relay"), "--name", self.name,
+                                       "--certificate", path("service.pem"), "--key", path("service.key"),
+                                       "--service-keys", path("service-sign.pub"), "--lease-key",
+                                       path("lease.key"), "--port", str(self.port), *options])
+        self.port = int(self.relay.wait_for(r"^Relay: 127\.0\.0\.1:(\d+)$").group(1))
+
+    def post(self, endpoint, form, cookie=""):
+        request = urllib.request.Request(self.service.url + FOLDER + endpoint, form.encode(),
+                                         {"Content-Type": "application/x-www-form-urlencoded",
+                                          "Cookie": "owner=" + cookie})
+        with urllib.request.urlopen(request, context=self.tls) as answer:
+            return plistlib.loads(answer.read())
+
+    def ticket(self, cookie=""):
+        return self.post("relay.php", "Relay=", cookie)["Ticket"]
+
+    def connect(self, text=b"", source="127.0.0.1"):
+        line = socket.create_connection(("127.0.0.1", self.port), 20, source_address=(source, 0))
+        line = self.tls.wrap_socket(line, server_hostname="127.0.0.1")
+        line.sendall(text)
+        return line
+
+    def status(self, text, source="127.0.0.1"):
+        """What is answered to a request that is refused, and that nothing follows."""
+        with self.connect(text.encode(), source) as line:
+            head = read_all(line)
+        return int(head.split()[1]) if head else 0
+
+    def viewer(self, number, source="127.0.0.1", more=b""):
+        return self.connect(ASK.format(number).encode() + more, source)
+
+
+def read_all(line):
+    got = b""
+    while part := line.recv(65536):
+        got += part
+    return got
+
+
+def read_until(line, end):
+    got = b""
+    while not got.endswith(end):
+        part = line.recv(1)
+        assert part, got
+        got += part
+    return got
+
+
+def read_exactly(line, count):
+    got = bytearray()
+    while len(got) < count:
+        part = line.recv(min(65536, count - len(got)))
+        assert part, len(got)
+        got += part
+    return bytes(got)
+
+
+class Host:
+    """A computer that shares, as far as the relay has to do with it."""
+
+    def __init__(self, relays, lease="", source="127.0.0.1", cookie="", ticket=None):
+        self.relays = relays
+        ticket = ticket or relays.ticket(cookie)
+        self.line = relays.connect((f"GET /host HTTP/1.1\r\n{UPGRADE}Zelvo-Ticket: {ticket}\r\n" +
+                                    (f"Zelvo-Lease: {lease}\r\n" if lease else "") + "\r\n").encode(), source)
+        head = read_until(self.line, b"\r\n\r\n").decode()
+        self.status = int(head.split()[1])
+        fields = dict(row.split(": ") for row in head.split("\r\n")[1:] if row)
+        self.number = int(fields.get("Zelvo-Number", 0))
+        self.lease = fields.get("Zelvo-Lease")
+        self.retry_after = fields.get("Retry-After")
+
+    def call(self):
+        """The token and the address of who wants in."""
+        word, token, address = read_until(self.line, b"\n").decode().split()
+        assert word == "viewer"
+        return token, address
+
+    def take(self, token):
+        line = self.relays.connect(f"GET /viewer HTTP/1.1\r\n{UPGRADE}Zelvo-Token: {token}\r\n\r\n".encode())
+        assert read_until(line, b"\r\n\r\n").startswith(b"HTTP/1.1 101 ")
+        return line
+
+    def take_next(self):
+        line = self.take(self.call()[0])
+        assert read_exactly(line, len(HEARD)) == HEARD
+        return line
+
+
+def road(stage):
+    """From the ticket to the bytes; and over a relay's death, and a host's."""
+    relays = Relays(stage)
+    relays.start("--settle", "2")
+    early = Host(relays)
+    assert early.status == 503 and int(early.retry_after) in (1, 2), early.status
+    told = relays.post("relay.php", "Relay=nobody")
+    assert (told["Relay"], told["RelayAddress"], told["ClientAddress"]) == ("relay.test",) + ("127.0.0.1",) * 2
+    time.sleep(2)
+    host = Host(relays)
+    assert host.status == 101 and 10000 <= host.number <= 65533
+    facts = ("ComputerName=A&LocalHostname=a.local.&vncPort=5900&IPAddress={}&Port={}&MacAddress=&"
+             "LastKeyboardLocale=&MappedService=vnc&HotKeys=%7B%7D&permanentSharedLink=")
+    for address, relay in (("127.0.0.1", "relay.test"), ("127.0.0.2", None)):
+        link = relays.post("create.php", facts.format(address, host.number))["link"]
+        assert relays.post("get.php", "link=" + link).get("Relay") == relay
+
+    def talk(host):
+        viewer = relays.viewer(host.number, "127.0.0.8", b"more")
+        token, address = host.call()
+        assert address == "127.0.0.8"
+        there = host.take(token)
+        assert read_exactly(there, len(HEARD) + 4) == HEARD + b"more"
+        assert relays.status(f"GET /viewer HTTP/1.1\r\n{UPGRADE}Zelvo-Token: {token}\r\n\r\n") == 404
+        there.sendall(b"HTTP/1.1 101 x\r\n\r\n")
+        assert read_until(viewer, b"\r\n\r\n") == b"HTTP/1.1 101 x\r\n\r\n"
+        return viewer, there
+
+    viewer, there = talk(host)
+    # More than all buffers between, so that it is held up and goes on.
+    data = os.urandom(1 << 20) * 4
+    for writer, reader in ((viewer, there), (there, viewer)):
+        work = threading.Thread(target=writer.sendall, args=(data,))
+        work.start()
+        time.sleep(0.3)
+        assert read_exactly(reader, len(data)) == data
+        work.join()
+    # The last words arrive, though the other side talks on.
+    viewer.sendall(b"x" * 9999)
+    there.sendall(b"bye" * 9999)
+    there.shutdown(socket.SHUT_WR)
+    assert read_all(viewer) == b"bye" * 9999
+
+    # The host's network has changed: the new line takes the old one's place, and viewers stay.
+    viewer, there = talk(host)
+    again = Host(relays, host.lease)
+    assert again.number == host.number and host.line.recv(1) == b""
+    viewer.sendall(b"still")
+    assert read_exactly(there, 5) == b"still"
+    talk(again)
+
+    relays.relay.end(signal.SIGKILL)
+    relays.start("--settle", "60")
+    assert relays.status(ASK.format(host.number)) == 404
+    back = Host(relays, again.lease)
+    assert back.number == host.number
+    talk(back)
+    back.line.sendall(b"pong\nrubbish\n")
+    assert back.line.recv(1) == b""
+    relays.relay.quit(5)
+
+
+def refusals(stage):
+    """Tickets that are not good, requests that are none, and more than one may have."""
+    relays = Relays(stage)
+    relays.start("--settle", "0", "--hosts-per-owner", "1", "--hosts-per-client", "3",
+                 "--viewers-per-client", "2", "--viewers-per-host", "3", "--requests-per-client", "60/0", "--connections-per-client", "9",
+                 "--operators", "127.0.0.1:9465")
+    good = relays.ticket()
+    raw = bytearray(base64.urlsafe_b64decode(good + "=" * (-len(good) % 4)))
+    text = lambda raw: base64.urlsafe_b64encode(bytes(raw)).decode().rstrip("=")
+
+    def signed(end, name, key, purpose=b"zelvo-relay ticket\0"):
+        body = b"\1" + int(end).to_bytes(8, "big") + bytes(16) + name
+        with open(stage.path("body"), "wb") as file:
+            file.write(purpose + body)
+        return text(body + subprocess.run(["openssl", "pkeyutl", "-sign", "-rawin", "-inkey", stage.path(key),
+                                           "-in", stage.path("body")], check=True, capture_output=True).stdout)
+    relays.make_key("foreign")
+    later = time.time() + 99
+    for ticket, status in [(text(raw[:9] + b"\0" + raw[10:]), 403), (text(raw[:-1] + bytes([raw[-1] ^ 1])), 403),
+                           (signed(later, b"relay.test", "foreign.key"), 403),
+                           (signed(time.time() - 1, b"relay.test", "service-sign.key"), 403),
+                           (signed(later, b"other.test", "service-sign.key"), 403),
+                           (signed(later, b"relay.test", "service-sign.key", b"zelvo-relay lease\0"), 403),
+                           ("", 403), ("x" * 5000, 0), (good[:-1] + "!", 403),
+                           (signed(later, b"relay.test", "service-sign.key"), 101)]:
+        head = f"GET /host HTTP/1.1\r\n{UPGRADE}Zelvo-Ticket: {ticket}\r\n\r\n"
+        told = relays.status(head, "127.0.0.3") if status != 101 else Host(relays, ticket=ticket).status
+        assert told == status, (ticket, told)
+    for request, status in [("POST / HTTP/1.1\r\n\r\n", 400), (ASK.format("host"), 400), (ASK.format("9999"), 404),
+                            (ASK.format("010000"), 404), (ASK.format("65534"), 404), (ASK.format("10000/"), 404),
+                            (ASK.format("20000").replace("zelvo.1", "rfb"), 400), (ASK.format("20000"), 404),
+                            (ASK.format("20000").replace("Host", "Content-Length: 1\r\nHost"), 400),
+                            (f"GET /viewer HTTP/1.1\r\n{UPGRADE}Zelvo-Token: {'A' * 22}\r\n\r\n", 404)]:
+        told = relays.status(request, "127.0.0.4")
+        assert told == status, (request, told)
+
+    def create(cookie):
+        return Host(relays, source="127.0.0.5", cookie=cookie)
+    first = create("0" * 32)
+    assert first.status == 101 and create("0" * 32).status == 429
+    others = [create(digit * 32) for digit in "123"]
+    assert [host.status for host in others] == [101, 101, 429]
+    for host in (first, others[0]):
+        held = [relays.viewer(host.number, "127.0.0.6") for _ in range(2)]
+        assert relays.status(ASK.format(host.number), "127.0.0.6") == 429
+        held.append(relays.viewer(host.number, "127.0.0.10"))
+        assert relays.status(ASK.format(host.number), "127.0.0.11") == 429
+        lines = [host.take_next() for _ in range(2)]
+        held[0].close()
+        assert read_all(lines[0]) == b"" or read_all(lines[1]) == b""
+    # What ended is free again.
+    others[0].line.close()
+    wait_until(lambda: create("3" * 32).status == 101, 5, "a host's place")
+    crowd = [socket.create_connection(("127.0.0.1", relays.port), source_address=("127.0.0.7", 0))
+             for _ in range(10)]
+    crowd[9].settimeout(3)
+    assert crowd[9].recv(1) == b""
+    begun = time.monotonic()
+    crowd[0].settimeout(8)
+    assert crowd[0].recv(1) == b"" and 3 < time.monotonic() - begun < 7
+    while relays.status("GET / HTTP/1.1\r\nHost: r\r\n\r\n", "127.0.0.9") != 429:
+        assert time.monotonic() - begun < 20
+    page = urllib.request.urlopen("http://127.0.0.1:9465/metrics").read().decode()
+    assert 'zelvo_relay_refused_total{status="403"} 8\n' in page and "127.0.0." not in page, page
+
+
+def memory(pid):
+    """Bytes that the process and the kernel's sockets have."""
+    with open(f"/proc/{pid}/status", encoding="ascii") as status:
+        resident = next(int(row.split()[1]) * 1024 for row in status if row.startswith("VmRSS:"))
+    said = subprocess.run(["ss", "-tmHO", "state", "established"], check=True, capture_output=True, text=True)
+    return resident, sum(int(piece[1:]) for row in said.stdout.splitlines() if f":{PORT} " in row.split()[2] + " "
+                         for piece in row[row.find("skmem:("):].strip("skmem:()").split(",") if piece[0] in "rfw"
+                         and piece[1].isdigit())
+
+
+def crowd(stage):
+    """A viewer that never reads costs little, and a host's flood is felt by that host alone."""
+    global PORT
+    relays = Relays(stage, ["--creates-per-client", "0", "--requests-per-client", "0"])
+    relays.start("--settle", "0", "--viewers-per-host", "64", "--viewers-per-client", "64", "--bytes-per-host", "0", "--requests-per-client", "0")
+    PORT = relays.port
+    deaf_host, calm = Host(relays, source="127.0.0.2"), Host(relays)
+    viewer = relays.viewer(calm.number)
+    there = calm.take_next()
+
+    def latency(count=200):
+        took = []
+        for _ in range(count):
+            begun = time.monotonic()
+            there.sendall(b"x" * 100)
+            read_exactly(viewer, 100)
+            took.append(time.monotonic() - begun)
+            time.sleep(0.002)
+        return sorted(took)[count // 2] * 1000
+
+    quiet = latency()
+    before = memory(relays.relay.process.pid)
+    deaf, full = [], []
+    for _ in range(20):
+        deaf.append(relays.viewer(deaf_host.number, "127.0.0.2"))
+        line = deaf_host.take_next()
+        line.settimeout(0.5)
+        full.append(line)
+        try:
+            while True:
+                line.send(b"y" * 65536)
+        except OSError:
+            pass
+    after = memory(relays.relay.process.pid)
+    each = [(b - a) / len(deaf) / 1000 for a, b in zip(before, after)]
+    print(f"a viewer that never reads: {each[0]:.0f} KB, and {each[1]:.0f} KB of the kernel's")
+    assert sum(each) <= 300, each
+    flooded = relays.viewer(deaf_host.number, "127.0.0.2")
+    flood = deaf_host.take_next()
+    children = []
+    for work in (lambda: flood.sendall(b"z" * (1 << 30)), lambda: read_all(flooded)):
+        if (child := os.fork()) == 0:
+            work()
+            os._exit(0)
+        children.append(child)
+    time.sleep(0.5)
+    beside = latency()
+    for child in children:
+        os.kill(child, signal.SIGKILL)
+        os.waitpid(child, 0)
+    print(f"there and not back: {quiet:.2f} ms, beside a flood {beside:.2f} ms")
+    assert beside < 2 * quiet + 1, (quiet, beside)
+
+
+def main():
+    enter_own_network()
+    scenario = {"road": road, "refusals": refusals, "crowd": crowd}[sys.argv[2]]
+    print(scenario.__doc__, flush=True)
+    with Stage(os.path.abspath(sys.argv[1])) as stage:
+        scenario(stage)
+
+
+if __name__ == "__main__":
+    main()
