@@ -28,23 +28,26 @@ def split(link):
 
 
 class Helper:
-    """Out in the internet, with a display of their own and the program that opens links."""
+    """Out there, with a display of their own and the program that opens links."""
 
-    def __init__(self, lab):
+    def __init__(self, lab, place="internet", size="1280x1024x24"):
         self.lab = lab
-        self.prefix = lab.within("internet")
-        self.screen = lab.start_screen(self.prefix, "1280x1024x24")
+        self.prefix = lab.within(place)
+        self.screen = lab.start_screen(self.prefix, size)
 
-    def open(self, link, service=None, **how):
-        """From standard input, where nobody else can read it."""
+    def start(self, link, service=None):
         lab = self.lab
         environment = {**own_environment(), "DISPLAY": self.screen.display,
                        "ZELVO_SERVICE": (service or lab.service).url,
                        "SSL_CERT_FILE": lab.path("ca.pem"), "HOME": lab.path("helper"),
                        "XDG_CONFIG_HOME": lab.path("helper/config"),
                        "XDG_RUNTIME_DIR": lab.path("runtime")}
-        opener = lab.start([os.path.join(lab.build, "zelvo-open"), "--say", "--once", "--name",
-                            HELPER, "-"], environment, self.prefix, takes_input=True, **how)
+        return lab.start([os.path.join(lab.build, "zelvo-open"), "--say", "--once", "--name",
+                          HELPER, link], environment, self.prefix, takes_input=True)
+
+    def open(self, link, service=None):
+        """From standard input, where nobody else can read it."""
+        opener = self.start("-", service)
         opener.say(f"zelvo://{link}\n")
         return opener
 
