@@ -26,6 +26,8 @@ constexpr std::size_t mostWaiting = 1024;
 constexpr int mostParts = 64;
 /// A picture that has not changed for so long is looked at.
 constexpr auto stillness = 500ms;
+constexpr auto longStillness = 10s;
+constexpr int largestPointer = 64;
 /// Between its parts, for what else there is to show.
 constexpr auto breath = 20ms;
 
@@ -148,36 +150,41 @@ void HostConnection::judgeQuality(Clock::duration took) {
         platform::debug("viewer",
                         "the line is good for " +
                             (quality ? "JPEG " + std::to_string(*quality) : "exact pictures"));
-        if (sharpening_.isEmpty())
+        if (!isSharpening_)
             say(requests::encodings(quality_.level()));
     }
-    const bool hasSharpened = !sharpening_.isEmpty() && notSharpYet_.isEmpty();
-    if (hasSharpened)
-        endSharpening();
-    const bool isNext = sharpening_.isEmpty() && !inexact_.isEmpty();
-    sharpenAt_ =
-        isNext ? Clock::now() + (hasSharpened ? breath : stillness) : Clock::time_point::max();
+    if (!awaited_.isEmpty())
+        return;
+    if (isSharpening_ && (inexact_.isEmpty() || isInterrupted_)) {
+        say(requests::encodings(quality_.level()));
+        isSharpening_ = false;
+    }
+    const auto box = inexact_.boundingRect();
+    // Hosts that are told encodings send what is below the pointer again, as they are told.
+    const bool isPointer = box.width() <= largestPointer && box.height() <= largestPointer;
+    const auto wait = isSharpening_ ? breath : isPointer ? longStillness : stillness;
+    sharpenAt_ = box.isEmpty() ? Clock::time_point::max() : Clock::now() + wait;
 }
 
 void HostConnection::sharpen() {
     sharpenAt_ = Clock::time_point::max();
-    sharpening_ = inexact_ & QRect(0, 0, size_.width, size_.height);
     // At three bytes for a pixel.
-    const auto pixels = static_cast<int>(quality_.notInTheWay() / 3);
-    sharpening_.setHeight(
-        std::min(sharpening_.height(), std::max(1, pixels / std::max(1, sharpening_.width()))));
-    inexact_.setTop(sharpening_.bottom() + 1);
-    notSharpYet_ = sharpening_;
-    if (sharpening_.isEmpty())
+    auto pixels = static_cast<int>(quality_.notInTheWay() / 3);
+    QRegion next;
+    for (const auto& part : inexact_) {
+        const int rows = std::clamp(pixels / part.width(), next.isEmpty() ? 1 : 0, part.height());
+        next += QRect(part.topLeft(), QSize(part.width(), rows));
+        pixels -= part.width() * rows;
+    }
+    inexact_ -= next;
+    awaited_ = next & QRect(0, 0, size_.width, size_.height);
+    if (awaited_.isEmpty())
         return;
-    say(requests::encodings(LineQuality::exact));
-    say(requests::update(
-        {sharpening_.x(), sharpening_.y(), sharpening_.width(), sharpening_.height()}, false));
-}
-
-void HostConnection::endSharpening() {
-    if (!std::exchange(sharpening_, {}).isEmpty())
-        say(requests::encodings(quality_.level()));
+    if (!std::exchange(isSharpening_, true))
+        say(requests::encodings(LineQuality::exact));
+    isInterrupted_ = false;
+    for (const auto& part : awaited_)
+        say(requests::update({part.x(), part.y(), part.width(), part.height()}, false));
 }
 
 bool HostConnection::receive(std::string& to) {
@@ -269,9 +276,14 @@ void HostConnection::updateBegins() {
 void HostConnection::sizeChanges(PictureSize size) {
     size_ = size;
     // What was asked for may be nowhere now.
-    endSharpening();
-    inexact_ = {0, 0, size.width, size.height};
+    awaited_ = {};
     emit resized(QSize(size.width, size.height));
+}
+
+void HostConnection::inexact(PicturePart part) {
+    inexact_ += QRect(part.x, part.y, part.width, part.height);
+    if (inexact_.rectCount() > mostParts)
+        inexact_ = inexact_.boundingRect();
 }
 
 void HostConnection::clipboard(const std::string& text) {
@@ -305,9 +317,9 @@ void HostConnection::extendedClipboard(const std::string& message) {
 
 void HostConnection::drawn(PicturePart part) {
     const QRect place(part.x, part.y, part.width, part.height);
-    notSharpYet_ -= place;
-    if (quality_.level().quality && !sharpening_.contains(place))
-        inexact_ |= place;
+    isInterrupted_ =
+        isInterrupted_ || (place.width() > largestPointer && !awaited_.intersects(place));
+    awaited_ -= place;
     const std::lock_guard lock(mutex_);
     damage_ += place;
     if (damage_.rectCount() > mostParts)

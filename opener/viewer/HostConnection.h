@@ -77,6 +77,7 @@ class HostConnection : public QObject, private HostWords {
     void opened(PictureSize size) override;
     void updateBegins() override;
     void sizeChanges(PictureSize size) override;
+    void inexact(PicturePart part) override;
     void clipboard(const std::string& text) override;
     void extendedClipboard(const std::string& message) override;
     void cursor(PictureSize size, PicturePoint hotSpot, const std::vector<std::uint32_t>& pixels,
@@ -87,7 +88,6 @@ class HostConnection : public QObject, private HostWords {
     End converse();
     bool playUpdate();
     void judgeQuality(Clock::duration took);
-    void endSharpening();
     void sharpen();
     bool receive(std::string& to);
     bool waitForHost();
@@ -107,11 +107,14 @@ class HostConnection : public QObject, private HostWords {
     PictureSize size_;
     LineQuality quality_;
     std::size_t updateBytes_ = 0;
-    /// What may have come other than it is, what of it is asked for as it is, and when the next.
-    QRect inexact_;
-    QRect sharpening_;
-    QRegion notSharpYet_;
+    /// What is not as it is there, what of it has been asked for exactly and has not come, and when
+    /// the next part is.
+    QRegion inexact_;
+    QRegion awaited_;
     Clock::time_point sharpenAt_ = Clock::time_point::max();
+    /// The host has been told to be exact until all is sharp, or something else happens.
+    bool isSharpening_ = false;
+    bool isInterrupted_ = false;
     End end_ = End::Closed;
     std::string sending_;
 

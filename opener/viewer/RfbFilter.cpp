@@ -254,11 +254,12 @@ bool RfbFilter::newSize() {
     const auto [x, y, width, height] = rectangle_;
     if (!isPossible(width, height))
         return false;
-    size_ = sizeOf(width, height);
     // The one form that the library takes at its word.
     handOn(rfb::number(0, 4) + rfb::number(width, 2) + rfb::number(height, 2) +
            rfb::number(rfb::desktopSize, 4));
-    words_.sizeChanges(size_);
+    // Hosts say it once more whenever they are told encodings.
+    if (std::exchange(size_, sizeOf(width, height)) != sizeOf(width, height))
+        words_.sizeChanges(size_);
     return nextRectangle();
 }
 
@@ -277,6 +278,9 @@ bool RfbFilter::tightControl(std::string_view piece) {
     if (kind > 7 && !tight_.isJpeg)
         return false;
     if (tight_.isJpeg) {
+        const auto [x, y, width, height] = rectangle_;
+        words_.inexact({static_cast<int>(x), static_cast<int>(y), static_cast<int>(width),
+                        static_cast<int>(height)});
         handOn(rfb::number(withoutZlib, 1));
         return tightBody(24);
     }

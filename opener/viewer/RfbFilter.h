@@ -43,6 +43,8 @@ class HostWords {
     virtual void opened(PictureSize size) = 0;
     virtual void updateBegins() = 0;
     virtual void sizeChanges(PictureSize size) = 0;
+    /// This part comes as a JPEG, which is not what the host's screen looks like exactly.
+    virtual void inexact(PicturePart part) = 0;
     /// Pixels are 0x00RRGGBB and seen where the mask has a bit, the highest first; the mask's rows
     /// begin with a byte each. Nothing to see is a size of 0.
     virtual void cursor(PictureSize size, PicturePoint hotSpot,

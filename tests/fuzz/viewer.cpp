@@ -47,6 +47,7 @@ class Viewer : public HostWords {
         // Memory is what takes time here.
         isTooLarge_ = isTooLarge_ || size.width > 512 || size.height > 512;
     }
+    void inexact(PicturePart) override {}
     void clipboard(const std::string& text) override { requests::latin1Clipboard(text); }
     void extendedClipboard(const std::string& message) override {
         const auto news = requests::clipboardNews(message);

@@ -27,6 +27,7 @@ inline std::pair<FileDescriptor, FileDescriptor> connected() {
 
 /// A desktop of noise, which writes down what is done there.
 struct Desktop {
+    explicit Desktop(server::Size first) { become(first); }
     void become(server::Size newSize) {
         const std::lock_guard lock(mutex);
         size = newSize;
@@ -111,10 +112,9 @@ class DesktopScreen : public server::Screen {
 /// What shows a desktop to viewers in earnest.
 class Host {
   public:
-    explicit Host(server::Size size) {
+    explicit Host(server::Size size) : desktop(size) {
         // As its program has it: viewers leave while it speaks.
         std::signal(SIGPIPE, SIG_IGN);
-        desktop.become(size);
     }
 
     /// The viewer's end.

@@ -35,7 +35,7 @@ class ViewerWidgetTest : public testing::Test {
         EXPECT_TRUE(waitFor([&] { return widget->isActiveWindow() && widget->hasFocus(); }));
         widget->setStanding(true);
         widget->start(host.admit());
-        EXPECT_TRUE(waitFor([&] { return pictures > 0; }));
+        EXPECT_TRUE(waitFor([&] { return pictures > 0; })) << reason.toStdString();
     }
     void openPixelByPixel() {
         open();
