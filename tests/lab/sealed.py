@@ -1,10 +1,12 @@
 """Somebody helps with nothing but the link, and others sit on the way."""
 
 import base64
+import collections
 import contextlib
 import glob
 import os
 import re
+import signal
 import sys
 import threading
 import time
@@ -116,12 +118,11 @@ def look_for_key(lab, zelvo, key_text, key):
 
 def look_at_wires(lab, port, key_text, key):
     """All that was said to the host and by it, sealed or not, and nothing in clear but the upgrade."""
-    heads, wires = b"", set()
+    heads = collections.defaultdict(bytes)
     for (wire, source, to), text in tap.streams(lab.path("wires")):
         assert key not in text and key_text.encode() not in text, (wire, source, to)
         if (HOST, VNC_PORT) not in (source, to) and (OUTSIDE, port) not in (source, to):
             continue
-        wires.add(wire)
         reader = websocket.Reader(iter([text, b""]).__next__)
         is_opener = to[1] in (VNC_PORT, port)
         head = reader.head()
@@ -131,11 +132,12 @@ def look_at_wires(lab, port, key_text, key):
             while True:
                 messages.append(reader.message())
         assert len(messages[0][1]) == 80, messages[0]
-        heads += b"".join(message[:24] for opcode, message in messages
-                          if opcode == websocket.BINARY)
-    assert {"wan", "lan", "port1"} <= wires, wires
-    # What begins with a kind, a type and an x and a y would give way.
-    assert len(heads) > 2000 and len(zlib.compress(heads, 9)) >= len(heads), len(heads)
+        heads[wire] += b"".join(message[:24] for opcode, message in messages
+                                if opcode == websocket.BINARY)
+    assert {"wan", "lan", "port1"} <= set(heads), heads.keys()
+    for begin in heads.values():
+        # What begins with a kind, a type, an x and a y would give way.
+        assert len(begin) > 2000 and len(zlib.compress(begin, 9)) >= len(begin), len(begin)
     for _, packet in tap.packets(lab.path("wires")):
         assert key not in packet and key_text.encode() not in packet
 
@@ -196,11 +198,13 @@ def sealed(lab):
 
     opener = helper.open(link)
     come_in(zelvo, opener)
-    lab.quit(zelvo)
+    zelvo.send(signal.SIGTERM)
+    lab.press("Return")
     ends(opener, "link-ended", 7)
+    assert zelvo.wait(10) == 0
     ends(helper.open(link), "not-shared", 7)
 
-    recorder.send(2)
+    recorder.send(signal.SIGTERM)
     assert recorder.wait_for(r"^Tap: (\d+) lost").group(1) == "0"
     assert not hunt.end()
     look_for_key(lab, zelvo, key_text, key)
