@@ -14,13 +14,13 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 for folder in ("support", "relay"):
     sys.path.insert(0, os.path.join(HERE, "..", "tests", folder))
 from figures import finish, missed, resident_megabytes, show  # noqa: E402
-from relay_test import Host, Relays  # noqa: E402
+from relay_test import Host, Relays, cost_of_deaf_viewers  # noqa: E402
 from stage import Stage, enter_own_network  # noqa: E402
 
 SECONDS = 5
 FREE = ("--settle", "0", "--bytes-per-host", "0", "--bytes-per-owner", "0", "--requests-per-client", "0",
         "--hosts-per-owner", "100000", "--hosts-per-client", "100000", "--connections-per-client", "100000",
-        "--viewers-per-client", "16")
+        "--viewers-per-client", "99", "--viewers-per-host", "99")
 
 
 def processor_seconds(pid):
@@ -83,6 +83,7 @@ def main():
                   f"{count / SECONDS / 1e6:.0f} MB/s{'' if rate >= least else '  MISSED'}", flush=True)
             if rate < least:
                 missed.append(label)
+        show("a viewer that never reads", sum(cost_of_deaf_viewers(relays)), "KB", 300)
         relays.relay.end()
 
         relays.port = 0

@@ -66,7 +66,7 @@ class RelayLoop {
     RelayShared& shared_;
     const std::size_t index_;
     const std::size_t most_;
-    serving::LoopThread thread_;
+    serving::LoopThread thread_{serving::LoopThread::Descriptors::Move};
     NumberBook numbers_;
     std::unordered_map<Member*, std::unique_ptr<Member>> members_;
     std::vector<std::unique_ptr<Member>> buried_;

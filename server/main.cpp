@@ -122,9 +122,10 @@ class Server {
         watch.setEvents(EPOLLIN);
         screen_ = std::make_unique<ScreenThread>(
             openScreen, "Zelvo",
-            ScreenThread::Handlers{.asksUser = [this] { home_.post([this] { asksUser(); }); },
-                                   .opened = [this](const auto& result) { opened(result); },
-                                   .ended = [this] { home_.post([this] { isEnding_ = true; }); }});
+            ScreenThread::Handlers{
+                .asksUser = [this] { home_.post([this] { asksUser(); }); },
+                .opened = [this](const auto& result) { opened(result); },
+                .ended = [this](auto end) { home_.post([=, this] { ended(end); }); }});
         while (!isEnding_) {
             loop_.turn(door_ ? door_->nextDeadline() : EventLoop::Clock::time_point::max());
             if (door_)
@@ -181,6 +182,12 @@ class Server {
             door_->handle(message);
         line_->tell(gate::Listening{options_.port, abilities.takesInput, abilities.hasClipboard});
         tell("listening");
+    }
+
+    void ended(ScreenEnd end) {
+        if (end == ScreenEnd::Withdrawn)
+            line_->tell(gate::DesktopWithdraws{});
+        isEnding_ = true;
     }
 
     void handle(const gate::Message& message) {

@@ -58,7 +58,7 @@ class HttpLoop {
     std::size_t unanswered_ = 0;
     bool stopping_ = false;
 
-    LoopThread loop_;
+    LoopThread loop_{LoopThread::Descriptors::Stay};
     Owned<bufferevent_rate_limit_group, &HttpLoop::releaseGroup> group_;
     evconnlistener* listener_ = nullptr;  ///< belongs to the server
     Owned<evhttp, &HttpLoop::releaseHttp> http_;

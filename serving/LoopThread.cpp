@@ -18,11 +18,12 @@ timeval timevalOf(std::chrono::milliseconds span) {
 /// The loop of this thread.
 thread_local const LoopThread* running = nullptr;
 
-event_base* makeBase() {
+event_base* makeBase(LoopThread::Descriptors descriptors) {
     auto* config = event_config_new();
-    // Each base has one thread, and no descriptor twice, so that changes may wait until it waits.
+    // Each base has one thread.
     event_config_set_flag(config, EVENT_BASE_FLAG_NOLOCK);
-    event_config_set_flag(config, EVENT_BASE_FLAG_EPOLL_USE_CHANGELIST);
+    if (descriptors == LoopThread::Descriptors::Stay)
+        event_config_set_flag(config, EVENT_BASE_FLAG_EPOLL_USE_CHANGELIST);
     auto* base = event_base_new_with_config(config);
     event_config_free(config);
     return base;
@@ -30,7 +31,8 @@ event_base* makeBase() {
 
 }  // namespace
 
-LoopThread::LoopThread() : bell_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), base_(makeBase()) {
+LoopThread::LoopThread(Descriptors descriptors)
+    : bell_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), base_(makeBase(descriptors)) {
     bellEvent_.reset(event_new(
         base(), bell_.get(), EV_READ | EV_PERSIST,
         [](int, short, void* self) { static_cast<LoopThread*>(self)->runPosted(); }, this));

@@ -19,7 +19,11 @@ namespace zelvo::serving {
 /// An event base of the library with a thread of its own, and a way to it from other threads.
 class LoopThread {
   public:
-    LoopThread();
+    enum class Descriptors { Stay, Move };
+
+    /// Where descriptors stay with the loop until they are closed, the kernel is told of changes
+    /// only when the loop waits again, which is cheaper.
+    explicit LoopThread(Descriptors descriptors);
     LoopThread(const LoopThread&) = delete;
     LoopThread& operator=(const LoopThread&) = delete;
     /// What has to do with the base has ended.

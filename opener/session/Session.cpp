@@ -71,12 +71,14 @@ void Session::stands(const sealing::Standing& standing) {
     using Place = sealing::Standing::Place;
     auto next = state_.value();
     next.secondsLeft = standing.secondsLeft;
+    countdown_.reset();
     switch (standing.place) {
         case Place::InLine:
             next.stage = Stage::InLine;
             break;
         case Place::Asked:
             next.stage = Stage::Asked;
+            countDown();
             break;
         case Place::Watching:
         case Place::Controlling:
@@ -89,6 +91,16 @@ void Session::stands(const sealing::Standing& standing) {
             return;
     }
     state_.set(std::move(next));
+}
+
+// The host tells the time when it asks, and then counts for itself.
+void Session::countDown() {
+    countdown_ = surroundings_.runLoop.scheduleTimer(std::chrono::seconds(1), [this](auto& timer) {
+        if (state_.value().secondsLeft == 0)
+            timer.invalidate();
+        else
+            change([](SessionState& state) { --state.secondsLeft; });
+    });
 }
 
 void Session::lineEnded(const LineEnding& how) {
@@ -121,6 +133,7 @@ bool Session::triesToReturnAgain(LineEnd end) const {
 }
 
 void Session::comeBack(const sealing::ReturnSecret& secret) {
+    countdown_.reset();
     const bool isFirstTime = !std::exchange(comesBack_, true);
     returnSecret_ = secret;
     lastReturn_ = surroundings_.runLoop.performAfterDelay(returnsWithin, [this] {
@@ -145,6 +158,7 @@ void Session::stopEverything() {
     comesBack_ = false;
     nextReturn_.reset();
     lastReturn_.reset();
+    countdown_.reset();
 }
 
 void Session::leave() {

@@ -32,7 +32,7 @@ struct SessionState {
     Ending ending = Ending::Left;
     /// Of PictureBroken: a sentence, or empty.
     std::string detail;
-    /// Of Asked: what is left for an answer; 0 where the host does not say.
+    /// Of Asked: what is left for an answer; 0 where nobody knows.
     unsigned secondsLeft = 0;
     /// Of Inside: the host takes our keys and pointer.
     bool controls = false;
@@ -86,6 +86,7 @@ class Session {
     void connectLater();
     HostLine::Listener listener();
     void stands(const sealing::Standing& standing);
+    void countDown();
     void lineEnded(const LineEnding& how);
     void comeBack(const sealing::ReturnSecret& secret);
     bool triesToReturnAgain(LineEnd end) const;
@@ -107,6 +108,7 @@ class Session {
     bool comesBack_ = false;
     std::unique_ptr<platform::Perform> nextReturn_;
     std::unique_ptr<platform::Perform> lastReturn_;
+    std::unique_ptr<platform::Timer> countdown_;
     /// Tells this start's answer from an earlier one's.
     std::shared_ptr<char> start_;
 };

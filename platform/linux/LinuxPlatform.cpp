@@ -182,6 +182,9 @@ LinuxPlatform::LinuxPlatform(MainQueue& mainQueue) {
     ::signal(SIGPIPE, SIG_IGN);
     services_ = std::make_unique<Services>(mainQueue);
     services_->screenServer.desktopAsks = [this] { services_->screenSharing.desktopAsks(); };
+    services_->screenServer.desktopWithdraws = [this] {
+        services_->screenSharing.desktopWithdraws();
+    };
     services_->abilities = services_->screenServer.abilities().subscribe(
         [this](const auto& abilities) { services_->screenSharing.desktopLets(abilities); });
     services_->screenServer.setAdmitsOnlyLinkHolders(

@@ -54,8 +54,8 @@ std::string textForHost(const ViewerRequest& request);
 
 /// What a relay answers to a host.
 struct Reply {
-    int status = 0;     ///< 101 where it may go on
-    int number = 0;     ///< 0 where none is told
+    int status = 0;          ///< 101 where it may go on
+    int number = 0;          ///< 0 where none is told
     std::string lease = {};  ///< empty where none is told
     std::chrono::seconds retryAfter{0};
 };

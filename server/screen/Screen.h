@@ -45,6 +45,12 @@ struct Abilities {
     bool hasClipboard = true;
 };
 
+enum class ScreenEnd {
+    Gone,
+    /// The desktop does not show itself any more, as where its user said so there.
+    Withdrawn,
+};
+
 /// What a screen tells of itself, from within `dispatch` or `capture`.
 class ScreenObserver {
   public:
@@ -56,8 +62,8 @@ class ScreenObserver {
     virtual void cursorMoved(Point position) = 0;
     /// UTF-8 that a program of the desktop copied.
     virtual void clipboardChanged(const std::string& text) = 0;
-    /// The desktop has ended, or does not show itself any more. Nothing follows.
-    virtual void screenEnded() = 0;
+    /// Nothing follows.
+    virtual void screenEnded(ScreenEnd end) = 0;
 };
 
 /// A desktop as viewers see and use it. Everything on one thread, on which nothing blocks for

@@ -26,7 +26,7 @@ class ScreenThread {
         /// There is a screen, or none. The former may be looked at.
         std::function<void(const ScreenResult& result)> opened;
         /// The screen that there was ends by itself.
-        std::function<void()> ended;
+        std::function<void(ScreenEnd)> ended;
     };
 
     ScreenThread(Open open, std::string name, Handlers handlers);

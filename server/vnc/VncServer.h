@@ -31,7 +31,7 @@ class VncServer : private ScreenObserver {
     /// What viewers do counts only while `inputPasses`, which any thread may set. `screenEnded` is
     /// called once, when the desktop has gone.
     VncServer(platform::EventLoop& loop, Screen& screen, std::string name,
-              const std::atomic<bool>& inputPasses, std::function<void()> screenEnded);
+              const std::atomic<bool>& inputPasses, std::function<void(ScreenEnd)> screenEnded);
     VncServer(const VncServer&) = delete;
     VncServer& operator=(const VncServer&) = delete;
     ~VncServer() override;
@@ -55,7 +55,7 @@ class VncServer : private ScreenObserver {
     void cursorChanged(const Cursor& cursor) override;
     void cursorMoved(Point position) override;
     void clipboardChanged(const std::string& text) override;
-    void screenEnded() override;
+    void screenEnded(ScreenEnd end) override;
 
     void capture(Time now);
     bool anybodyWaits() const;
@@ -75,7 +75,7 @@ class VncServer : private ScreenObserver {
     Screen& screen_;
     const std::string name_;
     const std::atomic<bool>& inputPasses_;
-    const std::function<void()> screenEnded_;
+    const std::function<void(ScreenEnd)> screenEnded_;
     _rfbScreenInfo* vnc_ = nullptr;
     Size size_;
     std::map<ViewerId, std::unique_ptr<Viewer>> viewers_;

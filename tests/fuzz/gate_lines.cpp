@@ -88,10 +88,15 @@ void atTheDoor(std::span<const std::uint8_t> events) {
         const auto asked = door.asked();
         now += std::chrono::seconds(event >> 6U);
         if (const auto kind = event & 7U; kind <= 1) {
-            if (door.arrive(++last, {10, 0, 0, std::uint8_t(event >> 3U & 3U)}, now))
+            const auto arrival =
+                door.arrive(++last, {10, 0, 0, std::uint8_t(event >> 3U & 3U)}, now);
+            if (arrival.hasPlace)
                 present.insert(last);
+            check(!arrival.pushedOut || (arrival.hasPlace && !ready.contains(*arrival.pushedOut) &&
+                                         present.erase(*arrival.pushedOut) == 1));
         } else if (kind == 2) {
-            if (present.contains(one) && ready.insert(one).second && door.ready(one, now))
+            const auto proof = one % 3 == 0 ? Proof::Link : Proof::None;
+            if (present.contains(one) && ready.insert(one).second && door.ready(one, proof, now))
                 present.erase(one);
         } else if (kind == 3) {
             door.leave(one, now);
@@ -101,7 +106,8 @@ void atTheDoor(std::span<const std::uint8_t> events) {
             if (kind == 4 && asked)
                 present.erase(*asked);
         } else if (kind == 6) {
-            for (auto viewer : door.refuseEverybody(event & 8U))
+            for (auto viewer : event & 16U ? door.refuseEverybody(event & 8U, now)
+                                           : door.admitOnlyProven(event & 8U, now))
                 check(present.erase(viewer) == 1);
         } else {
             now += std::chrono::seconds(event >> 3U);
@@ -110,7 +116,7 @@ void atTheDoor(std::span<const std::uint8_t> events) {
         }
         const auto all = door.everybodyAtTheDoor();
         check(std::equal(all.begin(), all.end(), present.begin(), present.end()));
-        check(all.size() <= limits.atTheDoor && door.waiting() <= limits.waiting);
+        check(all.size() <= 2 * limits.atTheDoor && door.waiting() <= 2 * limits.waiting);
         check(!door.asked() || present.contains(*door.asked()));
     }
 }

@@ -33,6 +33,8 @@ class Front(http.server.BaseHTTPRequestHandler):
 
     def setup(self):
         if way[0] == "noise":
+            # What is left unread would make the end a reset, before the noise has been read.
+            self.request.recv(16384)
             self.request.sendall(os.urandom(512))
             raise ConnectionAbortedError
         self.request.settimeout(120)

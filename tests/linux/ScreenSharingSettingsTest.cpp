@@ -106,6 +106,9 @@ TEST_F(ScreenSharingExplanationTest, FollowsTheToolAndTheServer) {
     EXPECT_FALSE(works.value());
     explanation->serverEnded();
     EXPECT_TRUE(says("has ended"));
+    explanation->desktopWithdraws();
+    explanation->serverEnded();
+    EXPECT_TRUE(says("in its top bar"));
     explanation->serverListens();
     EXPECT_EQ(said(), "") << "it was started anew";
 

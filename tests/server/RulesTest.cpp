@@ -221,6 +221,7 @@ TEST(GateMessage, IsWholeOrNone) {
     const std::vector<Message> messages{
         Hello{},
         DesktopAsks{},
+        DesktopWithdraws{},
         Listening{.port = 5900, .takesInput = false},
         Question{7, peer, true, 60, 4, "Ana", "012 345 678 901"},
         QuestionOver{7, Ending::NotAnswered},

@@ -103,7 +103,7 @@ class VncServerTest : public testing::Test {
     platform::EventLoop loop;
     MemoryScreen screen;
     std::atomic<bool> inputPasses = true;
-    VncServer vnc{loop, screen, "test", inputPasses, [] {}};
+    VncServer vnc{loop, screen, "test", inputPasses, [](auto) {}};
     FileDescriptor viewer;
 };
 

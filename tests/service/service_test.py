@@ -160,6 +160,7 @@ def limits(stage):
         assert attribute in cookie, cookie
     assert owner.create("B", link) == link
     assert owner.ask("create.php", FACTS.format("C") + "&permanentSharedLink=")[0] == 429
+    assert owner.ask("relay.php", "Relay=")[0] == 429
     update = FACTS.format("C") + f"&availabilityStatus=0&sharedLink={link}"
     assert owner.status("update.php", update) == 0
     assert owner.ask("update.php", update.replace("7B%", "7B" + 5000 * "+" + "%"))[0] == 429

@@ -132,6 +132,9 @@ void ScreenServerLine::handle(const gate::Message& message) {
     } else if (std::holds_alternative<gate::DesktopAsks>(message)) {
         if (desktopAsks)
             desktopAsks();
+    } else if (std::holds_alternative<gate::DesktopWithdraws>(message)) {
+        if (desktopWithdraws)
+            desktopWithdraws();
     } else if (const auto* asked = std::get_if<gate::Question>(&message)) {
         lastNumber_ = std::max(lastNumber_, firstNumber_ + asked->viewer);
         question_.set(ViewerQuestion{

@@ -65,6 +65,8 @@ class ScreenServerLine : public Viewers {
     std::function<void()> ended;
     /// The desktop asks the user whether the server may show it.
     std::function<void()> desktopAsks;
+    /// The desktop does not show the screen any more, for which the server ends.
+    std::function<void()> desktopWithdraws;
 
   private:
     bool listen(const std::string& folder);

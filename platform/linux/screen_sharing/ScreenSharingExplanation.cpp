@@ -74,6 +74,9 @@ constexpr const char* canOnlyWatch =
 constexpr const char* hasNoClipboard =
     "Your desktop does not share what is copied: text that you or your helper copy stays on the "
     "computer where it was copied.";
+constexpr const char* hasWithdrawn =
+    "Your desktop has stopped showing your screen, as it does when you choose “Stop” in its top "
+    "bar. Press “Start Over” to show it again.";
 constexpr const char* hasEnded =
     "Screen Sharing has ended, since the program that showed your screen is gone. Press “Start "
     "Over” to switch it on again.";
@@ -126,7 +129,7 @@ void ScreenSharingExplanation::serverListens() {
 
 void ScreenSharingExplanation::serverEnded() {
     toolEnded();
-    say(bundle_.localizedString(hasEnded));
+    say(bundle_.localizedString(std::exchange(isWithdrawn_, false) ? hasWithdrawn : hasEnded));
 }
 
 void ScreenSharingExplanation::toolEnded() {

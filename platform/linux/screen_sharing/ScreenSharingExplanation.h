@@ -36,6 +36,8 @@ class ScreenSharingExplanation {
     void desktopAsks();
     /// What it lets viewers do.
     void desktopLets(const ViewerAbilities& abilities);
+    /// It does not show the screen any more: why the server ends next.
+    void desktopWithdraws() { isWithdrawn_ = true; }
     /// The server was found to listen.
     void serverListens();
     /// The server that listened has ended.
@@ -61,6 +63,7 @@ class ScreenSharingExplanation {
     const std::string reasonFile_;
     const std::chrono::seconds patience_;
     Identity seen_;
+    bool isWithdrawn_ = false;
     std::chrono::steady_clock::time_point patienceEnds_;
     /// What is said, or will be in a later turn.
     std::string sentence_;

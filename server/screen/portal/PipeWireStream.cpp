@@ -169,7 +169,7 @@ void PipeWireStream::close() {
     pw_stream_destroy(stream_);
     isClosing_ = false;
     shown_ = newest_ = nullptr;
-    leastAge_ = Age::max();
+    isFirst_ = true;
 }
 
 void PipeWireStream::stateChanged(pw_stream_state state) {
@@ -264,7 +264,8 @@ void PipeWireStream::tell() {
         handlers_.cursorMoved(*position);
     if (!isLate)
         return;
-    if (!*isLate)
+    // On a machine that is busy for long the first is late each time.
+    if (!std::exchange(isFirst_, false) || !*isLate)
         attempts_ = 0;
     if (isActive_)
         openAnewAfter(*isLate ? untilStill : 0ms);

@@ -75,6 +75,7 @@ class PipeWireStream {
     spa_source* news_ = nullptr;
     spa_source* timer_ = nullptr;
     int attempts_ = 0;
+    bool isFirst_ = true;
     bool isClosing_ = false;
     bool isActive_ = true;
     spa_hook listener_{};
@@ -92,6 +93,7 @@ class PipeWireStream {
     std::optional<Point> newPosition_;
     /// A frame has come, which is late or is not.
     std::optional<bool> newIsLate_;
+    /// Of all frames, however often the stream was opened.
     Age leastAge_ = Age::max();
 };
 

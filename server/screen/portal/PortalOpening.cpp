@@ -1,6 +1,4 @@
 #include <sys/epoll.h>
-#include <sys/timerfd.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -10,6 +8,7 @@
 
 #include "server/screen/choice/ScreenModule.h"
 #include "server/screen/portal/PortalScreen.h"
+#include "server/screen/portal/Timer.h"
 
 namespace zelvo::server {
 
@@ -32,6 +31,7 @@ ScreenResult failed(PortalSession::Failure failure) {
         case PortalSession::Failure::Refused:
             return {nullptr, "desktop-refused",
                     "The user did not let the desktop show the screen."};
+        case PortalSession::Failure::Closed:
         case PortalSession::Failure::Broken:
             break;
     }
@@ -50,7 +50,6 @@ class PortalOpening : public ScreenOpening {
   public:
     PortalOpening() : screen_(std::make_unique<PortalScreen>(tokenFile())) {
         screenWatch_.setEvents(EPOLLIN);
-        timerWatch_.setEvents(EPOLLIN);
         waitFor(Wait::Portal, longestSilence);
         screen_->start();
     }
@@ -78,17 +77,10 @@ class PortalOpening : public ScreenOpening {
     enum class Wait { Nothing, Portal, User, Picture };
 
     void waitFor(Wait wait, std::chrono::milliseconds time) {
-        if (std::exchange(wait_, wait) == wait)
-            return;
-        itimerspec timer{};
-        timer.it_value.tv_sec = time.count() / 1000;
-        timer.it_value.tv_nsec = time.count() % 1000 * 1'000'000;
-        ::timerfd_settime(timer_.get(), 0, &timer, nullptr);
+        if (std::exchange(wait_, wait) != wait)
+            timer_.set(time);
     }
     void timeIsUp() {
-        std::uint64_t count = 0;
-        if (::read(timer_.get(), &count, sizeof count) < 0)
-            return;
         // The user may take any time.
         if (wait_ == Wait::User)
             asksUser_ = true;
@@ -98,9 +90,8 @@ class PortalOpening : public ScreenOpening {
 
     EventLoop loop_;
     std::unique_ptr<PortalScreen> screen_;
-    platform::FileDescriptor timer_{::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)};
     EventLoop::Watch screenWatch_{loop_, screen_->descriptor(), [this](auto) { screen_->turn(); }};
-    EventLoop::Watch timerWatch_{loop_, timer_.get(), [this](auto) { timeIsUp(); }};
+    Timer timer_{loop_, [this] { timeIsUp(); }};
     Wait wait_ = Wait::Nothing;
     bool asksUser_ = false;
     bool isTimeUp_ = false;

@@ -16,7 +16,11 @@ namespace zelvo::server {
 
 namespace {
 
+using namespace std::chrono_literals;
+
 constexpr std::uint32_t leftShift = 0xFFE1;
+// Of a session that the desktop closes the streams end first.
+constexpr auto untilClosed = 500ms;
 
 /// What bits 0 to 2 of a viewer's buttons are.
 constexpr std::array buttonCodes{BTN_LEFT, BTN_MIDDLE, BTN_RIGHT};
@@ -84,7 +88,7 @@ void PortalScreen::openStreams() {
                         const auto& origin = layout_->monitors()[i].origin;
                         newPosition_ = Point{origin.x + position.x, origin.y + position.y};
                     },
-                .ended = ended}));
+                .ended = [this] { untilBroken_.set(untilClosed); }}));
     }
 }
 
@@ -118,7 +122,8 @@ void PortalScreen::dispatch(ScreenObserver& observer) {
     turn();
     if (failure_) {
         if (!std::exchange(hasToldEnd_, true))
-            observer.screenEnded();
+            observer.screenEnded(*failure_ == PortalSession::Failure::Closed ? ScreenEnd::Withdrawn
+                                                                             : ScreenEnd::Gone);
         return;
     }
     if (!isWatched_)

@@ -12,6 +12,7 @@
 #include "server/screen/portal/PipeWireRemote.h"
 #include "server/screen/portal/PipeWireStream.h"
 #include "server/screen/portal/PortalSession.h"
+#include "server/screen/portal/Timer.h"
 
 namespace zelvo::server {
 
@@ -50,6 +51,7 @@ class PortalScreen : public Screen {
 
     const bool pointsByPixels_;
     platform::EventLoop loop_;
+    Timer untilBroken_{loop_, [this] { fail(PortalSession::Failure::Broken); }};
     PortalSession session_;
     std::unique_ptr<PipeWireRemote> pipeWire_;
     std::optional<MonitorLayout> layout_;

@@ -63,7 +63,7 @@ void PortalSession::start() {
                    [this](auto* signal) { answered(signal); });
     bus_.subscribe(sessionInterface, "Closed", [this](auto* signal) {
         if (session_ == sd_bus_message_get_path(signal))
-            fail(Failure::Broken);
+            fail(Failure::Closed);
     });
     bus_.whenServiceEnds([this] { fail(Failure::Broken); });
     findPortal();

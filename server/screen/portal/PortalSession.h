@@ -32,6 +32,8 @@ class PortalSession {
         Missing,
         /// The user said no.
         Refused,
+        /// The desktop has closed the session.
+        Closed,
         /// It went wrong in some other way.
         Broken,
     };

@@ -29,7 +29,7 @@ void WlrootsScreen::tell(ScreenObserver& observer) {
     if (wayland_->hasEnded()) {
         watch_.setEvents(0);
         if (!std::exchange(hasEnded_, true))
-            observer.screenEnded();
+            observer.screenEnded(ScreenEnd::Gone);
         return;
     }
     if (!isWatched_)

@@ -52,7 +52,7 @@ void X11Screen::dispatch(ScreenObserver& observer) {
             handle(*event);
     } while (event);
     if (x_->hasFailed() && !std::exchange(hasEnded_, true))
-        observer.screenEnded();
+        observer.screenEnded(ScreenEnd::Gone);
 }
 
 void X11Screen::tell(ScreenObserver& observer) {

@@ -116,7 +116,8 @@ bool eachOf(Each& each, Fields&... fields) {
 template <typename Each, typename M>
 bool fields(Each& each, M& m) {
     using Type = std::remove_const_t<M>;
-    if constexpr (std::is_same_v<Type, Hello> || std::is_same_v<Type, DesktopAsks>)
+    if constexpr (std::is_same_v<Type, Hello> || std::is_same_v<Type, DesktopAsks> ||
+                  std::is_same_v<Type, DesktopWithdraws>)
         return true;
     else if constexpr (std::is_same_v<Type, Listening>)
         return eachOf(each, m.port, m.takesInput, m.hasClipboard);

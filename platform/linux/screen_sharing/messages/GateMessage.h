@@ -59,6 +59,10 @@ struct Hello {
 struct DesktopAsks {
     friend bool operator==(const DesktopAsks&, const DesktopAsks&) = default;
 };
+/// The desktop does not show the screen any more; the server ends.
+struct DesktopWithdraws {
+    friend bool operator==(const DesktopWithdraws&, const DesktopWithdraws&) = default;
+};
 struct Listening {
     std::uint16_t port = 0;
     /// False where the desktop lets viewers watch and no more.
@@ -145,7 +149,7 @@ struct AdmitOnlyLinkHolders {
 
 using Message = std::variant<Hello, Listening, Question, QuestionOver, Inside, Left, Reply,
                              SetRights, Disconnect, RefuseEverybody, QuestionShown, DesktopAsks,
-                             Link, AdmitOnlyLinkHolders>;
+                             Link, AdmitOnlyLinkHolders, DesktopWithdraws>;
 
 /// Who has sent it wipes what holds a link.
 std::vector<std::byte> encode(const Message& message);
