@@ -36,6 +36,8 @@ class Helper:
         self.lab = lab
         self.prefix = lab.within(place)
         self.screen = lab.start_screen(self.prefix, size)
+        # It has é, ß and €, so that nobody changes the keyboard while it is typed on.
+        self.screen.ask("setxkbmap", "-layout", "us", "-variant", "altgr-intl")
 
     def start(self, link, service=None):
         lab = self.lab
@@ -186,7 +188,7 @@ def sealed(lab):
     type_at(helper, "Zoë: é ß €\n")
     wait_until(lambda: os.path.getsize(lab.path("typed")) > 0, 10, "the text")
     with open(lab.path("typed"), encoding="utf-8") as typed:
-        assert typed.read() == "Zoë: é ß €\n"
+        assert (text := typed.read()) == "Zoë: é ß €\n", text
     wait_until(lambda: picture_is_equal(lab, helper), 10, "the same picture")
     servers = processes_named("screensharingd", zelvo.process.pid)
     for pid in (opener.process.pid, zelvo.process.pid, *servers):
