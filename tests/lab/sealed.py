@@ -101,7 +101,7 @@ class KeyHunt:
         return self.found
 
 
-def look_for_key(lab, zelvo, key_text, key):
+def look_for_key(lab, key_text, key):
     """In everything that anybody has written, but the user's defaults."""
     def holds(data):
         return key in data or key_text.encode() in data
@@ -210,7 +210,7 @@ def sealed(lab):
     recorder.send(signal.SIGTERM)
     assert recorder.wait_for(r"^Tap: (\d+) lost").group(1) == "0"
     assert not hunt.end()
-    look_for_key(lab, zelvo, key_text, key)
+    look_for_key(lab, key_text, key)
     look_at_wires(lab, port, key_text, key)
 
 
