@@ -32,6 +32,9 @@ Caller::Caller(platform::EventLoop& loop, const AnonymousTls& tls, platform::Fil
       stream_(std::move(socket)),
       greetsAt_(platform::EventLoop::Clock::now() + timeForFirstWords),
       watch_(loop, stream_.descriptor(), [this](std::uint32_t events) {
+          // Released in the turn that this event came in.
+          if (stream_.descriptor() < 0)
+              return;
           if (events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR))
               return handlers_.gone();
           proceed();

@@ -61,8 +61,16 @@ Guest::Guest(platform::EventLoop& loop, ViewerStream stream, Ended ended)
       ended_(std::move(ended)),
       fromServer_(serversPart),
       toServer_(viewersPart),
-      viewerWatch_(loop, stream_.descriptor(), [this](auto events) { viewerIsReady(events); }),
-      serverWatch_(loop, server_.get(), [this](auto events) { serverIsReady(events); }) {
+      // Not for what came in the turn in which it was put out.
+      viewerWatch_(loop, stream_.descriptor(),
+                   [this](auto events) {
+                       if (stream_.descriptor() >= 0)
+                           viewerIsReady(events);
+                   }),
+      serverWatch_(loop, server_.get(), [this](auto events) {
+          if (stream_.descriptor() >= 0)
+              serverIsReady(events);
+      }) {
     if (isSealed()) {
         fromViewer_ = viewersPart;
         // A failure shows at the next event.

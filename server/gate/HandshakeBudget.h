@@ -6,7 +6,8 @@
 namespace zelvo::server {
 
 /// The time on a processor that agreeing upon keys with strangers may take, which is by far the
-/// dearest thing that they can have done: a few in a row, and then a hundredth of one core.
+/// dearest thing that they can have done: a few in a row, and then two thirds of a
+/// hundredth of one core.
 class HandshakeBudget {
   public:
     using Time = std::chrono::steady_clock::time_point;
@@ -21,7 +22,7 @@ class HandshakeBudget {
 
   private:
     static constexpr std::chrono::milliseconds reserve{30};
-    static constexpr int share = 100;
+    static constexpr int share = 150;
     /// What it takes to come to a step at all: who says one byte at a time pays for that, too.
     static constexpr std::chrono::microseconds turn{50};
 

@@ -156,13 +156,9 @@ ViewerStream::Result ViewerStream::write(std::string_view bytes) {
 }
 
 ViewerStream::Result ViewerStream::flush() {
-    if (sealed_) {
-        if (!sendSealed())
-            return Result::Closed;
-        using State = sealing::SealedLine::State;
-        if (sealed_->line.state() == State::Closed || sealed_->line.state() == State::Failed)
-            sent_ = unsent_.size();
-    }
+    // The channel's own words, also where nothing of a screen waits behind them.
+    if (sealed_ && !sendSealed())
+        return Result::Closed;
     while (unsent() > 0) {
         auto count = sendSome(std::string_view(unsent_).substr(sent_, largestPart));
         if (count < 0)

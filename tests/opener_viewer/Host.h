@@ -133,7 +133,7 @@ class Host {
                 server::ScreenResult{std::make_unique<DesktopScreen>(desktop), {}, {}});
         },
         "host",
-        {[] {}, [](const auto&) {}, [] {}}};
+        {[] {}, [](const auto&) {}, [](auto) {}}};
     server::ViewerId viewers_ = 0;
 };
 

@@ -12,10 +12,11 @@ import sys
 import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+from gate import HELLO, VERSION  # noqa: E402
 from stage import (Stage, connect_viewer, enter_own_network, is_listening,  # noqa: E402
                    processes_named, wait_until)
 
-HELLO = b"\2\0"
+GREETING = bytes([VERSION, HELLO])
 VNC_PORT = 5900
 
 
@@ -32,7 +33,7 @@ class Application:
     def take(self):
         """In the background: the server waits for the greeting."""
         self.line = self.listener.accept()[0]
-        self.line.send(HELLO)
+        self.line.send(GREETING)
 
     def end(self):
         self.line.close()
