@@ -17,7 +17,7 @@ from lab import Lab, leave_out_where_impossible  # noqa: E402
 from sealed import QUESTION, Helper, come_in  # noqa: E402
 
 RUNS = 7
-ROUND_TRIP = 100
+ROUND_TRIP = 200
 
 
 def time_to_question(zelvo, helper, link):
