@@ -1,4 +1,5 @@
 #include <malloc.h>
+#include <sys/resource.h>
 
 #include <QApplication>
 #include <cstdio>
@@ -75,6 +76,14 @@ Subscription watchTheServer(LinuxPlatform& system, QtMainLoop& loop, AppDelegate
         if (quits)
             system.quitBegins();
     });
+}
+
+/// Nor do those that are started from here, which inherit it, unless they want one.
+void leaveNoCore() {
+    rlimit limit{};
+    ::getrlimit(RLIMIT_CORE, &limit);
+    limit.rlim_cur = 0;
+    ::setrlimit(RLIMIT_CORE, &limit);
 }
 
 /// None, after saying so, while another Zelvo of this user runs or may run.
@@ -165,6 +174,8 @@ int main(int argc, char* argv[]) {
     // The threads wait nearly always; an arena for each is memory that nobody uses.
     ::mallopt(M_ARENA_MAX, 1);
     occupyStandardDescriptors();
+    // What crashes leaves no link behind.
+    leaveNoCore();
     const auto commandLine = readCommandLine(argc, argv);
     if (commandLine.exitStatus)
         return *commandLine.exitStatus;
