@@ -179,6 +179,9 @@ int main(int argc, char* argv[]) {
     const auto commandLine = readCommandLine(argc, argv);
     if (commandLine.exitStatus)
         return *commandLine.exitStatus;
+    // The link's key does not get into the file of a crash.
+    constexpr rlimit none{0, 0};
+    ::setrlimit(RLIMIT_CORE, &none);
     if (!environmentAllows())
         return 2;
     for (const auto& variable : passOverMuteBuses())

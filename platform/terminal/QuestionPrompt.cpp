@@ -191,7 +191,8 @@ void QuestionPrompt::takeLine(const std::string& typed) {
         for (const auto& viewer : word == Word::Help ? inside_ : std::vector<Viewer>())
             viewers_.setRights(viewer.id, ViewerRights::Control);
     } else if (isShown_) {
-        if (!isAnswered_)
+        // Whoever was let in a moment ago can be put out before the word of it is here.
+        if (!isAnswered_ || word == Word::Disconnect)
             answer(word);
     } else if (word == Word::Show) {
         show();

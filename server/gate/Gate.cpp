@@ -171,12 +171,19 @@ void Gate::letGo(std::unique_ptr<Caller> caller) {
 }
 
 ViewerId Gate::nextToAgree(Proof kind) const {
+    // One who was heard once has all but come through, and is finished first. Who comes last is
+    // heard before those who came earlier: where more come than can be heard, all others would wait
+    // for longer than they have.
+    auto turn = [](int agreements) {
+        return agreements == 0 ? 1 : agreements == 1 ? 0 : agreements;
+    };
     ViewerId next = 0;
     std::tuple<bool, bool, int> best;
     for (const auto& [viewer, caller] : callers_) {
-        const std::tuple order{!caller->knowsAnswer(), !caller->isOpener(), caller->agreements()};
+        const std::tuple order{!caller->knowsAnswer(), !caller->isOpener(),
+                               turn(caller->agreements())};
         const bool isOfKind = caller->isSealed() == (kind == Proof::Link);
-        if (isOfKind && caller->wantsToAgree() && (next == 0 || order < best)) {
+        if (isOfKind && caller->wantsToAgree() && (next == 0 || order <= best)) {
             next = viewer;
             best = order;
         }

@@ -97,8 +97,8 @@ class Gate {
     void agree(Proof kind, Time time);
     void letGo(std::unique_ptr<Caller> caller);
     /// Of those who want to agree upon keys, in the one way or the other: who has shown the most,
-    /// then who did so least often, then who came first; 0 where there is nobody. Who needs ever
-    /// more turns waits for those who need few.
+    /// then who was heard once, never, or least often, then who came last; 0 where there is nobody.
+    /// Who needs ever more turns waits for those who need few.
     ViewerId nextToAgree(Proof kind) const;
 
     platform::EventLoop& loop_;
