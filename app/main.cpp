@@ -123,7 +123,7 @@ int runInWindow(int& argc, char** argv, const CommandLine& commandLine) {
     RowPrinter rows(controller, commandLine.printsLink);
     std::optional<QuestionLines> questions;
     if (commandLine.asksInTerminal)
-        questions.emplace(system.viewers(), controller, system.bundle());
+        questions.emplace(system.viewers(), controller, system.explanations(), system.bundle());
 
     auto* content = new KVView;
     MainWindow window(content, {controller, controller, system.explanations(), desktop.application,
