@@ -80,8 +80,9 @@ void AppDelegate::makeNewLink() {
     platform_.alerts.beginSheet(std::move(alert), whileAlive([this](int response) {
                                     if (response != platform::AlertFirstButtonReturn)
                                         return;
-                                    closeConnection();
+                                    // The tool may have to ask first; the link waits for nobody.
                                     replaceLink();
+                                    closeConnection();
                                 }));
 }
 

@@ -78,6 +78,14 @@ Subscription watchTheServer(LinuxPlatform& system, QtMainLoop& loop, AppDelegate
     });
 }
 
+/// Nor do those that are started from here, which inherit it, unless they want one.
+void leaveNoCore() {
+    rlimit limit{};
+    ::getrlimit(RLIMIT_CORE, &limit);
+    limit.rlim_cur = 0;
+    ::setrlimit(RLIMIT_CORE, &limit);
+}
+
 /// None, after saying so, while another Zelvo of this user runs or may run.
 std::optional<SingleInstance> onlyInstance() {
     auto environment = Environment::ofProcess();
@@ -115,7 +123,7 @@ int runInWindow(int& argc, char** argv, const CommandLine& commandLine) {
     RowPrinter rows(controller, commandLine.printsLink);
     std::optional<QuestionLines> questions;
     if (commandLine.asksInTerminal)
-        questions.emplace(system.viewers(), controller, system.bundle());
+        questions.emplace(system.viewers(), controller, system.explanations(), system.bundle());
 
     auto* content = new KVView;
     MainWindow window(content, {controller, controller, system.explanations(), desktop.application,
@@ -166,6 +174,8 @@ int main(int argc, char* argv[]) {
     // The threads wait nearly always; an arena for each is memory that nobody uses.
     ::mallopt(M_ARENA_MAX, 1);
     occupyStandardDescriptors();
+    // What crashes leaves no link behind.
+    leaveNoCore();
     const auto commandLine = readCommandLine(argc, argv);
     if (commandLine.exitStatus)
         return *commandLine.exitStatus;

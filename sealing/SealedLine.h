@@ -51,6 +51,8 @@ class SealedLine {
     State state() const;
     Failure failure() const;
     const SealedChannel& channel() const { return channel_; }
+    /// The WebSocket is open.
+    bool isUpgraded() const { return !head_; }
 
     /// The peer's next bytes.
     void receive(std::string_view bytes);

@@ -9,6 +9,8 @@
 #include <fcntl.h>
 #include <strings.h>
 
+#include <algorithm>
+
 #include "serving/HttpShared.h"
 #include "serving/TlsConnection.h"
 
@@ -46,9 +48,12 @@ HttpLoop::HttpLoop(HttpShared& shared, std::size_t most) : shared_(shared), most
     auto* base = loop_.base();
     const auto& options = shared.options;
     if (options.bytesPerSecond > 0) {
-        const auto rate = options.bytesPerSecond;
+        // When somebody has taken all of a turn, everybody waits for the next one.
+        constexpr auto turn = 50ms;
+        const auto share = std::max<std::size_t>(options.bytesPerSecond * turn / 1s, 1);
+        const auto length = asTimeval(turn);
         auto* config =
-            ev_token_bucket_cfg_new(rate, rate, EV_RATE_LIMIT_MAX, EV_RATE_LIMIT_MAX, nullptr);
+            ev_token_bucket_cfg_new(share, share, EV_RATE_LIMIT_MAX, EV_RATE_LIMIT_MAX, &length);
         group_.reset(bufferevent_rate_limit_group_new(base, config));
         ev_token_bucket_cfg_free(config);
     }

@@ -75,7 +75,10 @@ void OptionTable::addAddresses(std::string_view name, std::string_view help,
 }
 
 void OptionTable::addSwitch(std::string_view name, std::string_view help, bool& place) {
-    add(name, "", help, [&place](const std::string&) { return place = true; });
+    add(name, "", help, [&place](const std::string& text) {
+        place = text.empty() || text == "yes";
+        return place || text == "no";
+    });
     options_.back().isSwitch = true;
 }
 
@@ -129,7 +132,8 @@ std::string OptionTable::readFile(const std::string& file) {
         if (auto trouble = set(*option, value); !trouble.empty())
             return where + trouble;
     }
-    return {};
+    // A folder, say, opens like a file.
+    return lines.bad() ? "cannot read " + file : "";
 }
 
 std::string OptionTable::set(Option& option, const std::string& value) {

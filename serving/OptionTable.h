@@ -28,7 +28,7 @@ class OptionTable {
     /// "20" at once and then "/0.5" of them in a second; "0" for no limit.
     void addRate(std::string_view name, std::string_view help, Allowances::Rate& place);
     void addAddresses(std::string_view name, std::string_view help, std::set<ClientAddress>& place);
-    /// Without a value.
+    /// Without a value, in the file also with "yes" or "no".
     void addSwitch(std::string_view name, std::string_view help, bool& place);
 
     /// Reads the arguments, and the file that "--config FILE" among them names. The reason when one

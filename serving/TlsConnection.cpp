@@ -146,6 +146,11 @@ void TlsConnection::received(evbuffer* buffer, const evbuffer_cb_info* info, voi
     if (connection.phase_ == Phase::Head &&
         connection.endsHead(buffer, info->orig_size - info->n_deleted))
         connection.enter(Phase::Body);
+    // The library counts what is in the body's parts, but not the line that gives a part's length.
+    const auto& options = connection.loop_.shared().options;
+    if (connection.phase_ == Phase::Body &&
+        evbuffer_get_length(buffer) > options.headLength + options.bodyLength)
+        connection.hangUp();
 }
 
 /// Whether an empty line is among the bytes from there on: only for the deadline's sake, so it may

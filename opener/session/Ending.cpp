@@ -33,7 +33,8 @@ constexpr EndingTexts Table[] = {
     {TooMany, "too-many", ExitStatus::NoAnswer, "Too many are waiting",
      "Too many want to see the screen of %@ at once. Try again later."},
     {LinkEnded, "link-ended", ExitStatus::LinkEnded, LinkTitle,
-     "The user of %@ has ended this link. Ask for a new one."},
+     "The user of %@ has ended this link, or has quit Zelvo. Ask them to start it, and for the link "
+     "that it shows."},
     {UnknownLink, "unknown-link", ExitStatus::LinkEnded, LinkTitle,
      "The sharing service does not know this link, or not any more. Ask for a new one."},
     {NotShared, "not-shared", ExitStatus::LinkEnded, LinkTitle,

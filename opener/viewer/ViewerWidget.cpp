@@ -74,18 +74,19 @@ void ViewerWidget::start(platform::FileDescriptor rfb) {
     connection_ = std::make_unique<HostConnection>(std::move(rfb));
     auto* connection = connection_.get();
     connect(connection, &HostConnection::changed, this, &ViewerWidget::changed);
-    connect(connection, &HostConnection::resized, this, [this](QSize size) {
+    connect(connection, &HostConnection::resized, connection, [this](QSize size) {
         pictureSize_ = size;
         place();
     });
     connect(connection, &HostConnection::cursorChanged, this, &ViewerWidget::takeCursor);
-    connect(connection, &HostConnection::pointerMoved, this, [this](QPoint position) {
+    connect(connection, &HostConnection::pointerMoved, connection, [this](QPoint position) {
         showPart(hostPointerPart());
         hostPointer_ = position;
         showPart(hostPointerPart());
     });
     connect(connection, &HostConnection::clipboardCame, this, &ViewerWidget::takeClipboard);
-    connect(connection, &HostConnection::ended, this, [this](HostConnection::End end) {
+    // What one has said that was stopped since is not heard any more.
+    connect(connection, &HostConnection::ended, connection, [this](HostConnection::End end) {
         hasEnded_ = true;
         adjust();
         emit ended(sentence(end));
@@ -131,6 +132,10 @@ QMenu* ViewerWidget::keysMenu() const {
 }
 
 // The picture.
+
+QSize ViewerWidget::sizeHint() const {
+    return pictureSize_.isEmpty() ? QSize(960, 600) : (QSizeF(pictureSize_) / ratio()).toSize();
+}
 
 void ViewerWidget::makePictureMenu() {
     pictureMenu_ = new QMenu(localized("viewer-view"), this);

@@ -53,7 +53,8 @@ class ViewerWidget : public QAbstractScrollArea {
     /// What to tell about keyboards that differ; empty where they do not or nobody knows.
     QString layoutNotice() const { return layoutNotice_; }
 
-    QSize sizeHint() const override { return {960, 600}; }
+    /// The picture at its actual size, once there is one.
+    QSize sizeHint() const override;
 
   signals:
     void firstPicture();

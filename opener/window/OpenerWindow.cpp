@@ -2,6 +2,7 @@
 
 #include <QCloseEvent>
 #include <QDropEvent>
+#include <QLayout>
 #include <QMimeData>
 #include <QScreen>
 #include <QStackedWidget>
@@ -197,11 +198,14 @@ void OpenerWindow::firstPictureCame() {
     if (!session_)
         return;
     hasPicture_ = true;
-    if (!isMaximized() && !isFullScreen()) {
-        const auto room = screen()->availableSize() * MostOfScreen;
-        resize(viewer_->sizeHint().boundedTo(room).expandedTo(size()));
-    }
     showState(session_->state().value());
+    if (isMaximized() || isFullScreen())
+        return;
+    // So that the bars around it take nothing of the picture.
+    layout()->activate();
+    const auto around = size() - viewer_->size();
+    const auto room = screen()->availableSize() * MostOfScreen;
+    resize((viewer_->sizeHint() + around).boundedTo(room).expandedTo(size()));
 }
 
 bool OpenerWindow::takesLinks() const {

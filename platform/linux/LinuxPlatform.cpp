@@ -277,6 +277,8 @@ const Observable<bool>& LinuxPlatform::enableToolWorks() const {
 
 void LinuxPlatform::quitBegins() {
     services_->screenServer.ended = nullptr;
+    // Before anything else ends, so that this is what helpers are told.
+    services_->screenServer.setLink(linkForGate(nullptr));
     services_->screenServer.hangUp();
     services_->urlSession.quitBegins();
 }

@@ -1,6 +1,7 @@
 #include "platform/qt/QtDesktop.h"
 
 #include <QApplication>
+#include <QDialog>
 #include <QUrl>
 
 #include "platform/Bundle.h"
@@ -61,12 +62,17 @@ void QtDesktop::attach(MainWindow& window, const MainWindowModel& model,
         if (quits)
             takeNoMoreRequests();
     });
+    link_ = model.sharedLink().subscribe([](const auto&) {
+        if (auto* code = findDialog("qrCodeDialog"))
+            code->close();
+    });
     setWindow(&window);
     window.setShowQuestion([this] { doorkeeper_.showQuestion(); });
     watchTheDoor(model);
     QObject::connect(&window, &QObject::destroyed, &translator_, [this] {
         application.setDelegate(nullptr);
         quitting_ = {};
+        link_ = {};
         tray_.reset();
         notifications_.reset();
         setWindow(nullptr);

@@ -68,6 +68,7 @@ class QtDesktop {
     std::unique_ptr<ViewerNotifications> notifications_;
     std::unique_ptr<TrayIcon> tray_;
     Subscription quitting_;
+    Subscription link_;
     QuitSignals signals_;
 };
 

@@ -4,10 +4,11 @@
 
 namespace zelvo::platform {
 
-QuestionLines::QuestionLines(Viewers& viewers, MainWindowModel& model, const Bundle& bundle,
-                             int input, int output)
+QuestionLines::QuestionLines(Viewers& viewers, MainWindowModel& model,
+                             const Explanations& explanations, const Bundle& bundle, int input,
+                             int output)
     : console_(input, output, Console::Reading::Lines),
-      prompt_(viewers, model, bundle,
+      prompt_(viewers, model, explanations, bundle,
               {.line = [this](auto& text) { console_.line(text); }, .echo = {}}) {
     console_.listen(
         [this, &model](char byte) {

@@ -11,8 +11,8 @@ namespace zelvo::platform {
 class QuestionLines {
   public:
     /// The descriptors stay the caller's; all others outlive this object.
-    QuestionLines(Viewers& viewers, MainWindowModel& model, const Bundle& bundle, int input = 0,
-                  int output = 1);
+    QuestionLines(Viewers& viewers, MainWindowModel& model, const Explanations& explanations,
+                  const Bundle& bundle, int input = 0, int output = 1);
 
   private:
     Console console_;

@@ -4,8 +4,10 @@
 #include <algorithm>
 
 #include "platform/Bundle.h"
+#include "platform/Explanations.h"
 #include "platform/MainWindowModel.h"
 #include "platform/qt/content/ShownText.h"
+#include "platform/qt/content/StatusTexts.h"
 
 namespace zelvo::platform {
 
@@ -27,9 +29,13 @@ bool continuesCharacter(char byte) {
 
 }  // namespace
 
-QuestionPrompt::QuestionPrompt(Viewers& viewers, MainWindowModel& model, const Bundle& bundle,
-                               Shown shown)
+QuestionPrompt::QuestionPrompt(Viewers& viewers, MainWindowModel& model,
+                               const Explanations& explanations, const Bundle& bundle, Shown shown)
     : viewers_(viewers), model_(model), bundle_(bundle), shown_(std::move(shown)) {
+    subscriptions_.push_back(explanations.screenLimits().bind([this](auto& limits) {
+        if (!limits.empty())
+            shown_.line(limits);
+    }));
     subscriptions_.push_back(
         viewers.inside().bind([this](auto& inside) { insideChanged(inside); }));
     subscriptions_.push_back(
@@ -73,6 +79,8 @@ void QuestionPrompt::show() {
     tell(
         "No bank, no company and no authority ever asks for this. Let in only whom you have asked "
         "for help.");
+    if (!canHelp())
+        tell(NobodyCanHelp);
     if (!inputHasEnded_) {
         auto left = std::chrono::ceil<std::chrono::seconds>(question->until - shown_.now()).count();
         tell("You have %@ seconds; without an answer it is no.", {std::to_string(left)});
@@ -126,8 +134,8 @@ void QuestionPrompt::insideChanged(const std::vector<Viewer>& inside) {
             tellViewer(viewer);
     }
     if (inside.size() > before.size())
-        tell(shown_.echo ? "To disconnect: %@. To change what they may do: press r."
-                         : "To disconnect: %@.",
+        tell(shown_.echo && canHelp() ? "To disconnect: %@. To change what they may do: press r."
+                                      : "To disconnect: %@.",
              {how('d', Word::Disconnect)});
     if (inside.empty()) {
         asksForRights_ = false;
@@ -206,6 +214,8 @@ void QuestionPrompt::takeLine(const std::string& typed) {
 void QuestionPrompt::answer(Word word) {
     switch (word) {
         case Word::Help:
+            if (!canHelp())
+                return tellWords();
             isAnswered_ = true;
             viewers_.answer(*asked_, ViewerAnswer::Control);
             break;
@@ -240,6 +250,8 @@ void QuestionPrompt::changeRights() {
     }
     if (anyControls || inside_.empty() || isShown_)
         return;
+    if (!canHelp())
+        return tell(NobodyCanHelp);
     // Taking away is a key, giving is a word.
     asksForRights_ = true;
     beginLine(shown_.now());
@@ -267,6 +279,11 @@ void QuestionPrompt::beginLine(Clock::time_point liveFrom) {
 }
 
 void QuestionPrompt::tellWords() {
+    if (!canHelp())
+        return tell(
+            "Type a whole word and press Return: “%@” lets them watch, “%@” refuses, “%@” refuses "
+            "everybody until Zelvo starts again.",
+            {text(Word::Watch), text(Word::Refuse), text(Word::RefuseAll)});
     tell(
         "Type a whole word and press Return: “%@” lets them use your screen, “%@” lets them only "
         "watch, “%@” refuses, “%@” refuses everybody until Zelvo starts again.",

@@ -12,6 +12,7 @@
 namespace zelvo::platform {
 
 class Bundle;
+class Explanations;
 class MainWindowModel;
 
 /// Who wants in and who is in, as lines, and the words that are typed in answer: in the user's
@@ -31,7 +32,8 @@ class QuestionPrompt {
     };
 
     /// All outlive this object.
-    QuestionPrompt(Viewers& viewers, MainWindowModel& model, const Bundle& bundle, Shown shown);
+    QuestionPrompt(Viewers& viewers, MainWindowModel& model, const Explanations& explanations,
+                   const Bundle& bundle, Shown shown);
     QuestionPrompt(const QuestionPrompt&) = delete;
     QuestionPrompt& operator=(const QuestionPrompt&) = delete;
 
@@ -76,6 +78,7 @@ class QuestionPrompt {
     void erase();
     void takeLine(const std::string& typed);
     void answer(Word word);
+    bool canHelp() const { return viewers_.abilities().value().canControl; }
     void tellWords();
     void tell(const char* key, const std::vector<std::string>& objects = {});
     void tellQuestion(const ViewerQuestion& question);

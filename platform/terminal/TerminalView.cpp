@@ -40,7 +40,7 @@ TerminalView::TerminalView(Terminal& terminal, MainWindowModel& model,
       explanations_(explanations),
       bundle_(bundle),
       rows_(model, true, output),
-      prompt_(viewers, model, bundle,
+      prompt_(viewers, model, explanations, bundle,
               {[&terminal](auto& text) { terminal.console.line(text); },
                [&terminal](auto& text) { terminal.console.echo(text); }, std::move(now)}) {
     terminal_.application.setDelegate(&delegate);
@@ -52,7 +52,6 @@ TerminalView::TerminalView(Terminal& terminal, MainWindowModel& model,
             takeNoMoreRequests();
     }));
     subscriptions_.push_back(explanations.screenSharing().subscribe([this](auto&) { explain(); }));
-    subscriptions_.push_back(explanations.screenLimits().subscribe([this](auto&) { explain(); }));
     subscriptions_.push_back(explanations.router().subscribe([this](auto&) { explain(); }));
     subscriptions_.push_back(explanations.keptLink().subscribe([this](auto&) { explain(); }));
     subscriptions_.push_back(explanations.withdrawal().subscribe([this](auto&) { explain(); }));

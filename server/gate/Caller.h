@@ -41,6 +41,8 @@ class Caller {
     const sealing::SealedChannel* proof() const;
     /// Whether it has an answer that takes the key to be had, but has not proven that it does.
     bool knowsAnswer() const;
+    /// Whether it opened a WebSocket, which scanners do not.
+    bool isOpener() const { return isSealed() && stream_.line()->isUpgraded(); }
 
     /// When a viewer who has not said a word is to be greeted; Time::max() once it was, or needs
     /// not be.

@@ -41,12 +41,15 @@ Doorkeeper::Arrival Doorkeeper::arrive(ViewerId viewer, const Address& address, 
 std::optional<ViewerId> Doorkeeper::longestThere(const std::optional<Address>& address,
                                                  Time now) const {
     // In the order of arrival, so that who comes first in it has been there longest.
-    for (const auto& [viewer, caller] : callers_) {
-        const bool isMeant = address ? caller.address == *address && !caller.seesDigits : true;
-        if (!caller.isReady() && isMeant)
-            return caller.handshakeUntil - limits_.handshake + limits_.undisturbed <= now
-                       ? std::optional(viewer)
-                       : std::nullopt;
+    for (const bool isOpener : {false, true}) {
+        for (const auto& [viewer, caller] : callers_) {
+            const bool isMeant = address ? caller.address == *address && !caller.seesDigits : true;
+            if (caller.isReady() || !isMeant || caller.isOpener != isOpener)
+                continue;
+            if (caller.handshakeUntil - limits_.handshake + limits_.undisturbed <= now)
+                return viewer;
+            break;
+        }
     }
     return std::nullopt;
 }
@@ -95,6 +98,12 @@ void Doorkeeper::leave(ViewerId viewer, Time now) {
         hangUp(caller->second, now);
     }
     dismiss(viewer, now);
+}
+
+void Doorkeeper::isOpener(ViewerId viewer) {
+    auto caller = callers_.find(viewer);
+    if (caller != callers_.end())
+        caller->second.isOpener = true;
 }
 
 void Doorkeeper::seesDigits(ViewerId viewer) {

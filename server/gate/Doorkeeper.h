@@ -81,6 +81,8 @@ class Doorkeeper {
     /// Its handshake is over: it is asked about, or waits for that, or has to leave (the reason),
     /// and is unknown then.
     std::optional<Refusal> ready(ViewerId viewer, Proof proof, Time now);
+    /// It speaks as those with the link do: others give their places first.
+    void isOpener(ViewerId viewer);
     /// It has an answer that shows who has the key the digits. Should it leave before it has proven
     /// anything, its place stays taken for as long as it could have had it: nobody tries fast
     /// whether digits suit.
@@ -118,6 +120,7 @@ class Doorkeeper {
         Time handshakeUntil;
         Proof proof = Proof::None;
         bool seesDigits = false;
+        bool isOpener = false;
 
         bool isReady() const { return handshakeUntil == Time::max(); }
     };

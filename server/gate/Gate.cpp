@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstring>
 #include <ctime>
+#include <tuple>
 #include <utility>
 #include <variant>
 
@@ -177,9 +178,10 @@ ViewerId Gate::nextToAgree(Proof kind) const {
         return agreements == 0 ? 1 : agreements == 1 ? 0 : agreements;
     };
     ViewerId next = 0;
-    std::pair<bool, int> best;
+    std::tuple<bool, bool, int> best;
     for (const auto& [viewer, caller] : callers_) {
-        const std::pair order{!caller->knowsAnswer(), turn(caller->agreements())};
+        const std::tuple order{!caller->knowsAnswer(), !caller->isOpener(),
+                               turn(caller->agreements())};
         const bool isOfKind = caller->isSealed() == (kind == Proof::Link);
         if (isOfKind && caller->wantsToAgree() && (next == 0 || order <= best)) {
             next = viewer;
@@ -199,8 +201,12 @@ void Gate::agree(Proof kind, Time time) {
     // It is kept till the end of the turn, also where this is the end of it.
     caller.agree();
     budget.spend(processorTime() - before, time);
-    if (callers_.contains(viewer) && caller.knowsAnswer())
+    if (!callers_.contains(viewer))
+        return;
+    if (caller.knowsAnswer())
         doorkeeper_.seesDigits(viewer);
+    if (caller.isOpener())
+        doorkeeper_.isOpener(viewer);
 }
 
 void Gate::sendAway(ViewerId viewer, Refusal refusal) {

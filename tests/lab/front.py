@@ -3,11 +3,13 @@
 
 usage: front.py ADDRESS UPSTREAM AUTHORITY CERTIFICATE KEY
 
-The ways: pass; slow SECONDS; reset; garbage; noise (not even TLS).
+The ways: pass; slow SECONDS; reset; garbage; noise (not even TLS); elsewhere ADDRESS PORT (in place of
+the computer's own, also of one that the service has forgotten since).
 """
 
 import http.server
 import os
+import plistlib
 import socket
 import ssl
 import struct
@@ -17,6 +19,7 @@ import time
 import urllib.request
 
 way = ["pass"]
+heard = {}
 
 
 def read_ways():
@@ -49,10 +52,15 @@ class Front(http.server.BaseHTTPRequestHandler):
         if way[0] == "slow":
             time.sleep(float(way[1]))
         answer = os.urandom(4096)
-        if way[0] != "garbage":
+        if way[0] == "elsewhere" and body in heard:
+            answer = heard[body]
+        elif way[0] != "garbage":
             request = urllib.request.Request(self.server.upstream + self.path, body)
             with urllib.request.urlopen(request, context=self.server.trust) as reply:
-                answer = reply.read()
+                heard[body] = answer = reply.read()
+        if way[0] == "elsewhere":
+            answer = plistlib.dumps({**plistlib.loads(answer), "IPAddress": way[1],
+                                     "Port": int(way[2])})
         self.send_response(200)
         self.send_header("Content-Length", str(len(answer)))
         self.end_headers()

@@ -102,9 +102,10 @@ class Lab(Stage):
         self.make_certificate(SERVICE)
         self.service = self.start_service(address=SERVICE, prefix=self.within("internet"))
 
-    def start_front(self):
-        """What stands before the service; see "front.py"."""
-        files = ("ca.pem", "service.pem", "service.key")
+    def start_front(self, certificate=""):
+        """What stands before the service; see "front.py". The certificate's folder may be another."""
+        files = ("ca.pem", os.path.join(certificate, "service.pem"),
+                 os.path.join(certificate, "service.key"))
         front = self.start([sys.executable, os.path.join(HERE, "front.py"), SERVICE,
                             self.service.url, *map(self.path, files)],
                            prefix=self.within("internet"), takes_input=True)
@@ -118,6 +119,17 @@ class Lab(Stage):
 
     def start_host(self):
         self.start_display(prefix=self.within("host"))
+
+    def type_into_terminal(self, path):
+        """A terminal that keeps each line that is typed in that file."""
+        open(path, "w", encoding="utf-8").close()
+        environment = {**os.environ, "DISPLAY": self.display, "LC_ALL": "C.UTF-8"}
+        terminal = self.start(["xterm", "-u8", "-class", "Typed", "-e", "sh",
+                               "-c", f"exec cat >>'{path}'"], environment, self.within("host"))
+        find = ("search", "--onlyvisible", "--class", "Typed")
+        wait_until(lambda: self.xdotool(*find), 10, "a terminal")
+        self.xdotool("windowfocus", "--sync", self.xdotool(*find).split()[-1])
+        return terminal
 
     def start_zelvo(self, service=None, in_terminal=False):
         """The application, whose log lines come among its rows. It asks where it was started."""

@@ -146,6 +146,16 @@ TEST_F(DoorkeeperTest, WhileSomebodyIsInsideTheQuestionIsShownByTheUsersWishAlon
     EXPECT_EQ(said(), (Lines{"question shown", "question hidden"}));
 }
 
+TEST_F(DoorkeeperTest, WhereTheDesktopTakesNoInputNobodyIsOfferedToHelp) {
+    for (bool can : {true, false, true}) {
+        viewers.able.set({can, can});
+        ask(can ? 1 : 2);
+        EXPECT_EQ(button("questionHelp")->isVisible(), can);
+        EXPECT_NE(dialog()->findChild<QLabel*>("questionOnlyWatching")->isVisible(), can);
+        EXPECT_NE(dialog()->accessibleDescription().contains("no keys"), can);
+    }
+}
+
 TEST_F(DoorkeeperTest, WhoHasTheLinkIsNamedAndHasDigitsToCompare) {
     auto shown = [](const char* name) {
         auto* label = dialog()->findChild<QLabel*>(name);
@@ -192,6 +202,11 @@ TEST_F(WindowTest, TheWindowTellsWhoAsksAndWhoIsInside) {
     viewers.isInside.set({one, viewer(2)});
     // Who controls is not to let others do so.
     expect({{"viewerRights1", "enabled", "true"}, {"viewerRights2", "enabled", "false"}});
+    viewers.able.set({false, false});
+    explanations.limits.set("No keys.");
+    viewers.isInside.set({viewer(2), viewer(3)});
+    expect({{"viewerRights3", "visible", "false"}});
+    EXPECT_TRUE(property("statusExplanation", "text").ends_with("quit Zelvo.\nNo keys."));
     find<QPushButton>("viewerDisconnect2")->click();
     viewers.said.clear();
     fake.authorization.onTool = [&](const std::string&) {
@@ -200,6 +215,7 @@ TEST_F(WindowTest, TheWindowTellsWhoAsksAndWhoIsInside) {
     find<QPushButton>("disconnectButton")->click();
     EXPECT_EQ(fake.authorization.tools.size(), 1U);
     viewers.isInside.set({});
+    EXPECT_TRUE(property("statusExplanation", "text").ends_with("gets in.\nNo keys."));
     viewers.refuses.set(true);
     find<QPushButton>("askAgainButton")->click();
     EXPECT_EQ(viewers.said.back(), "ask again");

@@ -222,11 +222,25 @@ TEST_F(TerminalTest, AWholeWordAnswersAndNothingLess) {
         viewers.asked.set({});
         EXPECT_EQ(said(), "question shown" + std::string(words) + ", question hidden") << keys;
         now += 1s;
+        output.read();
     }
     EXPECT_FALSE(terminal.application.isTerminating());
     EXPECT_EQ(fake.authorization.tools, std::vector<std::string>{"disconnect-screen-sharing.tool"});
     type("aw");
     EXPECT_EQ(said(), "ask again, only link holders");
+    // Where nobody can help that is no word.
+    explanations.limits.set("No keys.");
+    EXPECT_TRUE(output.read().ends_with("\nNo keys.\n"));
+    viewers.able.set({false, false});
+    ask(2);
+    EXPECT_NE(output.read().find("They can only watch"), std::string::npos);
+    typeAfter(1s, "help\nwatch\n");
+    viewers.isInside.set({{2, "192.0.2.7", true, platform::ViewerRights::Watch, {}}});
+    viewers.asked.set({});
+    now += 1s;
+    type("r");
+    typeAfter(1s, "help\n");
+    EXPECT_EQ(said(), "question shown, answer 2 watch, question hidden");
 }
 
 TEST_F(TerminalTest, WhatWasTypedForSomethingElseAnswersNothing) {
@@ -312,7 +326,7 @@ TEST_F(TerminalTest, ANewQuestionLetsAnAlertWaitAndBringsItBack) {
 TEST_F(TerminalTest, BesideAWindowTakesLinesAndOutlivesTheirEnd) {
     Pipes own;
     platform::FakeViewers others;
-    platform::QuestionLines lines(others, controller, fake.bundle, own.input.ends[0],
+    platform::QuestionLines lines(others, controller, explanations, fake.bundle, own.input.ends[0],
                                   own.output.ends[1]);
     others.isInside.set({{7, "192.0.2.1", true, platform::ViewerRights::Control, {}}});
     EXPECT_TRUE(

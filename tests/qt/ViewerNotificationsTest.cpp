@@ -75,11 +75,14 @@ TEST(ViewerNotifications, OfferTheQuestionAndTakeItBack) {
             ViewerQuestion{.id = id, .address = "::1", .until = {}, .name = "<a href=x>"});
     };
     // Replaced before the desktop has told their numbers.
-    for (auto id : {7U, 8U, 9U})
+    for (auto id : {7U, 8U, 9U}) {
+        viewers.able.set({id != 7U, true});
         ask(id);
+    }
     EXPECT_TRUE(desktop.says({asks, asks, asks, "close 1", "close 2"}));
     // Desktops read them as markup.
     EXPECT_TRUE(desktop.bodies[0].contains("&lt;") && !desktop.bodies.join(' ').contains('<'));
+    EXPECT_TRUE(desktop.bodies[0].contains("no keys") && !desktop.bodies[1].contains("no keys"));
     desktop.act(2, "refuse");
     desktop.act(3, "default");
     desktop.act(3, "show");

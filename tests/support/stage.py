@@ -128,6 +128,28 @@ class Program:
                 self.process.wait()
 
 
+class Screen:
+    """An X server's. Servers in several networks may have the same number; who asks from within gets
+    the right one."""
+
+    def __init__(self, display, prefix=()):
+        self.display, self.prefix = display, prefix
+
+    def ask(self, *command, **how):
+        return subprocess.run([*self.prefix, *command], timeout=10, capture_output=True, check=False,
+                              env=dict(os.environ, DISPLAY=self.display), **how).stdout
+
+    def xdotool(self, *words):
+        return self.ask("xdotool", *words, text=True)
+
+    def picture(self):
+        """Width and height, and what is there but the pointer: red, green and blue of each pixel."""
+        kind, size, _, pixels = self.ask("import", "-window", "root", "-depth", "8",
+                                         "ppm:-").split(b"\n", 3)
+        assert kind == b"P6", kind
+        return [int(number) for number in size.split()], pixels
+
+
 class Stage:
     """Folder, display, certificate, service and router; what was started ends with it."""
 
@@ -138,7 +160,7 @@ class Stage:
         self.programs = []
         os.mkdir(self.path("runtime"), 0o700)
         self.display = None
-        self._beside_display = ()
+        self.screen = None
 
     def __enter__(self):
         return self
@@ -161,26 +183,28 @@ class Stage:
         self.programs.append(program)
         return program
 
-    def start_display(self, prefix=(), size="1024x768x24"):
+    def start_screen(self, prefix=(), size="1024x768x24"):
         server = self.start(["Xvfb", "-displayfd", "1", "-screen", "0", size, "-nolisten", "tcp",
                              "-noreset"], prefix=prefix)
-        self.display = ":" + server.wait_for(r"^\d+$").group(0)
-        # Servers in several networks may have the same number. Who asks from within gets the right one.
-        self._beside_display = prefix
+        return Screen(":" + server.wait_for(r"^\d+$").group(0), prefix)
+
+    def start_display(self, prefix=(), size="1024x768x24"):
+        self.screen = self.start_screen(prefix, size)
+        self.display = self.screen.display
 
     def xdotool(self, *words):
-        return subprocess.run([*self._beside_display, "xdotool", *words], text=True, timeout=10,
-                              env=dict(os.environ, DISPLAY=self.display), capture_output=True,
-                              check=False).stdout
+        return self.screen.xdotool(*words)
 
-    def make_certificate(self, address="127.0.0.1"):
+    def make_certificate(self, address="127.0.0.1", folder=""):
+        """In that folder, which is new, inside of ours."""
+        os.makedirs(self.path(folder), exist_ok=True)
         run = lambda *words: subprocess.run(["openssl", *words], check=True, capture_output=True,
-                                            cwd=self.folder)
+                                            cwd=self.path(folder))
         key = ["-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes"]
         run("req", "-x509", *key, "-subj", "/CN=Test authority", "-addext",
             "basicConstraints=critical,CA:TRUE", "-keyout", "ca.key", "-out", "ca.pem")
         run("req", *key, "-subj", f"/CN={address}", "-keyout", "service.key", "-out", "service.csr")
-        with open(self.path("names"), "w", encoding="utf-8") as names:
+        with open(self.path(os.path.join(folder, "names")), "w", encoding="utf-8") as names:
             names.write(f"subjectAltName=IP:{address}")
         run("x509", "-req", "-in", "service.csr", "-CA", "ca.pem", "-CAkey", "ca.key",
             "-CAcreateserial", "-extfile", "names", "-out", "service.pem")
@@ -295,10 +319,10 @@ def is_listening(port):
     return bool(sockets.strip())
 
 
-def processes_named(name):
-    """The processes of that name in this network namespace, so that others' do not count."""
+def processes_named(name, beside="self"):
+    """The processes of that name in that one's network namespace, so that others' do not count."""
     found = []
-    mine = os.readlink("/proc/self/ns/net")
+    mine = os.readlink(f"/proc/{beside}/ns/net")
     for pid in filter(str.isdigit, os.listdir("/proc")):
         try:
             with open(f"/proc/{pid}/comm", encoding="utf-8") as comm:

@@ -7,6 +7,9 @@
 
 namespace zelvo::platform {
 
+const char* const NobodyCanHelp =
+    "They can only watch: your desktop takes no keys and no clicks from Zelvo.";
+
 namespace {
 
 struct Texts {
@@ -88,18 +91,18 @@ StatusTexts statusTexts(const MainWindowModel& model, const Explanations& explan
     if (door == DoorState::Asking)
         return localized(Asking, bundle);
     // The status follows within seconds.
-    if (door == DoorState::Connected && model.zelvoStatusProperty().value() != ZelvoStatusConnected)
-        return localized(Connected, bundle);
-    auto reason = reasonFor(model, explanations);
-    // Worth knowing before anybody comes; what they cannot copy is not.
-    if (reason.empty() && viewers && !viewers->abilities().value().canControl)
-        reason = explanations.screenLimits().value();
-    const auto* keys = &keysOf(model, explanations);
+    const bool isEarly =
+        door == DoorState::Connected && model.zelvoStatusProperty().value() != ZelvoStatusConnected;
+    auto reason = isEarly ? std::string() : reasonFor(model, explanations);
+    const auto* keys = isEarly ? &Connected : &keysOf(model, explanations);
     if (keys == &LinkReady && viewers && viewers->refusesEverybody().value())
         keys = &NobodyIsLetIn;
     auto texts = localized(*keys, bundle);
+    const auto& limits = explanations.screenLimits().value();
     if (!reason.empty())
         texts.explanation = std::move(reason);
+    else if (!limits.empty() && (keys == &LinkReady || keys == &Connected))
+        texts.explanation += '\n' + limits;
     return texts;
 }
 
@@ -116,10 +119,8 @@ std::string reasonFor(const MainWindowModel& model, const Explanations& explanat
     if (model.isQuitting().value())
         return explanations.withdrawal().value();
     // A viewer who is there disproves most doubts about the way in.
-    if (status > ZelvoStatusWaitingForConnection) {
-        auto news = explanations.routerNews();
-        return news.empty() ? explanations.screenLimits().value() : news;
-    }
+    if (status > ZelvoStatusWaitingForConnection)
+        return explanations.routerNews();
     if (status < ZelvoStatusServiceEnabled)
         return explanations.screenSharing().value();
     if (const auto& router = explanations.router().value();

@@ -10,6 +10,9 @@ class Explanations;
 class MainWindowModel;
 class Viewers;
 
+/// The key of why nobody is offered to help.
+extern const char* const NobodyCanHelp;
+
 /// What tells the user what the application is at, and what to do next; localised.
 struct StatusTexts {
     std::string title;

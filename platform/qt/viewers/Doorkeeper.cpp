@@ -50,6 +50,7 @@ QuestionDialog& Doorkeeper::dialog() {
             QuestionDialog::Listener{[this](auto viewer, auto given) { answer(viewer, given); },
                                      [this] { viewers_.setRefusesEverybody(true); },
                                      [this](bool isShown) { viewers_.setQuestionShown(isShown); }});
+    dialog_->setCanHelp(viewers_.abilities().value().canControl);
     return *dialog_;
 }
 

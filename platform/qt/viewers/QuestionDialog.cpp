@@ -12,6 +12,7 @@
 
 #include "platform/qt/content/Localized.h"
 #include "platform/qt/content/ShownText.h"
+#include "platform/qt/content/StatusTexts.h"
 #include "platform/qt/viewers/AnswerButton.h"
 #include "platform/qt/viewers/KeysElsewhere.h"
 #include "platform/qt/viewers/ViewerTexts.h"
@@ -98,6 +99,10 @@ void QuestionDialog::addWords(QBoxLayout& layout, const QString& images) {
     warning->addWidget(advice_, 1);
     layout.addWidget(panel);
 
+    onlyWatching_ = makeLabel<QLabel>("questionOnlyWatching");
+    onlyWatching_->setText(localized(NobodyCanHelp));
+    layout.addWidget(onlyWatching_);
+
     countdown_ = makeLabel<QLabel>("questionCountdown");
     waiting_ = makeLabel<QLabel>("questionWaiting");
     for (auto* label : {countdown_, waiting_})
@@ -134,6 +139,7 @@ void QuestionDialog::addButtons(QBoxLayout& layout) {
     for (auto* button : {help_, watch_, refuse_})
         row->addWidget(button, 1);
     layout.addLayout(row);
+    setCanHelp(true);
     everybody_ =
         addButton("questionRefuseEverybody", "Refuse everybody until the next start", [this] {
             answer(ViewerAnswer::Refuse);
@@ -154,6 +160,11 @@ QPushButton* QuestionDialog::addButton(const char* name, const char* caption,
     });
     buttons_.push_back(button);
     return button;
+}
+
+void QuestionDialog::setCanHelp(bool canHelp) {
+    help_->setVisible(canHelp);
+    onlyWatching_->setVisible(!canHelp);
 }
 
 void QuestionDialog::ask(const ViewerQuestion& question) {
@@ -203,7 +214,10 @@ void QuestionDialog::update(const ViewerQuestion& question) {
     QStringList spoken{address_->text() + '.', proof_->text(), encryption_->text()};
     if (!question.digits.empty())
         spoken << digits_->text() + '.' << comparing_->text();
-    setAccessibleDescription((spoken << advice_->text()).join(' '));
+    spoken << advice_->text();
+    if (onlyWatching_->isVisibleTo(this))
+        spoken << onlyWatching_->text();
+    setAccessibleDescription(spoken.join(' '));
     countDown();
 }
 

@@ -35,6 +35,8 @@ class QuestionDialog final : public QDialog {
     QuestionDialog(const QString& images, AnswerGuard::Clock clock, Listener listener);
     ~QuestionDialog() override;
 
+    /// Whether who is let in could help at all, from the next question on.
+    void setCanHelp(bool canHelp);
     /// Puts the question in the place of the one before. The buttons rest first.
     void ask(const ViewerQuestion& question);
     /// The same by the user's own wish: it takes the keys, and they can let somebody in.
@@ -86,6 +88,7 @@ class QuestionDialog final : public QDialog {
     StatusLabel* digits_ = nullptr;
     QLabel* comparing_ = nullptr;
     QLabel* advice_ = nullptr;
+    QLabel* onlyWatching_ = nullptr;
     QLabel* countdown_ = nullptr;
     QLabel* waiting_ = nullptr;
     QPushButton* help_ = nullptr;

@@ -57,7 +57,7 @@ class ViewerLines::Line final : public QWidget {
     }
 
     // Who controls could else let others control, too.
-    void show(const Viewer& viewer, bool isOneOfSeveral, bool somebodyControls) {
+    void show(const Viewer& viewer, bool isOneOfSeveral, bool somebodyControls, bool canControl) {
         controls_ = viewer.rights == ViewerRights::Control;
         icon_->setImage(controls_ ? "viewer-controls" : "viewer-watches");
         if (auto text = viewerText(viewer); who_->text() != text) {
@@ -67,6 +67,7 @@ class ViewerLines::Line final : public QWidget {
         details_->setText(viewerDetails(viewer));
         rights_->setText(localized(controls_ ? "Only watch" : "Let them control"));
         const bool mayChange = controls_ || !somebodyControls;
+        rights_->setVisible(controls_ || canControl);
         rights_->setEnabled(mayChange);
         rights_->setToolTip(mayChange ? ""
                                       : localized("First let the one who controls only watch."));
@@ -124,7 +125,8 @@ void ViewerLines::update() {
             layout()->addWidget(line);
             guard_.rest();
         }
-        line->show(viewer, inside.size() > 1, somebodyControls);
+        line->show(viewer, inside.size() > 1, somebodyControls,
+                   viewers_->abilities().value().canControl);
     }
     setVisible(!inside.empty());
 }

@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "platform/qt/content/Localized.h"
+#include "platform/qt/content/StatusTexts.h"
 #include "platform/qt/viewers/ViewerTexts.h"
 
 namespace zelvo::platform {
@@ -69,7 +70,9 @@ void ViewerNotifications::questionChanged() {
         notify(localized("Somebody wants to see your screen"),
                (question->name.empty() ? QString() : titleText(*question) + ". ") +
                    addressText(*question) + ". " + proofText(*question) + ' ' +
-                   encryptionText(*question),
+                   encryptionText(*question) +
+                   (viewers_.abilities().value().canControl ? QString()
+                                                            : ' ' + localized(NobodyCanHelp)),
                {"show", localized("Show"), "refuse", localized("Refuse")}, true),
         this);
     connect(answer, &QDBusPendingCallWatcher::finished, this, [this, answer, id] {
