@@ -9,6 +9,7 @@
 #include <deque>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "opener/CommandLine.h"
 #include "opener/FactsPrinter.h"
@@ -57,15 +58,23 @@ struct Base {
     SharingService service{loop, environment.serviceOrigin, environment.certificateFile};
 };
 
+/// None, after saying why, where the text is no link.
+std::optional<sealing::ShareLink> linkIn(const std::string& text) {
+    auto read = sealing::parseLink(QString::fromStdString(text).trimmed().toStdString());
+    if (auto* link = std::get_if<sealing::ShareLink>(&read))
+        return std::move(*link);
+    std::fprintf(stderr, "zelvo-open: %s\n",
+                 qPrintable(sentenceOf(std::get<sealing::NoLink>(read))));
+    return std::nullopt;
+}
+
 int printFacts(int& argc, char** argv, const std::string& text) {
     QCoreApplication application(argc, argv);
     Base base;
-    const auto read = sealing::parseLink(QString::fromStdString(text).trimmed().toStdString());
-    if (const auto* why = std::get_if<sealing::NoLink>(&read)) {
-        std::fprintf(stderr, "zelvo-open: %s\n", qPrintable(sentenceOf(*why)));
+    const auto link = linkIn(text);
+    if (!link)
         return BadUsage;
-    }
-    base.service.ask(std::get<sealing::ShareLink>(read).identifier, [](const FactsAnswer& answer) {
+    base.service.ask(link->identifier, [](const FactsAnswer& answer) {
         if (const auto* why = std::get_if<NoFacts>(&answer)) {
             SessionState state;
             state.stage = Stage::Ended;
@@ -146,6 +155,9 @@ int runInWindow(int& argc, char** argv, const CommandLine& line) {
     QGuiApplication::setDesktopFileName("app.zelvo.ZelvoOpen");
     QApplication application(argc, argv);
     Base base;
+    // Nobody waits for a better one.
+    if (line.once && !line.link.empty() && !linkIn(line.link))
+        return BadUsage;
     platform::ColorScheme colors;
     Windows windows(base, line);
     platform::QuitSignals quitSignals([] { QCoreApplication::quit(); });
