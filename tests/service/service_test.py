@@ -112,7 +112,9 @@ def strangers(stage):
     head = f"POST {FOLDER}get.php HTTP/1.1\r\nHost: x\r\nContent-Length: 999\r\n".encode()
     pool = ThreadPoolExecutor()
     drips = [pool.submit(drip, *words) for words in
-             ((b"x", head, 4, 8), (b"x", head + b"\r\n", 9, 13))]
+             ((b"x", head, 4, 8), (b"x", head + b"\r\n", 9, 13),
+              (b"0" * (1 << 20), head.replace(b"Content-Length: 999", b"Transfer-Encoding: chunked") +
+               b"\r\n", 1, 8))]
     ends_within(silent, 1, 8)
 
     huge = "link=" + "x" * (4 << 20)
@@ -193,13 +195,14 @@ def operator(stage):
             "--key", stage.path("service.key")]
     for more, status in [(["--port"], 2), (["--port", "65536"], 2), (["--port", "1x"], 2),
                          (["--key", "again"], 2), (["--color", "red"], 2),
-                         (["--proxies", "1.2.3"], 2), (["--config", "/nonexistent"], 2)]:
+                         (["--proxies", "1.2.3"], 2), (["--config", "/nonexistent"], 2),
+                         (["--config", "/"], 2)]:
         assert subprocess.run([program, *good, *more], capture_output=True,
                               check=False).returncode == status, more
     assert subprocess.run([program, *good[2:]], capture_output=True, check=False).returncode == 2
     with open(stage.path("service.conf"), "w", encoding="utf-8") as config:
         config.write("# ours\n" + "".join(f"{good[i][2:]} = {good[i + 1]}\n" for i in (0, 2, 4)) +
-                     "operators = 127.0.0.1:9464\nport = 1\n")
+                     "operators = 127.0.0.1:9464\nport = 1\nlog-requests = no\n")
     with open(stage.path("service.log"), "w", encoding="utf-8") as log:
         service = stage.start([program, "--config", stage.path("service.conf"), "--port", "8443"],
                               log=log)
