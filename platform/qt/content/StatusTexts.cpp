@@ -100,6 +100,8 @@ StatusTexts statusTexts(const MainWindowModel& model, const Explanations& explan
     auto texts = localized(*keys, bundle);
     if (!reason.empty())
         texts.explanation = std::move(reason);
+    else if (keys == &LinkReady && !explanations.way().value().empty())
+        texts.explanation += " " + explanations.way().value();
     return texts;
 }
 
