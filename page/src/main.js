@@ -69,6 +69,8 @@ function changed(state) {
     show("viewer", isInside);
     show("again", stage === "ended");
     show("leave", !["ended", "inside"].includes(stage));
+    // Two would be asked about.
+    show("open", stage === "ended");
     show("digits", Boolean(digits));
     for (const id of ["numbers", "bar-numbers"])
         element(id).textContent = digits ?? "";
