@@ -23,6 +23,11 @@ export class Screen {
         element("clipboard-copy").onclick = () =>
             navigator.clipboard.writeText(element("clipboard-text").value).catch(() => {});
         this.#prepareKeyboard();
+        element("screen").addEventListener("keydown", (event) => this.#giveKeysBack(event), true);
+        element("screen").addEventListener("pointerdown", () => {
+            for (const menu of document.querySelectorAll("details[open]"))
+                menu.open = false;
+        });
         this.fits = true;
     }
 
@@ -77,7 +82,19 @@ export class Screen {
         canvas.tabIndex = 0;
         canvas.setAttribute("role", "application");
         canvas.setAttribute("aria-label", text("viewer-picture"));
+        canvas.setAttribute("aria-description", text("viewer-way-out"));
+        // Who goes elsewhere with a key down lets it go there, which noVNC hears of the window alone.
+        canvas.onblur = () => dispatchEvent(new Event("blur"));
         rfb.focus();
+    }
+
+    /// While the picture has the focus Tab is the host's, too.
+    #giveKeysBack(event) {
+        if (event.key !== "Escape" || !event.ctrlKey || !event.altKey || !event.shiftKey)
+            return;
+        event.preventDefault();
+        event.stopPropagation();
+        element("disconnect").focus();
     }
 
     #setFits(fits) {

@@ -67,7 +67,7 @@ function changed(state) {
     const isInside = stage === "inside";
     show("card", !isInside);
     show("viewer", isInside);
-    show("again", stage === "ended");
+    show("again", stage === "ended" && ending !== "no-relay");
     show("leave", !["ended", "inside"].includes(stage));
     // Two would be asked about.
     show("open", stage === "ended");
@@ -104,8 +104,7 @@ function translate() {
         part.textContent = text(part.dataset.text);
 }
 
-async function begin() {
-    const link = takeLink();
+async function begin(link) {
     session?.leave();
     for (const id of ["ask", "again", "leave", "open", "digits", "viewer"])
         show(id, false);
@@ -124,7 +123,11 @@ async function begin() {
         rfbBegan: (channel) => screen.begin(channel),
         rfbEnded: () => screen.end(),
     });
-    say(text("See another screen"),
+    say(text("See another screen"), text("The sharing service is being asked where the computer is."));
+    if (!(await session.prepare()))
+        return;
+    host = session.state.host;
+    say(apart(host),
         text("You were sent a link to somebody’s screen. Before you see anything, they are asked."));
     show("ask", true);
     element("name").focus();
@@ -133,10 +136,10 @@ async function begin() {
 translate();
 screen = new Screen(() => session.pictureFailed());
 element("ask").onsubmit = ask;
-element("again").onclick = () => session.start(session.name);
+element("again").onclick = () => (session.name ? session.start(session.name) : begin(session.link));
 for (const id of ["leave", "disconnect"])
     element(id).onclick = () => session.leave();
 // Another link to the same computer, put into the address bar of this page.
-addEventListener("hashchange", () => location.hash && begin());
+addEventListener("hashchange", () => location.hash && begin(takeLink()));
 addEventListener("pagehide", () => session?.leave());
-begin();
+begin(takeLink());

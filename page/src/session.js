@@ -17,28 +17,40 @@ export class Session {
     #secret;
     #timers = {};
     #facts;
+    /// Tells one attempt from those before it.
+    #start;
 
     constructor(link, {changed, rfbBegan, rfbEnded}) {
         Object.assign(this, {link, changed, rfbBegan, rfbEnded, state: {stage: "ended"}});
     }
 
+    /// Whose screen it is; false, and at its end, where it cannot be asked for.
+    async prepare() {
+        const start = (this.#start = {});
+        const facts = await askForFacts(this.link.identifier);
+        if (this.#start !== start)
+            return false;
+        if (!facts.ending) {
+            this.#facts = facts;
+            this.state = {...this.state, host: facts.name, facts};
+        }
+        if (facts.ending || facts.relay === "")
+            this.#end(facts.ending ?? "no-relay");
+        return this.#start === start;
+    }
+
     /// With the name under which one asks.
     async start(name) {
         this.name = name;
+        const facts = this.#facts;
         this.#stopEverything();
-        this.state = {stage: "asking", digits: "", host: this.#facts?.name};
+        this.state = {stage: "asking", digits: "", host: facts?.name, facts};
         this.#change({});
-        const start = (this.start_ = {});
-        const facts = await askForFacts(this.link.identifier);
-        if (this.start_ !== start)
-            return;
-        if (facts.ending)
-            return this.#end(facts.ending);
-        this.#facts = facts;
-        this.#change({host: facts.name, facts});
-        if (facts.relay === "")
-            return this.#end("no-relay");
-        this.#connect();
+        // What was told is good for one attempt.
+        if (facts || (await this.prepare())) {
+            this.#change({});
+            this.#connect();
+        }
     }
 
     leave() {
@@ -125,7 +137,7 @@ export class Session {
     #stopEverything() {
         this.#endRfb();
         this.#line?.leave();
-        this.#line = this.#secret = this.start_ = undefined;
+        this.#line = this.#secret = this.#start = undefined;
         clearInterval(this.#timers.countdown);
         clearTimeout(this.#timers.nextReturn);
         clearTimeout(this.#timers.lastReturn);
@@ -133,6 +145,7 @@ export class Session {
 
     #end(ending) {
         this.#stopEverything();
+        this.#facts = undefined;
         this.#change({stage: "ended", ending, digits: ""});
     }
 }
