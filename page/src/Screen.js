@@ -132,6 +132,7 @@ export class Screen {
     #prepareKeyboard() {
         const field = element("typing");
         field.value = Before;
+        field.setAttribute("aria-label", text("Keyboard"));
         element("keyboard").onclick = () => field.focus();
         field.onkeydown = (event) => {
             if (event.key === "Enter") {

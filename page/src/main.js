@@ -11,10 +11,13 @@ const Faults = {NoKey: "fragment-lost", BadKey: "bad-key"};
 let session;
 let screen;
 let host = "";
+let shownStage = "";
 
 const say = (title, sentence) => {
     element("title").textContent = title;
-    element("sentence").textContent = sentence;
+    // What is said again is read out again.
+    if (element("sentence").textContent !== sentence)
+        element("sentence").textContent = sentence;
 };
 const show = (id, isShown) => {
     element(id).hidden = !isShown;
@@ -65,6 +68,8 @@ function changed(state) {
     else
         say(...waitingText(state));
     const isInside = stage === "inside";
+    const isNew = stage !== shownStage;
+    shownStage = stage;
     show("card", !isInside);
     show("viewer", isInside);
     show("again", stage === "ended" && ending !== "no-relay");
@@ -76,6 +81,9 @@ function changed(state) {
         element(id).textContent = digits ?? "";
     show("bar-note", Boolean(comparesAgain));
     show("unproven", Boolean(facts && !facts.addressIsProven && digits));
+    // What had the focus may just have gone.
+    if (isNew && !isInside)
+        element(stage === "ended" ? "again" : "leave").focus();
     element("standing").textContent =
         (controls ? text("You control the screen") : text("You can only watch")) + " · " + apart(host);
     screen.setControls(Boolean(controls));

@@ -13,6 +13,7 @@ class Browser:
 
     def __init__(self, stage, language="en", *options):
         arguments = ["--headless=new", "--no-sandbox", "--disable-gpu", "--ignore-certificate-errors", "--no-first-run",
+                    "--disable-dev-shm-usage",
                     "--disable-background-networking", "--window-size=1100,800", f"--accept-lang={language}",
                     f"--user-data-dir={stage.path('browser-' + language)}", *options]
         driver = stage.start(["chromedriver", "--port=0"])
