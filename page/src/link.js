@@ -32,7 +32,7 @@ const Unseen = new RegExp(
     "[\\0-\\x1F\\x7F-\\x9F\\xAD\\u034F\\u061C\\u115F\\u1160\\u17B4\\u17B5\\u180B-\\u180F\\u200B-\\u200F" +
     "\\u2028-\\u202E\\u2060-\\u206F\\u2800\\u3164\\uD800-\\uF8FF\\uFDD0-\\uFDEF\\uFE00-\\uFE0F\\uFEFF" +
     "\\uFFA0\\uFFF0-\\uFFFF\\u{13430}-\\u{1345F}\\u{1BCA0}-\\u{1BCA3}\\u{1D173}-\\u{1D17A}" +
-    "\\u{1FFFE}\\u{1FFFF}\\u{E0000}-\\u{10FFFF}]", "gu");
+    "\\u{E0000}-\\u{10FFFF}]", "gu");
 const Mark = new RegExp(
     "^[\\u0300-\\u036F\\u0483-\\u0489\\u0E34-\\u0E3A\\u0E47-\\u0E4E\\u1AB0-\\u1AFF\\u1DC0-\\u1DFF" +
     "\\u20D0-\\u20FF\\uFE20-\\uFE2F]$", "u");
