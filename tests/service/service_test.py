@@ -134,6 +134,9 @@ def strangers(stage):
         assert not reply or caller.answer.headers["Client-Address"] == "127.0.0.1"
         if told in (400, 413):
             caller = Caller(stage, service.port)
+    # More than is taken at once.
+    asking = lambda caller: [caller.ask("get.php", huge[:80000]) for _ in range(100)]
+    list(pool.map(asking, [Caller(stage, service.port) for _ in range(8)]))
     for dripping in drips:
         dripping.result()
     del crowd
