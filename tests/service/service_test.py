@@ -134,6 +134,9 @@ def strangers(stage):
         assert not reply or caller.answer.headers["Client-Address"] == "127.0.0.1"
         if told in (400, 413):
             caller = Caller(stage, service.port)
+    # More than is taken at once.
+    asking = lambda caller: [caller.ask("get.php", huge[:80000]) for _ in range(100)]
+    list(pool.map(asking, [Caller(stage, service.port) for _ in range(8)]))
     for dripping in drips:
         dripping.result()
     del crowd
@@ -239,7 +242,15 @@ def disk(stage):
                "--creates-per-client", "0", "--creates-per-owner", "0", "--requests-per-client", "0"]
     on = lambda how: ["unshare", "-m", "sh", "-c", f"mount -t tmpfs -o {how} none {place} && "
                       "exec \"$@\"", "sh"]
-    assert subprocess.run([*on("ro"), *program], capture_output=True, check=False).returncode == 1
+    # Also with the log of one that was killed, by which alone it could be read.
+    service = stage.start(program)
+    port = int(service.wait_for(r"^Service: https://127\.0\.0\.1:(\d+)$").group(1))
+    Caller(stage, port).create("A")
+    service.end(signal.SIGKILL)
+    sealed = ["unshare", "-m", "sh", "-c", f"mount --bind {place} {place} && mount -o remount,ro,bind "
+              f"{place} && exec \"$@\"", "sh"]
+    assert subprocess.run([*sealed, *program], capture_output=True, check=False,
+                          timeout=10).returncode == 1
     service = stage.start(program, prefix=on("size=700k"))
     port = int(service.wait_for(r"^Service: https://127\.0\.0\.1:(\d+)$").group(1))
     caller = Caller(stage, port)
