@@ -102,8 +102,8 @@ class Scene:
     def question(self):
         """The number, the name and the digits of who asks last."""
         body = [body for kind, body in self.zelvo.messages if kind == QUESTION][-1]
-        length = body[14]
-        return body[:4], body[15:15 + length].decode(), body[16 + length:].decode()
+        name, rest = body[15:15 + body[14]], body[15 + body[14]:]
+        return body[:4], name.decode(), rest[1:1 + rest[0]].decode()
 
     def let_in(self):
         wait_until(lambda: self.zelvo.count(QUESTION), 10, "the question")
