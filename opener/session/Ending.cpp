@@ -27,13 +27,14 @@ constexpr EndingTexts Table[] = {
     {Everybody, "everybody-refused", ExitStatus::Refused, "Refused",
      "The user of %@ lets nobody in at the moment."},
     {TooSoon, "too-soon", ExitStatus::Refused, "Too soon",
-     "The user of %@ has just refused you. Wait a minute before you ask again."},
+     "Nobody at %@ let you in a moment ago. Wait a minute before you ask again."},
     {NotAnswered, "no-answer", ExitStatus::NoAnswer, "No answer",
      "Nobody has answered at %@ in time. Its user may not be there."},
     {TooMany, "too-many", ExitStatus::NoAnswer, "Too many are waiting",
      "Too many want to see the screen of %@ at once. Try again later."},
     {LinkEnded, "link-ended", ExitStatus::LinkEnded, LinkTitle,
-     "The user of %@ has ended this link, or has quit Zelvo. Ask them to start it, and for the link "
+     "The user of %@ has ended this link, or has quit Zelvo. Ask them to start it, and for the "
+     "link "
      "that it shows."},
     {UnknownLink, "unknown-link", ExitStatus::LinkEnded, LinkTitle,
      "The sharing service does not know this link, or not any more. Ask for a new one."},

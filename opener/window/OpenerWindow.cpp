@@ -3,6 +3,7 @@
 #include <QCloseEvent>
 #include <QDropEvent>
 #include <QLayout>
+#include <QMenu>
 #include <QMimeData>
 #include <QScreen>
 #include <QStackedWidget>
@@ -168,6 +169,9 @@ void OpenerWindow::makeViewer() {
         if (session_)
             session_->pictureFailed(why.toStdString());
     });
+    // Whoever chose something from the bar goes on in the picture, whose keys lead out again.
+    for (auto* menu : {viewer_->keysMenu(), viewer_->pictureMenu()})
+        connect(menu, &QMenu::triggered, viewer_, [this] { viewer_->setFocus(); });
     // The bar is what keys reach then.
     connect(viewer_, &ViewerWidget::wayOut, bar_, [this] { bar_->takeFocus(); });
 }
