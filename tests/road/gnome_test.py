@@ -140,7 +140,7 @@ def sharing(desktop):
 
 def start_over(desktop):
     window = desktop.windows("Zelvo")[-1]
-    desktop.click_in(window, 439, 334)
+    desktop.click_in(window, 439, 380)
 
 
 def is_withdrawn(desktop, link):
