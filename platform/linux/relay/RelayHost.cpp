@@ -35,7 +35,7 @@ RelayHost::RelayHost(EventLoop& loop, const std::string& certificateFile, Told t
     : loop_(loop), told_(std::move(told)), dialer_(loop, certificateFile) {}
 
 void RelayHost::enlist(int round, Place place) {
-    registration_ = Registration{};
+    registration_ = std::make_unique<Registration>();
     endsRegistration_.reset();
     registration_->round = round;
     registration_->until = EventLoop::Clock::now() + AnswerWithin;

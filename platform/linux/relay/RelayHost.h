@@ -87,7 +87,7 @@ class RelayHost {
     EventLoop& loop_;
     const Told told_;
     TlsDialer dialer_;
-    std::optional<Registration> registration_;
+    std::unique_ptr<Registration> registration_;
     /// What `tick` does, as it cannot be done from within.
     std::optional<std::chrono::seconds> endsRegistration_;
     int lastCaller_ = 0;
