@@ -11,7 +11,7 @@ export const Endings = {
     "screen-ended": [Over, "The screen of %@ cannot be shown any longer: its user may have logged out."],
     "refused": ["Refused", "The user of %@ does not want you to see the screen now."],
     "everybody-refused": ["Refused", "The user of %@ lets nobody in at the moment."],
-    "too-soon": ["Too soon", "The user of %@ has just refused you. Wait a minute before you ask again."],
+    "too-soon": ["Too soon", "Nobody at %@ let you in a moment ago. Wait a minute before you ask again."],
     "no-answer": ["No answer", "Nobody has answered at %@ in time. Its user may not be there."],
     "too-many": ["Too many are waiting", "Too many want to see the screen of %@ at once. Try again later."],
     "link-ended": [Link,
