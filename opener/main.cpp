@@ -108,7 +108,8 @@ class Windows {
                 return window;
         return windows_.emplace_back(OpenerWindow::Surroundings{
             .session = {base_.loop, base_.service,
-                        [this](const auto& target, auto listener) {
+                        [this](auto target, auto listener) {
+                            target.certificateFile = base_.environment.certificateFile;
                             return std::make_unique<SealedConnection>(base_.loop, target,
                                                                       std::move(listener));
                         }},

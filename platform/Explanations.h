@@ -23,6 +23,8 @@ class Explanations {
     /// The same where it has come about since the link was made, which is worth saying while a
     /// viewer is connected, too. Changes with `router`.
     virtual std::string routerNews() const = 0;
+    /// By which way people come in, where that is not straight through the router.
+    virtual const Observable<std::string>& way() const = 0;
     /// Why the next start will have another link, such as a full disk.
     virtual const Observable<std::string>& keptLink() const = 0;
     /// What a quit could not take back.

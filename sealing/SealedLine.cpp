@@ -41,8 +41,9 @@ SealedLine SealedLine::host(const ChannelKey& key, ReplayCache& replays) {
 }
 
 SealedLine SealedLine::opener(const ChannelKey& key, std::string_view name,
-                              const std::optional<ReturnSecret>& comesBackBy) {
-    return {std::make_unique<UpgradeReplyReader>(UpgradeReplyReader::freshNonce()),
+                              const std::optional<ReturnSecret>& comesBackBy,
+                              const RelayedHost* relayed) {
+    return {std::make_unique<UpgradeReplyReader>(UpgradeReplyReader::freshNonce(), relayed),
             WebSocket::Role::Client,
             SealedChannel::opener(key, name, OwnSecrets::fresh(), comesBackBy)};
 }

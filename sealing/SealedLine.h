@@ -46,7 +46,8 @@ class SealedLine {
     /// `name` has to be a helper's name (isHelperName). Who was inside and was cut comes back by
     /// what channel().returnSecret() was last, once, within a minute.
     static SealedLine opener(const ChannelKey& key, std::string_view name,
-                             const std::optional<ReturnSecret>& comesBackBy = {});
+                             const std::optional<ReturnSecret>& comesBackBy = {},
+                             const RelayedHost* relayed = nullptr);
 
     State state() const;
     Failure failure() const;

@@ -88,12 +88,16 @@ std::array<unsigned char, 16> UpgradeReplyReader::freshNonce() {
     return nonce;
 }
 
-UpgradeReplyReader::UpgradeReplyReader(const std::array<unsigned char, 16>& nonce)
+UpgradeReplyReader::UpgradeReplyReader(const std::array<unsigned char, 16>& nonce,
+                                       const RelayedHost* host)
     : nonce_(encodeBase64({reinterpret_cast<const char*>(nonce.data()), nonce.size()},
                           Base64::Padded)) {
     // The address is of no use to the host, and came from a service: it stays out of the head.
-    output_ = std::string(requestLine) +
-              "\r\nHost: zelvo\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+    const auto line =
+        host ? "GET /" + std::to_string(host->number) + " HTTP/1.1\r\nHost: " + host->relay
+             : std::string(requestLine) + "\r\nHost: zelvo";
+    output_ = line +
+              "\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
               "Sec-WebSocket-Key: " +
               nonce_ +
               "\r\nSec-WebSocket-Version: 13\r\nSec-WebSocket-Protocol: " + std::string(protocol) +

@@ -11,6 +11,13 @@ namespace zelvo::sealing {
 
 struct HttpHead;
 
+/// A host that is reached through a relay.
+struct RelayedHost {
+    /// As it stands in a link's facts: with a port where it is not 443.
+    std::string relay;
+    int number = 0;
+};
+
 /// The HTTP exchange that opens a WebSocket (RFC 6455, section 4), as one of its sides reads it.
 class WebSocketHead {
   public:
@@ -51,7 +58,8 @@ class UpgradeRequestReader final : public WebSocketHead {
 /// it first is forgiven: exactly the 12 bytes of RFB's greeting are skipped, once.
 class UpgradeReplyReader final : public WebSocketHead {
   public:
-    explicit UpgradeReplyReader(const std::array<unsigned char, 16>& nonce);
+    explicit UpgradeReplyReader(const std::array<unsigned char, 16>& nonce,
+                                const RelayedHost* host = nullptr);
     static std::array<unsigned char, 16> freshNonce();
 
   private:

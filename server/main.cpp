@@ -171,6 +171,7 @@ class Server {
             loop_, std::move(listener_),
             Gate::Handlers{
                 .tell = [this](const auto& message) { line_->tell(message); },
+                .catchUp = [this] { line_->receive(); },
                 .admit = [this](auto viewer, auto socket,
                                 auto rights) { screen_->admit(viewer, std::move(socket), rights); },
                 .setRights = [this](auto viewer,

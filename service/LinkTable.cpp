@@ -171,6 +171,11 @@ bool LinkTable::openFile(const std::string& file, Use use) {
     database_.reset(database);
     if (code != SQLITE_OK)
         return false;
+    // What may not be written is opened all the same, and stays so when it may be again.
+    if (use == Use::Write && sqlite3_db_readonly(database, "main") != 0) {
+        trouble_ = "cannot be written";
+        return false;
+    }
     sqlite3_busy_timeout(database, BusyMilliseconds);
     return execute(use == Use::Write ? "PRAGMA cache_size = -65536" : "PRAGMA cache_size = -16384");
 }

@@ -25,6 +25,8 @@ serving::OptionTable ServiceOptions::table() {
                 [this](const std::string& text) { return readRelays(text); });
     options.add("relay-key", "PEM", "private key of Ed25519 by which relays know whom we send",
                 relayKey);
+    options.add("page", "HTML", "what browsers are shown at a link, and beside it the same as .gz",
+                page);
     options.addCount("threads", "that serve; one a core", server.loops);
     options.addCount("connections", "at once; as many as the descriptors allow",
                      server.connections);

@@ -22,6 +22,7 @@ struct ServiceOptions {
     bool logsRequests = false;
     std::map<std::string, std::string> relays;  ///< names by address
     std::string relayKey;                       ///< by which they know us
+    std::string page;                           ///< for browsers; empty for none
     serving::HttpServer::Options server{.connectionsPerClient = 256,
                                         .requestsPerClient = {200, 20},
                                         .bytesPerSecond = 16 * 1024 * 1024};

@@ -88,7 +88,8 @@ SharingHandler::SharingHandler(SharingEndpoints& endpoints, const Options& optio
     : endpoints_(endpoints),
       logsRequests_(options.logsRequests),
       creates_(options.createsPerClient),
-      metrics_(options.metrics) {}
+      metrics_(options.metrics),
+      page_(options.page) {}
 
 HttpResponse SharingHandler::refuse(int httpStatus) {
     auto response = responseOf(httpStatus, refusal(codeOf(httpStatus)));
@@ -112,6 +113,11 @@ HttpResponse SharingHandler::refuseEarly(const HttpRequest& request) const {
 }
 
 void SharingHandler::handle(const HttpRequest& request, serving::HttpServer::Respond respond) {
+    if (page_ && request.method == "GET" && WebPage::isAt(request.path)) {
+        if (metrics_)
+            ++metrics_->counter("zelvo_service_pages_total", "Times that the page was shown.");
+        return respond(page_->answer(request));
+    }
     const auto endpoint = SharingEndpoints::nameOf(request.path);
     // By this a client behind a second router finds out that it is.
     const auto client = request.client.text();

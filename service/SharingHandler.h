@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "service/SharingEndpoints.h"
+#include "service/WebPage.h"
 #include "serving/Budgets.h"
 #include "serving/HttpServer.h"
 #include "serving/Metrics.h"
@@ -20,6 +21,8 @@ class SharingHandler {
         /// Writes a line with the client and the link of each request.
         bool logsRequests = false;
         serving::Metrics* metrics = nullptr;
+        /// What browsers are shown at a link; null for nothing.
+        const WebPage* page = nullptr;
     };
 
     SharingHandler(SharingEndpoints& endpoints, const Options& options);
@@ -37,6 +40,7 @@ class SharingHandler {
     const bool logsRequests_;
     serving::Allowances creates_;
     serving::Metrics* const metrics_;
+    const WebPage* const page_;
 };
 
 }  // namespace zelvo::service

@@ -230,8 +230,12 @@ void SqliteLinkStore::keepHouse() {
             table = LinkTable::open(file_, LinkTable::Use::Read, 0, error);
         int pages = 0;
         int left = 0;
-        if (table && wasLong && table->checkpoint(pages, left))
-            logIsNearlyShort_ = true;
+        if (table && wasLong) {
+            if (table->checkpoint(pages, left))
+                logIsNearlyShort_ = true;
+            else
+                table.reset();  // it may have been opened where nothing could be written
+        }
         if (isTime)
             submit({[this](LinkTable& writer) { return forgetOrProbe(writer); }, [](Outcome) {}});
         lock.lock();

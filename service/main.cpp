@@ -49,7 +49,7 @@ void watch(serving::Metrics& metrics, const SqliteLinkStore& store,
 /// Serves until a signal ends it.
 int serve(ServiceOptions& options, std::shared_ptr<const serving::TlsContext> tls,
           SqliteLinkStore& store, const std::optional<zelvo::relay::Ed25519>& relayKey,
-          serving::ServerSignals& signals) {
+          const std::optional<WebPage>& page, serving::ServerSignals& signals) {
     serving::Metrics metrics;
     serving::Allowances createsOf(options.createsPerOwner);
     SharingEndpoints::Options rules{
@@ -70,7 +70,8 @@ int serve(ServiceOptions& options, std::shared_ptr<const serving::TlsContext> tl
     SharingEndpoints endpoints(store, std::move(rules));
     SharingHandler handler(endpoints, {.createsPerClient = options.createsPerClient,
                                        .logsRequests = options.logsRequests,
-                                       .metrics = &metrics});
+                                       .metrics = &metrics,
+                                       .page = page ? &*page : nullptr});
     options.server.metrics = &metrics;
     options.server.refusal = &SharingHandler::refuse;
     serving::HttpServer server(
@@ -142,9 +143,12 @@ int main(int argc, char** argv) {
     if (!options->relayKey.empty() &&
         !(relayKey = zelvo::relay::Ed25519::readPrivate(options->relayKey, error)))
         return complain(error);
+    std::optional<WebPage> page;
+    if (!options->page.empty() && !(page = WebPage::read(options->page, options->relays, error)))
+        return complain(error);
     auto store = SqliteLinkStore::open(
         options->database, [] { return static_cast<Moment>(std::time(nullptr)); }, error);
     if (!store)
         return complain(options->database + ": " + error);
-    return serve(*options, std::move(tls), *store, relayKey, signals);
+    return serve(*options, std::move(tls), *store, relayKey, page, signals);
 }

@@ -48,10 +48,8 @@ HttpLoop::HttpLoop(HttpShared& shared, std::size_t most) : shared_(shared), most
     auto* base = loop_.base();
     const auto& options = shared.options;
     if (options.bytesPerSecond > 0) {
-        // When somebody has taken all of a turn, everybody waits for the next one.
-        constexpr auto turn = 50ms;
-        const auto share = std::max<std::size_t>(options.bytesPerSecond * turn / 1s, 1);
-        const auto length = asTimeval(turn);
+        const auto share = std::max<std::size_t>(options.bytesPerSecond * Turn / 1s, 1);
+        const auto length = asTimeval(Turn);
         auto* config =
             ev_token_bucket_cfg_new(share, share, EV_RATE_LIMIT_MAX, EV_RATE_LIMIT_MAX, &length);
         group_.reset(bufferevent_rate_limit_group_new(base, config));

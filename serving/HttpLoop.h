@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 
 #include "serving/HttpServer.h"
@@ -17,6 +18,9 @@ struct HttpShared;
 /// One event loop with its thread, and its part of the connections.
 class HttpLoop {
   public:
+    /// When somebody has taken all bytes of a turn, everybody waits for the next one.
+    static constexpr std::chrono::milliseconds Turn{50};
+
     /// Takes as many connections as `most` at once.
     HttpLoop(HttpShared& shared, std::size_t most);
     HttpLoop(const HttpLoop&) = delete;

@@ -3,6 +3,7 @@
 #include <event2/buffer.h>
 #include <event2/bufferevent.h>
 #include <event2/bufferevent_ssl.h>
+#include <event2/bufferevent_struct.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <openssl/ssl.h>
@@ -56,6 +57,7 @@ TlsConnection::TlsConnection(HttpLoop& loop, bufferevent* transport)
     loop_.connectionBegins();
     evbuffer_add_cb(bufferevent_get_input(transport), &TlsConnection::received, this);
     event_assign(&timer_, loop.loop().base(), -1, EV_TIMEOUT, &TlsConnection::wake, this);
+    event_assign(&resumer_, loop.loop().base(), -1, EV_TIMEOUT, &TlsConnection::resume, this);
     // The library gives the transport its socket only after this; what is to be done with it comes
     // before anything is read.
     event_active(&timer_, EV_TIMEOUT, 1);
@@ -63,6 +65,7 @@ TlsConnection::TlsConnection(HttpLoop& loop, bufferevent* transport)
 
 TlsConnection::~TlsConnection() {
     event_del(&timer_);
+    event_del(&resumer_);
     if (hasShare_)
         loop_.shared().connectionsOf.giveBack(client_.budgetKey());
     loop_.connectionEnds();
@@ -146,11 +149,29 @@ void TlsConnection::received(evbuffer* buffer, const evbuffer_cb_info* info, voi
     if (connection.phase_ == Phase::Head &&
         connection.endsHead(buffer, info->orig_size - info->n_deleted))
         connection.enter(Phase::Body);
+    connection.resumeInATurn();
     // The library counts what is in the body's parts, but not the line that gives a part's length.
     const auto& options = connection.loop_.shared().options;
     if (connection.phase_ == Phase::Body &&
         evbuffer_get_length(buffer) > options.headLength + options.bodyLength)
         connection.hangUp();
+}
+
+/// Where the loop's share of bytes is used up amid a record, the library goes on once there is more
+/// on the socket; but the rest of the record has left that already, and may be all that was
+/// missing.
+void TlsConnection::resumeInATurn() {
+    if (SSL_pending(bufferevent_openssl_get_ssl(transport_)) > 0)
+        loop_.loop().startTimer(resumer_, HttpLoop::Turn);
+}
+
+void TlsConnection::resume(int, short, void* self) {
+    auto& connection = *static_cast<TlsConnection*>(self);
+    if (SSL_pending(bufferevent_openssl_get_ssl(connection.transport_)) == 0)
+        return;
+    // While it may not read, it does nothing.
+    event_active(&connection.transport_->ev_read, EV_READ, 1);
+    connection.resumeInATurn();
 }
 
 /// Whether an empty line is among the bytes from there on: only for the deadline's sake, so it may

@@ -46,16 +46,19 @@ class TlsConnection {
 
     TlsConnection(HttpLoop& loop, bufferevent* transport);
     static void wake(int, short, void* self);
+    static void resume(int, short, void* self);
     static void received(evbuffer* buffer, const evbuffer_cb_info* info, void* self);
 
     void begin();
     void enter(Phase phase);
     void hangUp();
+    void resumeInATurn();
     bool endsHead(evbuffer* buffer, std::size_t from);
 
     HttpLoop& loop_;
     bufferevent* transport_;
     event timer_{};
+    event resumer_{};
     Phase phase_ = Phase::Accepted;
     int lineEnds_ = 0;
     ClientAddress client_;

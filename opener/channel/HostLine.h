@@ -53,6 +53,10 @@ class HostLine {
         std::string name;
         /// From the line before, where that was cut.
         std::optional<sealing::ReturnSecret> comesBackBy{};
+        /// The relay to go to instead, "name" or "name:port", and to ask for `port`; else empty.
+        std::string relay{};
+        /// The authorities of whom a relay's certificate may be; empty for the system's own.
+        std::string certificateFile{};
     };
     /// Called on the main thread, later, and never after the line's destruction, which each of them
     /// may bring about.

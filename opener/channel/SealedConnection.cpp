@@ -8,12 +8,15 @@
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <optional>
 #include <utility>
 
 #include "opener/channel/LinePump.h"
+#include "platform/linux/tls/TlsBridge.h"
+#include "platform/linux/tls/TlsDialer.h"
 
 namespace zelvo::opener {
 
@@ -104,8 +107,11 @@ struct Thread {
         });
     }
     void run() const;
+    void runThroughRelay() const;
     LinePump::Told told() const;
-    std::optional<LineEnding> pump(FileDescriptor socket) const;
+    std::optional<LineEnding> pump(platform::EventLoop& loop, FileDescriptor socket,
+                                   platform::TlsDialer* dialer) const;
+    std::optional<LineEnding> endingOf(const LinePump& pump) const;
 };
 
 LinePump::Told Thread::told() const {
@@ -125,11 +131,27 @@ LinePump::Told Thread::told() const {
                 }};
 }
 
+std::optional<LineEnding> Thread::endingOf(const LinePump& pump) const {
+    auto ending = pump.ending();
+    // Whatever a relay answers instead of the host: the host is not there.
+    if (ending && ending->end == LineEnd::NotOurs && !target.relay.empty())
+        ending->end = LineEnd::Refused;
+    return ending;
+}
+
 /// None where somebody left.
-std::optional<LineEnding> Thread::pump(FileDescriptor socket) const {
-    platform::EventLoop loop;
+std::optional<LineEnding> Thread::pump(platform::EventLoop& loop, FileDescriptor socket,
+                                       platform::TlsDialer* dialer) const {
+    const sealing::RelayedHost relayed{target.relay, target.port};
     LinePump pump(loop, std::move(socket),
-                  sealing::SealedLine::opener(target.key, target.name, target.comesBackBy), told());
+                  sealing::SealedLine::opener(target.key, target.name, target.comesBackBy,
+                                              dialer ? &relayed : nullptr),
+                  told());
+    const auto turn = [&](Clock::time_point until) {
+        loop.turn(dialer ? std::min(until, dialer->nextDeadline()) : until);
+        if (dialer)
+            dialer->tick(Clock::now());
+    };
     bool leaves = false;
     auto until = Clock::now() + patience.proving;
     platform::EventLoop::Watch watch(loop, leave.get(), [&](auto) {
@@ -139,32 +161,70 @@ std::optional<LineEnding> Thread::pump(FileDescriptor socket) const {
         pump.leave();
     });
     watch.setEvents(EPOLLIN);
-    while (!leaves && !pump.ending()) {
+    while (!leaves && !endingOf(pump)) {
         if (pump.isProven())
             until = Clock::time_point::max();
         else if (Clock::now() >= until)
             return LineEnding{LineEnd::Silent};
-        loop.turn(until);
+        turn(until);
     }
-    const auto ending = pump.ending();
+    const auto ending = endingOf(pump);
     if (!leaves) {
         tell([ending](auto& listener) { listener.ended(*ending); });
         until = Clock::now() + patience.leaving;
         watch.setEvents(0);
     }
     while (!pump.isOver() && Clock::now() < until)
-        loop.turn(until);
+        turn(until);
     return std::nullopt;
 }
 
+/// The pump has one end of a pair of sockets, and a bridge carries what goes through it.
+void Thread::runThroughRelay() const {
+    platform::EventLoop loop;
+    platform::TlsDialer dialer(loop, target.certificateFile);
+    std::optional<platform::TlsDialer::Outcome> outcome;
+    dialer.dial(target.relay, patience.connecting,
+                [&](platform::TlsDialer::Outcome came) { outcome = std::move(came); });
+    bool leaves = false;
+    {
+        platform::EventLoop::Watch watch(loop, leave.get(), [&](auto) { leaves = true; });
+        watch.setEvents(EPOLLIN);
+        while (!outcome && !leaves) {
+            loop.turn(dialer.nextDeadline());
+            dialer.tick(Clock::now());
+        }
+    }
+    if (leaves)
+        return;
+    std::array<int, 2> ends{-1, -1};
+    if (!outcome->connection ||
+        ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()) != 0)
+        return tell([end = endOf(outcome->systemError)](auto& listener) {
+            listener.ended(LineEnding{end});
+        });
+    FileDescriptor ours(ends[0]);
+    bool isOver = false;
+    platform::TlsBridge bridge(loop, std::move(outcome->connection), "", FileDescriptor(ends[1]),
+                               [&] { isOver = true; });
+    if (const auto ending = pump(loop, std::move(ours), &dialer))
+        tell([ending](auto& listener) { listener.ended(*ending); });
+    // What was said last may still be on its way through the pair.
+    for (const auto until = Clock::now() + patience.leaving; !isOver && Clock::now() < until;)
+        loop.turn(until);
+}
+
 void Thread::run() const {
+    if (!target.relay.empty())
+        return runThroughRelay();
+    platform::EventLoop loop;
     auto socket = makeSocket();
     const auto error = connectTo(socket, target, leave, patience.connecting);
     if (!error)
         return;
     auto ending = std::optional(LineEnding{endOf(*error)});
     if (*error == 0)
-        ending = pump(std::move(socket));
+        ending = pump(loop, std::move(socket), nullptr);
     if (ending)
         tell([ending](auto& listener) { listener.ended(*ending); });
 }

@@ -7,6 +7,7 @@
 #include <QJsonObject>
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -52,6 +53,14 @@ bool isAddress(const std::string& address) {
         return false;
     const auto number = ntohl(parsed.s_addr);
     return number >> 24U != 0 && number < 0xE0000000U;
+}
+
+/// A name with or without a port: it becomes part of an address, and of a request.
+bool isRelay(const std::string& text) {
+    constexpr std::size_t LongestRelay = 259;
+    return text.size() <= LongestRelay && std::ranges::all_of(text, [](unsigned char c) {
+               return (c < 0x80 && std::isalnum(c)) || c == '.' || c == '-' || c == ':';
+           });
 }
 
 /// Printable ASCII: what else is in an identifier is none of ours.
@@ -165,6 +174,9 @@ FactsAnswer readFacts(std::span<const std::byte> bytes) {
     if (!isAddress(facts.address) || number < 1 || number > 65535)
         return NoFacts::Nonsense;
     facts.port = static_cast<std::uint16_t>(number);
+    facts.relay = text(reply, "Relay");
+    if (!facts.relay.empty() && !isRelay(facts.relay))
+        return NoFacts::Nonsense;
     const auto* proven = reply.find("AddressProven");
     facts.addressIsProven = proven && proven->integerReading() == 1;
     for (const auto* key : {"ComputerName", "LocalHostname", "IPAddress"})

@@ -38,6 +38,9 @@ struct HostFacts {
     /// IPv4, dotted decimal.
     std::string address;
     std::uint16_t port = 0;
+    /// The relay to go to instead, "name" or "name:port", where `port` is the host's number; empty
+    /// for a host that is at the address itself.
+    std::string relay{};
     /// The service has seen the host at that address.
     bool addressIsProven = false;
     /// Identifier of the host's keyboard layout, such as "com.apple.keylayout.German"; empty where

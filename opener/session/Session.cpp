@@ -43,9 +43,9 @@ void Session::factsArrived(const FactsAnswer& answer) {
 }
 
 void Session::connect() {
-    line_ = surroundings_.makeLine(
-        {facts_->address, facts_->port, sealing::ChannelKey(link_), name_, returnSecret_},
-        listener());
+    line_ = surroundings_.makeLine({facts_->address, facts_->port, sealing::ChannelKey(link_),
+                                    name_, returnSecret_, facts_->relay},
+                                   listener());
 }
 
 HostLine::Listener Session::listener() {
@@ -167,7 +167,8 @@ void Session::leave() {
 }
 
 void Session::pictureFailed(std::string why) {
-    if (line_)
+    // That of a line which was cut ends with it.
+    if (line_ && state_.value().stage == Stage::Inside)
         end(Ending::PictureBroken, std::move(why));
 }
 

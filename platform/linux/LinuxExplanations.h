@@ -4,6 +4,7 @@
 
 #include "platform/Explanations.h"
 #include "platform/linux/nat/RouterExplanation.h"
+#include "platform/linux/relay/RelayExplanation.h"
 
 namespace zelvo::platform {
 
@@ -15,6 +16,7 @@ class LinuxExplanations : public Explanations {
         const Observable<std::string>& screenSharing;
         const Observable<std::string>& screenLimits;
         const RouterExplanation& router;
+        const RelayExplanation& relay;
         /// Why the sharing service gave no link. It is asked last, so what it says comes first.
         const Observable<std::string>& service;
         const Observable<std::string>& keptLink;
@@ -24,19 +26,26 @@ class LinuxExplanations : public Explanations {
     explicit LinuxExplanations(const Sources& sources)
         : sources_(sources),
           routerChange_(sources.router.text().bind([this](const auto&) { update(); })),
+          relayChange_(sources_.relay.trouble().subscribe([this](const auto&) { update(); })),
           serviceChange_(sources.service.subscribe([this](const auto&) { update(); })) {}
 
     const Observable<std::string>& screenSharing() const override { return sources_.screenSharing; }
     const Observable<std::string>& screenLimits() const override { return sources_.screenLimits; }
     const Observable<std::string>& router() const override { return link_; }
-    std::string routerNews() const override { return sources_.router.news(); }
+    std::string routerNews() const override {
+        const auto& trouble = sources_.relay.trouble().value();
+        return trouble.empty() ? sources_.router.news() : trouble;
+    }
+    const Observable<std::string>& way() const override { return sources_.relay.way(); }
     const Observable<std::string>& keptLink() const override { return sources_.keptLink; }
     const Observable<std::string>& withdrawal() const override { return sources_.withdrawal; }
 
   private:
     void update() {
         const auto& service = sources_.service.value();
-        const auto& text = service.empty() ? sources_.router.text().value() : service;
+        const auto& relay = sources_.relay.trouble().value();
+        const auto& router = relay.empty() ? sources_.router.text().value() : relay;
+        const auto& text = service.empty() ? router : service;
         if (text != link_.value())
             link_.set(text);
     }
@@ -44,6 +53,7 @@ class LinuxExplanations : public Explanations {
     const Sources sources_;
     Observable<std::string> link_;
     Subscription routerChange_;
+    Subscription relayChange_;
     Subscription serviceChange_;
 };
 

@@ -23,12 +23,15 @@
 #include "platform/linux/machine/SysfsHardwareRegistry.h"
 #include "platform/linux/machine/SystemRandom.h"
 #include "platform/linux/names/HostnamedDynamicStore.h"
+#include "platform/linux/nat/ExternalAddress.h"
 #include "platform/linux/nat/RouterExplanation.h"
 #include "platform/linux/nat/RouterPortMapping.h"
 #include "platform/linux/privileges/SystemAuthorization.h"
 #include "platform/linux/property_lists/FileUserDefaults.h"
 #include "platform/linux/property_lists/PlistReader.h"
 #include "platform/linux/property_lists/XmlPlistWriter.h"
+#include "platform/linux/relay/RelayExplanation.h"
+#include "platform/linux/relay/RelayPortMapping.h"
 #include "platform/linux/screen_sharing/AdmittedSockets.h"
 #include "platform/linux/screen_sharing/ScreenServerLine.h"
 #include "platform/linux/screen_sharing/ScreenSharingExplanation.h"
@@ -46,6 +49,8 @@ std::string ownFolder(const std::string& base) {
 
 /// Whether those who have proven nothing are refused without a question; written as "YES".
 constexpr std::string_view OnlyLinkHoldersKey = "onlyPeopleWithTheLink";
+/// Whether nobody may come in through a relay; "YES" where the user wants that.
+constexpr std::string_view NoRelayKey = "neverThroughARelay";
 
 std::optional<std::vector<std::byte>> bytesOf(const PropertyList::Dictionary& dictionary) {
     const auto xml = writeXmlPlist(dictionary);
@@ -117,9 +122,10 @@ struct LinuxPlatform::Services {
          .asked = [this] { screenSharing.update(); },
          .believed = [this] { screenSharing.serverListens(); }}};
     RouterExplanation router{bundle, log};
+    RelayExplanation relay{bundle};
     ServiceExplanation service{bundle};
     Observable<std::string> keptLink;
-    LinuxExplanations explanations{{screenSharing.text(), screenSharing.limits(), router,
+    LinuxExplanations explanations{{screenSharing.text(), screenSharing.limits(), router, relay,
                                     service.creation(), keptLink, service.withdrawal()}};
 
     SharingSession urlSession{
@@ -136,12 +142,21 @@ struct LinuxPlatform::Services {
         urlSession, propertyLists, {.write = bytesOf, .changed = [this](const auto* link) {
                                         linkChanged(link);
                                     }}};
-    RouterPortMapping natPortMapping{
+    RouterPortMapping routerMapping{
         mainQueue,
         log,
         {.router = environment.router,
          .stateFolder = ownFolder(environment.stateHome),
          .heard = [this](const auto& reply) { mappingReplied(reply); }}};
+    RelayPortMapping natPortMapping{
+        mainQueue,
+        routerMapping,
+        {.certificateFile = environment.certificateFile,
+         .isPrivate = isBehindAnotherRouter,
+         .mayUse = [this] { return !userDefaults.boolForKey(NoRelayKey); },
+         .ask = [this](const auto& wanted, auto done) { askForRelay(wanted, std::move(done)); },
+         .connect = [this](const auto& origin) { return screenServer.connectRelayed(origin); },
+         .told = [this](const auto& way) { wayIs(way); }}};
 
     SystemAuthorization authorization{
         log, {.asSelf = environment.authorizesItself, .started = [this](std::string_view tool) {
@@ -154,6 +169,23 @@ struct LinuxPlatform::Services {
         if (!reply)
             service.creationBegan();
         router.mappingReplied(reply);
+    }
+
+    void askForRelay(const std::string& wanted,
+                     std::function<void(const std::optional<RelayOffer>&)> done) {
+        urlSession.dataTask(RelayOffer::request(environment.serviceOrigin, wanted),
+                            [this, done = std::move(done)](const UrlResult& result) {
+                                done(result.data
+                                         ? RelayOffer::of(propertyLists.parse(*result.data).value)
+                                         : std::nullopt);
+                            });
+    }
+
+    void wayIs(const RelayPortMapping::Way& way) {
+        // What the router said does not concern people who come another way.
+        if (!way.relay.empty())
+            router.mappingReplied(std::nullopt);
+        relay.wayIs(way);
     }
 
     void linkChanged(const sealing::ShareLink* link) {

@@ -53,6 +53,10 @@ TerminalView::TerminalView(Terminal& terminal, MainWindowModel& model,
     }));
     subscriptions_.push_back(explanations.screenSharing().subscribe([this](auto&) { explain(); }));
     subscriptions_.push_back(explanations.router().subscribe([this](auto&) { explain(); }));
+    subscriptions_.push_back(explanations.way().subscribe([this](auto& way) {
+        if (!way.empty())
+            terminal_.console.line(way);
+    }));
     subscriptions_.push_back(explanations.keptLink().subscribe([this](auto&) { explain(); }));
     subscriptions_.push_back(explanations.withdrawal().subscribe([this](auto&) { explain(); }));
     // Its letters meant nothing meanwhile.

@@ -25,12 +25,14 @@ void wakeFor(int socket, int bytes) {
 }  // namespace
 
 Caller::Caller(platform::EventLoop& loop, const AnonymousTls& tls, platform::FileDescriptor socket,
-               const platform::gate::Peer& peer, Handlers handlers)
+               const platform::gate::Peer& peer, std::string origin, Handlers handlers)
     : tls_(tls),
       peer_(peer),
+      origin_(std::move(origin)),
       handlers_(std::move(handlers)),
       stream_(std::move(socket)),
-      greetsAt_(platform::EventLoop::Clock::now() + timeForFirstWords),
+      greetsAt_(origin_.empty() ? platform::EventLoop::Clock::now() + timeForFirstWords
+                                : Time::max()),
       watch_(loop, stream_.descriptor(), [this](std::uint32_t events) {
           // Released in the turn that this event came in.
           if (stream_.descriptor() < 0)
@@ -93,6 +95,8 @@ bool Caller::hearFirstWords() {
         greetsAt_ = Time::max();
         stream_.beginSealed(handlers_.link(), firstWords_);
         wantsToAgree_ = true;
+    } else if (!origin_.empty()) {
+        return false;
     } else {
         kind_ = Kind::Plain;
         if (greetsAt_ != Time::max())

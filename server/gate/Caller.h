@@ -30,11 +30,14 @@ class Caller {
     };
 
     Caller(platform::EventLoop& loop, const AnonymousTls& tls, platform::FileDescriptor socket,
-           const platform::gate::Peer& peer, Handlers handlers);
+           const platform::gate::Peer& peer, std::string origin, Handlers handlers);
     Caller(const Caller&) = delete;
     Caller& operator=(const Caller&) = delete;
 
     const platform::gate::Peer& peer() const { return peer_; }
+    /// Where a relay saw it come from; empty for who came directly. Nobody greets who comes through
+    /// a relay, which forwards nothing but sealed channels.
+    const std::string& origin() const { return origin_; }
     bool isEncrypted() const { return stream_.isEncrypted(); }
     bool isSealed() const { return stream_.line() != nullptr; }
     /// Of somebody who has proven the link's key; null for all others.
@@ -82,6 +85,7 @@ class Caller {
 
     const AnonymousTls& tls_;
     const platform::gate::Peer peer_;
+    const std::string origin_;
     const Handlers handlers_;
     ViewerStream stream_;
     Kind kind_ = Kind::Unknown;

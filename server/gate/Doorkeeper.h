@@ -16,8 +16,8 @@ namespace zelvo::server {
 
 using platform::gate::ViewerId;
 using Time = std::chrono::steady_clock::time_point;
-/// IPv4.
-using Address = std::array<std::uint8_t, 4>;
+/// IPv4, with zeros behind it, or the network of IPv6 that somebody has to themselves.
+using Address = std::array<std::uint8_t, 8>;
 
 /// Why somebody is sent away.
 enum class Refusal {

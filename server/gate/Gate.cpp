@@ -1,5 +1,6 @@
 #include "server/gate/Gate.h"
 
+#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/epoll.h>
@@ -24,6 +25,9 @@ using namespace platform::gate;
 constexpr int acceptsAMoment = 10;
 constexpr auto moment = 100ms;
 constexpr int backlog = 16;
+/// Between the word of somebody's coming and the connection, which Zelvo makes at once.
+constexpr auto longestOnTheWay = 10s;
+constexpr std::size_t mostOnTheWay = 64;
 
 /// This thread's.
 std::chrono::nanoseconds processorTime() {
@@ -60,6 +64,23 @@ Words wordsFor(Refusal refusal) {
 
 Ending endingFor(Refusal refusal) {
     return refusal == Refusal::NotAnswered ? Ending::NotAnswered : Ending::Refused;
+}
+
+Address addressOf(const Peer& peer) {
+    Address address{};
+    std::ranges::copy(peer.address, address.begin());
+    return address;
+}
+
+/// Of IPv6 the network, of which who has one address has all.
+Address addressOf(const std::string& text) {
+    Address address{};
+    in6_addr parsed{};
+    if (::inet_pton(AF_INET, text.c_str(), &parsed) == 1)
+        std::memcpy(address.data(), &parsed, sizeof(in_addr));
+    else if (::inet_pton(AF_INET6, text.c_str(), &parsed) == 1)
+        std::memcpy(address.data(), &parsed, address.size());
+    return address;
 }
 
 bool set(int socket, int level, int option, int value) {
@@ -130,17 +151,35 @@ void Gate::accept() {
         std::memcpy(peer.address.data(), &from.sin_addr, peer.address.size());
         peer.port = ntohs(from.sin_port);
         const auto viewer = ++lastViewer_;
-        const auto arrival = doorkeeper_.arrive(viewer, peer.address, now());
+        auto origin = takeOrigin(peer);
+        const auto arrival =
+            doorkeeper_.arrive(viewer, origin.empty() ? addressOf(peer) : addressOf(origin), now());
         if (arrival.pushedOut)
             sendAway(*arrival.pushedOut, Refusal::HandshakeTooLong);
         if (!arrival.hasPlace)
             continue;
         callers_[viewer] = std::make_unique<Caller>(
-            loop_, tls_, std::move(socket), peer,
+            loop_, tls_, std::move(socket), peer, std::move(origin),
             Caller::Handlers{.link = [this] { return link_; },
                              .ready = [this, viewer] { callerIsReady(viewer); },
                              .gone = [this, viewer] { callerIsGone(viewer); }});
     }
+}
+
+std::string Gate::takeOrigin(const Peer& peer) {
+    if (peer.address != std::array<std::uint8_t, 4>{127, 0, 0, 1})
+        return {};
+    // It was said before they connected, and may still wait to be read.
+    if (handlers_.catchUp)
+        handlers_.catchUp();
+    const auto announced = announced_.extract(peer.port);
+    return announced && announced.mapped().until > now() ? announced.mapped().origin : "";
+}
+
+void Gate::announce(const Relayed& relayed) {
+    std::erase_if(announced_, [](const auto& entry) { return entry.second.until <= now(); });
+    if (announced_.size() < mostOnTheWay)
+        announced_[relayed.port] = {relayed.origin, now() + longestOnTheWay};
 }
 
 void Gate::callerIsReady(ViewerId viewer) {
@@ -245,7 +284,8 @@ void Gate::tellQuestion(Ending endingOfLast) {
                       .secondsLeft = static_cast<std::uint16_t>(std::max<long>(left.count(), 0)),
                       .waiting = static_cast<std::uint8_t>(doorkeeper_.waiting()),
                       .name = proof ? proof->name() : std::string(),
-                      .digits = proof ? proof->digits() : std::string()};
+                      .digits = proof ? proof->digits() : std::string(),
+                      .origin = caller.origin()};
     if (told_ && told_->waiting == question.waiting)
         return;
     told_ = question;
@@ -286,6 +326,8 @@ void Gate::handle(const Message& message) {
             sendAway(viewer, Refusal::NoProof);
         return tellQuestion(Ending::Refused);
     }
+    if (const auto* relayed = std::get_if<Relayed>(&message))
+        return announce(*relayed);
     if (const auto* link = std::get_if<Link>(&message))
         setLink(*link);
 }

@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "platform/linux/base/EventLoop.h"
@@ -31,6 +32,8 @@ class Gate {
     struct Handlers {
         /// What Zelvo is told.
         std::function<void(const platform::gate::Message&)> tell;
+        /// To have everything handled that Zelvo has said before now.
+        std::function<void()> catchUp = {};
         /// A viewer is in: an RFB server without security of its own is to serve this socket.
         std::function<void(ViewerId, platform::FileDescriptor, platform::gate::Rights)> admit;
         std::function<void(ViewerId, platform::gate::Rights)> setRights;
@@ -71,8 +74,17 @@ class Gate {
         std::unique_ptr<Guest> guest;
     };
 
+    /// Who was announced to come by a relay, and until when they may.
+    struct Announced {
+        std::string origin;
+        Time until;
+    };
+
     static Time now() { return platform::EventLoop::Clock::now(); }
     void accept();
+    /// Where a relay saw this one; empty for everybody else.
+    std::string takeOrigin(const platform::gate::Peer& peer);
+    void announce(const platform::gate::Relayed& relayed);
     void callerIsReady(ViewerId viewer);
     void callerIsGone(ViewerId viewer);
     void guestEnded(ViewerId viewer, platform::gate::Ending ending);
@@ -112,6 +124,8 @@ class Gate {
     Returns returns_;
     Doorkeeper doorkeeper_;
     ViewerId lastViewer_ = 0;
+    /// By the port on loopback.
+    std::map<std::uint16_t, Announced> announced_;
     std::map<ViewerId, std::unique_ptr<Caller>> callers_;
     std::map<ViewerId, GuestEntry> guests_;
     /// May not be destroyed while they are being called; they are at the end of the turn.

@@ -92,6 +92,7 @@ void Gate::admit(ViewerId viewer, Rights rights, const std::optional<Returns::Se
                   .peer = caller.mapped()->peer(),
                   .isEncrypted = caller.mapped()->isEncrypted(),
                   .rights = letsOnlyWatch_ ? Rights::Watch : rights};
+    inside.origin = caller.mapped()->origin();
     if (proof) {
         inside.name = session ? session->name : proof->name();
         inside.digits = proof->digits();

@@ -28,10 +28,11 @@ class ZelvoLine {
 
     /// A Zelvo that takes nothing for so long that the socket is full has ended for us.
     void tell(const platform::gate::Message& message);
+    /// Handles what is there now, as each turn of the loop does.
+    void receive();
 
   private:
     ZelvoLine(platform::EventLoop& loop, platform::FileDescriptor socket, Handlers handlers);
-    void receive();
     void end();
 
     const platform::FileDescriptor socket_;

@@ -191,8 +191,9 @@ TEST(ServiceExplanation, NamesWhatWasInTheWay) {
     ServiceExplanation service(fake.bundle, [&] { return clock; });
     Observable<std::string> none;
     RouterExplanation router(fake.bundle, fake.log);
+    RelayExplanation relay(fake.bundle);
     LinuxExplanations explanations(
-        {none, none, router, service.creation(), none, service.withdrawal()});
+        {none, none, router, relay, service.creation(), none, service.withdrawal()});
     NatPortMappingReply refused;
     refused.errorCode = NatErrorTransient;
     router.mappingReplied(refused);

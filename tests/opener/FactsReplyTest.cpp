@@ -60,6 +60,7 @@ TEST(FactsReply, BelievesNothingThatLeadsNowhere) {
              {"IPAddress", "::1", NoFacts::Nonsense},
              {"IPAddress", "224.0.0.1", NoFacts::Nonsense},
              {"IPAddress", "a.example", NoFacts::Nonsense},
+             {"Relay", "relay.example/23456", NoFacts::Nonsense},
              {"Port", "0", NoFacts::Nonsense},
              {"Port", 65536, NoFacts::Nonsense},
              {"availabilityStatus", 1, NoFacts::Unavailable}};

@@ -21,6 +21,7 @@ struct GivenExplanations final : platform::Explanations {
     const platform::Observable<std::string>& screenSharing() const override { return sharing; }
     const platform::Observable<std::string>& screenLimits() const override { return limits; }
     const platform::Observable<std::string>& router() const override { return routing; }
+    const platform::Observable<std::string>& way() const override { return wayIn; }
     const platform::Observable<std::string>& keptLink() const override { return kept; }
     const platform::Observable<std::string>& withdrawal() const override { return remaining; }
     std::string routerNews() const override { return news; }
@@ -28,6 +29,7 @@ struct GivenExplanations final : platform::Explanations {
     platform::Observable<std::string> sharing;
     platform::Observable<std::string> limits;
     platform::Observable<std::string> routing;
+    platform::Observable<std::string> wayIn;
     platform::Observable<std::string> kept;
     platform::Observable<std::string> remaining;
 };

@@ -126,7 +126,8 @@ def sharing(desktop):
     viewer.type(TEXT)
     wait_until(lambda: TEXT in typed(), 10, "the text")
     zelvo.wait_for(r"^Connection: Connection established\.$", 10)
-    viewer.leave()
+    zelvo.say("disconnect\n")
+    zelvo.wait_for("127.0.0.1 has left")
     zelvo.wait_for(r"^Connection: Waiting for connection\.\.\.$", 20)
     zelvo.send(signal.SIGTERM)
     assert zelvo.wait(15) == 0
@@ -140,7 +141,7 @@ def sharing(desktop):
 
 def start_over(desktop):
     window = desktop.windows("Zelvo")[-1]
-    desktop.click_in(window, 439, 334)
+    desktop.click_in(window, 439, 380)
 
 
 def is_withdrawn(desktop, link):

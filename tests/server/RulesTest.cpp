@@ -226,7 +226,7 @@ TEST(GateMessage, IsWholeOrNone) {
         Listening{.port = 5900, .takesInput = false},
         Question{7, peer, true, 60, 4, "Ana", "012 345 678 901"},
         QuestionOver{7, Ending::NotAnswered},
-        Inside{0x01020304, peer, false, Rights::Control, "", ""},
+        Inside{0x01020304, peer, false, Rights::Control, "", "", "2001:db8::7"},
         Left{7, Ending::NetworkDied},
         Reply{7, Answer::Watch},
         SetRights{7, Rights::Watch},
@@ -235,6 +235,7 @@ TEST(GateMessage, IsWholeOrNone) {
         QuestionShown{false},
         Link{std::string(128, 'i'), {1, 2, 3}},
         AdmitOnlyLinkHolders{true},
+        Relayed{40000, "192.0.2.7"},
     };
     for (const auto& message : messages) {
         auto bytes = encode(message);
@@ -255,7 +256,8 @@ TEST(GateMessage, IsWholeOrNone) {
     for (const Message& wrong : std::vector<Message>{
              Question{7, peer, true, 60, 0, "A\nna", "012 345 678 901"},
              Question{7, peer, true, 60, 0, "Ana", "012 345 678 90x"},
-             Inside{7, peer, true, Rights::Watch, "Ana", {}}, Link{"with space", {}}})
+             Inside{7, peer, true, Rights::Watch, "Ana", {}}, Link{"with space", {}},
+             Relayed{40000, "someone"}, Relayed{0, "192.0.2.7"}})
         EXPECT_FALSE(decode(encode(wrong))) << wrong.index();
 }
 

@@ -66,6 +66,42 @@ class SealedGateTest : public GateFixture {
     }
 };
 
+TEST_F(SealedGateTest, TakesOnlyOpenersFromARelayAndLimitsThemByWhereTheyAre) {
+    const auto portOf = [](const FileDescriptor& socket) {
+        sockaddr_in address{};
+        socklen_t size = sizeof address;
+        ::getsockname(socket.get(), reinterpret_cast<sockaddr*>(&address), &size);
+        return ntohs(address.sin_port);
+    };
+    // Known before anybody is heard, like what waits to be read of Zelvo.
+    const auto relayed = [&](const std::string& origin) {
+        auto socket = connect();
+        gate->handle(Relayed{portOf(socket), origin});
+        return socket;
+    };
+    auto viewer = relayed("192.0.2.7");
+    turn(150ms);
+    EXPECT_EQ(hear(viewer), "nothing") << "no greeting";
+    say(viewer, "RFB ");
+    turn();
+    EXPECT_EQ(hear(viewer), "end");
+
+    // No other way of one network is left to somebody who had four.
+    std::vector<FileDescriptor> crowd;
+    for (auto host : {"1", "2", "3", "4"})
+        crowd.push_back(relayed("2001:db8::"s + host));
+    turn();
+    EXPECT_EQ(hear(crowd[3]), "nothing");
+    auto fifth = relayed("2001:db8::5");
+    auto other = relayed("2001:db8:0:1::5");
+    turn();
+    EXPECT_EQ(hear(fifth), "end");
+    Opener opener{std::move(other), SealedLine::opener(keyOf(ours), "Zoë"), {}, {}};
+    carry(opener);
+    ASSERT_EQ(all<Question>().size(), 1U);
+    EXPECT_EQ(all<Question>()[0].origin, "2001:db8:0:1::5");
+}
+
 TEST_F(SealedGateTest, LetsInWhoHasTheLinkAndCarriesTheScreen) {
     auto opener = open(1);
     ASSERT_EQ(all<Question>().size(), 1U);

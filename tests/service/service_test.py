@@ -112,7 +112,9 @@ def strangers(stage):
     head = f"POST {FOLDER}get.php HTTP/1.1\r\nHost: x\r\nContent-Length: 999\r\n".encode()
     pool = ThreadPoolExecutor()
     drips = [pool.submit(drip, *words) for words in
-             ((b"x", head, 4, 8), (b"x", head + b"\r\n", 9, 13))]
+             ((b"x", head, 4, 8), (b"x", head + b"\r\n", 9, 13),
+              (b"0" * (1 << 20), head.replace(b"Content-Length: 999", b"Transfer-Encoding: chunked") +
+               b"\r\n", 1, 8))]
     ends_within(silent, 1, 8)
 
     huge = "link=" + "x" * (4 << 20)
@@ -132,6 +134,9 @@ def strangers(stage):
         assert not reply or caller.answer.headers["Client-Address"] == "127.0.0.1"
         if told in (400, 413):
             caller = Caller(stage, service.port)
+    # More than is taken at once.
+    asking = lambda caller: [caller.ask("get.php", huge[:80000]) for _ in range(100)]
+    list(pool.map(asking, [Caller(stage, service.port) for _ in range(8)]))
     for dripping in drips:
         dripping.result()
     del crowd
@@ -193,13 +198,14 @@ def operator(stage):
             "--key", stage.path("service.key")]
     for more, status in [(["--port"], 2), (["--port", "65536"], 2), (["--port", "1x"], 2),
                          (["--key", "again"], 2), (["--color", "red"], 2),
-                         (["--proxies", "1.2.3"], 2), (["--config", "/nonexistent"], 2)]:
+                         (["--proxies", "1.2.3"], 2), (["--config", "/nonexistent"], 2),
+                         (["--config", "/"], 2)]:
         assert subprocess.run([program, *good, *more], capture_output=True,
                               check=False).returncode == status, more
     assert subprocess.run([program, *good[2:]], capture_output=True, check=False).returncode == 2
     with open(stage.path("service.conf"), "w", encoding="utf-8") as config:
         config.write("# ours\n" + "".join(f"{good[i][2:]} = {good[i + 1]}\n" for i in (0, 2, 4)) +
-                     "operators = 127.0.0.1:9464\nport = 1\n")
+                     "operators = 127.0.0.1:9464\nport = 1\nlog-requests = no\n")
     with open(stage.path("service.log"), "w", encoding="utf-8") as log:
         service = stage.start([program, "--config", stage.path("service.conf"), "--port", "8443"],
                               log=log)
@@ -236,7 +242,15 @@ def disk(stage):
                "--creates-per-client", "0", "--creates-per-owner", "0", "--requests-per-client", "0"]
     on = lambda how: ["unshare", "-m", "sh", "-c", f"mount -t tmpfs -o {how} none {place} && "
                       "exec \"$@\"", "sh"]
-    assert subprocess.run([*on("ro"), *program], capture_output=True, check=False).returncode == 1
+    # Also with the log of one that was killed, by which alone it could be read.
+    service = stage.start(program)
+    port = int(service.wait_for(r"^Service: https://127\.0\.0\.1:(\d+)$").group(1))
+    Caller(stage, port).create("A")
+    service.end(signal.SIGKILL)
+    sealed = ["unshare", "-m", "sh", "-c", f"mount --bind {place} {place} && mount -o remount,ro,bind "
+              f"{place} && exec \"$@\"", "sh"]
+    assert subprocess.run([*sealed, *program], capture_output=True, check=False,
+                          timeout=10).returncode == 1
     service = stage.start(program, prefix=on("size=700k"))
     port = int(service.wait_for(r"^Service: https://127\.0\.0\.1:(\d+)$").group(1))
     caller = Caller(stage, port)

@@ -47,6 +47,7 @@ class Socket {
     }
     void close() { descriptor_.reset(); }
 
+    int descriptor() const { return descriptor_.get(); }
     int port() const {
         sockaddr_storage storage{};
         socklen_t size = sizeof storage;

@@ -218,6 +218,23 @@ class Stage:
         service.port = int(service.url.rsplit(":", 1)[1])
         return service
 
+    def start_relay(self, address, port=0, settle=0):
+        """With what `make_signatures` made, and the service's certificate."""
+        relay = self.start([os.path.join(self.build, "zelvo-relay"), "--name", address, "--address",
+                            address, "--port", str(port), "--settle", str(settle),
+                            "--certificate", self.path("service.pem"), "--key",
+                            self.path("service.key"), "--service-keys", self.path("tickets.pub"),
+                            "--lease-key", self.path("leases.key")])
+        relay.place = relay.wait_for(r"^Relay: (\S+:\d+)$").group(1)
+        return relay
+
+    def make_signatures(self):
+        for name in ("tickets", "leases"):
+            key = ["openssl", "genpkey", "-algorithm", "ed25519", "-out", self.path(name + ".key")]
+            subprocess.run(key, check=True)
+        subprocess.run(["openssl", "pkey", "-in", self.path("tickets.key"), "-pubout", "-out",
+                        self.path("tickets.pub")], check=True)
+
     def start_router(self, port=0):
         router = self.start([os.path.join(self.build, "zelvo-router"), "--port", str(port)])
         router.place = router.wait_for(r"^Router: (127\.0\.0\.1:\d+)$").group(1)

@@ -1,5 +1,7 @@
 #include "platform/linux/screen_sharing/ScreenServerLine.h"
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -22,6 +24,12 @@ std::string text(const gate::Peer& peer) {
     for (auto part : peer.address)
         address += (address.empty() ? "" : ".") + std::to_string(part);
     return address;
+}
+
+/// That of a relayed viewer's own, not that of the socket by which we bring them in.
+template <typename Message>
+std::string shownAddress(const Message& message) {
+    return message.origin.empty() ? text(message.peer) : message.origin;
 }
 
 ViewerRights rightsOf(gate::Rights rights) {
@@ -138,7 +146,7 @@ void ScreenServerLine::handle(const gate::Message& message) {
     } else if (const auto* asked = std::get_if<gate::Question>(&message)) {
         lastNumber_ = std::max(lastNumber_, firstNumber_ + asked->viewer);
         question_.set(ViewerQuestion{
-            firstNumber_ + asked->viewer, text(asked->peer), asked->isEncrypted,
+            firstNumber_ + asked->viewer, shownAddress(*asked), asked->isEncrypted,
             std::chrono::steady_clock::now() + std::chrono::seconds(asked->secondsLeft),
             asked->waiting, asked->name, asked->digits});
     } else if (const auto* over = std::get_if<gate::QuestionOver>(&message)) {
@@ -150,7 +158,7 @@ void ScreenServerLine::handle(const gate::Message& message) {
         if (known == viewers_.end())
             viewers_[id] = {entered->peer,
                             {.id = id,
-                             .address = text(entered->peer),
+                             .address = shownAddress(*entered),
                              .isEncrypted = entered->isEncrypted,
                              .rights = rightsOf(entered->rights),
                              .since = std::chrono::system_clock::now(),
@@ -253,6 +261,25 @@ void ScreenServerLine::setLink(const gate::Link& link) {
         return;
     link_ = link;
     send(link_);
+}
+
+FileDescriptor ScreenServerLine::connectRelayed(const std::string& origin) {
+    FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    auto* const any = reinterpret_cast<sockaddr*>(&address);
+    socklen_t size = sizeof address;
+    if (port_ == 0 || !socket || ::bind(socket.get(), any, size) != 0 ||
+        ::getsockname(socket.get(), any, &size) != 0)
+        return {};
+    send(gate::Relayed{ntohs(address.sin_port), origin});
+    address.sin_port = htons(port_);
+    if (::connect(socket.get(), any, sizeof address) != 0 && errno != EINPROGRESS)
+        return {};
+    const int on = 1;
+    ::setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    return socket;
 }
 
 void ScreenServerLine::setQuestionShown(bool isShown) {

@@ -53,6 +53,9 @@ class ScreenServerLine : public Viewers {
     /// there is none. Those who came in by another one are cut.
     void setLink(const gate::Link& link);
 
+    /// A connection to the server, which does not block, for somebody whom a relay saw come from
+    /// that address, and of which the server has been told that. Empty where none listens.
+    FileDescriptor connectRelayed(const std::string& origin);
     /// Whether a server is connected and listens.
     bool serverListens() const { return port_ != 0; }
     /// Whether the connection to the server's port from this IPv4 address, in network order, and

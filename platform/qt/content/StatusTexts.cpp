@@ -99,9 +99,14 @@ StatusTexts statusTexts(const MainWindowModel& model, const Explanations& explan
         keys = &NobodyIsLetIn;
     auto texts = localized(*keys, bundle);
     const auto& limits = explanations.screenLimits().value();
-    if (!reason.empty())
+    const auto& way = explanations.way().value();
+    if (!reason.empty()) {
         texts.explanation = std::move(reason);
-    else if (!limits.empty() && (keys == &LinkReady || keys == &Connected))
+        return texts;
+    }
+    if (keys == &LinkReady && !way.empty())
+        texts.explanation += " " + way;
+    if (!limits.empty() && (keys == &LinkReady || keys == &Connected))
         texts.explanation += '\n' + limits;
     return texts;
 }

@@ -87,10 +87,9 @@ bool admitsOnlyLinkHolders(const Source& source) {
 }
 
 QVariant whoMayAsk(const Source& source) {
-    return localized(
-        admitsOnlyLinkHolders(source)
-            ? "Plain VNC viewers have no proof: they are refused without a question."
-            : "Plain VNC viewers have no proof: you are asked about them, too.");
+    return localized(admitsOnlyLinkHolders(source)
+                         ? "Plain VNC viewers have no proof: they are refused without a question."
+                         : "Plain VNC viewers have no proof: you are asked about them, too.");
 }
 
 bool mayMakeNewLink(const Source& source) {
@@ -133,6 +132,7 @@ Value of(std::string StatusTexts::*part) {
         list.push_back(source.explanations.screenSharing().subscribe(show));
         list.push_back(source.explanations.screenLimits().subscribe(show));
         list.push_back(source.explanations.router().subscribe(show));
+        list.push_back(source.explanations.way().subscribe(show));
         list.push_back(source.explanations.keptLink().subscribe(show));
         list.push_back(source.explanations.withdrawal().subscribe(show));
         list.push_back(source.viewers.inside().subscribe(show));

@@ -64,7 +64,9 @@ PortalScreen::PortalScreen(std::string tokenFile)
     : pointsByPixels_(portalPointsByPixels()),
       session_(loop_, std::move(tokenFile),
                {.started = [this] { openStreams(); },
-                .failed = [this](auto failure) { fail(failure); }}) {}
+                .failed = [this](auto failure) { fail(failure); }}) {
+    session_.clipboard().setListener([this](const auto& text) { copied_ = text; });
+}
 
 void PortalScreen::fail(PortalSession::Failure failure) {
     if (!failure_)
@@ -111,11 +113,14 @@ bool PortalScreen::becomesShown() {
 
 void PortalScreen::setWatched(bool isWatched) {
     isWatched_ = isWatched;
+    session_.clipboard().setWatched(isWatched);
     for (const auto& stream : streams_)
         stream->setActive(isWatched);
     // What the next one sees first is nothing of before.
-    if (!isWatched)
+    if (!isWatched) {
         std::fill(pixels_.begin(), pixels_.end(), 0);
+        copied_.clear();
+    }
 }
 
 void PortalScreen::dispatch(ScreenObserver& observer) {
@@ -132,6 +137,8 @@ void PortalScreen::dispatch(ScreenObserver& observer) {
         observer.cursorChanged(*cursor);
     if (auto position = std::exchange(newPosition_, std::nullopt))
         observer.cursorMoved(*position);
+    if (!copied_.empty())
+        observer.clipboardChanged(std::exchange(copied_, {}));
     if (std::exchange(hasChanged_, false))
         observer.screenChanged();
 }

@@ -32,7 +32,9 @@ class PortalScreen : public Screen {
     bool becomesShown();
     std::optional<PortalSession::Failure> failure() const { return failure_; }
 
-    Abilities abilities() const override { return {session_.takesInput(), false}; }
+    Abilities abilities() const override {
+        return {session_.takesInput(), session_.clipboard().isThere()};
+    }
     int descriptor() const override { return loop_.descriptor(); }
     void dispatch(ScreenObserver& observer) override;
     void setWatched(bool isWatched) override;
@@ -41,7 +43,7 @@ class PortalScreen : public Screen {
     std::span<std::uint32_t> pixels() override { return pixels_; }
     void pointer(Point position, std::uint8_t buttons) override;
     void key(std::uint32_t keysym, bool isDown) override;
-    void setClipboard(const std::string&) override {}
+    void setClipboard(const std::string& text) override { session_.clipboard().set(text); }
 
   private:
     void openStreams();
@@ -65,6 +67,7 @@ class PortalScreen : public Screen {
     bool hasChanged_ = false;
     std::optional<Cursor> newCursor_;
     std::optional<Point> newPosition_;
+    std::string copied_;
 
     std::optional<Point> position_;
     std::uint8_t buttons_ = 0;

@@ -21,6 +21,8 @@ constexpr std::uint32_t untilRevoked = 2;
 /// From these versions on leave can be kept.
 constexpr std::uint32_t remoteDesktopKeeps = 2;
 constexpr std::uint32_t screenCastKeeps = 4;
+/// From this version on sessions share the clipboard, where there is a portal for it.
+constexpr std::uint32_t remoteDesktopSharesClipboard = 2;
 
 /// Waits for a portal that does not answer; what comes then is lost.
 constexpr std::size_t mostInput = 1000;
@@ -47,7 +49,8 @@ void openProperties(sd_bus_message* call, const char* interface) {
 PortalSession::PortalSession(platform::EventLoop& loop, std::string tokenFile, Handlers handlers)
     : token_(std::move(tokenFile)),
       handlers_(std::move(handlers)),
-      bus_(loop, [this] { fail(Failure::Broken); }) {}
+      bus_(loop, [this] { fail(Failure::Broken); }),
+      clipboard_(loop, bus_) {}
 
 PortalSession::~PortalSession() {
     if (!session_.empty())
@@ -78,6 +81,13 @@ void PortalSession::findPortal() {
             if (reply)
                 readNumbers(
                     reply, {{"version", &remoteDesktop_}, {"AvailableDeviceTypes", &deviceTypes_}});
+        });
+    bus_.call(
+        PortalBus::path, properties, "GetAll",
+        [](auto* call) { openProperties(call, PortalClipboard::interface); },
+        [this](auto* reply) {
+            if (reply)
+                readNumbers(reply, {{"version", &clipboards_}});
         });
     bus_.call(
         PortalBus::path, properties, "GetAll", [](auto* call) { openProperties(call, screenCast); },
@@ -149,6 +159,16 @@ void PortalSession::selectSources() {
             if (const auto token = token_.read(); !token.empty())
                 addEntry(call, "restore_token", token);
         },
+        [this](auto*) { requestClipboard(); });
+}
+
+void PortalSession::requestClipboard() {
+    if (remoteDesktop_ < remoteDesktopSharesClipboard || !clipboards_)
+        return askUser();
+    bus_.call(
+        PortalBus::path, PortalClipboard::interface, "RequestClipboard",
+        [this](auto* call) { sd_bus_message_append(call, "oa{sv}", session_.c_str(), 0); },
+        // What comes of it is told with the user's answer.
         [this](auto*) { askUser(); });
 }
 
@@ -167,6 +187,13 @@ void PortalSession::readStart(sd_bus_message* results) {
             std::uint32_t devices = 0;
             sd_bus_message_read(results, "v", "u", &devices);
             takesInput_ = (devices & keyboardAndPointer) == keyboardAndPointer;
+            return true;
+        }
+        if (key == "clipboard_enabled" && signature == "b") {
+            int isEnabled = 0;
+            sd_bus_message_read(results, "v", "b", &isEnabled);
+            if (isEnabled)
+                clipboard_.begin(session_);
             return true;
         }
         if (key == "restore_token" && signature == "s") {

@@ -10,6 +10,7 @@
 #include "platform/linux/base/FileDescriptor.h"
 #include "server/screen/Screen.h"
 #include "server/screen/portal/PortalBus.h"
+#include "server/screen/portal/PortalClipboard.h"
 #include "server/screen/portal/RestoreToken.h"
 
 namespace zelvo::server {
@@ -57,6 +58,8 @@ class PortalSession {
 
     const std::vector<PortalMonitor>& monitors() const { return monitors_; }
     bool takesInput() const { return takesInput_; }
+    PortalClipboard& clipboard() { return clipboard_; }
+    const PortalClipboard& clipboard() const { return clipboard_; }
     /// Once.
     platform::FileDescriptor takePipeWire() { return std::move(pipeWire_); }
 
@@ -78,6 +81,7 @@ class PortalSession {
     void create();
     void selectDevices();
     void selectSources();
+    void requestClipboard();
     void askUser();
     void readStart(sd_bus_message* results);
     void readMonitors(sd_bus_message* results);
@@ -94,9 +98,11 @@ class PortalSession {
     const RestoreToken token_;
     const Handlers handlers_;
     PortalBus bus_;
-    /// Versions of the two interfaces; 0 for one that there is not.
+    PortalClipboard clipboard_;
+    /// Versions of the interfaces; 0 for one that there is not.
     std::uint32_t remoteDesktop_ = 0;
     std::uint32_t screenCast_ = 0;
+    std::uint32_t clipboards_ = 0;
     std::uint32_t cursorModes_ = 0;
     std::uint32_t deviceTypes_ = 0;
     std::uint32_t sourceTypes_ = 0;

@@ -1,5 +1,7 @@
 #include "platform/linux/screen_sharing/messages/GateMessage.h"
 
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <array>
 #include <string>
@@ -123,9 +125,9 @@ bool fields(Each& each, M& m) {
         return eachOf(each, m.port, m.takesInput, m.hasClipboard);
     else if constexpr (std::is_same_v<Type, Question>)
         return eachOf(each, m.viewer, m.peer, m.isEncrypted, m.secondsLeft, m.waiting, m.name,
-                      m.digits);
+                      m.digits, m.origin);
     else if constexpr (std::is_same_v<Type, Inside>)
-        return eachOf(each, m.viewer, m.peer, m.isEncrypted, m.rights, m.name, m.digits);
+        return eachOf(each, m.viewer, m.peer, m.isEncrypted, m.rights, m.name, m.digits, m.origin);
     else if constexpr (std::is_same_v<Type, QuestionOver> || std::is_same_v<Type, Left>)
         return eachOf(each, m.viewer, m.ending);
     else if constexpr (std::is_same_v<Type, Reply>)
@@ -136,6 +138,8 @@ bool fields(Each& each, M& m) {
         return eachOf(each, m.viewer);
     else if constexpr (std::is_same_v<Type, Link>)
         return eachOf(each, m.identifier, m.key);
+    else if constexpr (std::is_same_v<Type, Relayed>)
+        return eachOf(each, m.port, m.origin);
     else if constexpr (std::is_same_v<Type, RefuseEverybody> ||
                        std::is_same_v<Type, AdmitOnlyLinkHolders>)
         return eachOf(each, m.isOn);
@@ -151,12 +155,21 @@ bool areDigits(const std::string& text) {
            });
 }
 
+bool isAddress(const std::string& text) {
+    in6_addr parsed{};
+    return ::inet_pton(AF_INET, text.c_str(), &parsed) == 1 ||
+           ::inet_pton(AF_INET6, text.c_str(), &parsed) == 1;
+}
+
 /// Whether texts are what they should be: those that a stranger wrote end up before a person.
 template <typename M>
 bool isSound(const M& m) {
     if constexpr (std::is_same_v<M, Question> || std::is_same_v<M, Inside>)
-        return (m.name.empty() && m.digits.empty()) ||
-               (sealing::isHelperName(m.name) && areDigits(m.digits));
+        return (m.origin.empty() || isAddress(m.origin)) &&
+               ((m.name.empty() && m.digits.empty()) ||
+                (sealing::isHelperName(m.name) && areDigits(m.digits)));
+    else if constexpr (std::is_same_v<M, Relayed>)
+        return m.port != 0 && isAddress(m.origin);
     else if constexpr (std::is_same_v<M, Link>)
         return m.identifier.empty() || sealing::linkText({m.identifier, {}});
     else

@@ -14,7 +14,7 @@
 /// one message of this version is none, and whoever gets it hangs up.
 namespace zelvo::platform::gate {
 
-inline constexpr std::uint8_t messageVersion = 3;
+inline constexpr std::uint8_t messageVersion = 4;
 /// A text is at most 255 bytes, after its length in one.
 inline constexpr std::size_t longestMessage = 600;
 
@@ -81,6 +81,8 @@ struct Question {
     /// a viewer who has proven nothing.
     std::string name{};
     std::string digits{};
+    /// Where a relay saw them come from (Relayed); empty for who came here directly.
+    std::string origin{};
     friend bool operator==(const Question&, const Question&) = default;
 };
 struct QuestionOver {
@@ -97,6 +99,7 @@ struct Inside {
     /// As in the question.
     std::string name{};
     std::string digits{};
+    std::string origin{};
     friend bool operator==(const Inside&, const Inside&) = default;
 };
 struct Left {
@@ -141,6 +144,13 @@ struct Link {
     ~Link();
     friend bool operator==(const Link&, const Link&) = default;
 };
+/// Who connects from this port of 127.0.0.1 next is somebody whom a relay saw come from that IPv4
+/// or IPv6 address, as text. Said before they connect.
+struct Relayed {
+    std::uint16_t port = 0;
+    std::string origin{};
+    friend bool operator==(const Relayed&, const Relayed&) = default;
+};
 /// Whether those who have proven nothing are refused without a question.
 struct AdmitOnlyLinkHolders {
     bool isOn = false;
@@ -149,13 +159,13 @@ struct AdmitOnlyLinkHolders {
 
 using Message = std::variant<Hello, Listening, Question, QuestionOver, Inside, Left, Reply,
                              SetRights, Disconnect, RefuseEverybody, QuestionShown, DesktopAsks,
-                             Link, AdmitOnlyLinkHolders, DesktopWithdraws>;
+                             Link, AdmitOnlyLinkHolders, DesktopWithdraws, Relayed>;
 
 /// Who has sent it wipes what holds a link.
 std::vector<std::byte> encode(const Message& message);
 void wipe(std::span<std::byte> bytes);
-/// None unless the bytes are exactly one message with values that exist, names that may be shown
-/// and an identifier that a link can have.
+/// None unless the bytes are exactly one message with values that exist, names that may be shown,
+/// addresses and an identifier that a link can have.
 std::optional<Message> decode(std::span<const std::byte> bytes);
 
 }  // namespace zelvo::platform::gate
