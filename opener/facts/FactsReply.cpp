@@ -75,6 +75,15 @@ bool isModifier(std::uint32_t keysym) {
     return keysym >= ShiftL && keysym <= HyperR;
 }
 
+/// A host names its modifiers as the keys of other computers at the same places: Alt where it means
+/// Super, and Meta where it means Alt.
+std::uint32_t hostsKey(std::uint32_t keysym) {
+    constexpr std::uint32_t MetaL = 0xFFE7;
+    constexpr std::uint32_t AltL = 0xFFE9;
+    constexpr std::uint32_t SuperL = 0xFFEB;
+    return keysym == AltL ? SuperL : keysym == MetaL ? AltL : keysym;
+}
+
 /// None where one of them is no keysym.
 std::optional<std::vector<std::uint32_t>> keysyms(const QJsonValue& value) {
     const auto array = value.toArray();
@@ -86,7 +95,7 @@ std::optional<std::vector<std::uint32_t>> keysyms(const QJsonValue& value) {
         if (!key.isDouble() || number < 1 || number > LargestKeysym ||
             number != static_cast<std::uint32_t>(number))
             return std::nullopt;
-        keys.push_back(static_cast<std::uint32_t>(number));
+        keys.push_back(hostsKey(static_cast<std::uint32_t>(number)));
     }
     return keys;
 }

@@ -41,8 +41,8 @@ TEST(FactsReply, TellsWhatAnHonestServiceSays) {
                     .layout = "com.apple.keylayout.German",
                     .osVersion = "12.0.0",
                     // A key of 0 is none, and neither are letters held like modifiers.
-                    .hotKeys = {{32, {65507, 65362}}, {64, {65513, 32}}},
-                    .corners = {{HostCorner::Place::BottomRight, 5, {65513}}}};
+                    .hotKeys = {{32, {65507, 65362}}, {64, {65515, 32}}},
+                    .corners = {{HostCorner::Place::BottomRight, 5, {65515}}}};
     EXPECT_EQ(read(written(honest())), FactsAnswer(facts));
 }
 
