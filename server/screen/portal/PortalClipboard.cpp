@@ -106,8 +106,9 @@ void PortalClipboard::set(std::string text) {
     call(
         "SetSelection",
         [](auto* message) {
-            sd_bus_message_append(message, "a{sv}", 1, "mime_types", "as", textTypes.size(),
-                                  textTypes[0], textTypes[1], textTypes[2]);
+            sd_bus_message_append(message, "a{sv}", 1, "mime_types", "as",
+                                  static_cast<int>(textTypes.size()), textTypes[0], textTypes[1],
+                                  textTypes[2]);
         },
         [](auto*) {});
 }
