@@ -54,6 +54,10 @@ function factsOf(reply) {
 }
 
 const isModifier = (keysym) => keysym >= 0xFFE1 && keysym <= 0xFFEE;
+// A host names its modifiers as the keys of other computers at the same places: Alt where it means Super,
+// and Meta where it means Alt.
+const HostsKeys = new Map([[0xFFE9, 0xFFEB], [0xFFE7, 0xFFE9]]);
+const asSent = (keys) => keys.map((key) => HostsKeys.get(key) ?? key);
 const areKeys = (keys) => Array.isArray(keys) && keys.length <= 5 &&
     keys.every((key) => Number.isInteger(key) && key > 0 && key <= 0x1FFFFFFF);
 
@@ -67,11 +71,13 @@ function readSettings(json) {
     }
     const hotKeys = HotKeyNumbers
         .map((number) => ({number, keys: settings[number]}))
-        .filter(({keys}) => areKeys(keys) && keys.length > 0 && keys.slice(0, -1).every(isModifier));
+        .filter(({keys}) => areKeys(keys) && keys.length > 0 && keys.slice(0, -1).every(isModifier))
+        .map(({number, keys}) => ({number, keys: asSent(keys)}));
     const corners = Corners
         .map((key, place) => ({place, action: settings.hotCorners?.[key]?.value,
                                modifiers: settings.hotCorners?.[key]?.modifiers}))
         .filter(({action, modifiers}) => Number.isInteger(action) && action > 1 && areKeys(modifiers) &&
-                                         modifiers.every(isModifier));
+                                         modifiers.every(isModifier))
+        .map(({place, action, modifiers}) => ({place, action, modifiers: asSent(modifiers)}));
     return {hotKeys, corners};
 }
