@@ -34,8 +34,12 @@ class Front(http.server.BaseHTTPRequestHandler):
     def setup(self):
         if way[0] == "noise":
             # What is left unread would make the end a reset, before the noise has been read.
+            self.request.settimeout(5)
             self.request.recv(16384)
-            self.request.sendall(os.urandom(512))
+            self.request.sendall(b"noise" + os.urandom(507))
+            self.request.shutdown(socket.SHUT_WR)
+            while self.request.recv(16384):
+                pass
             raise ConnectionAbortedError
         self.request.settimeout(120)
         self.request = self.server.known.wrap_socket(self.request, server_side=True)
