@@ -103,7 +103,7 @@ def addresses(lab):
     zelvo.wait_for(f"^Link: zelvo://{link}$")
     facts = lab.published(link)
     assert facts["IPAddress"] == "44.128.7.9", facts
-    assert int(facts["Port"]) in lab.mapped("192.168.77.21"), facts
+    wait_until(lambda: lab.mapped("192.168.77.21") == {int(facts["Port"])}, 5, f"{facts} in the router's table")
 
 
 def cable(lab):
