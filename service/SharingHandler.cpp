@@ -61,7 +61,9 @@ int httpStatusOf(const Reply& reply) {
 /// of an ordinary host has some 1,000 bytes, and its updates are free.
 double costOf(std::string_view endpoint, std::size_t length) {
     constexpr std::size_t part = 4096;
-    const auto parts = static_cast<double>(length / part);
+    // A part that is begun costs nothing.
+    const std::size_t whole = length / part;
+    const auto parts = static_cast<double>(whole);
     if (endpoint == "create.php" || endpoint == "relay.php")
         return 1 + parts;
     return endpoint == "update.php" ? parts : 0;
