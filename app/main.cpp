@@ -1,5 +1,4 @@
 #include <malloc.h>
-#include <sys/resource.h>
 
 #include <QApplication>
 #include <cstdio>
@@ -11,6 +10,7 @@
 #include "platform/Explanations.h"
 #include "platform/linux/LinuxPlatform.h"
 #include "platform/linux/SingleInstance.h"
+#include "platform/linux/base/CrashFile.h"
 #include "platform/linux/base/Debug.h"
 #include "platform/linux/base/Environment.h"
 #include "platform/linux/base/StandardDescriptors.h"
@@ -76,14 +76,6 @@ Subscription watchTheServer(LinuxPlatform& system, QtMainLoop& loop, AppDelegate
         if (quits)
             system.quitBegins();
     });
-}
-
-/// Nor do those that are started from here, which inherit it, unless they want one.
-void leaveNoCore() {
-    rlimit limit{};
-    ::getrlimit(RLIMIT_CORE, &limit);
-    limit.rlim_cur = 0;
-    ::setrlimit(RLIMIT_CORE, &limit);
 }
 
 /// None, after saying so, while another Zelvo of this user runs or may run.
@@ -174,14 +166,10 @@ int main(int argc, char* argv[]) {
     // The threads wait nearly always; an arena for each is memory that nobody uses.
     ::mallopt(M_ARENA_MAX, 1);
     occupyStandardDescriptors();
-    // What crashes leaves no link behind.
-    leaveNoCore();
+    leaveNoCrashFile();
     const auto commandLine = readCommandLine(argc, argv);
     if (commandLine.exitStatus)
         return *commandLine.exitStatus;
-    // The link's key does not get into the file of a crash.
-    constexpr rlimit none{0, 0};
-    ::setrlimit(RLIMIT_CORE, &none);
     if (!environmentAllows())
         return 2;
     for (const auto& variable : passOverMuteBuses())

@@ -1,5 +1,4 @@
 #include <malloc.h>
-#include <sys/resource.h>
 
 #include <QApplication>
 #include <QTimer>
@@ -18,6 +17,7 @@
 #include "opener/window/ApplicationService.h"
 #include "opener/window/OpenerTexts.h"
 #include "opener/window/OpenerWindow.h"
+#include "platform/linux/base/CrashFile.h"
 #include "platform/linux/base/Debug.h"
 #include "platform/linux/base/Environment.h"
 #include "platform/linux/base/StandardDescriptors.h"
@@ -205,9 +205,7 @@ int main(int argc, char* argv[]) {
     const auto line = readCommandLine(argc, argv);
     if (line.exitStatus)
         return *line.exitStatus;
-    // Nor does its key get into the file of a crash.
-    constexpr rlimit none{0, 0};
-    ::setrlimit(RLIMIT_CORE, &none);
+    platform::leaveNoCrashFile();
     ::mallopt(M_ARENA_MAX, 1);
     ::signal(SIGPIPE, SIG_IGN);
     platform::occupyStandardDescriptors();

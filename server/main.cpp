@@ -20,6 +20,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/linux/base/CrashFile.h"
 #include "platform/linux/base/EventLoop.h"
 #include "platform/linux/base/StandardDescriptors.h"
 #include "server/gate/Gate.h"
@@ -234,9 +235,7 @@ int main(int argc, char* argv[]) {
     if (!options)
         return giveUp("server-failed", "Usage: screensharingd --socket PATH [--port PORT]");
     auto signals = blockSignals();
-    // What crashes leaves no key behind.
-    const rlimit none{0, 0};
-    ::setrlimit(RLIMIT_CORE, &none);
+    platform::leaveNoCrashFile();
     // The VNC library counts descriptors in sets of 1,024.
     const rlimit descriptors{512, 512};
     ::setrlimit(RLIMIT_NOFILE, &descriptors);
