@@ -68,7 +68,7 @@ TerminalView::TerminalView(Terminal& terminal, MainWindowModel& model,
     if (terminal_.console.outputIsTerminal())
         terminal_.console.line(
             bundle_.localizedString("Keys: q quit, d disconnect the viewer, c show the link again, "
-                                    "l new link, w who may ask"));
+                                    "l new link, o start over, w who may ask"));
 }
 
 TerminalView::~TerminalView() {
@@ -109,6 +109,9 @@ void TerminalView::takeKey(char key) {
             break;
         case 'l':
             model_.makeNewLink();
+            break;
+        case 'o':
+            model_.startOver();
             break;
         case 'w':
             prompt_.changeWhoMayAsk();
