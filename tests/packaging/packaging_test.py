@@ -52,6 +52,12 @@ class Packaging(unittest.TestCase):
                 keys |= set(re.findall(r'Key = "(\w+)";', file.read_text()))
         self.assertEqual(keys, set(re.findall(r"^\.TP\n\.B (\w+)", manual("zelvo-defaults.5"), re.M)))
 
+    def test_what_shows_a_promise_is_there(self):
+        text = (SOURCE / "SECURITY.md").read_text()
+        tests = "".join(file.read_text() for file in (SOURCE / "tests").rglob("*.cpp"))
+        for suite, test in set(re.findall(r"`([A-Z]\w+)\.([A-Z]\w+)`", text)) - {("Suite", "Test")}:
+            self.assertRegex(tests, rf"\({suite}, *{test}\)")
+
     def test_one_version_everywhere(self):
         version = re.search(r"project\(zelvo VERSION (\S+)", (SOURCE / "CMakeLists.txt").read_text())[1]
         for program in PROGRAMS:
