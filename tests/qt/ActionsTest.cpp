@@ -102,7 +102,7 @@ TEST_F(ActionsTest, TheMenuOffersWhatTheDesktopCanDo) {
     std::vector<std::string> notices;
     auto offered = [&](const std::vector<std::string>& titles) {
         auto services = platform::desktopSharingServices(
-            {"top", "zelvo://abc", "bottom"}, fake.workspace, &window,
+            {"top", "zelvo://abc#AAAAAAAAAAAAAAAAAAAAAA", "bottom"}, fake.workspace, &window,
             [&](const auto& notice) { notices.push_back(notice.key); });
         std::vector<std::string> found;
         for (const auto& service : services)
@@ -116,7 +116,8 @@ TEST_F(ActionsTest, TheMenuOffersWhatTheDesktopCanDo) {
     for (int status : {0, 4}) {
         tools.install("xdg-email", status);
         offered({"E-mail…", "Text Message…", "QR Code…"})[0].handler();
-        EXPECT_NE(tools.argumentsOf("xdg-email").find("<top\n\nzelvo://abc\n\nbottom>"),
+        EXPECT_NE(tools.argumentsOf("xdg-email")
+                      .find("<top\n\nzelvo://abc#AAAAAAAAAAAAAAAAAAAAAA\n\nbottom>"),
                   std::string::npos);
     }
     const std::string refused = platform::LinkNotOpened.key;
@@ -125,7 +126,8 @@ TEST_F(ActionsTest, TheMenuOffersWhatTheDesktopCanDo) {
     services[1].handler();
     EXPECT_EQ(notices, (std::vector<std::string>{refused, platform::PasteText.key}));
     EXPECT_EQ(fake.workspace.opened.back(), "sms:");
-    EXPECT_EQ(QApplication::clipboard()->text(), "top\n\nzelvo://abc\n\nbottom");
+    EXPECT_EQ(QApplication::clipboard()->text(),
+              "top\n\nzelvo://abc#AAAAAAAAAAAAAAAAAAAAAA\n\nbottom");
     services[2].handler();
     EXPECT_TRUE(findDialog("qrCodeDialog"));
 }
