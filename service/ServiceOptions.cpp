@@ -35,6 +35,8 @@ serving::OptionTable ServiceOptions::table() {
                     server.requestsPerClient);
     options.addRate("creates-per-client", "links, in the same way; 400/0.2", createsPerClient);
     options.addRate("creates-per-owner", "links, in the same way; 200/0.2", createsPerOwner);
+    options.addSwitch("no-probes", "do not try whether hosts that register can be reached",
+                      leavesHostsAlone);
     options.addSwitch("log-requests", "write each client and link to standard error", logsRequests);
     return options;
 }

@@ -20,6 +20,7 @@ struct ServiceOptions {
     std::string operators;  ///< "ADDRESS:PORT" of /health and /metrics; empty for none
     int port = 0;           ///< 0: a free one
     bool logsRequests = false;
+    bool leavesHostsAlone = false;
     std::map<std::string, std::string> relays;  ///< names by address
     std::string relayKey;                       ///< by which they know us
     std::string page;                           ///< for browsers; empty for none

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "relay/tickets/Tickets.h"
+#include "service/ReachProbe.h"
 #include "service/ServiceOptions.h"
 #include "service/SharingEndpoints.h"
 #include "service/SharingHandler.h"
@@ -67,6 +68,9 @@ int serve(ServiceOptions& options, std::shared_ptr<const serving::TlsContext> tl
                                         relay}
                 .sealed(*relayKey);
         };
+    std::optional<ReachProbe> probe;
+    if (!options.leavesHostsAlone)
+        rules.probe = &probe.emplace(ReachProbe::Options{.metrics = &metrics});
     SharingEndpoints endpoints(store, std::move(rules));
     SharingHandler handler(endpoints, {.createsPerClient = options.createsPerClient,
                                        .logsRequests = options.logsRequests,
