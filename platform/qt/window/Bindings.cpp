@@ -88,8 +88,7 @@ QVariant wayInSentence(const Source& source) {
         return localized(wayIn.isRelay().value()
                              ? "A browser is enough: people come through a relay already."
                              : "Then people come through a relay, which cannot see your screen.");
-    return localized(
-        "The relay cannot see your screen. Whoever runs the website could, by changing its page.");
+    return localized("The relay cannot see your screen; whoever runs the website could.");
 }
 
 bool isSomebodyInside(const Source& source) {
