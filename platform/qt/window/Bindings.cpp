@@ -82,8 +82,7 @@ Value uses(RelayUse use) {
 QVariant wayInSentence(const Source& source) {
     const auto& wayIn = source.wayIn;
     if (wayIn.relayUse().value() == RelayUse::Never)
-        return localized(
-            "Not now: no browser gets here without a relay, and the Link menu forbids relays.");
+        return localized("Not now: the Link menu forbids relays, which browsers need.");
     if (wayIn.relayUse().value() == RelayUse::WhereNeeded)
         return localized(wayIn.isRelay().value()
                              ? "A browser is enough: people come through a relay already."
