@@ -38,6 +38,9 @@ def relayed(stage):
     facts = service_info(service.url, stage.path("ca.pem"), identifier)
     assert facts["IPAddress"] == address and facts["Relay"] == relay.place, facts
 
+    shown = subprocess.run([os.path.join(stage.build, "zelvo-open"), "--print-facts", "-"], env=env, text=True,
+                           input=link + "\n", capture_output=True, check=True).stdout
+    assert f"\nRelay: {relay.place}\n" in shown, shown
     opener = stage.start([os.path.join(stage.build, "zelvo-open"), "--say", "--once", "--name",
                           "Ana", "-"], env, takes_input=True)
     opener.process.stdin.write(link + "\n")
