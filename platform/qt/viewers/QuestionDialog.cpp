@@ -44,6 +44,12 @@ Label* makeLabel(const char* name) {
     return label;
 }
 
+QFont scaled(QFont font, qreal factor, bool bold) {
+    font.setPointSizeF(font.pointSizeF() * factor);
+    font.setBold(bold);
+    return font;
+}
+
 }  // namespace
 
 QuestionDialog::QuestionDialog(const QString& images, AnswerGuard::Clock clock, Listener listener)
@@ -377,21 +383,13 @@ void QuestionDialog::countDown() {
 }
 
 void QuestionDialog::applyLook() {
-    QFont title = font();
-    title.setPointSizeF(title.pointSizeF() * 1.5);
-    title.setBold(true);
-    title_->setFont(title);
-    QFont large = font();
-    large.setPointSizeF(large.pointSizeF() * 1.15);
-    address_->setFont(large);
-    QFont digits = QFontDatabase::systemFont(QFontDatabase::FixedFont);
-    digits.setPointSizeF(font().pointSizeF() * 1.7);
-    digits.setBold(true);
-    digits_->setFont(digits);
-    QFont bold = large;
-    bold.setBold(true);
+    title_->setFont(scaled(font(), 1.5, true));
+    address_->setFont(scaled(font(), 1.15, false));
+    auto digits = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    digits.setPointSizeF(font().pointSizeF());
+    digits_->setFont(scaled(digits, 1.7, true));
     for (auto* button : {help_, watch_, refuse_})
-        button->setFont(bold);
+        button->setFont(scaled(font(), 1.15, true));
     setFixedWidth(
         std::max({fontMetrics().horizontalAdvance("0123456789") * WidthInDigitsOfQuestion / 10,
                   3 * help_->sizeHint().width(), 3 * watch_->sizeHint().width()}) +
