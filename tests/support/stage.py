@@ -222,13 +222,13 @@ class Stage:
         service.port = int(service.url.rsplit(":", 1)[1])
         return service
 
-    def start_relay(self, address, port=0, settle=0):
+    def start_relay(self, address, port=0, settle=0, **how):
         """With what `make_signatures` made, and the service's certificate."""
         relay = self.start([os.path.join(self.build, "zelvo-relay"), "--name", address, "--address",
                             address, "--port", str(port), "--settle", str(settle),
                             "--certificate", self.path("service.pem"), "--key",
                             self.path("service.key"), "--service-keys", self.path("tickets.pub"),
-                            "--lease-key", self.path("leases.key")])
+                            "--lease-key", self.path("leases.key")], **how)
         relay.place = relay.wait_for(r"^Relay: (\S+:\d+)$").group(1)
         return relay
 
