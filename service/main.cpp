@@ -14,6 +14,9 @@
 #include "service/SharingEndpoints.h"
 #include "service/SharingHandler.h"
 #include "service/SqliteLinkStore.h"
+#ifdef ZELVO_POSTGRES
+#include "service/postgres/PostgresLinkStore.h"
+#endif
 #include "serving/HttpServer.h"
 #include "serving/Metrics.h"
 #include "serving/OperatorServer.h"
@@ -30,8 +33,19 @@ int complain(const std::string& text) {
     return EXIT_FAILURE;
 }
 
-void watch(serving::Metrics& metrics, const SqliteLinkStore& store,
-           const serving::HttpServer& server) {
+std::unique_ptr<LinkStore> openStore(const ServiceOptions& options, std::string& error) {
+    const auto clock = [] { return static_cast<Moment>(std::time(nullptr)); };
+    if (!isPostgres(options.database))
+        return SqliteLinkStore::open(options.database, clock, error);
+#ifdef ZELVO_POSTGRES
+    return PostgresLinkStore::open(options.database, options.databaseConnections, clock, error);
+#else
+    error = "this program was built without PostgreSQL";
+    return nullptr;
+#endif
+}
+
+void watch(serving::Metrics& metrics, const LinkStore& store, const serving::HttpServer& server) {
     metrics.gauge("zelvo_connections", "Connections that are open.",
                   [&] { return static_cast<double>(server.connections()); });
     metrics.gauge("zelvo_service_changes_waiting", "Changes that wait for the disk.",
@@ -47,9 +61,9 @@ void watch(serving::Metrics& metrics, const SqliteLinkStore& store,
 }
 
 /// Serves until a signal ends it.
-int serve(ServiceOptions& options, std::shared_ptr<const serving::TlsContext> tls,
-          SqliteLinkStore& store, const std::optional<zelvo::relay::Ed25519>& relayKey,
-          const std::optional<WebPage>& page, serving::ServerSignals& signals) {
+int serve(ServiceOptions& options, std::shared_ptr<const serving::TlsContext> tls, LinkStore& store,
+          const std::optional<zelvo::relay::Ed25519>& relayKey, const std::optional<WebPage>& page,
+          serving::ServerSignals& signals) {
     serving::Metrics metrics;
     serving::Allowances createsOf(options.createsPerOwner);
     SharingEndpoints::Options rules{
@@ -146,9 +160,8 @@ int main(int argc, char** argv) {
     std::optional<WebPage> page;
     if (!options->page.empty() && !(page = WebPage::read(options->page, options->relays, error)))
         return complain(error);
-    auto store = SqliteLinkStore::open(
-        options->database, [] { return static_cast<Moment>(std::time(nullptr)); }, error);
+    auto store = openStore(*options, error);
     if (!store)
-        return complain(options->database + ": " + error);
+        return complain(nameOfDatabase(options->database) + ": " + error);
     return serve(*options, std::move(tls), *store, relayKey, page, signals);
 }
