@@ -61,6 +61,8 @@ std::string ServiceOptions::usage() {
     ServiceOptions options;
     return "usage: zelvo-service --database PLACE --certificate PEM --key PEM [OPTION ...]\n"
            "       zelvo-service --config FILE [OPTION ...]\n"
+           "       zelvo-service links list | end LINK ... | purge [DAYS] --database PLACE\n"
+           "       zelvo-service migrate FROM TO [--add]\n"
            "       zelvo-service -h | --help | --version\n"
            "Serves shared links over HTTPS until SIGTERM or SIGINT. Once it accepts connections "
            "it\n"
@@ -87,6 +89,15 @@ std::optional<ServiceOptions> ServiceOptions::parse(std::span<char*> arguments,
         if (error.empty() && value.empty())
             error = std::string("missing option: --") + name;
     return error.empty() ? std::optional(std::move(options)) : std::nullopt;
+}
+
+std::optional<std::string> ServiceOptions::databaseOf(std::span<char*> arguments,
+                                                      std::string& error) {
+    ServiceOptions options;
+    error = options.table().read(arguments);
+    if (error.empty() && options.database.empty())
+        error = "missing option: --database";
+    return error.empty() ? std::optional(std::move(options.database)) : std::nullopt;
 }
 
 std::string ServiceOptions::origin(int boundPort) const {

@@ -37,6 +37,8 @@ struct ServiceOptions {
     /// one is unknown, incomplete, given twice or missing.
     static std::optional<ServiceOptions> parse(std::span<char*> arguments, std::string& error);
     static std::string usage();
+    /// The database alone, for which nothing else has to be said.
+    static std::optional<std::string> databaseOf(std::span<char*> arguments, std::string& error);
 
     /// The origin of the service's URLs.
     std::string origin(int boundPort) const;

@@ -10,11 +10,14 @@
 #include <string>
 
 #include "relay/tickets/Tickets.h"
+#include "service/Administration.h"
 #include "service/ServiceOptions.h"
 #include "service/SharingEndpoints.h"
 #include "service/SharingHandler.h"
+#include "service/SqliteArchive.h"
 #include "service/SqliteLinkStore.h"
 #ifdef ZELVO_POSTGRES
+#include "service/postgres/PostgresArchive.h"
 #include "service/postgres/PostgresLinkStore.h"
 #endif
 #include "serving/HttpServer.h"
@@ -33,14 +36,31 @@ int complain(const std::string& text) {
     return EXIT_FAILURE;
 }
 
+[[maybe_unused]] constexpr const char* WithoutPostgres =
+    "this program was built without PostgreSQL";
+
+Moment now() {
+    return std::time(nullptr);
+}
+
 std::unique_ptr<LinkStore> openStore(const ServiceOptions& options, std::string& error) {
-    const auto clock = [] { return static_cast<Moment>(std::time(nullptr)); };
     if (!isPostgres(options.database))
-        return SqliteLinkStore::open(options.database, clock, error);
+        return SqliteLinkStore::open(options.database, &now, error);
 #ifdef ZELVO_POSTGRES
-    return PostgresLinkStore::open(options.database, options.databaseConnections, clock, error);
+    return PostgresLinkStore::open(options.database, options.databaseConnections, &now, error);
 #else
-    error = "this program was built without PostgreSQL";
+    error = WithoutPostgres;
+    return nullptr;
+#endif
+}
+
+std::unique_ptr<LinkArchive> openArchive(const std::string& place, std::string& error) {
+    if (!isPostgres(place))
+        return SqliteArchive::open(place, now(), error);
+#ifdef ZELVO_POSTGRES
+    return PostgresArchive::open(place, error);
+#else
+    error = WithoutPostgres;
     return nullptr;
 #endif
 }
@@ -66,10 +86,9 @@ int serve(ServiceOptions& options, std::shared_ptr<const serving::TlsContext> tl
           serving::ServerSignals& signals) {
     serving::Metrics metrics;
     serving::Allowances createsOf(options.createsPerOwner);
-    SharingEndpoints::Options rules{
-        .clock = [] { return static_cast<Moment>(std::time(nullptr)); },
-        .mayCreate =
-            [&](const LinkStore::Owner& owner) { return owner.empty() || createsOf.take(owner); }};
+    SharingEndpoints::Options rules{.clock = &now, .mayCreate = [&](const LinkStore::Owner& owner) {
+                                        return owner.empty() || createsOf.take(owner);
+                                    }};
     rules.relays = options.relays;
     if (relayKey)
         rules.ticketFor = [&relayKey, clock = rules.clock](const LinkStore::Owner& owner,
@@ -132,8 +151,13 @@ int serve(ServiceOptions& options, std::shared_ptr<const serving::TlsContext> tl
 
 int main(int argc, char** argv) {
     constexpr int badUsage = 2;
+    umask(S_IRWXG | S_IRWXO);  // the database tells where people's machines are
     std::string error;
     std::span arguments(argv, static_cast<std::size_t>(argc));
+    if (const auto status =
+            Administration(&openArchive, now()).run(arguments.subspan(argc > 0 ? 1 : 0))) {
+        return *status;
+    }
     auto options = ServiceOptions::parse(arguments.subspan(argc > 0 ? 1 : 0), error);
     if (!options) {
         complain(error);
@@ -146,7 +170,6 @@ int main(int argc, char** argv) {
                    : EXIT_FAILURE;
 
     std::signal(SIGPIPE, SIG_IGN);  // a client that is gone is that connection's failure alone
-    umask(S_IRWXG | S_IRWXO);       // the database tells where people's machines are
     // The library's own lines are about single clients, who are not to be named.
     event_set_log_callback([](int, const char*) {});
     serving::ServerSignals signals;

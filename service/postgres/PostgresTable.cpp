@@ -27,16 +27,9 @@ std::vector<std::string> factsOf(const LinkStore::Registration& registration) {
 
 /// An array of bytes as PostgreSQL reads it; of hexadecimal digits, which need no escaping.
 std::string arrayOf(const std::vector<std::string>& links) {
-    constexpr std::string_view digits = "0123456789abcdef";
     std::string text;
-    for (const auto& link : links) {
-        text += text.empty() ? "{\"\\\\x" : ",\"\\\\x";
-        for (const unsigned char byte : link) {
-            text += digits[byte >> 4];
-            text += digits[byte & 15];
-        }
-        text += '"';
-    }
+    for (const auto& link : links)
+        text.append(text.empty() ? "{" : ",").append("\"\\\\x").append(nameOfBytes(link)) += '"';
     return text + "}";
 }
 
