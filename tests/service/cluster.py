@@ -64,11 +64,15 @@ class Cluster:
         self.postgres = self.proxy = None
         self.services, self.relays = {}, {}
 
-    def start_postgres(self):
+    def start_postgres(self, options=()):
         os.chmod(self.stage.folder, 0o711)
         self.postgres = self.stage.start([os.path.join(HERE, "..", "support", "postgres"),
-                                          self.stage.path("postgres")])
+                                          self.stage.path("postgres"), *options])
         self.postgres.wait_for("database system is ready", 60)
+
+    def end_postgres(self):
+        # Asked by SIGTERM it waits for the services to go.
+        self.postgres.end(signal.SIGINT)
 
     def start_service(self, number, waits=True):
         path = self.stage.path
@@ -354,8 +358,7 @@ def main():
                 kill_relay(cluster)
                 take_database_away(cluster)
             finally:
-                # Asked by SIGTERM it waits for the services to go.
-                cluster.postgres.end(signal.SIGINT)
+                cluster.end_postgres()
             return
         print(f"Service: https://127.0.0.1:{PORT}\nRelays: 127.0.0.2:{PORT} 127.0.0.3:{PORT}\n"
               f"Authority: {stage.path('ca.pem')}\nDatabase: {cluster.database}", flush=True)
@@ -363,7 +366,7 @@ def main():
         try:
             signal.pause()
         except KeyboardInterrupt:
-            cluster.postgres.end(signal.SIGINT)
+            cluster.end_postgres()
 
 
 if __name__ == "__main__":
