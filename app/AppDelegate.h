@@ -62,6 +62,7 @@ class AppDelegate : public platform::ApplicationDelegate,
     void shareLink(platform::Button* sender) override;
     void copyLink() override;
     void makeNewLink() override;
+    void changeWay(std::function<void()> change) override;
     void closeConnection() override;
     void startOver() override;
     void showHelp() override;
@@ -124,7 +125,10 @@ class AppDelegate : public platform::ApplicationDelegate,
 
     void cleanUpAndTerminate();
     void askAboutSession();
+    void endSessionFor(const char* question, const char* yes, std::function<void()> action);
     void replaceLink();
+    void renewWay();
+    void registerAgain();
     bool sessionUnderWay() const;
     bool screenSharingFullyOn() const;
 
@@ -189,6 +193,7 @@ class AppDelegate : public platform::ApplicationDelegate,
     platform::Observable<std::int32_t> zelvoStatus_{ZelvoStatusIdle};
     platform::Observable<bool> isQuitting_;
     bool screenSharingRunningFormerState_ = false;
+    bool renewsWay_ = false;
     double titleBarHeight_ = 0;
 };
 

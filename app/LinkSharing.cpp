@@ -63,25 +63,41 @@ void AppDelegate::copyLink() {
 }
 
 void AppDelegate::makeNewLink() {
-    if (zelvoStatus() < ZelvoStatusWaitingForConnection)
-        return;
+    if (zelvoStatus() >= ZelvoStatusWaitingForConnection)
+        endSessionFor(
+            "A new link ends the one that you have passed on, and disconnects whoever is "
+            "connected. Do you want a new link?",
+            "New Link", [this] { replaceLink(); });
+}
+
+void AppDelegate::changeWay(std::function<void()> change) {
+    endSessionFor(
+        "This makes the way to your computer anew, and disconnects whoever is connected. "
+        "Do you want that?",
+        "Yes", [this, change = std::move(change)] {
+            change();
+            renewWay();
+        });
+}
+
+void AppDelegate::endSessionFor(const char* question, const char* yes,
+                                std::function<void()> action) {
     if (!sessionUnderWay()) {
-        replaceLink();
+        action();
         return;
     }
     platform::Alert alert;
-    alert.kind = platform::AlertKind::NewLink;
+    alert.kind = platform::AlertKind::EndsSession;
     alert.messageText = text("Screen Sharing Session Undergoing");
-    alert.informativeText = text(
-        "A new link ends the one that you have passed on, and disconnects whoever is connected. Do "
-        "you want a new link?");
+    alert.informativeText = text(question);
     alert.icon = "NSCaution";
-    alert.buttonTitles = {text("New Link"), text("No")};
-    platform_.alerts.beginSheet(std::move(alert), whileAlive([this](int response) {
+    alert.buttonTitles = {text(yes), text("No")};
+    platform_.alerts.beginSheet(std::move(alert),
+                                whileAlive([this, action = std::move(action)](int response) {
                                     if (response != platform::AlertFirstButtonReturn)
                                         return;
                                     // The tool may have to ask first; the link waits for nobody.
-                                    replaceLink();
+                                    action();
                                     closeConnection();
                                 }));
 }
@@ -90,10 +106,29 @@ void AppDelegate::replaceLink() {
     // It may have gone while the question stood.
     if (zelvoStatus() < ZelvoStatusWaitingForConnection)
         return;
+    linkManager_->endLink();
+    registerAgain();
+}
+
+void AppDelegate::renewWay() {
+    if (zelvoStatus() == ZelvoStatusMappingPort) {
+        // A registration cannot be taken back half-way.
+        renewsWay_ = !linkManager_->portMapper().portMapperCompletion();
+        if (!renewsWay_)
+            createLink();
+        return;
+    }
+    // Whoever failed is asked whether to try again.
+    if (zelvoStatus() < ZelvoStatusWaitingForConnection)
+        return;
+    linkManager_->invalidateLink(nullptr);
+    registerAgain();
+}
+
+void AppDelegate::registerAgain() {
     waitingTimer_.reset();
     stillActiveTimer_.reset();
     sharedLink_.set("");
-    linkManager_->endLink();
     setZelvoStatus(ZelvoStatusServiceEnabled);
 }
 

@@ -59,6 +59,10 @@ void AppDelegate::createLink() {
         sysInfo_->vncListeningPort(),
         whileAlive([this](const std::optional<std::string>& address, std::int64_t,
                           const std::optional<std::string>& link) {
+            if (std::exchange(renewsWay_, false)) {
+                setZelvoStatus(ZelvoStatusServiceEnabled);
+                return;
+            }
             // Why there is no link makes no difference: both failures end in the same sheet.
             if (!address) {
                 setZelvoStatus(ZelvoStatusMappingFailed);

@@ -112,16 +112,17 @@ int runInWindow(int& argc, char** argv, const CommandLine& commandLine) {
     QtMainLoop loop([](const std::string& event) { debug("loop", event); });
     LinuxPlatform system(loop);
     QtDesktop desktop(loop, system.bundle(), system.explanations(), system.viewers(),
-                      [&] { return system.log().recentLines(); });
+                      system.wayIn(), [&] { return system.log().recentLines(); });
     AppDelegate controller(assemble(loop, system, desktop));
     RowPrinter rows(controller, commandLine.printsLink);
     std::optional<QuestionLines> questions;
     if (commandLine.asksInTerminal)
-        questions.emplace(system.viewers(), controller, system.explanations(), system.bundle());
+        questions.emplace(system.viewers(), system.wayIn(), controller, system.explanations(),
+                          system.bundle());
 
     auto* content = new KVView;
     MainWindow window(content, {controller, controller, system.explanations(), desktop.application,
-                                system.bundle(), loop, system.viewers()});
+                                system.bundle(), loop, system.viewers(), system.wayIn()});
     controller.setWindow(&window);
     controller.setShareButton(&window.shareButton());
     controller.setContainerView(content);
@@ -146,7 +147,7 @@ int runInTerminal(int& argc, char** argv) {
     Terminal terminal(loop, system.bundle(), system.explanations());
     AppDelegate controller(assemble(loop, system, terminal));
     TerminalView view(terminal, controller, controller, system.explanations(), system.bundle(),
-                      system.viewers());
+                      system.viewers(), system.wayIn());
 
     auto watch = watchTheServer(system, loop, controller);
     auto hurry = hurryAtQuit(system, controller);

@@ -17,8 +17,8 @@ enum class AlertKind : std::uint8_t {
     ScreenSharingIsOff,
     /// Quitting would end a viewer's session.
     SessionUnderWay,
-    /// A new link would end a viewer's session.
-    NewLink,
+    /// What the user wants would end a viewer's session.
+    EndsSession,
     /// No link came about.
     NoLink,
 };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "platform/Observable.h"
@@ -45,6 +46,11 @@ class MainWindowModel {
     /// Ends the link and makes another; where somebody is connected, asks first and disconnects
     /// them. Nothing below status 6.
     virtual void makeNewLink() = 0;
+    /// Calls `change`, and then makes the way to this computer anew where there is one or one is
+    /// being made; a link that is kept over launches stays the same. Where somebody is connected,
+    /// asks first and disconnects them, or does neither. `change` is called at most once, now or
+    /// later.
+    virtual void changeWay(std::function<void()> change) = 0;
     /// Ends the viewer's connection; nothing below status 2.
     virtual void closeConnection() = 0;
     /// The port-mapping row's button: tries the link again in status 4, switches Screen Sharing on

@@ -54,6 +54,8 @@ struct ViewerQuestion {
 /// What the desktop lets viewers do at all, whatever the answer. Value type.
 struct ViewerAbilities {
     bool canControl = true;
+    /// Whether the desktop's user could have let them.
+    bool couldControl = true;
     bool canShareClipboard = true;
 
     friend bool operator==(const ViewerAbilities&, const ViewerAbilities&) = default;

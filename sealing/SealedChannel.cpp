@@ -135,6 +135,9 @@ void SealedChannel::take(Opening&& opening) {
 }
 
 void SealedChannel::take(Data&& data) {
+    // A host says nothing of its screen to whom it has not let in.
+    if (!isHost() && !isInside_)
+        return fail(Failure::BadRecord);
     if (data_.empty())
         data_ = std::move(data.bytes);
     else
@@ -151,6 +154,8 @@ void SealedChannel::take(Standing&& standing) {
     if (isHost())
         return fail(Failure::BadRecord);
     standing_ = standing;
+    isInside_ |= standing.place == Standing::Place::Watching ||
+                 standing.place == Standing::Place::Controlling;
 }
 
 void SealedChannel::take(ReturnTicket&& ticket) {

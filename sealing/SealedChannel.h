@@ -83,7 +83,7 @@ class SealedChannel {
     /// While open; afterwards nothing more goes either way.
     void sayGoodbye(Farewell reason);
 
-    /// What the peer sent. Empties it.
+    /// What the peer sent; of the host's what it sent since it has let us in. Empties it.
     std::string takeData() { return std::exchange(data_, {}); }
     /// Once open, on both sides: "012 345 678 901", equal unless somebody sits in between.
     const std::string& digits() const { return digits_; }
@@ -134,6 +134,7 @@ class SealedChannel {
     std::string data_;
     std::vector<std::string> messages_;
     std::optional<Standing> standing_;
+    bool isInside_ = false;
     std::optional<ReturnSecret> comesBackBy_;
     std::optional<ReturnSecret> returnSecret_;
     std::string proof_;

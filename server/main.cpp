@@ -182,7 +182,8 @@ class Server {
             door_->letOnlyWatch();
         for (const auto& message : std::exchange(early_, {}))
             door_->handle(message);
-        line_->tell(gate::Listening{options_.port, abilities.takesInput, abilities.hasClipboard});
+        line_->tell(gate::Listening{options_.port, abilities.takesInput, abilities.offersInput,
+                                    abilities.hasClipboard});
         tell("listening");
     }
 

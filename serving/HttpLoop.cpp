@@ -23,6 +23,8 @@ using namespace std::chrono_literals;
 constexpr auto AMoment = 100ms;
 /// The library's own time for a connection without a TLS session, and never before ours else.
 constexpr int LibrarySeconds = 75;
+/// Of what TLS sends at once.
+constexpr std::size_t RecordLength = 16384;
 
 timeval asTimeval(std::chrono::milliseconds span) {
     return {static_cast<time_t>(span.count() / 1000),
@@ -212,6 +214,10 @@ void HttpLoop::send(evhttp_request* request, HttpResponse response) {
     evbuffer_add(body, response.body.data(), response.body.size());
     evhttp_send_reply(request, response.status, nullptr, body);
     evbuffer_free(body);
+    // Nothing is on its way before the loop's next turn. In one piece, head and body are one record
+    // and one packet.
+    if (connection && response.body.size() < RecordLength)
+        evbuffer_pullup(bufferevent_get_output(evhttp_connection_get_bufferevent(link)), -1);
     endOnceAnswered();
 }
 

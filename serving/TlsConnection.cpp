@@ -11,6 +11,7 @@
 
 #include <array>
 
+#include "serving/Expectation.h"
 #include "serving/HttpLoop.h"
 #include "serving/HttpShared.h"
 #include "serving/ProxyBio.h"
@@ -147,8 +148,10 @@ void TlsConnection::received(evbuffer* buffer, const evbuffer_cb_info* info, voi
     if (connection.phase_ == Phase::Rest)
         connection.enter(Phase::Head);
     if (connection.phase_ == Phase::Head &&
-        connection.endsHead(buffer, info->orig_size - info->n_deleted))
+        connection.endsHead(buffer, info->orig_size - info->n_deleted)) {
+        spoilTooGreatExpectation(buffer, connection.loop_.shared().options.bodyLength);
         connection.enter(Phase::Body);
+    }
     connection.resumeInATurn();
     // The library counts what is in the body's parts, but not the line that gives a part's length.
     const auto& options = connection.loop_.shared().options;

@@ -38,7 +38,8 @@ bool TlsContext::set(const std::string& certificateFile, const std::string& keyF
     if (!error.empty())
         return false;
     // An idle connection keeps no buffers, a session no memory, and one ticket is enough.
-    SSL_CTX_set_mode(context, SSL_MODE_RELEASE_BUFFERS);
+    // The chain is the file's; looking for a better one would be done in each handshake.
+    SSL_CTX_set_mode(context, SSL_MODE_RELEASE_BUFFERS | SSL_MODE_NO_AUTO_CHAIN);
     SSL_CTX_set_session_cache_mode(context, SSL_SESS_CACHE_OFF);
     SSL_CTX_set_num_tickets(context, 1);
     SSL_CTX_set_options(context, SSL_OP_NO_RENEGOTIATION | SSL_OP_CIPHER_SERVER_PREFERENCE);

@@ -132,9 +132,17 @@ void Client::keepSession() {
         session_ = SSL_get1_session(bufferevent_openssl_get_ssl(transport_));
 }
 
+bool Client::hasKept() const {
+    return !session_ || !transport_ ||
+           SSL_session_reused(bufferevent_openssl_get_ssl(transport_)) == 1;
+}
+
 void Client::hangUp() {
-    if (transport_)
-        bufferevent_free(std::exchange(transport_, nullptr));
+    if (!transport_)
+        return;
+    // The library takes no session up again whose connection broke off.
+    SSL_set_shutdown(bufferevent_openssl_get_ssl(transport_), SSL_SENT_SHUTDOWN);
+    bufferevent_free(std::exchange(transport_, nullptr));
 }
 
 }  // namespace zelvo::bench

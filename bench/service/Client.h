@@ -44,6 +44,8 @@ class Client {
     void hangUp();
     /// From now on the next connection takes up the session of this one.
     void keepSession();
+    /// False where this connection should have taken up a session and the server wanted a new one.
+    bool hasKept() const;
     bool isConnected() const { return transport_ != nullptr; }
 
     /// A socket that is being connected and says nothing.

@@ -43,9 +43,37 @@ void Session::factsArrived(const FactsAnswer& answer) {
 }
 
 void Session::connect() {
+    if (returnSecret_)
+        askAgain();
     line_ = surroundings_.makeLine({facts_->address, facts_->port, sealing::ChannelKey(link_),
                                     name_, returnSecret_, facts_->relay},
                                    listener());
+}
+
+// Who ends the link while we are away has no line to say so, and may have moved.
+void Session::askAgain() {
+    if (std::exchange(isAskedAgain_, true))
+        return;
+    surroundings_.facts.ask(link_.identifier,
+                            [this, start = std::weak_ptr(start_)](const FactsAnswer& answer) {
+                                if (!start.expired())
+                                    answeredAgain(answer);
+                            });
+}
+
+void Session::answeredAgain(const FactsAnswer& answer) {
+    isAskedAgain_ = false;
+    if (state_.value().stage != Stage::Returning)
+        return;
+    if (const auto* facts = std::get_if<HostFacts>(&answer)) {
+        facts_->address = facts->address;
+        facts_->port = facts->port;
+        facts_->relay = facts->relay;
+        return;
+    }
+    const auto why = std::get<NoFacts>(answer);
+    if (why == NoFacts::UnknownLink || why == NoFacts::Unavailable)
+        end(Ending::LinkEnded);
 }
 
 HostLine::Listener Session::listener() {
@@ -155,7 +183,7 @@ void Session::stopEverything() {
     line_.reset();
     start_.reset();
     returnSecret_.reset();
-    comesBack_ = false;
+    comesBack_ = isAskedAgain_ = false;
     nextReturn_.reset();
     lastReturn_.reset();
     countdown_.reset();

@@ -84,6 +84,8 @@ class Session {
     void factsArrived(const FactsAnswer& answer);
     void connect();
     void connectLater();
+    void askAgain();
+    void answeredAgain(const FactsAnswer& answer);
     HostLine::Listener listener();
     void stands(const sealing::Standing& standing);
     void countDown();
@@ -111,6 +113,8 @@ class Session {
     std::unique_ptr<platform::Timer> countdown_;
     /// Tells this start's answer from an earlier one's.
     std::shared_ptr<char> start_;
+    /// The service has not answered yet to one who comes back.
+    bool isAskedAgain_ = false;
 };
 
 }  // namespace zelvo::opener

@@ -193,9 +193,10 @@ bool HostConnection::receive(std::string& to) {
     if (isPlaying)
         drawing_.unlock();
     const bool isReady = waitForHost();
-    std::string bytes(portion, '\0');
+    const bool hasMore = filter_.hasMore();
+    std::string bytes(hasMore ? 0 : portion, '\0');
     const auto count =
-        isReady ? ::recv(socket_.get(), bytes.data(), bytes.size(), MSG_DONTWAIT) : 0;
+        isReady && !hasMore ? ::recv(socket_.get(), bytes.data(), bytes.size(), MSG_DONTWAIT) : 0;
     if (isPlaying)
         drawing_.lock();
     if (!isReady)
@@ -203,7 +204,7 @@ bool HostConnection::receive(std::string& to) {
     if (count < 0 && (errno == EAGAIN || errno == EINTR))
         return true;
     end_ = End::Closed;
-    if (count <= 0)
+    if (count <= 0 && !hasMore)
         return false;
     updateBytes_ += static_cast<std::size_t>(count);
     bytes.resize(static_cast<std::size_t>(count));
@@ -219,6 +220,8 @@ bool HostConnection::waitForHost() {
         if (!isInside && Clock::now() >= sharpenAt_)
             sharpen();
         const bool wants = sendSome();
+        if (filter_.hasMore())
+            return true;
         const auto until = isInside ? patient : sharpenAt_;
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
         if (isInside && left <= 0ms) {

@@ -70,9 +70,9 @@ std::string encodings(LineQuality::Level level) {
         list += number(encoding, 4);
         ++count;
     };
-    for (auto encoding :
-         {rfb::tight, rfb::copyRectangle, rfb::raw, rfb::richCursor, rfb::pointerPosition,
-          rfb::desktopSize, rfb::extendedDesktopSize, rfb::lastRectangle, rfb::extendedClipboard})
+    for (auto encoding : {rfb::tight, rfb::zrle, rfb::copyRectangle, rfb::raw, rfb::richCursor,
+                          rfb::pointerPosition, rfb::desktopSize, rfb::extendedDesktopSize,
+                          rfb::lastRectangle, rfb::extendedClipboard})
         add(encoding);
     add(rfb::lowestCompression + level.compression);
     if (level.quality)

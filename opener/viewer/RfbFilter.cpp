@@ -39,27 +39,35 @@ PictureSize sizeOf(std::uint32_t width, std::uint32_t height) {
 
 bool RfbFilter::receive(std::string_view bytes, std::string& to) {
     to_ = &to;
-    while (!isBroken_) {
-        if (passing_ > 0 || skipping_ > 0) {
-            auto& left = passing_ > 0 ? passing_ : skipping_;
-            const auto part = bytes.substr(0, left);
-            if (passing_ > 0)
-                handOn(part);
-            left -= part.size();
-            bytes.remove_prefix(part.size());
-            if (left > 0)
-                return true;
-            continue;
-        }
-        const auto missing = std::min(wanted_ - piece_.size(), bytes.size());
-        piece_.append(bytes.substr(0, missing));
-        bytes.remove_prefix(missing);
-        if (piece_.size() < wanted_)
-            return true;
-        const auto piece = std::exchange(piece_, {});
-        isBroken_ = !(this->*step_)(piece);
+    rest_ += bytes;
+    bytes = rest_;
+    while (!isBroken_ && to.size() < enough && advance(bytes)) {
     }
-    return false;
+    rest_.erase(0, rest_.size() - bytes.size());
+    return !isBroken_;
+}
+
+/// False where more bytes are needed.
+bool RfbFilter::advance(std::string_view& bytes) {
+    if (zrle_.left > 0 || zrle_.tiles.hasMore())
+        return unpack(bytes);
+    if (passing_ > 0 || skipping_ > 0) {
+        auto& left = passing_ > 0 ? passing_ : skipping_;
+        const auto part = bytes.substr(0, left);
+        if (passing_ > 0)
+            handOn(part);
+        left -= part.size();
+        bytes.remove_prefix(part.size());
+        return left == 0;
+    }
+    const auto missing = std::min(wanted_ - piece_.size(), bytes.size());
+    piece_.append(bytes.substr(0, missing));
+    bytes.remove_prefix(missing);
+    if (piece_.size() < wanted_)
+        return false;
+    const auto piece = std::exchange(piece_, {});
+    isBroken_ = !(this->*step_)(piece);
+    return true;
 }
 
 bool RfbFilter::next(Step step, std::size_t size) {
@@ -182,7 +190,8 @@ bool RfbFilter::rectangle(std::string_view piece) {
         words_.pointer({static_cast<int>(rectangle_.x), static_cast<int>(rectangle_.y)});
         return nextRectangle();
     }
-    handOn(piece);
+    handOn(encoding == rfb::zrle ? std::string(piece.substr(0, 8)) + rfb::number(rfb::raw, 4)
+                                 : std::string(piece));
     return encoding == rfb::lastRectangle ? nextMessage() : pictureRectangle(encoding);
 }
 
@@ -200,6 +209,8 @@ bool RfbFilter::pictureRectangle(std::uint32_t encoding) {
             return next(&RfbFilter::copyRectangle, 4);
         case rfb::tight:
             return next(&RfbFilter::tightControl, 1);
+        case rfb::zrle:
+            return next(&RfbFilter::zrleLength, 4);
         default:
             return false;
     }
@@ -362,6 +373,27 @@ bool RfbFilter::tightData(std::string_view piece) {
            rfb::number(tight_.size >> 14U, 1));
     handOn(*content);
     return nextRectangle();
+}
+
+bool RfbFilter::zrleLength(std::string_view piece) {
+    zrle_.left = numberAt(piece, 0, 4);
+    zrle_.tiles.begin(rectangle_.width, rectangle_.height);
+    return next(&RfbFilter::zrleEnd, 0);
+}
+
+bool RfbFilter::unpack(std::string_view& bytes) {
+    if (bytes.empty() && !zrle_.tiles.hasMore())
+        return false;
+    auto part = bytes.substr(0, zrle_.left);
+    const auto size = part.size();
+    isBroken_ = !zrle_.tiles.receive(part, *to_, enough);
+    zrle_.left -= size - part.size();
+    bytes.remove_prefix(size - part.size());
+    return true;
+}
+
+bool RfbFilter::zrleEnd(std::string_view) {
+    return zrle_.tiles.isWhole() && nextRectangle();
 }
 
 }  // namespace zelvo::opener

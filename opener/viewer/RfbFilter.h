@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "opener/viewer/Inflater.h"
+#include "opener/viewer/Zrle.h"
 
 namespace zelvo::opener {
 
@@ -58,9 +59,10 @@ class HostWords {
 
 /// Reads what a host says in RFB (RFC 6143) before anything else does, and hands on what shows its
 /// picture: updates whose rectangles lie inside it and are in the encodings that are asked for.
-/// Tight's zlib streams and JPEGs end here: what goes on are pixels, exactly as many as their
-/// rectangle has. LibVNCClient 0.9.14 as it was released draws what there is more of below the
-/// picture, and a damaged JPEG brings it down. Bytes in, bytes out, cut anywhere.
+/// Tight's zlib streams and JPEGs and all of ZRLE end here: what goes on are pixels, exactly as
+/// many as their rectangle has. LibVNCClient 0.9.14 as it was released draws what there is more of
+/// below the picture, reads tiles beyond their end, and a damaged JPEG brings it down. Bytes in,
+/// bytes out, cut anywhere.
 class RfbFilter {
   public:
     static constexpr std::uint32_t longestSide = 16384;
@@ -72,11 +74,16 @@ class RfbFilter {
     static constexpr std::uint32_t largestCursor = 512;
     /// Bytes that the library can take at once for a rectangle in Tight.
     static constexpr std::size_t largestTight = 640 * 480;
+    /// Bytes that are handed on at a time; the rest of a row of tiles may come on top.
+    static constexpr std::size_t enough = 1024 * 1024;
 
     explicit RfbFilter(HostWords& words) : words_(words) {}
 
-    /// Appends to `to` what may be shown. False for good where the host says what none says.
+    /// Appends to `to` what may be shown. False for good where the host says what none says. Few
+    /// bytes may hold a large picture: once there is `enough`, what is left waits for another call.
     bool receive(std::string_view bytes, std::string& to);
+    /// Whether another call finds something, also without bytes.
+    bool hasMore() const { return !rest_.empty() || zrle_.tiles.hasMore(); }
 
     /// Whether the host owes the rest of something.
     bool isInside() const { return step_ != &RfbFilter::message || passing_ + skipping_ > 0; }
@@ -86,6 +93,8 @@ class RfbFilter {
     using Step = bool (RfbFilter::*)(std::string_view piece);
 
     bool next(Step step, std::size_t size);
+    bool advance(std::string_view& bytes);
+    bool unpack(std::string_view& bytes);
     bool nextMessage() { return next(&RfbFilter::message, 1); }
     bool nextRectangle();
     void handOn(std::string_view bytes) { to_->append(bytes); }
@@ -119,6 +128,9 @@ class RfbFilter {
     bool tightLength(std::string_view piece);
     bool tightData(std::string_view piece);
 
+    bool zrleLength(std::string_view piece);
+    bool zrleEnd(std::string_view piece);
+
     HostWords& words_;
     std::string* to_ = nullptr;
     Step step_ = &RfbFilter::version;
@@ -127,6 +139,7 @@ class RfbFilter {
     /// Before the next step, unseen, to the picture or nowhere.
     std::size_t passing_ = 0;
     std::size_t skipping_ = 0;
+    std::string rest_;
     bool isBroken_ = false;
 
     PictureSize size_;
@@ -143,6 +156,10 @@ class RfbFilter {
         std::size_t length = 0;
         unsigned lengthShift = 0;
     } tight_;
+    struct {
+        Zrle tiles;
+        std::size_t left = 0;
+    } zrle_;
 };
 
 }  // namespace zelvo::opener

@@ -11,6 +11,7 @@ enum Encoding : std::uint32_t {
     raw = 0,
     copyRectangle = 1,
     tight = 7,
+    zrle = 16,
     desktopSize = 0xFFFFFF21,
     lastRectangle = 0xFFFFFF20,
     pointerPosition = 0xFFFFFF18,

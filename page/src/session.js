@@ -68,9 +68,27 @@ export class Session {
         this.changed(this.state);
     }
 
+    /// Who ends the link while we are away has no line to say so, and may have moved.
+    async #askAgain() {
+        const start = this.#start;
+        if (this.isAskedAgain)
+            return;
+        this.isAskedAgain = true;
+        const facts = await askForFacts(this.link.identifier);
+        this.isAskedAgain = false;
+        if (this.#start !== start || this.state.stage !== "returning")
+            return;
+        if (facts.ending === "unknown-link" || facts.ending === "not-shared")
+            this.#end("link-ended");
+        else if (facts.relay)
+            this.#facts = facts;
+    }
+
     #connect() {
         const {relay, port} = this.#facts;
         const secret = this.#secret;
+        if (secret)
+            this.#askAgain();
         this.#line = new HostLine(`wss://${relay}/${port}`, this.link, this.name, secret, {
             opened: (digits) => {
                 // It has been shown, and is of use once.

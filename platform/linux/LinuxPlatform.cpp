@@ -32,6 +32,7 @@
 #include "platform/linux/property_lists/XmlPlistWriter.h"
 #include "platform/linux/relay/RelayExplanation.h"
 #include "platform/linux/relay/RelayPortMapping.h"
+#include "platform/linux/relay/RelaySettings.h"
 #include "platform/linux/screen_sharing/AdmittedSockets.h"
 #include "platform/linux/screen_sharing/ScreenServerLine.h"
 #include "platform/linux/screen_sharing/ScreenSharingExplanation.h"
@@ -49,8 +50,7 @@ std::string ownFolder(const std::string& base) {
 
 /// Whether those who have proven nothing are refused without a question; written as "YES".
 constexpr std::string_view OnlyLinkHoldersKey = "onlyPeopleWithTheLink";
-/// Whether nobody may come in through a relay; "YES" where the user wants that.
-constexpr std::string_view NoRelayKey = "neverThroughARelay";
+constexpr std::string_view KeptLinkKey = "permanentSharedLink";
 
 std::optional<std::vector<std::byte>> bytesOf(const PropertyList::Dictionary& dictionary) {
     const auto xml = writeXmlPlist(dictionary);
@@ -92,7 +92,7 @@ struct LinuxPlatform::Services {
     PlistReader propertyLists{environment.systemRoot};
     FileUserDefaults userDefaults{ownFolder(environment.configHome), log,
                                   [this](std::string_view key, bool kept) {
-                                      if (key != OnlyLinkHoldersKey)
+                                      if (key == KeptLinkKey)
                                           explainKeptLink(kept);
                                   }};
     InstalledBundle bundle{{.executableFolder = "",
@@ -123,6 +123,7 @@ struct LinuxPlatform::Services {
          .believed = [this] { screenSharing.serverListens(); }}};
     RouterExplanation router{bundle, log};
     RelayExplanation relay{bundle};
+    RelaySettings relaySettings{userDefaults, environment.serviceOrigin};
     ServiceExplanation service{bundle};
     Observable<std::string> keptLink;
     LinuxExplanations explanations{{screenSharing.text(), screenSharing.limits(), router, relay,
@@ -153,7 +154,7 @@ struct LinuxPlatform::Services {
         routerMapping,
         {.certificateFile = environment.certificateFile,
          .isPrivate = isBehindAnotherRouter,
-         .mayUse = [this] { return !userDefaults.boolForKey(NoRelayKey); },
+         .use = [this] { return relaySettings.relayUse().value(); },
          .ask = [this](const auto& wanted, auto done) { askForRelay(wanted, std::move(done)); },
          .connect = [this](const auto& origin) { return screenServer.connectRelayed(origin); },
          .told = [this](const auto& way) { wayIs(way); }}};
@@ -186,6 +187,7 @@ struct LinuxPlatform::Services {
         if (!way.relay.empty())
             router.mappingReplied(std::nullopt);
         relay.wayIs(way);
+        relaySettings.wayIs(way);
     }
 
     void linkChanged(const sealing::ShareLink* link) {
@@ -293,6 +295,9 @@ Authorization& LinuxPlatform::authorization() {
 
 Viewers& LinuxPlatform::viewers() {
     return services_->screenServer;
+}
+WayIn& LinuxPlatform::wayIn() {
+    return services_->relaySettings;
 }
 
 void LinuxPlatform::whenScreenSharingEnds(std::function<void()> callback) {

@@ -26,6 +26,7 @@ class TextInputSources;
 class UrlSession;
 class UserDefaults;
 class Viewers;
+class WayIn;
 struct Environment;
 template <typename T>
 class Observable;
@@ -73,6 +74,8 @@ class LinuxPlatform {
     const Explanations& explanations();
 
     Viewers& viewers();
+
+    WayIn& wayIn();
 
     /// To be called once it is certain that the application ends: the screen server ends at once,
     /// and nothing that the application waits for takes long from then on.

@@ -19,13 +19,14 @@
 namespace zelvo::platform {
 
 QtDesktop::QtDesktop(QtMainLoop& loop, const Bundle& bundle, const Explanations& explanations,
-                     Viewers& viewers, std::function<std::vector<std::string>()> logLines)
+                     Viewers& viewers, const WayIn& wayIn,
+                     std::function<std::vector<std::string>()> logLines)
     : translator_(bundle),
       alerts(loop, bundle, explanations),
       sharingServicePicker(loop, bundle,
-                           [this](const auto& items) {
+                           [this, &wayIn](const auto& items) {
                                return desktopSharingServices(
-                                   items, workspace, window_,
+                                   items, wayIn, workspace, window_,
                                    [this](const auto& notice) { say(notice); });
                            }),
       pasteboard([this] { say(Copied); }),

@@ -22,6 +22,7 @@ class MainWindowModel;
 class TrayIcon;
 class ViewerNotifications;
 class Viewers;
+class WayIn;
 struct Notice;
 
 /// The services of the desktop, one of each, named as the members of Platform. Needs a QApplication
@@ -30,7 +31,8 @@ class QtDesktop {
   public:
     /// All outlive this object. `logLines` gives the log's last lines.
     QtDesktop(QtMainLoop& loop, const Bundle& bundle, const Explanations& explanations,
-              Viewers& viewers, std::function<std::vector<std::string>()> logLines);
+              Viewers& viewers, const WayIn& wayIn,
+              std::function<std::vector<std::string>()> logLines);
     ~QtDesktop();
 
     /// Settings of the process that have to stand before the QApplication is made.

@@ -2,6 +2,7 @@
 
 #include "platform/terminal/Console.h"
 #include "platform/terminal/QuestionPrompt.h"
+#include "platform/terminal/WayInLines.h"
 
 namespace zelvo::platform {
 
@@ -11,11 +12,13 @@ namespace zelvo::platform {
 class QuestionLines {
   public:
     /// The descriptors stay the caller's; all others outlive this object.
-    QuestionLines(Viewers& viewers, MainWindowModel& model, const Explanations& explanations,
-                  const Bundle& bundle, int input = 0, int output = 1);
+    QuestionLines(Viewers& viewers, WayIn& wayIn, MainWindowModel& model,
+                  const Explanations& explanations, const Bundle& bundle, int input = 0,
+                  int output = 1);
 
   private:
     Console console_;
+    WayInLines wayIn_;
     QuestionPrompt prompt_;
 };
 

@@ -8,6 +8,7 @@
 #include "platform/MainWindowModel.h"
 #include "platform/qt/content/ShownText.h"
 #include "platform/qt/content/StatusTexts.h"
+#include "platform/terminal/Words.h"
 
 namespace zelvo::platform {
 
@@ -18,10 +19,6 @@ constexpr auto DeadTime = std::chrono::seconds(1);
 constexpr std::size_t LongestLine = 80;
 constexpr char Backspace = '\b';
 constexpr char Delete = 0x7f;
-
-QString folded(const std::string& text) {
-    return QString::fromStdString(text).trimmed().toCaseFolded();
-}
 
 bool continuesCharacter(char byte) {
     return (static_cast<unsigned char>(byte) & 0xc0) == 0x80;
@@ -208,6 +205,8 @@ void QuestionPrompt::takeLine(const std::string& typed) {
         disconnect();
     } else if (word == Word::AskAgain) {
         askAgain();
+    } else if (shown_.otherLine) {
+        shown_.otherLine(typed);
     }
 }
 
@@ -353,7 +352,7 @@ const char* QuestionPrompt::keyOf(Word word) {
 QuestionPrompt::Word QuestionPrompt::wordOf(const std::string& typed) const {
     for (auto word : {Word::Help, Word::Watch, Word::Refuse, Word::RefuseAll, Word::Show,
                       Word::Disconnect, Word::AskAgain}) {
-        if (auto line = folded(typed); line == folded(keyOf(word)) || line == folded(text(word)))
+        if (isWord(typed, keyOf(word), bundle_))
             return word;
     }
     return Word::None;

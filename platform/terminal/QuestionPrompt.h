@@ -29,6 +29,8 @@ class QuestionPrompt {
         /// what else may be asked for is asked for by words, too, instead of by keys.
         std::function<void(const std::string&)> echo;
         std::function<Clock::time_point()> now = Clock::now;
+        /// Takes a line that means nothing here, while no question is open. May be none.
+        std::function<void(const std::string&)> otherLine{};
     };
 
     /// All outlive this object.

@@ -33,13 +33,15 @@ bool takesColours() {
 
 TerminalView::TerminalView(Terminal& terminal, MainWindowModel& model,
                            ApplicationDelegate& delegate, const Explanations& explanations,
-                           const Bundle& bundle, Viewers& viewers, int output,
+                           const Bundle& bundle, Viewers& viewers, WayIn& wayIn, int output,
                            std::function<QuestionPrompt::Clock::time_point()> now)
     : terminal_(terminal),
       model_(model),
       explanations_(explanations),
       bundle_(bundle),
+      wayIn_(wayIn),
       rows_(model, true, output),
+      wayInLines_(wayIn, model, bundle, [&terminal](auto& text) { terminal.console.line(text); }),
       prompt_(viewers, model, explanations, bundle,
               {[&terminal](auto& text) { terminal.console.line(text); },
                [&terminal](auto& text) { terminal.console.echo(text); }, std::move(now)}) {
@@ -68,7 +70,8 @@ TerminalView::TerminalView(Terminal& terminal, MainWindowModel& model,
     if (terminal_.console.outputIsTerminal())
         terminal_.console.line(
             bundle_.localizedString("Keys: q quit, d disconnect the viewer, c show the link again, "
-                                    "l new link, w who may ask"));
+                                    "l new link, o start over, w who may ask, b browsers get in, n "
+                                    "never a relay"));
 }
 
 TerminalView::~TerminalView() {
@@ -110,13 +113,22 @@ void TerminalView::takeKey(char key) {
         case 'l':
             model_.makeNewLink();
             break;
+        case 'o':
+            model_.startOver();
+            break;
         case 'w':
             prompt_.changeWhoMayAsk();
+            break;
+        case 'b':
+            wayInLines_.change(RelayUse::Preferred);
+            break;
+        case 'n':
+            wayInLines_.change(RelayUse::Never);
             break;
         case 'c':
             if (!shownLink_.empty()) {
                 terminal_.console.line("Link: " + shownText(shownLink_).toStdString());
-                showQrCode();
+                showWebLink();
             }
             break;
         default:
@@ -152,14 +164,21 @@ void TerminalView::linkChanged() {
         return;
     shownLink_ = model_.sharedLink().value();
     if (!shownLink_.empty())
-        showQrCode();
+        showWebLink();
+}
+
+void TerminalView::showWebLink() {
+    if (wayIn_.isRelay().value())
+        terminal_.console.line("In a browser: " +
+                               shownText(wayIn_.webLink(shownLink_)).toStdString());
+    showQrCode();
 }
 
 void TerminalView::showQrCode() {
     bool drawsBlocks = std::strcmp(::nl_langinfo(CODESET), "UTF-8") == 0;
     if (!terminal_.console.outputIsTerminal() || !drawsBlocks)
         return;
-    auto code = makeQrCode(shownLink_);
+    auto code = makeQrCode(wayIn_.webLink(shownLink_));
     if (!code)
         return;
     // Broken lines are no code.

@@ -7,6 +7,7 @@
 #include "platform/Observable.h"
 #include "platform/qt/content/RowPrinter.h"
 #include "platform/terminal/QuestionPrompt.h"
+#include "platform/terminal/WayInLines.h"
 
 namespace zelvo::platform {
 
@@ -24,7 +25,8 @@ class TerminalView {
     /// All outlive this object.
     TerminalView(
         Terminal& terminal, MainWindowModel& model, ApplicationDelegate& delegate,
-        const Explanations& explanations, const Bundle& bundle, Viewers& viewers, int output = 1,
+        const Explanations& explanations, const Bundle& bundle, Viewers& viewers, WayIn& wayIn,
+        int output = 1,
         std::function<QuestionPrompt::Clock::time_point()> now = QuestionPrompt::Clock::now);
     ~TerminalView();
     TerminalView(const TerminalView&) = delete;
@@ -37,13 +39,16 @@ class TerminalView {
     void takeNoMoreRequests();
     void explain();
     void linkChanged();
+    void showWebLink();
     void showQrCode();
 
     Terminal& terminal_;
     MainWindowModel& model_;
     const Explanations& explanations_;
     const Bundle& bundle_;
+    const WayIn& wayIn_;
     RowPrinter rows_;
+    WayInLines wayInLines_;
     QuestionPrompt prompt_;
     std::string shownReason_;
     std::string shownLink_;

@@ -41,6 +41,8 @@ struct Cursor {
 struct Abilities {
     /// Else `pointer` and `key` do nothing.
     bool takesInput = true;
+    /// Whether it would take input, if its user had let it.
+    bool offersInput = true;
     /// Else nothing is told of the clipboard, and `setClipboard` does nothing.
     bool hasClipboard = true;
 };

@@ -12,6 +12,8 @@ extern "C" {
 #include <cstring>
 #include <utility>
 
+#include "server/vnc/Latin1.h"
+
 namespace zelvo::server {
 
 namespace {
@@ -29,35 +31,11 @@ constexpr int mostCompression = 1;
 
 void logNothing(const char*, ...) {}
 
-std::string latin1(const std::string& utf8) {
-    std::string text;
-    for (std::size_t i = 0; i < utf8.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(utf8[i]);
-        if (byte < 0x80) {
-            text.push_back(utf8[i]);
-        } else if ((byte == 0xC2 || byte == 0xC3) && i + 1 < utf8.size()) {
-            text.push_back(static_cast<char>((byte & 3U) << 6U | (utf8[++i] & 0x3FU)));
-        } else {
-            text.push_back('?');
-            while (i + 1 < utf8.size() && (static_cast<unsigned char>(utf8[i + 1]) & 0xC0U) == 0x80)
-                ++i;
-        }
-    }
-    return text;
-}
+using Region = std::unique_ptr<sraRegion, decltype(&sraRgnDestroy)>;
 
-std::string utf8(const std::string& latin1Text) {
-    std::string text;
-    for (char character : latin1Text) {
-        const auto byte = static_cast<unsigned char>(character);
-        if (byte < 0x80) {
-            text.push_back(character);
-        } else {
-            text.push_back(static_cast<char>(0xC0U | byte >> 6U));
-            text.push_back(static_cast<char>(0x80U | (byte & 0x3FU)));
-        }
-    }
-    return text;
+Region regionOf(const Rectangle& part) {
+    return {sraRgnCreateRect(part.x, part.y, part.x + part.width, part.y + part.height),
+            &sraRgnDestroy};
 }
 
 }  // namespace
@@ -162,6 +140,7 @@ void VncServer::admit(ViewerId id, platform::FileDescriptor socket, Rights right
     viewers_[id] = std::move(viewer);
     if (viewers_.size() == 1) {
         screen_.setWatched(true);
+        scrolls_.forget();
         hasChanged_ = true;
         // What is there is no picture of now.
         captureAgain_ = {};
@@ -328,11 +307,27 @@ void VncServer::capture(Time now) {
     auto changed = screen_.capture(*this);
     if (screen_.size() != size_)
         return fitToScreen();
+    Region modified(sraRgnCreate(), &sraRgnDestroy);
     for (const auto& part : changed)
-        rfbMarkRectAsModified(vnc_, part.x, part.y, part.x + part.width, part.y + part.height);
+        sraRgnOr(modified.get(), regionOf(part).get());
+    if (const auto scroll = findScroll(changed)) {
+        const auto target = regionOf(scroll->target);
+        rfbScheduleCopyRegion(vnc_, target.get(), 0, -scroll->from);
+        sraRgnSubtract(modified.get(), target.get());
+    }
+    rfbMarkRegionAsModified(vnc_, modified.get());
+}
+
+std::optional<ScrollFinder::Scroll> VncServer::findScroll(const std::vector<Rectangle>& changed) {
+    if (std::any_of(viewers_.begin(), viewers_.end(),
+                    [](const auto& entry) { return entry.second->client->useCopyRect; }))
+        return scrolls_.find(screen_.pixels(), size_, changed);
+    scrolls_.forget();
+    return std::nullopt;
 }
 
 void VncServer::fitToScreen() {
+    scrolls_.forget();
     size_ = screen_.size();
     auto format = vnc_->serverFormat;
     rfbNewFramebuffer(vnc_, reinterpret_cast<char*>(screen_.pixels().data()), size_.width,

@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -13,6 +14,7 @@
 #include "platform/linux/base/FileDescriptor.h"
 #include "platform/linux/screen_sharing/messages/GateMessage.h"
 #include "server/screen/Screen.h"
+#include "server/vnc/ScrollFinder.h"
 
 struct _rfbClientRec;
 struct _rfbScreenInfo;
@@ -58,6 +60,7 @@ class VncServer : private ScreenObserver {
     void screenEnded(ScreenEnd end) override;
 
     void capture(Time now);
+    std::optional<ScrollFinder::Scroll> findScroll(const std::vector<Rectangle>& changed);
     bool anybodyWaits() const;
     void fitToScreen();
     void key(Viewer& viewer, std::uint32_t keysym, bool isDown);
@@ -79,6 +82,7 @@ class VncServer : private ScreenObserver {
     _rfbScreenInfo* vnc_ = nullptr;
     Size size_;
     std::map<ViewerId, std::unique_ptr<Viewer>> viewers_;
+    ScrollFinder scrolls_;
     bool hasChanged_ = false;
     Time captureAgain_;
     Time eagerUntil_;

@@ -75,6 +75,45 @@ TEST_F(LinkSharingTest, ANewLinkEndsTheOldOneForGood) {
     EXPECT_EQ(fake.peer.count("update.php"), 0u);
 }
 
+TEST_F(LinkSharingTest, AnotherWayIsMadeBehindTheSameLink) {
+    int changes = 0;
+    const auto change = [&] { controller.changeWay([&] { ++changes; }); };
+    change();
+    launchToLink();
+    change();
+    EXPECT_EQ(controller.sharedLink().value(), "");
+    fake.loop.settle();
+    EXPECT_EQ(changes, 2);
+    EXPECT_EQ(fake.peer.last("update.php").fields.at("availabilityStatus"), "1");
+    EXPECT_EQ(fake.peer.last("create.php").fields.at("permanentSharedLink"), "abc");
+    EXPECT_EQ(fake.peer.count("create.php"), 2u);
+    EXPECT_EQ(controller.sharedLink().value(), "zelvo://abc");
+    EXPECT_EQ(fake.router.open, 1);
+
+    fake.processes.records = {{"screensharingd", 7}};
+    fake.sockets.connect(true);
+    tick();
+    change();
+    fake.alerts.press(platform::AlertSecondButtonReturn);
+    EXPECT_EQ(changes, 2);
+    EXPECT_EQ(controller.zelvoStatus(), ZelvoStatusConnected);
+    change();
+    fake.alerts.press(platform::AlertFirstButtonReturn);
+    EXPECT_EQ(changes, 3);
+    EXPECT_EQ(fake.authorization.tools.back(), "disconnect-screen-sharing.tool");
+    fake.sockets.connect(false);
+    // While the link is being registered.
+    fake.peer.hold(true);
+    fake.loop.settle();
+    change();
+    fake.peer.hold(false);
+    fake.peer.release();
+    fake.loop.settle();
+    EXPECT_EQ(fake.peer.count("create.php"), 4u);
+    EXPECT_EQ(controller.zelvoStatus(), ZelvoStatusWaitingForConnection);
+    EXPECT_EQ(fake.router.open, 1);
+}
+
 TEST_F(LinkSharingTest, ClosingTheConnectionNeedsTheServiceOn) {
     launch();
     controller.closeConnection();

@@ -68,11 +68,12 @@ class Viewer : public HostWords {
               static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height));
     }
     bool fill(std::string& to) {
-        if (bytes_.empty())
+        if (bytes_.empty() && !filter_.hasMore())
             return false;
         const auto before = to.size();
         const bool isSense = filter_.receive(bytes_.substr(0, cut_), to);
         bytes_.remove_prefix(std::min(cut_, bytes_.size()));
+        check(to.size() - before < 2 * RfbFilter::enough);
         handedOn_ += to.substr(before);
         return isSense && !isTooLarge_;
     }

@@ -1,5 +1,7 @@
 """Three hosts on one machine, with nothing of ours but the application and its service."""
 
+import contextlib
+import ctypes
 import os
 import re
 import signal
@@ -26,18 +28,25 @@ def leave_out_where_impossible(*others):
     skip_where_missing(*NEEDED, *others, reason=reason)
 
 
-class Lab(Stage):
-    """The namespaces `host`, `router` and `internet`; see the file "namespaces"."""
+def enter(namespace):
+    if ctypes.CDLL(None, use_errno=True).setns(namespace.fileno(), 0) != 0:
+        raise OSError(ctypes.get_errno(), "setns")
 
-    def __init__(self, build):
+
+class Lab(Stage):
+    """The namespaces `host`, `router` and `internet`; see the file "namespaces". The host may be the
+    namespace in which all of this runs, and with which it ends."""
+
+    def __init__(self, build, is_host=False):
         super().__init__(build)
+        self.is_host = is_host
         self.name = f"zl{os.getpid()}"
         self.router = None
         self.service = None
 
     def __enter__(self):
         try:
-            self.namespaces("up")
+            self.namespaces("around" if self.is_host else "up")
         except subprocess.CalledProcessError as error:
             self.__exit__(None)
             skip_where_missing(reason=f"no network namespaces: {error.stderr}")
@@ -45,7 +54,8 @@ class Lab(Stage):
 
     def __exit__(self, *error):
         super().__exit__(*error)
-        self.namespaces("down")
+        if not self.is_host:
+            self.namespaces("down")
 
     def namespaces(self, action, *words):
         return subprocess.run([os.path.join(HERE, "namespaces"), action, self.name, *words],
@@ -53,6 +63,17 @@ class Lab(Stage):
 
     def within(self, place):
         return ["ip", "netns", "exec", f"{self.name}-{place}"]
+
+    @contextlib.contextmanager
+    def connecting_from(self, place):
+        """Sockets that this thread opens meanwhile belong to that namespace."""
+        with open("/proc/self/ns/net", "rb") as here, \
+                open(f"/run/netns/{self.name}-{place}", "rb") as there:
+            enter(there)
+            try:
+                yield
+            finally:
+                enter(here)
 
     def run(self, place, *command, check=True):
         return subprocess.run([*self.within(place), *command], check=check, capture_output=True,

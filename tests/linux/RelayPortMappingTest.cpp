@@ -34,7 +34,7 @@ struct Case {
     const char* mapped;  ///< null for silence, "" for a refusal
     const char* seenFrom;
     bool offers = true;
-    bool mayUse = true;
+    RelayUse use = RelayUse::WhereNeeded;
     bool asksRelay = false;
 };
 
@@ -44,12 +44,14 @@ TEST(RelayPortMapping, PrefersTheRouterWhereItsWayLeadsHere) {
         {"the service sees the same", "203.0.113.7", "203.0.113.7"},
         {"a service at home", "203.0.113.7", "192.168.1.5"},
         {"a service on this computer", "127.0.0.1", "127.0.0.1"},
-        {"a second router", "203.0.113.7", "198.51.100.9", true, true, true},
-        {"a private address", "192.168.1.2", "198.51.100.9", true, true, true},
-        {"a provider's", "100.64.0.9", "100.64.0.9", true, true, true},
-        {"a refusal", "", "198.51.100.9", true, true, true},
-        {"silence", nullptr, "198.51.100.9", true, true, true},
-        {"forbidden", "100.64.0.9", "198.51.100.9", true, false},
+        {"a second router", "203.0.113.7", "198.51.100.9", true, RelayUse::WhereNeeded, true},
+        {"a private address", "192.168.1.2", "198.51.100.9", true, RelayUse::WhereNeeded, true},
+        {"a provider's", "100.64.0.9", "100.64.0.9", true, RelayUse::WhereNeeded, true},
+        {"a refusal", "", "198.51.100.9", true, RelayUse::WhereNeeded, true},
+        {"silence", nullptr, "198.51.100.9", true, RelayUse::WhereNeeded, true},
+        {"forbidden", "100.64.0.9", "198.51.100.9", true, RelayUse::Never},
+        {"preferred", "203.0.113.7", "203.0.113.7", true, RelayUse::Preferred, true},
+        {"preferred, and none", "203.0.113.7", "203.0.113.7", false, RelayUse::Preferred},
         {"no relay", "100.64.0.9", "198.51.100.9", false},
     };
     for (const auto& each : cases) {
@@ -67,7 +69,7 @@ TEST(RelayPortMapping, PrefersTheRouterWhereItsWayLeadsHere) {
             queue, router,
             {.certificateFile = "",
              .isPrivate = isBehindAnotherRouter,
-             .mayUse = [&] { return each.mayUse; },
+             .use = [&] { return each.use; },
              .ask =
                  [&](const auto&, auto done) {
                      queue.async(
@@ -101,16 +103,24 @@ TEST(RelayPortMapping, PrefersTheRouterWhereItsWayLeadsHere) {
         reply.errorCode = NatErrorPortMappingDisabled;
         if (each.mapped && *each.mapped)
             reply = {.externalAddress = inet_addr(each.mapped), .externalPort = htons(20000)};
-        if (each.mapped)
+        // Who prefers a relay has no port opened before it fails.
+        const bool isPreferred = each.use == RelayUse::Preferred;
+        EXPECT_EQ(router.says == nullptr, isPreferred);
+        const auto routerSays = [&] {
+            EXPECT_TRUE(runUntil([&] { return router.says || askRelay(); }));
+            EXPECT_TRUE(runUntil([&] { return router.says != nullptr; }));
             router.says(reply);
+        };
+        if (each.mapped && !(isPreferred && each.offers))
+            routerSays();
         EXPECT_TRUE(runUntil([&] { return askRelay() || !heard.empty(); }));
         EXPECT_EQ(relaysAsked > 0, each.asksRelay);
         EXPECT_EQ(heard.empty(), each.asksRelay);
-        if (!each.mapped) {
+        if (!each.mapped)
             reply = {.externalAddress = inet_addr("203.0.113.7"), .externalPort = htons(20000)};
-            queue.drain();
-            router.says(reply);
-        }
+        queue.drain();
+        if (!each.mapped || (isPreferred && each.offers))
+            routerSays();
         EXPECT_TRUE(runUntil([&] { return !heard.empty(); }));
         ASSERT_EQ(heard.size(), 1U);
         EXPECT_EQ(heard[0].externalPort, reply.externalPort);

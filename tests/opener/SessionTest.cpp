@@ -152,6 +152,27 @@ TEST_F(SessionTest, ComesBackForAMinuteByWhatItWasGiven) {
         EXPECT_EQ(session.state().value().stage,
                   how == LineEnd::Refused ? Stage::Returning : Stage::Ended);
     }
+    // What the service knows meanwhile: where the host is now, and that the link is over.
+    comeIn();
+    end(LineEnd::Cut, secret);
+    auto moved = somewhere();
+    moved.port = 7;
+    questions.back()(moved);
+    end(LineEnd::Refused);
+    loop.advance(1s);
+    EXPECT_EQ(targets.back().port, 7);
+    questions.back()(NoFacts::NoConnection);
+    end(LineEnd::Refused);
+    loop.advance(1s);
+    questions.back()(NoFacts::UnknownLink);
+    EXPECT_TRUE(said().ends_with("State: returning|State: ended link-ended|"));
+    EXPECT_EQ(lines, 0);
+    comeIn();
+    end(LineEnd::Cut, secret);
+    host.stands({Place::Watching, 0});
+    questions.back()(NoFacts::Unavailable);
+    EXPECT_TRUE(said().ends_with("State: watching|")) << "who is inside hears it from the host";
+
     comeIn();
     end(LineEnd::Cut, secret);
     loop.advance(Session::returnsWithin);

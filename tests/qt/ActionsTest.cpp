@@ -7,6 +7,7 @@
 #include <QTextBrowser>
 #include <set>
 
+#include "platform/qt/content/QrCode.h"
 #include "platform/qt/content/Redaction.h"
 #include "platform/qt/dialogs/Dialogs.h"
 #include "platform/qt/sharing/SharingServices.h"
@@ -102,7 +103,7 @@ TEST_F(ActionsTest, TheMenuOffersWhatTheDesktopCanDo) {
     std::vector<std::string> notices;
     auto offered = [&](const std::vector<std::string>& titles) {
         auto services = platform::desktopSharingServices(
-            {"top", "zelvo://abc", "bottom"}, fake.workspace, &window,
+            {"top", "zelvo://abc#key", "bottom"}, wayIn, fake.workspace, &window,
             [&](const auto& notice) { notices.push_back(notice.key); });
         std::vector<std::string> found;
         for (const auto& service : services)
@@ -110,14 +111,16 @@ TEST_F(ActionsTest, TheMenuOffersWhatTheDesktopCanDo) {
         EXPECT_EQ(found, titles);
         return services;
     };
+    const std::string text =
+        "top\n\nzelvo://abc#key\n\nbottom\n\nIf nothing opens the link, this "
+        "page says what to do: https://service.example/abc#key";
     offered({"QR Code…"});
     tools.write("applications/mimeinfo.cache",
                 "[MIME Cache]\nx-scheme-handler/sms=phone.desktop;\n");
     for (int status : {0, 4}) {
         tools.install("xdg-email", status);
         offered({"E-mail…", "Text Message…", "QR Code…"})[0].handler();
-        EXPECT_NE(tools.argumentsOf("xdg-email").find("<top\n\nzelvo://abc\n\nbottom>"),
-                  std::string::npos);
+        EXPECT_NE(tools.argumentsOf("xdg-email").find("<" + text), std::string::npos);
     }
     const std::string refused = platform::LinkNotOpened.key;
     EXPECT_TRUE(waitFor([&] { return !notices.empty(); }));
@@ -125,9 +128,21 @@ TEST_F(ActionsTest, TheMenuOffersWhatTheDesktopCanDo) {
     services[1].handler();
     EXPECT_EQ(notices, (std::vector<std::string>{refused, platform::PasteText.key}));
     EXPECT_EQ(fake.workspace.opened.back(), "sms:");
-    EXPECT_EQ(QApplication::clipboard()->text(), "top\n\nzelvo://abc\n\nbottom");
+    EXPECT_EQ(QApplication::clipboard()->text().toStdString(), text);
     services[2].handler();
-    EXPECT_TRUE(findDialog("qrCodeDialog"));
+    auto* view = findDialog("qrCodeDialog")->findChild<QWidget*>("qrCode");
+    const auto code = platform::makeQrCode("https://service.example/abc#key");
+    view->resize(10 * (code->size + 8), 10 * (code->size + 8));
+    const auto shown = view->grab().toImage();
+    for (int i = 0; i < code->size * code->size; ++i) {
+        const int x = i % code->size, y = i / code->size;
+        ASSERT_EQ(qGray(shown.pixel(10 * x + 45, 10 * y + 45)) < 128, code->isDark(x, y));
+    }
+
+    wayIn.wayIs({"relay.example:443", true});
+    services = offered({"E-mail…", "Text Message…", "QR Code…", "Copy Link for Browsers"});
+    services[3].handler();
+    EXPECT_EQ(QApplication::clipboard()->text(), "https://service.example/abc#key");
 }
 
 TEST_F(ActionsTest, WhatNoProgramOpensIsSaidAndTheHelpIsShownHere) {
@@ -184,7 +199,7 @@ TEST_F(ActionsTest, EverythingHasANameForAssistiveTechnology) {
 TEST_F(ActionsTest, TheKeyboardReachesEveryControl) {
     auto reached = [&] {
         std::set<std::string> names;
-        for (int i = 0; i < 5; ++i) {
+        for (int i = 0; i < 6; ++i) {
             QKeyEvent tab(QEvent::KeyPress, Qt::Key_Tab, Qt::NoModifier);
             QApplication::sendEvent(window.focusWidget(), &tab);
             names.insert(window.focusWidget()->objectName().toStdString());
@@ -192,13 +207,14 @@ TEST_F(ActionsTest, TheKeyboardReachesEveryControl) {
         return names;
     };
     launch();
-    EXPECT_EQ(reached(),
-              (std::set<std::string>{"linkText", "onlyLinkHolders", "portMappingButton"}));
+    EXPECT_EQ(reached(), (std::set<std::string>{"linkText", "onlyLinkHolders", "onlyABrowser",
+                                                "portMappingButton"}));
     fake.screenSharing(true);
     fake.loop.settle();
     connectViewer(true);
-    EXPECT_EQ(reached(), (std::set<std::string>{"shareButton", "newLinkButton", "linkText",
-                                                "onlyLinkHolders", "disconnectButton"}));
+    EXPECT_EQ(reached(),
+              (std::set<std::string>{"shareButton", "newLinkButton", "linkText", "onlyLinkHolders",
+                                     "onlyABrowser", "disconnectButton"}));
 }
 
 TEST(Languages, EachFitsAnOrdinaryScreenInLargeLetters) {

@@ -6,6 +6,7 @@
 
 #include "app/AppDelegate.h"
 #include "platform/Explanations.h"
+#include "platform/linux/relay/RelaySettings.h"
 #include "platform/qt/core/QtMainLoop.h"
 #include "tests/qt/Wait.h"
 #include "tests/support/FakePlatform.h"
@@ -77,6 +78,7 @@ struct FrontEndWorld {
     platform::Bundle& bundle;
     GivenExplanations explanations;
     platform::FakeViewers viewers;
+    platform::RelaySettings wayIn{fake.userDefaults, "https://service.example"};
     platform::QtMainLoop loop;
     FrontEnd frontEnd;
     AppDelegate controller{fake.with(frontEnd, bundle, workspace(), fake.peer)};

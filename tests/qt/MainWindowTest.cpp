@@ -1,3 +1,4 @@
+#include <QCheckBox>
 #include <QClipboard>
 #include <QDialog>
 #include <QMenu>
@@ -170,7 +171,18 @@ TEST_F(MainWindowTest, EveryMenuEntryHasItsAction) {
     fake.loop.settle();
     EXPECT_TRUE(enabled("actionShare"));
     EXPECT_FALSE(enabled("actionDisconnect"));
+    EXPECT_FALSE(enabled("actionCopyWebLink"));
+    find<QCheckBox>("onlyABrowser")->click();
+    EXPECT_EQ(fake.userDefaults.stringForKey("preferARelay"), "YES");
+    find<QAction>("actionNeverARelay")->trigger();
+    EXPECT_FALSE(find<QCheckBox>("onlyABrowser")->isChecked());
+    EXPECT_FALSE(fake.userDefaults.boolForKey("preferARelay"));
+    fake.loop.settle();
     connectViewer(true);
+    find<QCheckBox>("onlyABrowser")->click();
+    press(sheet(), 1);
+    EXPECT_FALSE(find<QCheckBox>("onlyABrowser")->isChecked());
+    EXPECT_TRUE(find<QAction>("actionNeverARelay")->isChecked());
     find<QAction>("actionDisconnect")->trigger();
     EXPECT_EQ(fake.authorization.tools.size(), 1u);
     find<QAction>("actionHelp")->trigger();

@@ -82,8 +82,9 @@ struct TerminalTest : testing::Test, Pipes, FrontEndWorld<platform::Terminal> {
     platform::Terminal& terminal = frontEnd;
     platform::FakeViewers viewers;
     platform::QuestionPrompt::Clock::time_point now{};
-    platform::TerminalView view{terminal,    controller, controller,     explanations,
-                                fake.bundle, viewers,    output.ends[1], [this] { return now; }};
+    platform::TerminalView view{terminal,     controller,     controller,
+                                explanations, fake.bundle,    viewers,
+                                wayIn,        output.ends[1], [this] { return now; }};
 };
 
 TEST_F(TerminalTest, ShowsRowsAndTheLinkPlainlyAndQuits) {
@@ -102,7 +103,14 @@ TEST_F(TerminalTest, ShowsRowsAndTheLinkPlainlyAndQuits) {
     EXPECT_EQ(output.read(), "Link: zelvo://abc\n");
     type("lc");
     EXPECT_EQ(fake.peer.count("delete.php"), 1U);
+    type("nbb");
+    EXPECT_EQ(fake.peer.count("create.php"), 3U);
+    EXPECT_FALSE(fake.userDefaults.boolForKey("neverThroughARelay"));
+    EXPECT_EQ(wayIn.relayUse().value(), platform::RelayUse::WhereNeeded);
     output.read();
+    wayIn.wayIs({"relay.example", true});
+    type("c");
+    EXPECT_EQ(output.read(), "Link: zelvo://abc\nIn a browser: https://service.example/abc\n");
     connectViewer(true);
     type("dx");
     EXPECT_EQ(fake.authorization.tools, std::vector<std::string>{"disconnect-screen-sharing.tool"});
@@ -326,14 +334,15 @@ TEST_F(TerminalTest, ANewQuestionLetsAnAlertWaitAndBringsItBack) {
 TEST_F(TerminalTest, BesideAWindowTakesLinesAndOutlivesTheirEnd) {
     Pipes own;
     platform::FakeViewers others;
-    platform::QuestionLines lines(others, controller, explanations, fake.bundle, own.input.ends[0],
-                                  own.output.ends[1]);
+    platform::QuestionLines lines(others, wayIn, controller, explanations, fake.bundle,
+                                  own.input.ends[0], own.output.ends[1]);
     others.isInside.set({{7, "192.0.2.1", true, platform::ViewerRights::Control, {}}});
     EXPECT_TRUE(
         own.output.read().ends_with("To disconnect: type “disconnect” and press Return.\n"));
-    own.input.write("d\ndisconnect\n");
+    own.input.write("d\ndisconnect\nNo Relay\n");
     turn();
     EXPECT_EQ(others.said, std::vector<std::string>{"disconnect everybody"});
+    EXPECT_EQ(fake.userDefaults.stringForKey("neverThroughARelay"), "YES");
     own.input.closeWriting();
     turn();
     EXPECT_FALSE(terminal.application.isTerminating());

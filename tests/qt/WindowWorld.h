@@ -31,7 +31,8 @@ struct WindowWorld : FrontEndWorld<platform::QtDesktop> {
     explicit WindowWorld(platform::Bundle& texts, const std::string& link = "AbC-d_1")
         : FrontEndWorld(&texts, link, [](WindowWorld::FrontEndWorld& world) {
               return platform::QtDesktop(world.loop, world.bundle, world.explanations,
-                                         world.viewers, [&world] { return world.fake.log.lines; });
+                                         world.viewers, world.wayIn,
+                                         [&world] { return world.fake.log.lines; });
           }) {
         controller.setWindow(&window);
         controller.setShareButton(&window.shareButton());
@@ -61,7 +62,7 @@ struct WindowWorld : FrontEndWorld<platform::QtDesktop> {
     KVView* content = new KVView;
     platform::MainWindow window{
         content,
-        {controller, controller, explanations, desktop.application, bundle, loop, viewers}};
+        {controller, controller, explanations, desktop.application, bundle, loop, viewers, wayIn}};
 };
 
 }  // namespace zelvo::test

@@ -73,9 +73,7 @@ class Desktop(Stage):
         self.start(["dbus-daemon", "--config-file=/run/bus.conf", "--nofork", "--nopidfile",
                     "--nosyslog", "--print-address=1"]).wait_for("^unix:")
         self.start_session()
-        self.make_certificate()
-        self.service = self.start_service()
-        self.router = self.start_router()
+        self.start_surroundings()
         return self
 
     def __exit__(self, kind, *rest):
@@ -85,6 +83,11 @@ class Desktop(Stage):
                                                         encoding="utf-8") as file:
                     print(f"--- the server's {name} ---\n" + file.read()[-2000:])
         super().__exit__(kind, *rest)
+
+    def start_surroundings(self):
+        self.make_certificate()
+        self.service = self.start_service()
+        self.router = self.start_router()
 
     def cover_system_folders(self):
         def run(*command):

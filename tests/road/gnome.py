@@ -1,16 +1,22 @@
-"""A headless GNOME session of the test's own, whose desktop is real: compositor, portal, PipeWire."""
+"""A headless GNOME session of the test's own, whose desktop is real: compositor, portal, PipeWire. It
+lies behind a real router."""
 
 import json
 import os
 import signal
 import socket
 import subprocess
+import sys
 
 from desktop import USER_ID, Desktop, append
-from stage import wait_until
+from stage import ROOT, wait_until
+
+sys.path.insert(0, os.path.join(ROOT, "tests", "lab"))
+from lab import Lab  # noqa: E402
 
 PORTAL = "/usr/libexec/xdg-desktop-portal"
-PROGRAMS = ("gnome-shell", "pipewire", "wireplumber", "gdbus", "foot", "convert",
+PROGRAMS = ("gnome-shell", "pipewire", "wireplumber", "gdbus", "foot", "convert", "nft", "miniupnpd",
+            "/usr/libexec/at-spi-bus-launcher", "/usr/lib/python3/dist-packages/gi",
             PORTAL, PORTAL + "-gnome",
             "/usr/lib/*/qt6/plugins/platforms/libqwayland-generic.so")
 SIZE = (1024, 768)
@@ -40,7 +46,7 @@ class GnomeDesktop(Desktop):
             "HOME": self.home, "USER": "zelvo-road", "LOGNAME": "zelvo-road",
             "XDG_RUNTIME_DIR": runtime, "XDG_SESSION_TYPE": "wayland",
             "XDG_CURRENT_DESKTOP": "GNOME", "WAYLAND_DISPLAY": "wayland-0",
-            "LIBGL_ALWAYS_SOFTWARE": "1", "GSETTINGS_BACKEND": "keyfile", "LC_ALL": "C.UTF-8"}
+            "LIBGL_ALWAYS_SOFTWARE": "1", "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1", "GSETTINGS_BACKEND": "keyfile", "LC_ALL": "C.UTF-8"}
         bus = self.start_as_user(["dbus-daemon", "--session", "--nofork", "--print-address=1"],
                                  self.session).wait_for("^unix:.*").group(0)
         self.session["DBUS_SESSION_BUS_ADDRESS"] = bus
@@ -55,10 +61,10 @@ class GnomeDesktop(Desktop):
         self.start_pipewire()
         self.shell = self.start_in_session("gnome-shell", "--headless", "--wayland", "--no-x11",
                                            "--unsafe-mode", "--virtual-monitor", "%dx%d" % self.size)
-        wait_until(lambda: self.owns("org.gnome.Shell"), 30, "the shell")
+        wait_until(lambda: self.owns("org.gnome.Shell"), 60, "the shell")
         # The bus starts the desktop's own, which by itself would wait for this one.
         self.portal = self.start_in_session(PORTAL)
-        wait_until(lambda: self.owns("org.freedesktop.portal.Desktop"), 30, "the portal")
+        wait_until(lambda: self.owns("org.freedesktop.portal.Desktop"), 60, "the portal")
         # The first event of a device is lost.
         self.evaluate("imports.ui.main.overview.hide(); const C = imports.gi.Clutter; global.mouse ="
                       "C.get_default_backend().get_default_seat().create_virtual_device("
@@ -68,19 +74,30 @@ class GnomeDesktop(Desktop):
     def start_pipewire(self):
         self.pipewire = self.start_in_session("pipewire")
         # Which ends itself where it cannot connect, and then nobody connects streams.
-        wait_until(self.answers_pipewire, 20, "PipeWire")
+        wait_until(self.answers_pipewire, 60, "PipeWire")
         self.start_in_session("wireplumber")
 
     def answers_pipewire(self):
         with socket.socket(socket.AF_UNIX) as pipewire:
             return pipewire.connect_ex(self.session["XDG_RUNTIME_DIR"] + "/pipewire-0") == 0
 
+    def start_surroundings(self):
+        """This machine is the host that they are around."""
+        self.lab = Lab(self.build, is_host=True)
+        self.lab.__enter__()
+        os.chmod(self.lab.folder, 0o711)
+        self.lab.start_internet()
+        self.lab.start_router()
+
+    def __exit__(self, *error):
+        super().__exit__(*error)
+        self.lab.__exit__(*error)
+
     def start_application(self, *_):
         env = {name: value for name, value in self.session.items() if name != "DBUS_SYSTEM_BUS_ADDRESS"}
         return self.start_as_user([self.zelvo, "--ask-in-terminal", "--print-link"], {
-            **env, "ZELVO_SERVICE": self.service.url,
-            "ZELVO_ROUTER": f"127.0.0.1:{self.router.port}", "SSL_CERT_FILE": self.path("ca.pem")},
-            takes_input=True)
+            **env, "ZELVO_SERVICE": self.lab.service.url,
+            "SSL_CERT_FILE": self.lab.path("ca.pem")}, takes_input=True)
 
     def start_in_session(self, *command, **env):
         return self.start_as_user(list(command), {**self.session, **env})
@@ -128,8 +145,34 @@ class GnomeDesktop(Desktop):
                 f".filter(w => w.get_title() == '{title}').map(w => w.get_frame_rect())"
                 ".filter(r => r.width).map(r => [r.x, r.y, r.width, r.height])")
             return len(found) >= count
-        wait_until(search, 15, f"{count} windows {title}")
+        wait_until(search, 60, f"{count} windows {title}")
         return found
+
+    def shown(self):
+        """Zelvo's windows, as a screen reader hears of them; none while they change."""
+        with open(os.path.join(ROOT, "tests", "road", "accessible.py"), encoding="utf-8") as script:
+            answer = self.run(sys.executable, "-c", script.read(), "zelvo")
+        return json.loads(answer.stdout) if answer.returncode == 0 else []
+
+    def wait_for_text(self, words):
+        """In one of Zelvo's windows."""
+        def says():
+            return any(words in control[0] for window in self.shown() for control in window)
+        wait_until(says, 60, f"the words {words!r}")
+
+    def press(self, name):
+        """The button of that name in one of Zelvo's windows; without effect where it is gone."""
+        for window in self.shown():
+            _, _, _, *size = window[0]
+            for title, left, top, width, height in window[1:]:
+                if title != name:
+                    continue
+                # Around what a program knows of its window lies what it is moved by, of even width.
+                frame = min(self.windows("Zelvo"), key=lambda frame: sum(
+                    abs(outer - inner) for outer, inner in zip(frame[2:], size)))
+                edge = (frame[2] - size[0]) // 2
+                self.click(frame[0] + edge + left + width // 2,
+                           frame[1] + frame[3] - size[1] - edge + top + height // 2)
 
     def click_in(self, window, right, down):
         self.click(*place_in(window, right, down))
@@ -141,14 +184,14 @@ class GnomeDesktop(Desktop):
             red, _, blue = self.picture()[(y * self.size[0] + x) * 3:][:3]
             return blue > red + 100
         # Before its button is, it is not drawn, or has no monitor yet.
-        wait_until(lambda: is_lit(-82, 22), 20, "the dialog")
+        wait_until(lambda: is_lit(-82, 22), 60, "the dialog")
         window = self.windows("Remote desktop")[-1]
         if interaction:
             self.click_in(window, 450, 222)
-            wait_until(lambda: is_lit(432, 222), 10, "the switch")
+            wait_until(lambda: is_lit(432, 222), 30, "the switch")
         self.click_in(window, -48 if share else 48, 22)
         wait_until(lambda: not self.evaluate("global.get_window_actors().map(a => a.meta_window)"
-                                             ".some(w => w.get_title() == 'Remote desktop')"), 10,
+                                             ".some(w => w.get_title() == 'Remote desktop')"), 30,
                    "the end of the dialog")
 
     def is_shared(self):

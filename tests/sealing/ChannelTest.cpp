@@ -91,8 +91,8 @@ TEST(SealedChannel, IsByteForByteWhatItsPageSays) {
                 from.send(data->bytes);
             else if (plain == Record(Goodbye{Farewell::Disconnected}))
                 from.sayGoodbye(Farewell::Disconnected);
-            else if (plain == Record(Standing{Standing::Place::Asked, 60}))
-                from.tell({Standing::Place::Asked, 60});
+            else if (plain && std::holds_alternative<Standing>(*plain))
+                from.tell(std::get<Standing>(*plain));
             else if (plain && std::holds_alternative<ReturnTicket>(*plain))
                 from.giveReturnSecret(back);
             if (plain == Record(Goodbye{Farewell::Disconnected})) {
@@ -107,7 +107,7 @@ TEST(SealedChannel, IsByteForByteWhatItsPageSays) {
     EXPECT_EQ(host.digits(), vector["digits"]);
     EXPECT_EQ(opener.digits(), vector["digits"]);
     EXPECT_EQ(host.name(), name);
-    EXPECT_EQ(opener.standing(), (Standing{Standing::Place::Asked, 60}));
+    EXPECT_EQ(opener.standing(), (Standing{Standing::Place::Watching, 0}));
     EXPECT_EQ(opener.goodbye(), Farewell::Disconnected);
     EXPECT_EQ(opener.state(), SealedChannel::State::Closed);
     EXPECT_FALSE(opener.returnSecret()) << "who was disconnected does not come back";
@@ -172,6 +172,7 @@ TEST_F(SealedLineTest, CarriesHoweverItIsCutAndWhoeverGreetsFirst) {
         carry(opener, host, part);
         ASSERT_TRUE(opener.state() == State::Open && host.state() == State::Open);
         opener.send("keys");
+        host.tell({Standing::Place::Watching, 0});
         host.send(picture);
         carry(opener, host, part);
         EXPECT_EQ(host.takeData(), "keys");
@@ -229,7 +230,7 @@ TEST_F(SealedLineTest, NoticesEveryChangeAndEveryLie) {
     const auto secrets = OwnSecrets::fresh();
     // Each message in turn, with a bit turned or cut short at each of its bytes.
     const SealedChannel::Failure failures[]{KeyRefused, NotTheHost, BadOpening, BadRecord};
-    const std::size_t sizes[]{80, 80, 1 + 32 + 4 + 16, 1 + 7 + 16};
+    const std::size_t sizes[]{80, 80, 1 + 32 + 4 + 16, 1 + 3 + 16};
     for (std::size_t at = 0; at < 4 * 2 * 80; ++at) {
         const auto which = at / 160, place = at % 80;
         ReplayCache fresh;
@@ -237,7 +238,7 @@ TEST_F(SealedLineTest, NoticesEveryChangeAndEveryLie) {
         auto host = SealedChannel::host(right, fresh, secrets);
         for (std::size_t turn = 0; turn <= which && place < sizes[which]; ++turn) {
             if (turn == 3)
-                host.send("picture");
+                host.tell({Standing::Place::Watching, 0});
             auto message = (turn % 2 == 0 ? opener : host).takeMessages().at(0);
             auto& to = turn % 2 == 0 ? host : opener;
             ASSERT_EQ(message.size(), sizes[turn]);
@@ -275,6 +276,15 @@ TEST_F(SealedLineTest, NoticesEveryChangeAndEveryLie) {
         }
         EXPECT_EQ(host.failure(), failure);
     }
+    // Nor is a picture shown by a host that lets nobody in.
+    auto opener = SealedLine::opener(right, "Zoë");
+    auto host = SealedLine::host(right, replays);
+    carry(opener, host);
+    host.tell({Standing::Place::Asked, 60});
+    host.send("picture");
+    carry(opener, host);
+    EXPECT_EQ(opener.failure(), Failure::BadRecord);
+    EXPECT_EQ(opener.takeData(), "");
 }
 
 }  // namespace

@@ -223,7 +223,7 @@ TEST(GateMessage, IsWholeOrNone) {
         Hello{},
         DesktopAsks{},
         DesktopWithdraws{},
-        Listening{.port = 5900, .takesInput = false},
+        Listening{.port = 5900, .takesInput = false, .offersInput = true, .hasClipboard = false},
         Question{7, peer, true, 60, 4, "Ana", "012 345 678 901"},
         QuestionOver{7, Ending::NotAnswered},
         Inside{0x01020304, peer, false, Rights::Control, "", "", "2001:db8::7"},

@@ -116,6 +116,11 @@ def strangers(stage):
               (b"0" * (1 << 20), head.replace(b"Content-Length: 999", b"Transfer-Encoding: chunked") +
                b"\r\n", 1, 8))]
     ends_within(silent, 1, 8)
+    for length, told in ((5, b"HTTP/1.1 100"), (5 << 20, b"HTTP/1.1 417")):
+        waiting = caller.tls.wrap_socket(socket.create_connection(("127.0.0.1", service.port), 3),
+                                         server_hostname="127.0.0.1")
+        waiting.sendall(head.replace(b"999", b"%d\r\nexpect: 100-Continue" % length) + b"\r\n")
+        assert waiting.recv(100).startswith(told)
 
     huge = "link=" + "x" * (4 << 20)
     for status, code, words, headers in [

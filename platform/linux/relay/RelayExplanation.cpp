@@ -31,9 +31,14 @@ void RelayExplanation::wayIs(const RelayPortMapping::Way& way) {
             "Nobody new can reach you at the moment: there is no connection to %@. Zelvo tries "
             "again.");
     setWhereNew(trouble_, std::move(trouble));
-    setWhereNew(way_, leadsHere ? sentence("People reach you through %@, which cannot see your "
-                                           "screen.")
-                                : "");
+    std::string used;
+    if (leadsHere)
+        used = sentence("People reach you through %@, which cannot see your screen.");
+    else if (way.isMissed)
+        used = bundle_.localizedString(
+            "The sharing service has no relay for you now, so a browser does not get here: your "
+            "helper needs Zelvo.");
+    setWhereNew(way_, std::move(used));
 }
 
 }  // namespace zelvo::platform

@@ -19,7 +19,8 @@ class RelayExplanation {
     void wayIs(const RelayPortMapping::Way& way);
 
     /// Sentences in the user's language, written when they change: which way is used, and why
-    /// nobody new can come in by it. Empty where no relay is used, and where all is well.
+    /// nobody new can come in by it. Empty where no relay is used nor missed, and where all is
+    /// well.
     const Observable<std::string>& way() const { return way_; }
     const Observable<std::string>& trouble() const { return trouble_; }
 

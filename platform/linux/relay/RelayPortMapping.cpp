@@ -44,10 +44,11 @@ class RelayPortMapping::Attempt {
     std::int32_t begin(const std::shared_ptr<Attempt>& self) {
         self_ = self;
         const auto& options = mapping_.options_;
+        const auto use = options.use();
+        prefersRelay_ = use == RelayUse::Preferred;
         options.told({});
-        const auto error = mapping_.router_.create(
-            router_, request_, [this](const auto& reply) { routerReplied(reply); });
-        if (error == NatErrorNone && options.mayUse())
+        const auto error = prefersRelay_ ? NatErrorNone : openAtRouter();
+        if (error == NatErrorNone && use != RelayUse::Never)
             ask("");
         else
             offerIsKnown_ = true;
@@ -58,7 +59,7 @@ class RelayPortMapping::Attempt {
             patienceIsOver_ = true;
             decide();
         });
-        return router_->setMainQueue();
+        return router_ ? router_->setMainQueue() : NatErrorNone;
     }
 
     int round() const { return round_; }
@@ -78,6 +79,12 @@ class RelayPortMapping::Attempt {
                 attempt->offered(offer);
         });
     }
+    std::int32_t openAtRouter() {
+        routerIsAsked_ = true;
+        return mapping_.router_.create(router_, request_,
+                                       [this](const auto& reply) { routerReplied(reply); });
+    }
+    void goToRouter();
     void offered(const std::optional<RelayOffer>& offer);
     void routerReplied(const NatPortMappingReply& reply);
     bool leadsHere() const;
@@ -93,6 +100,8 @@ class RelayPortMapping::Attempt {
     std::weak_ptr<Attempt> self_;
     std::unique_ptr<NatPortMappingReference> router_;
     Way way_ = Way::Undecided;
+    bool prefersRelay_ = false;
+    bool routerIsAsked_ = false;
     /// The router's latest.
     std::optional<NatPortMappingReply> reply_;
     bool patienceIsOver_ = false;
@@ -113,7 +122,7 @@ void RelayPortMapping::Attempt::routerReplied(const NatPortMappingReply& reply) 
         const auto callback = callback_;
         return callback(reply);
     }
-    if (way_ == Way::Asking && leadsHere()) {
+    if (way_ == Way::Asking && !prefersRelay_ && leadsHere()) {
         mapping_.worker_.resign(round_);
         way_ = Way::Undecided;
     }
@@ -148,7 +157,15 @@ void RelayPortMapping::Attempt::offered(const std::optional<RelayOffer>& offer) 
 void RelayPortMapping::Attempt::decide() {
     if (way_ != Way::Undecided)
         return;
-    if (!reply_ ? !patienceIsOver_ : !offerIsKnown_ && !patienceIsOver_)
+    if (prefersRelay_ && offer_) {
+        way_ = Way::Asking;
+        return enlist();
+    }
+    if (!offerIsKnown_ && !patienceIsOver_)
+        return;
+    if (!routerIsAsked_)
+        return goToRouter();
+    if (!reply_ && !patienceIsOver_)
         return;
     if (offer_ && !(reply_ && leadsHere())) {
         way_ = Way::Asking;
@@ -159,6 +176,19 @@ void RelayPortMapping::Attempt::decide() {
     way_ = Way::Router;
     const auto callback = callback_;
     callback(NatPortMappingReply(*reply_));
+}
+
+// The relay that was preferred is not to be had.
+void RelayPortMapping::Attempt::goToRouter() {
+    mapping_.options_.told({.isMissed = true});
+    auto error = openAtRouter();
+    if (error == NatErrorNone)
+        error = router_->setMainQueue();
+    if (error == NatErrorNone)
+        return;
+    NatPortMappingReply refusal;
+    refusal.errorCode = error;
+    after(0ms, [this, refusal] { routerReplied(refusal); });
 }
 
 void RelayPortMapping::Attempt::enlist() {

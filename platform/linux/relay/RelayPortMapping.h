@@ -9,6 +9,7 @@
 
 #include "platform/MainQueue.h"
 #include "platform/NatPortMapping.h"
+#include "platform/WayIn.h"
 #include "platform/linux/base/FileDescriptor.h"
 #include "platform/linux/relay/RelayOffer.h"
 #include "platform/linux/relay/RelayWorker.h"
@@ -18,24 +19,27 @@ namespace zelvo::platform {
 /// The way in: by the router where it gives one that leads here, else by a relay of the sharing
 /// service, whose address and number then take the place of the router's address and port. A relay
 /// is asked where the router has said nothing for four seconds, where it refuses, and where what it
-/// maps is not the address that the service sees. Who comes by a relay is brought to the screen
-/// server. Main thread only.
+/// maps is not the address that the service sees. A user who prefers relays has one asked first,
+/// and no port of the router opened unless there is none. Who comes by a relay is brought to the
+/// screen server. Main thread only.
 class RelayPortMapping final : public NatPortMapping {
   public:
     /// How the relay that was taken stands.
     struct Way {
         /// Empty where none was taken.
-        std::string relay;
+        std::string relay{};
         bool isUp = false;
         /// It has given another number than the one that was answered.
         bool hasMoved = false;
+        /// The user prefers a relay, and there is none to be had.
+        bool isMissed = false;
     };
     struct Options {
         std::string certificateFile;
         /// Whether nobody can come to that address from the internet; host byte order.
         std::function<bool(std::uint32_t address)> isPrivate;
-        /// Whether the user lets relays be used.
-        std::function<bool()> mayUse;
+        /// What the user wants when a request begins.
+        std::function<RelayUse()> use;
         /// Asks the service for the relay that is wanted, or any; answers once, later.
         std::function<void(const std::string& wanted,
                            std::function<void(const std::optional<RelayOffer>&)>)>

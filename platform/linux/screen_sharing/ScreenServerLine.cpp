@@ -136,7 +136,7 @@ void ScreenServerLine::handle(const gate::Message& message) {
     }
     if (const auto* listening = std::get_if<gate::Listening>(&message)) {
         port_ = listening->port;
-        abilities_.set({listening->takesInput, listening->hasClipboard});
+        abilities_.set({listening->takesInput, listening->offersInput, listening->hasClipboard});
     } else if (std::holds_alternative<gate::DesktopAsks>(message)) {
         if (desktopAsks)
             desktopAsks();

@@ -71,6 +71,9 @@ constexpr const char* asksNow =
 constexpr const char* canOnlyWatch =
     "Whoever you let in can only watch, because “Allow Remote Interaction” was off when your "
     "desktop asked. To let them help, quit Zelvo, start it again, and switch it on.";
+constexpr const char* canNeverHelp =
+    "Whoever you let in can only watch, because your desktop has no part through which others "
+    "could use mouse and keyboard. In a session of another desktop, such as GNOME, they can help.";
 constexpr const char* hasNoClipboard =
     "Your desktop does not share what is copied: text that you or your helper copy stays on the "
     "computer where it was copied.";
@@ -116,7 +119,8 @@ void ScreenSharingExplanation::desktopAsks() {
 }
 
 void ScreenSharingExplanation::desktopLets(const ViewerAbilities& abilities) {
-    const auto* key = !abilities.canControl          ? canOnlyWatch
+    const auto* key = !abilities.couldControl        ? canNeverHelp
+                      : !abilities.canControl        ? canOnlyWatch
                       : !abilities.canShareClipboard ? hasNoClipboard
                                                      : nullptr;
     limits_.set(key ? bundle_.localizedString(key) : "");

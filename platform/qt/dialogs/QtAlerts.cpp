@@ -103,7 +103,7 @@ QMessageBox* QtAlerts::makeBox(const Alert& alert) {
         box->setDefaultButton(buttons.front());
     // Escape leaves a session as it is. Elsewhere it would quit, so it does nothing.
     const bool asksAboutSession =
-        alert.kind == AlertKind::SessionUnderWay || alert.kind == AlertKind::NewLink;
+        alert.kind == AlertKind::SessionUnderWay || alert.kind == AlertKind::EndsSession;
     if (asksAboutSession && buttons.size() > 1)
         box->setEscapeButton(buttons[1]);
 

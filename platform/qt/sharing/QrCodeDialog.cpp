@@ -46,15 +46,20 @@ class CodeView final : public QWidget {
 
 }  // namespace
 
-void showQrCodeDialog(QWidget* window, const std::string& link) {
-    auto code = makeQrCode(link);
+void showQrCodeDialog(QWidget* window, const std::string& webLink, bool browserIsEnough) {
+    auto code = makeQrCode(webLink);
     if (!code)
         return;
     if (auto* shown = window ? window->findChild<QDialog*>("qrCodeDialog") : nullptr)
         shown->close();
     auto* dialog = makeDialog(window, "qrCodeDialog", "QR Code");
 
-    auto* explanation = new QLabel(localized("Scan this code with the other device."), dialog);
+    auto* explanation = new QLabel(
+        localized(browserIsEnough
+                      ? "Scan this code with the other device. A browser is all that it needs."
+                      : "Scan this code with the other device, which needs Zelvo. For one that has "
+                        "only a browser, choose that in the window first."),
+        dialog);
     explanation->setWordWrap(true);
     explanation->setAlignment(Qt::AlignCenter);
     auto* view = new CodeView(std::move(*code), dialog);
@@ -62,7 +67,7 @@ void showQrCodeDialog(QWidget* window, const std::string& link) {
     view->setAccessibleName(localized("QR code of your link"));
     auto* text = new QLabel(dialog);
     // A label as wide as a long link would be wider than the screen.
-    text->setText(text->fontMetrics().elidedText(shownLine(link), Qt::ElideMiddle, 2 * Side));
+    text->setText(text->fontMetrics().elidedText(shownLine(webLink), Qt::ElideMiddle, 2 * Side));
     text->setTextFormat(Qt::PlainText);
     text->setAlignment(Qt::AlignCenter);
     text->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);

@@ -6,7 +6,8 @@ class QWidget;
 
 namespace zelvo::platform {
 
-/// Shows the link as a large QR code with the link below, and returns at once.
-void showQrCodeDialog(QWidget* window, const std::string& link);
+/// Shows the address of a link's page as a large QR code with the address below, and returns at
+/// once. Says whether a browser is enough there.
+void showQrCodeDialog(QWidget* window, const std::string& webLink, bool browserIsEnough);
 
 }  // namespace zelvo::platform

@@ -6,6 +6,7 @@
 #include <QStandardPaths>
 #include <QWidget>
 
+#include "platform/WayIn.h"
 #include "platform/Workspace.h"
 #include "platform/qt/content/Localized.h"
 #include "platform/qt/content/QrCode.h"
@@ -17,10 +18,15 @@ namespace zelvo::platform {
 
 namespace {
 
-QString joined(const std::vector<std::string>& items) {
+QString joined(const std::vector<std::string>& items, const QString& webLink, bool isRelay) {
     QStringList paragraphs;
     for (const auto& item : items)
         paragraphs.append(QString::fromStdString(item));
+    if (!webLink.isEmpty())
+        paragraphs.append(
+            localized(isRelay ? "In a browser, with nothing to install: %@"
+                              : "If nothing opens the link, this page says what to do: %@")
+                .replace("%@", webLink));
     return paragraphs.join("\n\n");
 }
 
@@ -55,26 +61,36 @@ bool hasSchemeHandler(const std::string& scheme) {
 }
 
 std::vector<SharingService> desktopSharingServices(const std::vector<std::string>& items,
-                                                   Workspace& workspace, QWidget* window,
+                                                   const WayIn& wayIn, Workspace& workspace,
+                                                   QWidget* window,
                                                    std::function<void(const Notice&)> say) {
     std::vector<SharingService> services;
+    const auto webLink = items.size() > 1 ? wayIn.webLink(items[1]) : std::string();
+    const auto text = joined(items, QString::fromStdString(webLink), wayIn.isRelay().value());
     auto add = [&](const char* title, const char* image, std::function<void()> handler) {
         services.push_back({localized(title).toStdString(), image, image, std::move(handler)});
     };
     if (hasMailProgram())
-        add("E-mail…", "share-mail", [text = joined(items), window, say] {
+        add("E-mail…", "share-mail", [text, window, say] {
             composeMail(localized("A look at my screen"), text, window,
                         [say] { say(LinkNotOpened); });
         });
     if (hasSchemeHandler("sms"))
-        add("Text Message…", "share-message", [text = joined(items), &workspace, say] {
+        add("Text Message…", "share-message", [text, &workspace, say] {
             QGuiApplication::clipboard()->setText(text);
             say(PasteText);
             workspace.openUrl("sms:");
         });
-    const std::string link = items.size() > 1 ? items[1] : std::string();
-    if (makeQrCode(link))
-        add("QR Code…", "share-qr-code", [link, window] { showQrCodeDialog(window, link); });
+    // Every telephone opens a page, and hardly one knows what else to do with a link of ours.
+    if (makeQrCode(webLink))
+        add("QR Code…", "share-qr-code", [webLink, isRelay = wayIn.isRelay().value(), window] {
+            showQrCodeDialog(window, webLink, isRelay);
+        });
+    if (wayIn.isRelay().value() && !webLink.empty())
+        add("Copy Link for Browsers", "receive-clipboard", [webLink, say] {
+            QGuiApplication::clipboard()->setText(QString::fromStdString(webLink));
+            say(Copied);
+        });
     return services;
 }
 

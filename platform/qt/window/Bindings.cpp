@@ -9,6 +9,7 @@
 #include "platform/Explanations.h"
 #include "platform/MainWindowModel.h"
 #include "platform/Viewers.h"
+#include "platform/WayIn.h"
 #include "platform/qt/content/Localized.h"
 #include "platform/qt/content/ShownText.h"
 #include "platform/qt/content/StatusTexts.h"
@@ -21,13 +22,7 @@ namespace {
 
 using Model = MainWindowModel;
 using Write = std::function<void(const QVariant&)>;
-
-struct Source {
-    const Model& model;
-    const Explanations& explanations;
-    const Bundle& bundle;
-    const Viewers& viewers;
-};
+using Source = BindingSource;
 
 /// Tells a property's writer of every value.
 using Value = std::function<std::vector<Subscription>(const Source&, Write)>;
@@ -67,6 +62,34 @@ Value ofDoor(std::function<QVariant(const Source&)> of) {
         list.push_back(source.viewers.admitsOnlyLinkHolders().subscribe(show));
         return list;
     };
+}
+
+/// What depends on how people come in.
+Value ofWayIn(std::function<QVariant(const Source&)> of) {
+    return [of = std::move(of)](const Source& source, Write write) {
+        auto show = [of, source, write = std::move(write)](const auto&) { write(of(source)); };
+        auto list = only(source.wayIn.relayUse().bind(show));
+        list.push_back(source.wayIn.isRelay().subscribe(show));
+        list.push_back(source.model.readyToShare().subscribe(show));
+        return list;
+    };
+}
+
+Value uses(RelayUse use) {
+    return ofWayIn([use](const Source& source) { return source.wayIn.relayUse().value() == use; });
+}
+
+QVariant wayInSentence(const Source& source) {
+    const auto& wayIn = source.wayIn;
+    if (wayIn.relayUse().value() == RelayUse::Never)
+        return localized(
+            "Not now: no browser gets here without a relay, and the Link menu forbids relays.");
+    if (wayIn.relayUse().value() == RelayUse::WhereNeeded)
+        return localized(wayIn.isRelay().value()
+                             ? "A browser is enough: people come through a relay already."
+                             : "Then people come through a relay, which cannot see your screen.");
+    return localized(
+        "The relay cannot see your screen. Whoever runs the website could, by changing its page.");
 }
 
 bool isSomebodyInside(const Source& source) {
@@ -169,6 +192,8 @@ std::vector<Binding> table() {
         {"newLinkButton", "enabled", ofDoor(mayMakeNewLink)},
         {"onlyLinkHolders", "checked", ofDoor(admitsOnlyLinkHolders)},
         {"whoMayAskText", "text", ofDoor(whoMayAsk)},
+        {"onlyABrowser", "checked", uses(RelayUse::Preferred)},
+        {"wayInText", "text", ofWayIn(wayInSentence)},
         {"portMappingIcon", "image", of(&Model::portMappingStatusIcon)},
         {"portMappingText", "text", of(&Model::portMappingStatusText)},
         {"portMappingSpinner", "spinning", of(&Model::animatePortMappingSpinner)},
@@ -187,7 +212,11 @@ std::vector<Binding> table() {
         {"versionInfo", "text", of(&Model::versionInfo)},
         {"actionShare", "enabled", of(&Model::readyToShare)},
         {"actionCopyLink", "enabled", of(&Model::readyToShare)},
+        {"actionCopyWebLink", "enabled", ofWayIn([](const Source& source) {
+             return source.model.readyToShare().value() && source.wayIn.isRelay().value();
+         })},
         {"actionNewLink", "enabled", ofDoor(mayMakeNewLink)},
+        {"actionNeverARelay", "checked", uses(RelayUse::Never)},
         {"actionDisconnect", "enabled", ofDoor([](const Source& source) {
              return isSomebodyInside(source) || isSomebodyAsking(source);
          })},
@@ -210,14 +239,11 @@ Write writer(QObject* control, const char* property) {
 
 }  // namespace
 
-std::vector<Subscription> bindControls(QObject& root, const MainWindowModel& model,
-                                       const Explanations& explanations, const Bundle& bundle,
-                                       const Viewers& viewers) {
+std::vector<Subscription> bindControls(QObject& root, const BindingSource& source) {
     std::vector<Subscription> all;
     for (const auto& [control, property, value] : table())
         if (auto* object = root.findChild<QObject*>(control))
-            for (auto& subscription :
-                 value({model, explanations, bundle, viewers}, writer(object, property)))
+            for (auto& subscription : value(source, writer(object, property)))
                 all.push_back(std::move(subscription));
     return all;
 }

@@ -14,11 +14,19 @@ class Bundle;
 class Explanations;
 class MainWindowModel;
 class Viewers;
+class WayIn;
 
-/// Keeps the named controls below `root` up to date with the model for as long as the
-/// subscriptions live.
-std::vector<Subscription> bindControls(QObject& root, const MainWindowModel& model,
-                                       const Explanations& explanations, const Bundle& bundle,
-                                       const Viewers& viewers);
+/// What controls show.
+struct BindingSource {
+    const MainWindowModel& model;
+    const Explanations& explanations;
+    const Bundle& bundle;
+    const Viewers& viewers;
+    const WayIn& wayIn;
+};
+
+/// Keeps the named controls below `root` up to date with the source, which outlives the
+/// subscriptions, for as long as these live.
+std::vector<Subscription> bindControls(QObject& root, const BindingSource& source);
 
 }  // namespace zelvo::platform

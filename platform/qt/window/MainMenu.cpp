@@ -25,6 +25,7 @@ struct Entry {
     const char* caption;
     QList<QKeySequence> shortcuts;
     std::function<void()> action;
+    bool isSwitch = false;
 };
 
 const Entry Separator{nullptr, nullptr, {}, {}};
@@ -44,7 +45,9 @@ void addMenu(QMainWindow& window, QtMainLoop& loop, const char* title,
         auto* action = menu->addAction(localized(entry.caption));
         action->setObjectName(entry.name);
         action->setShortcuts(entry.shortcuts);
-        QObject::connect(action, &QAction::triggered, action, entry.action);
+        action->setCheckable(entry.isSwitch);
+        if (entry.action)
+            QObject::connect(action, &QAction::triggered, action, entry.action);
     }
 }
 
@@ -60,7 +63,8 @@ void makeMenuBar(QMainWindow& window) {
 }  // namespace
 
 void makeMainMenu(QMainWindow& window, MainWindowModel& model, Application& application,
-                  QtMainLoop& loop, std::function<void()> disconnect) {
+                  QtMainLoop& loop, std::function<void()> copyWebLink,
+                  std::function<void()> disconnect) {
     makeMenuBar(window);
     auto* share = window.findChild<QPushButton*>("shareButton");
     addMenu(window, loop, "&Link",
@@ -73,11 +77,14 @@ void makeMainMenu(QMainWindow& window, MainWindowModel& model, Application& appl
                  "&Copy Link",
                  {QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_C)},
                  [&model] { model.copyLink(); }},
+                {"actionCopyWebLink", "Copy Link for &Browsers", {}, std::move(copyWebLink)},
                 {"actionNewLink", "&New Link", {}, [&model] { model.makeNewLink(); }},
                 {"actionDisconnect",
                  "&Disconnect Viewer",
                  {QKeySequence(Qt::CTRL | Qt::Key_D)},
                  std::move(disconnect)},
+                Separator,
+                {"actionNeverARelay", "Never &through a Relay", {}, {}, true},
                 Separator,
                 {"actionQuit",
                  "&Quit",

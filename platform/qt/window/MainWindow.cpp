@@ -2,6 +2,7 @@
 
 #include <QApplication>
 #include <QCheckBox>
+#include <QClipboard>
 #include <QCloseEvent>
 #include <QFontDatabase>
 #include <QMenuBar>
@@ -11,6 +12,7 @@
 #include "platform/Bundle.h"
 #include "platform/MainWindowModel.h"
 #include "platform/Viewers.h"
+#include "platform/WayIn.h"
 #include "platform/qt/content/StatusTexts.h"
 #include "platform/qt/widgets/AccessibleRoles.h"
 #include "platform/qt/widgets/Images.h"
@@ -36,6 +38,7 @@ MainWindow::MainWindow(QWidget* content, const Surroundings& surroundings)
       delegate_(surroundings.delegate),
       bundle_(surroundings.bundle),
       viewers_(surroundings.viewers),
+      wayIn_(surroundings.wayIn),
       ui_(std::make_unique<Ui::MainWindow>()) {
     installAccessibleRoles();
     ui_->setupUi(content);
@@ -49,12 +52,15 @@ MainWindow::MainWindow(QWidget* content, const Surroundings& surroundings)
     for (auto* view : findChildren<ImageView*>())
         view->setFolder(images);
 
-    makeMainMenu(*this, model_, surroundings.application, surroundings.loop,
-                 [this] { disconnectEverybody(); });
+    makeMainMenu(
+        *this, model_, surroundings.application, surroundings.loop, [this] { copyWebLink(); },
+        [this] { disconnectEverybody(); });
     ui_->viewerLines->attach(viewers_, images);
     connectControls();
+    connectWayIn();
     applyLook();
-    subscriptions_ = bindControls(*this, model_, surroundings.explanations, bundle_, viewers_);
+    subscriptions_ =
+        bindControls(*this, {model_, surroundings.explanations, bundle_, viewers_, wayIn_});
     subscriptions_.push_back(model_.isQuitting().subscribe([this](bool quits) {
         setControlsEnabled(!quits);
         if (quits)
@@ -94,10 +100,32 @@ void MainWindow::connectControls() {
             [this] { viewers_.setRefusesEverybody(false); });
 }
 
+void MainWindow::connectWayIn() {
+    const auto connectSwitch = [this](auto* control, auto pressed, RelayUse wanted) {
+        connect(control, pressed, this, [this, control, wanted](bool isWanted) {
+            // The user may yet be asked, and say no.
+            control->setChecked(wayIn_.relayUse().value() == wanted);
+            model_.changeWay([this, use = isWanted ? wanted : RelayUse::WhereNeeded] {
+                wayIn_.setRelayUse(use);
+            });
+        });
+    };
+    connectSwitch(ui_->onlyABrowser, &QCheckBox::clicked, RelayUse::Preferred);
+    connectSwitch(findChild<QAction*>("actionNeverARelay"), &QAction::triggered, RelayUse::Never);
+}
+
 // At once, and then by the system's own means, which take longer.
 void MainWindow::disconnectEverybody() {
     viewers_.disconnectEverybody();
     model_.closeConnection();
+}
+
+void MainWindow::copyWebLink() {
+    const auto link = wayIn_.webLink(model_.sharedLink().value());
+    if (link.empty())
+        return;
+    QGuiApplication::clipboard()->setText(QString::fromStdString(link));
+    say(Copied);
 }
 
 void MainWindow::makeFirstResponder(Button& button) {
@@ -159,9 +187,10 @@ void MainWindow::applyLook() {
     small.setPointSizeF(small.pointSizeF() * 0.9);
     ui_->versionInfo->setFont(small);
     ui_->whoMayAskText->setFont(small);
+    ui_->wayInText->setFont(small);
 
     for (QLabel* label : std::initializer_list<QLabel*>{ui_->statusExplanation, ui_->whoMayAskText,
-                                                        ui_->versionInfo}) {
+                                                        ui_->wayInText, ui_->versionInfo}) {
         bool isOnState = label == ui_->statusExplanation;
         QPalette soft = isOnState ? ui_->statePanel->palette() : palette();
         QColor color = soft.color(QPalette::WindowText);
@@ -178,6 +207,7 @@ void MainWindow::applyLook() {
     QPalette edged = palette();
     edged.setColor(QPalette::Window, EdgedBox);
     ui_->onlyLinkHolders->setPalette(edged);
+    ui_->onlyABrowser->setPalette(edged);
 
     QPalette clear = palette();
     clear.setColor(QPalette::Base, Qt::transparent);

@@ -22,6 +22,7 @@ class MainWindowModel;
 class QtMainLoop;
 class ShareButton;
 class Viewers;
+class WayIn;
 struct Notice;
 
 /// The application's window: a view of the model. Main thread only.
@@ -36,6 +37,7 @@ class MainWindow final : public QMainWindow, public Window {
         const Bundle& bundle;
         QtMainLoop& loop;
         Viewers& viewers;
+        WayIn& wayIn;
     };
 
     /// Sets the controls up inside `content`, which becomes the window's own.
@@ -51,6 +53,9 @@ class MainWindow final : public QMainWindow, public Window {
     /// Lets nobody stay, nor in who is asked about.
     void disconnectEverybody();
 
+    /// Puts the link's page on the clipboard.
+    void copyWebLink();
+
     /// Shows the sentence in the window's last line.
     void say(const Notice& notice);
 
@@ -62,6 +67,7 @@ class MainWindow final : public QMainWindow, public Window {
 
   private:
     void connectControls();
+    void connectWayIn();
     void applyLook();
     void fitLink();
     void reserveSpace();
@@ -71,6 +77,7 @@ class MainWindow final : public QMainWindow, public Window {
     ApplicationDelegate& delegate_;
     const Bundle& bundle_;
     Viewers& viewers_;
+    WayIn& wayIn_;
     std::function<void()> showQuestion_;
     std::unique_ptr<Ui::MainWindow> ui_;
     std::vector<Subscription> subscriptions_;

@@ -33,7 +33,7 @@ class PortalScreen : public Screen {
     std::optional<PortalSession::Failure> failure() const { return failure_; }
 
     Abilities abilities() const override {
-        return {session_.takesInput(), session_.clipboard().isThere()};
+        return {session_.takesInput(), session_.offersInput(), session_.clipboard().isThere()};
     }
     int descriptor() const override { return loop_.descriptor(); }
     void dispatch(ScreenObserver& observer) override;

@@ -58,6 +58,8 @@ class PortalSession {
 
     const std::vector<PortalMonitor>& monitors() const { return monitors_; }
     bool takesInput() const { return takesInput_; }
+    /// Else the portal has no part for it, and the user was not asked.
+    bool offersInput() const { return remoteDesktop_ != 0; }
     PortalClipboard& clipboard() { return clipboard_; }
     const PortalClipboard& clipboard() const { return clipboard_; }
     /// Once.

@@ -122,7 +122,7 @@ bool fields(Each& each, M& m) {
                   std::is_same_v<Type, DesktopWithdraws>)
         return true;
     else if constexpr (std::is_same_v<Type, Listening>)
-        return eachOf(each, m.port, m.takesInput, m.hasClipboard);
+        return eachOf(each, m.port, m.takesInput, m.offersInput, m.hasClipboard);
     else if constexpr (std::is_same_v<Type, Question>)
         return eachOf(each, m.viewer, m.peer, m.isEncrypted, m.secondsLeft, m.waiting, m.name,
                       m.digits, m.origin);

@@ -67,6 +67,8 @@ struct Listening {
     std::uint16_t port = 0;
     /// False where the desktop lets viewers watch and no more.
     bool takesInput = true;
+    /// False where it would let them do no more, whatever its user said.
+    bool offersInput = true;
     bool hasClipboard = true;
     friend bool operator==(const Listening&, const Listening&) = default;
 };
