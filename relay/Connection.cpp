@@ -21,9 +21,7 @@ void set(int socket, int level, int option, int value) {
 }
 
 /// So that a peer that is gone without a word is noticed.
-void keepAlive(int socket) {
-    constexpr int quietSeconds = 60;
-    constexpr int betweenProbes = 15;
+void keepAlive(int socket, int quietSeconds, int betweenProbes) {
     constexpr int probes = 4;
     set(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
     set(socket, IPPROTO_TCP, TCP_KEEPIDLE, quietSeconds);
@@ -49,7 +47,7 @@ std::unique_ptr<Connection> Connection::accept(RelayShared& shared,
     // A record's head and body by one call of the kernel.
     SSL_set_read_ahead(session, 1);
     set(descriptor, IPPROTO_TCP, TCP_NODELAY, 1);
-    keepAlive(descriptor);
+    keepAlive(descriptor, 60, 15);
     if (shared.options.proxies.contains(*peer)) {
         auto* self = made.get();
         serving::expectProxyHeader(session, [self, peer](const serving::ClientAddress* named) {
@@ -156,6 +154,12 @@ Connection::Outcome Connection::write(std::string_view bytes, std::size_t& sent)
 
 void Connection::holdBack(bool isOn) {
     set(socket_.get(), IPPROTO_TCP, TCP_CORK, isOn ? 1 : 0);
+}
+
+void Connection::beginCarrying() {
+    keepAlive(socket_.get(), 10, 5);
+    // What nobody acknowledges counts as silence, too.
+    set(socket_.get(), IPPROTO_TCP, TCP_USER_TIMEOUT, 20'000);
 }
 
 void Connection::sayEnd() {

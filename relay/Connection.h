@@ -57,6 +57,9 @@ class Connection {
     /// Between the two, what is written may wait in the kernel for more, which saves most of a
     /// packet's price.
     void holdBack(bool isOn);
+    /// Somebody looks at what comes from here: a peer that is gone without a word is noticed within
+    /// twenty seconds, not two minutes: who was inside may come back unasked only for a minute.
+    void beginCarrying();
     /// Says that nothing more comes.
     void sayEnd();
 

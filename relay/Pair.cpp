@@ -12,15 +12,12 @@
 namespace zelvo::relay {
 namespace {
 
-using namespace std::chrono_literals;
 using Outcome = Connection::Outcome;
 
 /// A record of TLS.
 constexpr std::size_t PartLength = 16384;
 /// In one turn from one side, so that the others get theirs.
 constexpr int PartsAtOnce = 4;
-/// How often a pair is looked at; whoever takes nothing between two looks is gone.
-constexpr auto TickTime = 60s;
 /// After how many bytes the owner's budget, which all loops share, is asked.
 constexpr std::uint64_t ChargeEvery = 1 << 20;
 
@@ -72,24 +69,19 @@ void Pair::join(std::unique_ptr<Connection> host, const std::string& rest) {
     host_.connection = std::move(host);
     host_.connection->attach(loop_.thread(), *this);
     viewer_.unsent = rest;
+    viewer_.connection->beginCarrying();
+    host_.connection->beginCarrying();
     stopTimer();
-    startTimer(TickTime);
+    startTimer(std::chrono::hours(loop_.shared().options.hours));
     // What the session has read already, no event tells of.
     if (pump(viewer_, host_) && pump(host_, viewer_))
         goOn();
 }
 
 void Pair::onTime() {
-    if (!host_.connection) {
+    if (!host_.connection)
         ++loop_.shared().notDialledBack;
-        return retire();
-    }
-    const bool waits = !viewer_.unsent.empty() || !host_.unsent.empty();
-    const auto age = HostAccount::Clock::now() - begun_;
-    if ((waits && isStuck_) || age > std::chrono::hours(loop_.shared().options.hours))
-        return retire();
-    isStuck_ = waits;
-    startTimer(TickTime);
+    retire();
 }
 
 void Pair::onReady(Connection& connection, bool canRead, bool canWrite) {
@@ -122,7 +114,6 @@ bool Pair::flush(Side& side) {
         }
         if (outcome == Outcome::Again)
             return true;
-        isStuck_ = false;
         side.unsent.erase(0, sent);
     }
     // An idle pair keeps nothing.

@@ -45,8 +45,6 @@ class Pair final : public Member {
     const std::shared_ptr<HostAccount> account_;
     event resume_{};
     bool rests_ = false;
-    bool isStuck_ = false;  ///< since the last tick at least one side has not taken what is there
-    HostAccount::Clock::time_point begun_ = HostAccount::Clock::now();
 };
 
 }  // namespace zelvo::relay

@@ -26,8 +26,8 @@ namespace serving = zelvo::serving;
 
 /// What the kernel keeps for a peer that takes nothing; it doubles each for what it costs itself.
 /// Connections have them from the socket that accepts them.
-constexpr int SendBuffer = 64 * 1024;
-constexpr int ReceiveBuffer = 48 * 1024;
+constexpr int SendBuffer = 48 * 1024;
+constexpr int ReceiveBuffer = 72 * 1024;
 
 int complain(const std::string& text) {
     std::fprintf(stderr, "zelvo-relay: %s\n", text.c_str());

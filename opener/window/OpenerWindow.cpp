@@ -153,8 +153,9 @@ void OpenerWindow::showWords(const SessionState& state) {
         notice_->hide();
         setWindowState(windowState() & ~Qt::WindowFullScreen);
     }
-    statePage_->showState(state);
+    // First, as what comes to be seen takes the focus for its first button.
     pages_->setCurrentWidget(statePage_);
+    statePage_->showState(state);
 }
 
 void OpenerWindow::makeViewer() {

@@ -131,13 +131,24 @@ void StatePage::showState(const SessionState& state) {
     openAnother_->setVisible(isOver);
     if (isOver && !tryAgain_->hasFocus() && !openAnother_->hasFocus())
         tryAgain_->setFocus();
-    else if (!isOver && !cancel_->hasFocus())
-        cancel_->setFocus();
+    else if (!isOver)
+        giveFocus(state.stage == Stage::Returning || state.stage == Stage::Inside);
     // Not at each second of a countdown.
     if (isNews) {
         header_.title->announce();
         header_.sentence->announce();
     }
+}
+
+/// Whoever was inside may still be typing: what they mean for the host is to press nothing here.
+void StatePage::giveFocus(bool mayBeTyping) {
+    if (mayBeTyping && cancel_->shortcut().isEmpty())
+        return;
+    cancel_->setShortcut(mayBeTyping ? QKeySequence() : Qt::Key_Escape);
+    if (mayBeTyping)
+        setFocus();
+    else if (!cancel_->hasFocus())
+        cancel_->setFocus();
 }
 
 }  // namespace zelvo::opener

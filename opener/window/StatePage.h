@@ -35,6 +35,7 @@ class StatePage final : public QWidget {
     void matchSpinner();
     void addDigits(QBoxLayout& column);
     void addButtons(QBoxLayout& column, const Listener& listener);
+    void giveFocus(bool mayBeTyping);
 
     Header header_;
     QWidget* digitsPanel_ = nullptr;

@@ -100,12 +100,12 @@ class Lab(Stage):
     def wait_until_mapped(self, *ports, host=HOST):
         wait_until(lambda: self.mapped(host) == set(ports), 10, f"{ports} lead to {host}")
 
-    def plug(self, is_in):
+    def plug(self, is_in, home="192.168.77"):
         """The host's cable, as its network manager answers to it."""
         if is_in:
-            self.run("host", "ip", "addr", "add", f"{HOST}/24", "dev", "eth0")
+            self.run("host", "ip", "addr", "add", f"{home}.20/24", "dev", "eth0")
             self.run("host", "ip", "link", "set", "eth0", "up")
-            self.run("host", "ip", "route", "add", "default", "via", "192.168.77.1", "dev", "eth0")
+            self.run("host", "ip", "route", "add", "default", "via", f"{home}.1", "dev", "eth0")
         else:
             self.run("host", "ip", "addr", "flush", "dev", "eth0")
             self.run("host", "ip", "link", "set", "eth0", "down")

@@ -11,6 +11,7 @@ import sys
 import time
 
 from lab import WIRELESS, Lab, leave_out_where_impossible
+from relayed import second_nat, second_nat_browser
 from sealed import line_cut, man_in_the_middle, sealed
 from stage import wait_until
 
@@ -262,7 +263,7 @@ def service(lab):
 
 
 SCENARIOS = (pcp, nat_pmp, upnp, killed, router_restarted, addresses, cable, lossy, routers,
-             barred, service, sealed, line_cut, man_in_the_middle)
+             barred, service, sealed, line_cut, man_in_the_middle, second_nat, second_nat_browser)
 
 
 def main():
@@ -272,7 +273,7 @@ def main():
     build, name = os.path.abspath(sys.argv[1]), sys.argv[2]
     scenario = next(each for each in SCENARIOS if each.__name__ == name)
     others = ("xterm", "import", "setxkbmap", os.path.join(build, "zelvo-open"))
-    leave_out_where_impossible(*others if scenario.__module__ == "sealed" else ())
+    leave_out_where_impossible(*others if scenario.__module__ != "__main__" else ())
     print(f"=== {name}: {scenario.__doc__.splitlines()[0]}", flush=True)
     # Whoever stops the test gets the machine back without its namespaces.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))

@@ -1,6 +1,7 @@
 """A browser without a window, driven as the WebDriver protocol has it."""
 
 import base64
+import contextlib
 import json
 import urllib.error
 import urllib.request
@@ -11,12 +12,14 @@ ELEMENT = "element-6066-11e4-a52e-4f735466cecf"
 class Browser:
     """Chromium, which takes any certificate, since authorities of a test are none of its own."""
 
-    def __init__(self, stage, language="en", *options):
+    def __init__(self, stage, language="en", *options, prefix=(), network=contextlib.nullcontext):
+        """The prefix brings it into another network, and `network` those who speak to it there."""
+        self.network = network
         arguments = ["--headless=new", "--no-sandbox", "--disable-gpu", "--ignore-certificate-errors", "--no-first-run",
                     "--disable-dev-shm-usage",
                     "--disable-background-networking", "--window-size=1100,800", f"--accept-lang={language}",
                     f"--user-data-dir={stage.path('browser-' + language)}", *options]
-        driver = stage.start(["chromedriver", "--port=0"])
+        driver = stage.start(["chromedriver", "--port=0"], prefix=prefix)
         port = driver.wait_for(r"started successfully on port (\d+)").group(1)
         self.root = f"http://127.0.0.1:{port}/session"
         wishes = {"goog:chromeOptions": {"args": arguments}, "goog:loggingPrefs": {"browser": "ALL"}}
@@ -26,7 +29,7 @@ class Browser:
         request = urllib.request.Request(self.root + path, json.dumps(what or {}).encode() if method == "POST" else
                                          None, {"Content-Type": "application/json"}, method=method)
         try:
-            with urllib.request.urlopen(request, timeout=60) as answer:
+            with self.network(), urllib.request.urlopen(request, timeout=60) as answer:
                 return json.load(answer)["value"]
         except urllib.error.HTTPError as error:
             raise AssertionError(error.read().decode()[:500]) from None
@@ -51,6 +54,13 @@ class Browser:
 
     def type(self, css, text):
         self.say(f"/element/{self.element(css)}/value", {"text": text})
+
+    def strike(self, text):
+        """Keys as a keyboard has them that has every character; what `type` says of others is no key."""
+        for character in text:
+            key = {"\n": {"key": "Enter", "code": "Enter", "windowsVirtualKeyCode": 13}}.get(character, {"key": character})
+            for kind in ("rawKeyDown", "keyUp"):
+                self.say("/goog/cdp/execute", {"cmd": "Input.dispatchKeyEvent", "params": {"type": kind, **key}})
 
     def complaints(self):
         """Failures of the page, and breaks of its own policy."""

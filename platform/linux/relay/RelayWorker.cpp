@@ -13,7 +13,8 @@ namespace zelvo::platform {
 
 namespace {
 
-constexpr std::chrono::milliseconds LongestEnding{300};
+/// For the goodbye to reach who is inside, also where this computer is busy.
+constexpr std::chrono::milliseconds LongestEnding{1000};
 
 }  // namespace
 

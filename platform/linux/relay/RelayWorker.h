@@ -18,7 +18,7 @@ class RelayWorker {
     RelayWorker(std::string certificateFile, RelayHost::Told told);
     RelayWorker(const RelayWorker&) = delete;
     RelayWorker& operator=(const RelayWorker&) = delete;
-    /// Ends everything, once what the screen server said last has gone, for 0.3 s at most.
+    /// Ends everything, once what the screen server said last has gone, for a second at most.
     ~RelayWorker();
 
     void enlist(int round, RelayHost::Place place);
