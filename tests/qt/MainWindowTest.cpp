@@ -178,8 +178,8 @@ TEST_F(MainWindowTest, EveryMenuEntryHasItsAction) {
     EXPECT_TRUE(useRelay->isVisible());
     useRelay->click();
     EXPECT_EQ(fake.userDefaults.stringForKey("preferARelay"), "YES");
-    EXPECT_FALSE(useRelay->isVisible()) << "while the way is made";
     wayIn.setIsBarred(false);
+    EXPECT_FALSE(useRelay->isVisible());
     fake.loop.settle();
     find<QCheckBox>("onlyABrowser")->click();
     EXPECT_FALSE(fake.userDefaults.boolForKey("preferARelay"));
