@@ -88,6 +88,15 @@ def types(desktop, viewer):
         raise AssertionError(f"{typed()!r} instead of {expected!r}") from None
 
 
+def scrolls(desktop, viewer):
+    """The viewer copies what has moved, and has the right picture in the end."""
+    lines = "for i in $(seq 1 90); do echo $i$i$i $i; sleep 0.03; done; sleep 100"
+    desktop.start_in_session("foot", "sh", "-c", lines)
+    desktop.window("foot")
+    wait_until(lambda: viewer.look(incremental=True) and viewer.copies > 9, 10, "copies")
+    sees(desktop, viewer, {"HEADLESS-1": (0, 0)})
+
+
 def points(desktop, viewer, scale=1):
     events = desktop.start_in_session("stdbuf", "-oL", "wev", "-f", "wl_pointer")
     at = desktop.window("wev")
@@ -131,6 +140,7 @@ def the_desktop(desktop):
     viewer = viewer_of(desktop, zelvo, lambda: help_click(desktop))
     sees(desktop, viewer, {"HEADLESS-1": (0, 0)})
     types(desktop, viewer)
+    scrolls(desktop, viewer)
     points(desktop, viewer)
     copies(desktop, viewer)
     outputs(desktop, viewer)
