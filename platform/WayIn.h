@@ -28,6 +28,8 @@ class WayIn {
 
     /// Whether the link leads through a relay, so that a browser is enough to open it.
     virtual const Observable<bool>& isRelay() const = 0;
+    /// Nobody gets through the port that the router has opened; a relay would be a way.
+    virtual const Observable<bool>& isBarred() const = 0;
     /// The page of a link ("zelvo://...") at the sharing service, with the link's key; empty where
     /// the link is none or there is no service.
     virtual std::string webLink(const std::string& link) const = 0;

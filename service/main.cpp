@@ -81,13 +81,11 @@ void watch(serving::Metrics& metrics, const LinkStore& store, const serving::Htt
                   [&] { return store.isWell() ? 1.0 : 0.0; });
 }
 
-/// Serves until a signal ends it.
-int serve(ServiceOptions& options, std::shared_ptr<const serving::TlsContext> tls, LinkStore& store,
-          const std::optional<zelvo::relay::Ed25519>& relayKey, const std::optional<WebPage>& page,
-          serving::ServerSignals& signals) {
-    serving::Metrics metrics;
-    serving::Allowances createsOf(options.createsPerOwner);
-    SharingEndpoints::Options rules{.clock = &now, .mayCreate = [&](const LinkStore::Owner& owner) {
+SharingEndpoints::Options rulesOf(const ServiceOptions& options,
+                                  const std::optional<zelvo::relay::Ed25519>& relayKey,
+                                  serving::Allowances& createsOf) {
+    SharingEndpoints::Options rules{.clock = &now,
+                                    .mayCreate = [&createsOf](const LinkStore::Owner& owner) {
                                         return owner.empty() || createsOf.take(owner);
                                     }};
     rules.relays = options.relays;
@@ -101,6 +99,16 @@ int serve(ServiceOptions& options, std::shared_ptr<const serving::TlsContext> tl
                                         relay}
                 .sealed(*relayKey);
         };
+    return rules;
+}
+
+/// Serves until a signal ends it.
+int serve(ServiceOptions& options, std::shared_ptr<const serving::TlsContext> tls, LinkStore& store,
+          const std::optional<zelvo::relay::Ed25519>& relayKey, const std::optional<WebPage>& page,
+          serving::ServerSignals& signals) {
+    serving::Metrics metrics;
+    serving::Allowances createsOf(options.createsPerOwner);
+    auto rules = rulesOf(options, relayKey, createsOf);
     std::optional<ReachProbe> probe;
     if (!options.leavesHostsAlone)
         rules.probe = &probe.emplace(ReachProbe::Options{.metrics = &metrics});

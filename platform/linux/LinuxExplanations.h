@@ -17,6 +17,8 @@ class LinuxExplanations : public Explanations {
         const Observable<std::string>& screenLimits;
         const RouterExplanation& router;
         const RelayExplanation& relay;
+        /// Why nobody gets through what the router has opened.
+        const Observable<std::string>& reach;
         /// Why the sharing service gave no link. It is asked last, so what it says comes first.
         const Observable<std::string>& service;
         const Observable<std::string>& keptLink;
@@ -27,6 +29,7 @@ class LinuxExplanations : public Explanations {
         : sources_(sources),
           routerChange_(sources.router.text().bind([this](const auto&) { update(); })),
           relayChange_(sources_.relay.trouble().subscribe([this](const auto&) { update(); })),
+          reachChange_(sources_.reach.subscribe([this](const auto&) { update(); })),
           serviceChange_(sources.service.subscribe([this](const auto&) { update(); })) {}
 
     const Observable<std::string>& screenSharing() const override { return sources_.screenSharing; }
@@ -44,16 +47,21 @@ class LinuxExplanations : public Explanations {
     void update() {
         const auto& service = sources_.service.value();
         const auto& relay = sources_.relay.trouble().value();
-        const auto& router = relay.empty() ? sources_.router.text().value() : relay;
-        const auto& text = service.empty() ? router : service;
-        if (text != link_.value())
-            link_.set(text);
+        const auto& router = sources_.router.text().value();
+        const auto& reach = sources_.reach.value();
+        for (const auto* text : {&service, &relay, &router, &reach})
+            if (!text->empty() || text == &reach) {
+                if (*text != link_.value())
+                    link_.set(*text);
+                return;
+            }
     }
 
     const Sources sources_;
     Observable<std::string> link_;
     Subscription routerChange_;
     Subscription relayChange_;
+    Subscription reachChange_;
     Subscription serviceChange_;
 };
 

@@ -1,5 +1,6 @@
 #include "platform/linux/LinuxPlatform.h"
 
+#include <arpa/inet.h>
 #include <algorithm>
 #include <csignal>
 #include <span>
@@ -30,6 +31,7 @@
 #include "platform/linux/property_lists/FileUserDefaults.h"
 #include "platform/linux/property_lists/PlistReader.h"
 #include "platform/linux/property_lists/XmlPlistWriter.h"
+#include "platform/linux/relay/ReachCheck.h"
 #include "platform/linux/relay/RelayExplanation.h"
 #include "platform/linux/relay/RelayPortMapping.h"
 #include "platform/linux/relay/RelaySettings.h"
@@ -111,6 +113,7 @@ struct LinuxPlatform::Services {
     ScreenServerLine screenServer{log, ownFolder(environment.runtimeFolder)};
     Subscription abilities;
     Subscription onlyLinkHolders;
+    Subscription insideChange;
     AdmittedSockets admittedSockets{
         sockets,
         services,
@@ -124,10 +127,18 @@ struct LinuxPlatform::Services {
     RouterExplanation router{bundle, log};
     RelayExplanation relay{bundle};
     RelaySettings relaySettings{userDefaults, environment.serviceOrigin};
+    ReachCheck reach{bundle, log, {.ask = [this](auto done) {
+                         urlSession.askAgain([this, done](const auto& reply) {
+                             done(propertyLists.parse(reply).value);
+                         });
+                     }}};
+    Subscription reachChange = reach.text().subscribe(
+        [this](const auto& text) { relaySettings.setIsBarred(!text.empty()); });
     ServiceExplanation service{bundle};
     Observable<std::string> keptLink;
     LinuxExplanations explanations{{screenSharing.text(), screenSharing.limits(), router, relay,
-                                    service.creation(), keptLink, service.withdrawal()}};
+                                    reach.text(), service.creation(), keptLink,
+                                    service.withdrawal()}};
 
     SharingSession urlSession{
         mainQueue,
@@ -136,9 +147,11 @@ struct LinuxPlatform::Services {
         {.exchanges = {.certificateFile = environment.certificateFile,
                        .seenFrom = [this](const auto& address) { router.seenFrom(address); }},
          .stateFolder = ownFolder(environment.stateHome),
-         .registers = [this](const auto& reply) {
-             return registeredLink(propertyLists.parse(reply).value).has_value();
-         }}};
+         .registers =
+             [this](const auto& reply) {
+                 return registeredLink(propertyLists.parse(reply).value).has_value();
+             },
+         .inquired = [this] { reach.linkIsRegistered(); }}};
     LinkKeySession linkKeys{
         urlSession, propertyLists, {.write = bytesOf, .changed = [this](const auto* link) {
                                         linkChanged(link);
@@ -167,8 +180,12 @@ struct LinuxPlatform::Services {
 
     void mappingReplied(const std::optional<NatPortMappingReply>& reply) {
         // A new attempt: what the service said of the last one is over.
-        if (!reply)
+        if (!reply) {
             service.creationBegan();
+            reach.forget();
+        } else {
+            reach.portIs(ntohs(reply->internalPort));
+        }
         router.mappingReplied(reply);
     }
 
@@ -184,8 +201,10 @@ struct LinuxPlatform::Services {
 
     void wayIs(const RelayPortMapping::Way& way) {
         // What the router said does not concern people who come another way.
-        if (!way.relay.empty())
+        if (!way.relay.empty()) {
             router.mappingReplied(std::nullopt);
+            reach.forget();
+        }
         relay.wayIs(way);
         relaySettings.wayIs(way);
     }
@@ -225,6 +244,11 @@ LinuxPlatform::LinuxPlatform(MainQueue& mainQueue) {
         services_->userDefaults.boolForKey(OnlyLinkHoldersKey));
     services_->onlyLinkHolders = services_->screenServer.admitsOnlyLinkHolders().subscribe(
         [this](bool only) { services_->keepWhoMayAsk(only); });
+    services_->insideChange =
+        services_->screenServer.inside().subscribe([this](const auto& inside) {
+            if (!inside.empty())
+                services_->reach.forget();
+        });
     for (const auto& complaint : services_->environment.complaints)
         services_->log.line(complaint);
 }

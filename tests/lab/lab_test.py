@@ -209,6 +209,22 @@ def routers(lab):
     assert zelvo.wait(5) == 0
 
 
+def barred(lab):
+    """The computer's own firewall lets nobody to the port that the router has opened."""
+    whole_lab(lab)
+    lab.run("host", "nft", "add table inet wall { chain in { type filter hook input priority 0; "
+            "iifname eth0 tcp dport 5900 drop; }; }")
+    zelvo = lab.start_zelvo(in_terminal=True)
+    lab.link_of(zelvo)
+    zelvo.wait_for(r"Nobody gets through .*port 5900 \(TCP\)", 15)
+    lab.run("host", "nft", "delete table inet wall")
+    zelvo.say("l")
+    zelvo.wait_for("^Link: ")
+    time.sleep(8)
+    assert sum("Nobody gets through" in line for line in zelvo.lines) == 1, zelvo.lines
+    lab.quit(zelvo)
+
+
 def service(lab):
     """The service cannot be reached, spoils its answers, or is slow: the user may try again."""
     whole_lab(lab)
@@ -247,7 +263,7 @@ def service(lab):
 
 
 SCENARIOS = (pcp, nat_pmp, upnp, killed, router_restarted, addresses, cable, lossy, routers,
-             service, sealed, line_cut, man_in_the_middle, second_nat, second_nat_browser)
+             barred, service, sealed, line_cut, man_in_the_middle, second_nat, second_nat_browser)
 
 
 def main():

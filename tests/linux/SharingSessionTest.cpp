@@ -193,7 +193,7 @@ TEST(ServiceExplanation, NamesWhatWasInTheWay) {
     RouterExplanation router(fake.bundle, fake.log);
     RelayExplanation relay(fake.bundle);
     LinuxExplanations explanations(
-        {none, none, router, relay, service.creation(), none, service.withdrawal()});
+        {none, none, router, relay, none, service.creation(), none, service.withdrawal()});
     NatPortMappingReply refused;
     refused.errorCode = NatErrorTransient;
     router.mappingReplied(refused);

@@ -172,8 +172,17 @@ TEST_F(MainWindowTest, EveryMenuEntryHasItsAction) {
     EXPECT_TRUE(enabled("actionShare"));
     EXPECT_FALSE(enabled("actionDisconnect"));
     EXPECT_FALSE(enabled("actionCopyWebLink"));
-    find<QCheckBox>("onlyABrowser")->click();
+    auto* useRelay = find<QPushButton>("useRelayButton");
+    EXPECT_FALSE(useRelay->isVisible());
+    wayIn.setIsBarred(true);
+    EXPECT_TRUE(useRelay->isVisible());
+    useRelay->click();
     EXPECT_EQ(fake.userDefaults.stringForKey("preferARelay"), "YES");
+    EXPECT_FALSE(useRelay->isVisible()) << "while the way is made";
+    wayIn.setIsBarred(false);
+    fake.loop.settle();
+    find<QCheckBox>("onlyABrowser")->click();
+    EXPECT_FALSE(fake.userDefaults.boolForKey("preferARelay"));
     find<QAction>("actionNeverARelay")->trigger();
     EXPECT_FALSE(find<QCheckBox>("onlyABrowser")->isChecked());
     EXPECT_FALSE(fake.userDefaults.boolForKey("preferARelay"));

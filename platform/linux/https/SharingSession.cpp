@@ -34,6 +34,7 @@ SharingSession::SharingSession(MainQueue& mainQueue, ServiceExplanation& explana
       explanation_(explanation),
       log_(log),
       registers_(std::move(options.registers)),
+      inquired_(std::move(options.inquired)),
       signsOfLifeEvery_(options.signsOfLifeEvery),
       journal_(options.stateFolder, log),
       exchanges_(mainQueue, exchangeOptions(options)) {
@@ -120,6 +121,8 @@ void SharingSession::hear(const Task& task, const UrlResult& result, const Excha
     if (task.what.kind == Kind::Creation &&
         (result.data || report.trouble != ExchangeTrouble::None))
         explanation_.creationEnded(result.data && registers_(*result.data), report.trouble);
+    if (task.what.kind == Kind::Inquiry && result.data && inquired_)
+        inquired_();
     if (task.what.kind != Kind::Withdrawal)
         return;
     // A service that fails or is asked too often, or whatever stands before it and says so, has
@@ -157,6 +160,16 @@ void SharingSession::showLife() {
         // Else the next beat tries again.
         if (report.httpStatus == answered)
             lastSign_ = begun;
+    });
+}
+
+void SharingSession::askAgain(std::function<void(const std::vector<std::byte>&)> done) {
+    if (!inquiry_ || quitBegun_)
+        return;
+    exchanges_.exchange(*inquiry_, [this, body = inquiry_->body, done = std::move(done)](
+                                       const UrlResult& result, const ExchangeReport&) {
+        if (result.data && inquiry_ && inquiry_->body == body)
+            done(*result.data);
     });
 }
 

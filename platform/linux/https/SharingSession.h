@@ -31,6 +31,8 @@ class SharingSession : public UrlSession {
         std::string stateFolder;
         /// Whether a reply says that a link is registered.
         std::function<bool(const std::vector<std::byte>& reply)> registers;
+        /// Called when the service has told the link that is there.
+        std::function<void()> inquired = {};
         std::chrono::milliseconds signsOfLifeEvery = std::chrono::hours(24);
     };
 
@@ -43,6 +45,10 @@ class SharingSession : public UrlSession {
     void dataTask(UrlRequest request, std::function<void(UrlResult)> done) override;
     UrlResult sendSynchronously(const UrlRequest& request) override;
     std::unique_ptr<SerialQueue> makeSerialQueue() override;
+
+    /// Asks again for the link that is there. `done` is called with the reply, once at most: not
+    /// without a link or a reply, nor for a link that has gone meanwhile.
+    void askAgain(std::function<void(const std::vector<std::byte>&)> done);
 
     /// From now on nothing takes long, and no link is registered any more. Main thread only.
     void quitBegins();
@@ -67,6 +73,7 @@ class SharingSession : public UrlSession {
     ServiceExplanation& explanation_;
     Log& log_;
     const std::function<bool(const std::vector<std::byte>&)> registers_;
+    const std::function<void()> inquired_;
     const std::chrono::milliseconds signsOfLifeEvery_;
     bool quitBegun_ = false;
     /// The last question for the link that is there.

@@ -16,10 +16,12 @@ class RelaySettings final : public WayIn {
     RelaySettings(UserDefaults& defaults, std::string serviceOrigin);
 
     void wayIs(const RelayPortMapping::Way& way);
+    void setIsBarred(bool isBarred) { isBarred_.set(isBarred); }
 
     const Observable<RelayUse>& relayUse() const override { return use_; }
     void setRelayUse(RelayUse use) override;
     const Observable<bool>& isRelay() const override { return isRelay_; }
+    const Observable<bool>& isBarred() const override { return isBarred_; }
     std::string webLink(const std::string& link) const override;
 
   private:
@@ -27,6 +29,7 @@ class RelaySettings final : public WayIn {
     const std::string serviceOrigin_;
     Observable<RelayUse> use_;
     Observable<bool> isRelay_;
+    Observable<bool> isBarred_;
 };
 
 }  // namespace zelvo::platform

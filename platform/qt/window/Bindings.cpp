@@ -70,6 +70,7 @@ Value ofWayIn(std::function<QVariant(const Source&)> of) {
         auto show = [of, source, write = std::move(write)](const auto&) { write(of(source)); };
         auto list = only(source.wayIn.relayUse().bind(show));
         list.push_back(source.wayIn.isRelay().subscribe(show));
+        list.push_back(source.wayIn.isBarred().subscribe(show));
         list.push_back(source.model.readyToShare().subscribe(show));
         return list;
     };
@@ -196,6 +197,9 @@ std::vector<Binding> table() {
         {"portMappingText", "text", of(&Model::portMappingStatusText)},
         {"portMappingSpinner", "spinning", of(&Model::animatePortMappingSpinner)},
         {"portMappingButton", "visible", of(&Model::showPortMappingButton)},
+        {"useRelayButton", "visible", ofWayIn([](const Source& source) {
+             return source.wayIn.isBarred().value() && source.model.readyToShare().value();
+         })},
         {"connectionIcon", "image", of(&Model::waitingForConnectionStatusIcon)},
         {"connectionText", "text", of(&Model::waitingForConnectionStatusText)},
         {"connectionSpinner", "spinning", of(&Model::animateWaitingForConnectionSpinner)},

@@ -110,6 +110,8 @@ void MainWindow::connectWayIn() {
             });
         });
     };
+    connect(ui_->useRelayButton, &QPushButton::clicked, this,
+            [this] { model_.changeWay([this] { wayIn_.setRelayUse(RelayUse::Preferred); }); });
     connectSwitch(ui_->onlyABrowser, &QCheckBox::clicked, RelayUse::Preferred);
     connectSwitch(findChild<QAction*>("actionNeverARelay"), &QAction::triggered, RelayUse::Never);
 }
