@@ -190,14 +190,19 @@ def road(stage):
         time.sleep(0.3)
         assert read_exactly(reader, len(data)) == data
         work.join()
-    # The last words arrive, though the other side talks on.
-    viewer.sendall(b"x" * 9999)
-    there.sendall(b"bye" * 9999)
-    there.shutdown(socket.SHUT_WR)
-    assert read_all(viewer) == b"bye" * 9999
+    # The last words arrive, though the other side talks on, and on to somebody who has hung up.
+    for hangs_up in (False, True) * 10:
+        work = threading.Thread(target=lambda: [send_all(viewer, b"x" * 999) for _ in range(50)])
+        work.start()
+        there.sendall(b"bye" * 9999)
+        there.shutdown(socket.SHUT_WR)
+        if hangs_up:
+            there.close()
+        assert read_all(viewer) == b"bye" * 9999
+        work.join()
+        viewer, there = talk(host)
 
     # The host's network has changed: the new line takes the old one's place, and viewers stay.
-    viewer, there = talk(host)
     again = Host(relays, host.lease)
     assert again.number == host.number and host.line.recv(1) == b""
     viewer.sendall(b"still")
