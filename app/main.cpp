@@ -7,6 +7,8 @@
 
 #include "app/AppDelegate.h"
 #include "app/KVView.h"
+#include "doctor/Doctor.h"
+#include "doctor/FindingsPrinter.h"
 #include "platform/Explanations.h"
 #include "platform/linux/LinuxPlatform.h"
 #include "platform/linux/SingleInstance.h"
@@ -153,6 +155,19 @@ int runInTerminal(int& argc, char** argv) {
     return loop.run();
 }
 
+int runDoctor(int& argc, char** argv, bool asJson) {
+    QCoreApplication application(argc, argv);
+    QtMainLoop loop;
+    // What is for programs and reports is in one language.
+    doctor::Doctor doctor(loop, Environment::ofProcess(), asJson);
+    loop.async([&] {
+        doctor.examine([asJson](const auto& findings) {
+            QCoreApplication::exit(doctor::printFindings(findings, asJson));
+        });
+    });
+    return loop.run();
+}
+
 /// False, after saying so, where the environment forbids a start.
 bool environmentAllows() {
     const auto refusals = Environment::ofProcess().refusals;
@@ -176,5 +191,7 @@ int main(int argc, char* argv[]) {
     for (const auto& variable : passOverMuteBuses())
         std::fprintf(stderr, "zelvo: The message bus of %s does not answer; going on without it.\n",
                      qPrintable(variable));
+    if (commandLine.examines)
+        return runDoctor(argc, argv, commandLine.asJson);
     return displayIsThere() ? runInWindow(argc, argv, commandLine) : runInTerminal(argc, argv);
 }

@@ -15,6 +15,7 @@ endfunction()
 
 zelvo_pkg(CURL libcurl)
 zelvo_pkg(SQLITE sqlite3)
+zelvo_pkg(PQXX libpqxx)
 zelvo_pkg(VNCSERVER libvncserver)
 zelvo_pkg(VNCCLIENT libvncclient)
 zelvo_pkg(JPEG libjpeg)

@@ -36,6 +36,8 @@ std::string printed(const HostFacts& facts) {
     std::string text = "Name: " + facts.name + "\nAddress: " + facts.address +
                        "\nPort: " + std::to_string(facts.port) +
                        "\nAddress proven: " + (facts.addressIsProven ? "yes" : "no") + "\n";
+    if (!facts.relay.empty())
+        text += "Relay: " + facts.relay + "\n";
     if (!facts.layout.empty())
         text += "Keyboard layout: " + facts.layout + "\n";
     if (!facts.osVersion.empty())

@@ -51,4 +51,6 @@ const notices = `<!--\n${read(source, "NOTICES")}\n${terms}\n-->\n`;
 const text = template.replace(/@([A-Z]+)@/g, (_, name) => parts[name]) + notices;
 writeFileSync(page, text);
 writeFileSync(page + ".gz", gzipSync(text, {level: 9}));
-writeFileSync(page + ".sha256", createHash("sha256").update(text).digest("hex") + "  page.html\n");
+const hash = createHash("sha256").update(text).digest("hex");
+writeFileSync(page + ".sha256", hash + "  page.html\n");
+console.log(`page.html: SHA-256 ${hash}`);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
 
@@ -49,6 +50,13 @@ class LinkStore {
         Moment lastSign = 0;
     };
 
+    struct Figures {
+        std::uint64_t commits = 0;
+        std::uint64_t changes = 0;   ///< in those commits
+        std::uint64_t failures = 0;  ///< changes that the database refused
+        std::uint64_t waiting = 0;
+    };
+
     virtual ~LinkStore() = default;
 
     /// Registers the kept link anew where it is the owner's, else the new one.
@@ -65,6 +73,7 @@ class LinkStore {
 
     /// Whether the last change went well, or none has been tried.
     virtual bool isWell() const = 0;
+    virtual Figures figures() const = 0;
 };
 
 }  // namespace zelvo::service

@@ -22,8 +22,12 @@ std::optional<std::string> newName() {
     } while (got < 0 && errno == EINTR);
     if (got != static_cast<ssize_t>(bytes.size()))
         return std::nullopt;
+    return nameOfBytes({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+}
+
+std::string nameOfBytes(std::string_view bytes) {
     std::string name;
-    for (auto byte : bytes) {
+    for (const unsigned char byte : bytes) {
         name += HexDigits[byte >> 4];
         name += HexDigits[byte & 15];
     }

@@ -14,6 +14,9 @@ std::optional<std::string> newName();
 /// The 16 bytes that such a name stands for; nothing where the text is none.
 std::optional<std::string> bytesOfName(std::string_view name);
 
+/// The name that the bytes stand for.
+std::string nameOfBytes(std::string_view bytes);
+
 /// SHA-256, 32 bytes.
 std::string digestOf(std::string_view secret);
 

@@ -11,7 +11,9 @@ namespace zelvo::service {
 
 serving::OptionTable ServiceOptions::table() {
     serving::OptionTable options;
-    options.add("database", "FILE", "where the links are kept", database);
+    options.add("database", "PLACE", "of the links: a file, or postgresql://...", database);
+    options.addCount("database-connections", "to PostgreSQL, half of them for changes; 8",
+                     databaseConnections);
     options.add("certificate", "PEM", "chain of certificates, read again on SIGHUP", certificate);
     options.add("key", "PEM", "its private key", key);
     options.add("address", "ADDRESS", "to listen on; 127.0.0.1", address);
@@ -35,6 +37,8 @@ serving::OptionTable ServiceOptions::table() {
                     server.requestsPerClient);
     options.addRate("creates-per-client", "links, in the same way; 400/0.2", createsPerClient);
     options.addRate("creates-per-owner", "links, in the same way; 200/0.2", createsPerOwner);
+    options.addSwitch("no-probes", "do not try whether hosts that register can be reached",
+                      leavesHostsAlone);
     options.addSwitch("log-requests", "write each client and link to standard error", logsRequests);
     return options;
 }
@@ -57,8 +61,10 @@ bool ServiceOptions::readRelays(const std::string& text) {
 
 std::string ServiceOptions::usage() {
     ServiceOptions options;
-    return "usage: zelvo-service --database FILE --certificate PEM --key PEM [OPTION ...]\n"
+    return "usage: zelvo-service --database PLACE --certificate PEM --key PEM [OPTION ...]\n"
            "       zelvo-service --config FILE [OPTION ...]\n"
+           "       zelvo-service links list | end LINK ... | purge [DAYS] --database PLACE\n"
+           "       zelvo-service migrate FROM TO [--add]\n"
            "       zelvo-service -h | --help | --version\n"
            "Serves shared links over HTTPS until SIGTERM or SIGINT. Once it accepts connections "
            "it\n"
@@ -87,11 +93,28 @@ std::optional<ServiceOptions> ServiceOptions::parse(std::span<char*> arguments,
     return error.empty() ? std::optional(std::move(options)) : std::nullopt;
 }
 
+std::optional<std::string> ServiceOptions::databaseOf(std::span<char*> arguments,
+                                                      std::string& error) {
+    ServiceOptions options;
+    error = options.table().read(arguments);
+    if (error.empty() && options.database.empty())
+        error = "missing option: --database";
+    return error.empty() ? std::optional(std::move(options.database)) : std::nullopt;
+}
+
 std::string ServiceOptions::origin(int boundPort) const {
     auto name = host.empty() ? address : host;
     if (name.find(':') != std::string::npos)
         name = "[" + name + "]";
     return "https://" + name + ":" + std::to_string(boundPort);
+}
+
+bool isPostgres(std::string_view database) {
+    return database.starts_with("postgresql://") || database.starts_with("postgres://");
+}
+
+std::string nameOfDatabase(const std::string& database) {
+    return isPostgres(database) ? "PostgreSQL" : database;
 }
 
 }  // namespace zelvo::service

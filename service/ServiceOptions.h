@@ -4,6 +4,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "serving/HttpServer.h"
 #include "serving/OptionTable.h"
@@ -12,7 +13,8 @@ namespace zelvo::service {
 
 /// What the command line and the configuration file say.
 struct ServiceOptions {
-    std::string database;
+    std::string database;  ///< a file, or a URL of PostgreSQL
+    std::size_t databaseConnections = 8;
     std::string certificate;
     std::string key;
     std::string address = "127.0.0.1";
@@ -20,6 +22,7 @@ struct ServiceOptions {
     std::string operators;  ///< "ADDRESS:PORT" of /health and /metrics; empty for none
     int port = 0;           ///< 0: a free one
     bool logsRequests = false;
+    bool leavesHostsAlone = false;
     std::map<std::string, std::string> relays;  ///< names by address
     std::string relayKey;                       ///< by which they know us
     std::string page;                           ///< for browsers; empty for none
@@ -35,6 +38,8 @@ struct ServiceOptions {
     /// one is unknown, incomplete, given twice or missing.
     static std::optional<ServiceOptions> parse(std::span<char*> arguments, std::string& error);
     static std::string usage();
+    /// The database alone, for which nothing else has to be said.
+    static std::optional<std::string> databaseOf(std::span<char*> arguments, std::string& error);
 
     /// The origin of the service's URLs.
     std::string origin(int boundPort) const;
@@ -43,5 +48,10 @@ struct ServiceOptions {
     serving::OptionTable table();
     bool readRelays(const std::string& text);
 };
+
+/// Whether the database is a server, and not a file.
+bool isPostgres(std::string_view database);
+/// For messages: without what a URL may have of passwords.
+std::string nameOfDatabase(const std::string& database);
 
 }  // namespace zelvo::service

@@ -1,12 +1,14 @@
 #include "service/SharingEndpoints.h"
 
 #include <algorithm>
+#include <charconv>
 #include <iterator>
 #include <random>
 #include <span>
 #include <utility>
 
 #include "service/Names.h"
+#include "service/ReachProbe.h"
 #include "service/SharingFields.h"
 
 namespace zelvo::service {
@@ -100,6 +102,21 @@ LinkStore::Registration SharingEndpoints::registrationOf(const Fields& fields,
     return registration;
 }
 
+/// What tries whether the caller can be reached at the port that it registers, once that is done.
+/// Nobody else is tried, and relays are not the caller.
+std::function<void(const std::string&)> SharingEndpoints::probeOf(const Fields& fields,
+                                                                  const Caller& caller) const {
+    const auto& port = value(fields, "Port");
+    int number = 0;
+    std::from_chars(port.data(), port.data() + port.size(), number);
+    if (!options_.probe || value(fields, "IPAddress") != caller.address ||
+        options_.relays.contains(caller.address))
+        return [](const std::string&) {};
+    return [probe = options_.probe, address = caller.address, number](const std::string& link) {
+        probe->begin(link, address, number);
+    };
+}
+
 void SharingEndpoints::create(const Fields& fields, const Caller& caller, Done done) {
     LinkStore::Creation creation;
     creation.kept = value(fields, KeptLinkName);
@@ -113,23 +130,30 @@ void SharingEndpoints::create(const Fields& fields, const Caller& caller, Done d
         return done({refusal(StatusCode::InternalError), ""});
     creation.newLink = *link;
     creation.newOwner = digestOf(*secret);
-    store_.create(std::move(creation), [done = std::move(done), shown = caller.secret,
-                                        secret = *secret](const LinkStore::Created& created) {
-        if (created.outcome != Outcome::Done)
-            return done({replyTo(created.outcome), ""});
-        auto reply = success();
-        reply.emplace("link", created.link);
-        // A known secret is given again, too, as it is kept for so long only.
-        done({std::move(reply), created.isNewOwner ? secret : shown});
-    });
+    store_.create(std::move(creation),
+                  [done = std::move(done), shown = caller.secret, probe = probeOf(fields, caller),
+                   secret = *secret](const LinkStore::Created& created) {
+                      if (created.outcome != Outcome::Done)
+                          return done({replyTo(created.outcome), ""});
+                      probe(created.link);
+                      auto reply = success();
+                      reply.emplace("link", created.link);
+                      // A known secret is given again, too, as it is kept for so long only.
+                      done({std::move(reply), created.isNewOwner ? secret : shown});
+                  });
 }
 
 void SharingEndpoints::update(const Fields& fields, const Caller& caller, Done done) {
     auto registration = registrationOf(fields, caller);
-    if (value(fields, "availabilityStatus") != "0")
+    const bool isAvailable = value(fields, "availabilityStatus") == "0";
+    if (!isAvailable)
         registration.availability = Availability::Unavailable;
-    store_.replace(value(fields, "sharedLink"), ownerOf(caller.secret), std::move(registration),
-                   [done = std::move(done)](Outcome outcome) {
+    const auto& link = value(fields, "sharedLink");
+    store_.replace(link, ownerOf(caller.secret), std::move(registration),
+                   [done = std::move(done), probe = probeOf(fields, caller), isAvailable,
+                    link](Outcome outcome) {
+                       if (outcome == Outcome::Done && isAvailable)
+                           probe(link);
                        done({replyTo(outcome), ""});
                    });
 }
@@ -150,6 +174,11 @@ void SharingEndpoints::get(const Fields& fields, const Caller& caller, Done done
         const auto relay = options_.relays.find(value(record.registration.facts, "IPAddress"));
         if (isAvailable && relay != options_.relays.end())
             reply.emplace("Relay", relay->second);
+        // To the host alone, since others see for themselves.
+        const auto reached =
+            isOwner && isAvailable && options_.probe ? options_.probe->told(link) : std::nullopt;
+        if (reached)
+            reply.emplace("Reached", std::int64_t{*reached});
         done({std::move(reply), ""});
     });
 }

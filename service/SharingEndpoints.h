@@ -10,6 +10,8 @@
 
 namespace zelvo::service {
 
+class ReachProbe;
+
 /// What one can ask the service: to register a link, to replace its facts, to tell them, and to
 /// forget it; and for a relay. What changes a link, only its owner may ask. Any thread.
 class SharingEndpoints {
@@ -36,6 +38,9 @@ class SharingEndpoints {
             {};
         /// Whether one more link may be made in the name of the owner's digest; null for always.
         std::function<bool(const LinkStore::Owner&)> mayCreate = {};
+        /// Tries whether hosts can be reached, for them to know; outlives this object, null for
+        /// not at all.
+        ReachProbe* probe = nullptr;
     };
 
     SharingEndpoints(LinkStore& store, Options options)
@@ -60,6 +65,8 @@ class SharingEndpoints {
     void remove(const Fields& fields, const Caller& caller, Done done);
     void sendToRelay(const Fields& fields, const Caller& caller, Done done);
     LinkStore::Registration registrationOf(const Fields& fields, const Caller& caller) const;
+    std::function<void(const std::string& link)> probeOf(const Fields& fields,
+                                                         const Caller& caller) const;
 
     LinkStore& store_;
     const Options options_;

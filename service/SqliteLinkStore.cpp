@@ -261,7 +261,7 @@ void SqliteLinkStore::complain(const std::string& trouble) {
     std::fprintf(stderr, "zelvo-service: database: %s\n", trouble.c_str());
 }
 
-SqliteLinkStore::Figures SqliteLinkStore::figures() const {
+LinkStore::Figures SqliteLinkStore::figures() const {
     const std::lock_guard lock(mutex_);
     return {commits_, changes_, failures_, jobs_.size()};
 }

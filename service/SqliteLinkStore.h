@@ -19,12 +19,6 @@ class LinkTable;
 /// together; readers wait for nobody. What is too old is forgotten a few rows at a time.
 class SqliteLinkStore : public LinkStore {
   public:
-    struct Figures {
-        std::uint64_t commits = 0;
-        std::uint64_t changes = 0;   ///< in those commits
-        std::uint64_t failures = 0;  ///< changes that the database refused
-        std::uint64_t waiting = 0;
-    };
     using Clock = std::function<Moment()>;
 
     /// Opens the database, or makes it where there is none. Null, with the reason in error, when
@@ -44,8 +38,7 @@ class SqliteLinkStore : public LinkStore {
     void find(const std::string& link, std::function<void(Outcome, const Record&)> done) override;
     void touch(const std::string& link) override;
     bool isWell() const override { return isWell_; }
-
-    Figures figures() const;
+    Figures figures() const override;
 
   private:
     /// One change: what it does inside a transaction, and what follows once that is durable, or,

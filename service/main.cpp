@@ -10,10 +10,17 @@
 #include <string>
 
 #include "relay/tickets/Tickets.h"
+#include "service/Administration.h"
+#include "service/ReachProbe.h"
 #include "service/ServiceOptions.h"
 #include "service/SharingEndpoints.h"
 #include "service/SharingHandler.h"
+#include "service/SqliteArchive.h"
 #include "service/SqliteLinkStore.h"
+#ifdef ZELVO_POSTGRES
+#include "service/postgres/PostgresArchive.h"
+#include "service/postgres/PostgresLinkStore.h"
+#endif
 #include "serving/HttpServer.h"
 #include "serving/Metrics.h"
 #include "serving/OperatorServer.h"
@@ -30,8 +37,36 @@ int complain(const std::string& text) {
     return EXIT_FAILURE;
 }
 
-void watch(serving::Metrics& metrics, const SqliteLinkStore& store,
-           const serving::HttpServer& server) {
+[[maybe_unused]] constexpr const char* WithoutPostgres =
+    "this program was built without PostgreSQL";
+
+Moment now() {
+    return std::time(nullptr);
+}
+
+std::unique_ptr<LinkStore> openStore(const ServiceOptions& options, std::string& error) {
+    if (!isPostgres(options.database))
+        return SqliteLinkStore::open(options.database, &now, error);
+#ifdef ZELVO_POSTGRES
+    return PostgresLinkStore::open(options.database, options.databaseConnections, &now, error);
+#else
+    error = WithoutPostgres;
+    return nullptr;
+#endif
+}
+
+std::unique_ptr<LinkArchive> openArchive(const std::string& place, std::string& error) {
+    if (!isPostgres(place))
+        return SqliteArchive::open(place, now(), error);
+#ifdef ZELVO_POSTGRES
+    return PostgresArchive::open(place, error);
+#else
+    error = WithoutPostgres;
+    return nullptr;
+#endif
+}
+
+void watch(serving::Metrics& metrics, const LinkStore& store, const serving::HttpServer& server) {
     metrics.gauge("zelvo_connections", "Connections that are open.",
                   [&] { return static_cast<double>(server.connections()); });
     metrics.gauge("zelvo_service_changes_waiting", "Changes that wait for the disk.",
@@ -47,15 +82,14 @@ void watch(serving::Metrics& metrics, const SqliteLinkStore& store,
 }
 
 /// Serves until a signal ends it.
-int serve(ServiceOptions& options, std::shared_ptr<const serving::TlsContext> tls,
-          SqliteLinkStore& store, const std::optional<zelvo::relay::Ed25519>& relayKey,
-          const std::optional<WebPage>& page, serving::ServerSignals& signals) {
+int serve(ServiceOptions& options, std::shared_ptr<const serving::TlsContext> tls, LinkStore& store,
+          const std::optional<zelvo::relay::Ed25519>& relayKey, const std::optional<WebPage>& page,
+          serving::ServerSignals& signals) {
     serving::Metrics metrics;
     serving::Allowances createsOf(options.createsPerOwner);
-    SharingEndpoints::Options rules{
-        .clock = [] { return static_cast<Moment>(std::time(nullptr)); },
-        .mayCreate =
-            [&](const LinkStore::Owner& owner) { return owner.empty() || createsOf.take(owner); }};
+    SharingEndpoints::Options rules{.clock = &now, .mayCreate = [&](const LinkStore::Owner& owner) {
+                                        return owner.empty() || createsOf.take(owner);
+                                    }};
     rules.relays = options.relays;
     if (relayKey)
         rules.ticketFor = [&relayKey, clock = rules.clock](const LinkStore::Owner& owner,
@@ -67,6 +101,9 @@ int serve(ServiceOptions& options, std::shared_ptr<const serving::TlsContext> tl
                                         relay}
                 .sealed(*relayKey);
         };
+    std::optional<ReachProbe> probe;
+    if (!options.leavesHostsAlone)
+        rules.probe = &probe.emplace(ReachProbe::Options{.metrics = &metrics});
     SharingEndpoints endpoints(store, std::move(rules));
     SharingHandler handler(endpoints, {.createsPerClient = options.createsPerClient,
                                        .logsRequests = options.logsRequests,
@@ -118,8 +155,13 @@ int serve(ServiceOptions& options, std::shared_ptr<const serving::TlsContext> tl
 
 int main(int argc, char** argv) {
     constexpr int badUsage = 2;
+    umask(S_IRWXG | S_IRWXO);  // the database tells where people's machines are
     std::string error;
     std::span arguments(argv, static_cast<std::size_t>(argc));
+    if (const auto status =
+            Administration(&openArchive, now()).run(arguments.subspan(argc > 0 ? 1 : 0))) {
+        return *status;
+    }
     auto options = ServiceOptions::parse(arguments.subspan(argc > 0 ? 1 : 0), error);
     if (!options) {
         complain(error);
@@ -132,7 +174,6 @@ int main(int argc, char** argv) {
                    : EXIT_FAILURE;
 
     std::signal(SIGPIPE, SIG_IGN);  // a client that is gone is that connection's failure alone
-    umask(S_IRWXG | S_IRWXO);       // the database tells where people's machines are
     // The library's own lines are about single clients, who are not to be named.
     event_set_log_callback([](int, const char*) {});
     serving::ServerSignals signals;
@@ -146,9 +187,8 @@ int main(int argc, char** argv) {
     std::optional<WebPage> page;
     if (!options->page.empty() && !(page = WebPage::read(options->page, options->relays, error)))
         return complain(error);
-    auto store = SqliteLinkStore::open(
-        options->database, [] { return static_cast<Moment>(std::time(nullptr)); }, error);
+    auto store = openStore(*options, error);
     if (!store)
-        return complain(options->database + ": " + error);
+        return complain(nameOfDatabase(options->database) + ": " + error);
     return serve(*options, std::move(tls), *store, relayKey, page, signals);
 }

@@ -1,5 +1,6 @@
 #include "opener/window/StartPage.h"
 
+#include <QEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -65,6 +66,21 @@ void StartPage::build(const QString& images) {
     connect(open_, &QPushButton::clicked, this, [this] { begin(); });
     for (auto* field : {linkField_, nameField_})
         connect(field, &QLineEdit::returnPressed, this, [this] { begin(); });
+    matchFrames();
+}
+
+// Qt's own style draws a frame somewhat darker than the window, which is no line on a dark panel.
+void StartPage::matchFrames() {
+    auto colors = palette();
+    colors.setColor(QPalette::Window, colors.color(QPalette::Disabled, QPalette::WindowText));
+    linkField_->setPalette(colors);
+    nameField_->setPalette(colors);
+}
+
+void StartPage::changeEvent(QEvent* event) {
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange && nameField_)
+        matchFrames();
 }
 
 void StartPage::ask(const std::string& name) {

@@ -27,7 +27,11 @@ class StartPage final : public QWidget {
     /// What was dropped or handed over. Begins where nothing is missing any more.
     void takeLink(const QString& text);
 
+  protected:
+    void changeEvent(QEvent* event) override;
+
   private:
+    void matchFrames();
     void build(const QString& images);
     void begin();
     void complain(const QString& sentence, QLineEdit* field);

@@ -47,8 +47,8 @@ class Packaging(unittest.TestCase):
 
     def test_the_manual_of_the_defaults_has_their_keys(self):
         keys = set()
-        for folder in ("link", "opener/window", "platform/linux"):
-            for file in (SOURCE / folder).glob("*.cpp"):
+        for folder in ("link", "opener", "platform/linux"):
+            for file in (SOURCE / folder).rglob("*.cpp"):
                 keys |= set(re.findall(r'Key = "(\w+)";', file.read_text()))
         self.assertEqual(keys, set(re.findall(r"^\.TP\n\.B (\w+)", manual("zelvo-defaults.5"), re.M)))
 

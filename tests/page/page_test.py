@@ -20,9 +20,10 @@ for room in ("support", "relay"):
 from browser import Browser  # noqa: E402
 from gate import QUESTION, REPLY, RIGHTS, WATCH, CONTROL, ZelvoEnd  # noqa: E402
 from relay_test import Host, Relays  # noqa: E402
-from stage import Stage, enter_own_network, skip_where_missing, wait_until  # noqa: E402
+from stage import GREETING, Stage, enter_own_network, skip_where_missing, wait_until  # noqa: E402
 
-FACTS = ("ComputerName=Zo%C3%AB%E2%80%99s%20computer&LocalHostname=a.local.&vncPort=5900&IPAddress={}&Port={}"
+COMPUTER = "\u2068Zoë’s <b onclick=1>\u2069"
+FACTS = ("ComputerName=Zo%C3%AB%E2%80%99s%20%3Cb%20onclick%3D1%3E&LocalHostname=a.local.&vncPort=5900&IPAddress={}&Port={}"
          "&MacAddress=&LastKeyboardLocale=&MappedService=vnc&HotKeys=%7B%2264%22%3A%5B65507%2C113%5D%7D"
          "&permanentSharedLink=")
 KEY = bytes(range(16))
@@ -88,7 +89,7 @@ class Scene:
         self.browser.open(self.url(link, key))
 
     def ask(self):
-        wait_until(lambda: self.browser.text("title") == "\u2068Zoë’s computer\u2069", 10, "the host's name")
+        wait_until(lambda: self.browser.text("title") == COMPUTER, 10, "the host's name")
         self.browser.type("#name", NAME)
         self.browser.click("#ask button")
 
@@ -230,12 +231,44 @@ def inside(scene):
     assert not complaints, complaints
 
 
+MARKUP = "<img src='x:' onerror='stolen=1'><script>stolen=1</script>"
+
+
+def hostile(scene):
+    """Within a sealed line, a host that has been made evil shows a wrong picture at most."""
+    browser = scene.browser
+    scene.open(scene.link)
+    wait_until(lambda: browser.text("title") == COMPUTER, 10, "a host's name with markup in it")
+    bundled = subprocess.run(["esbuild", os.path.join(HERE, "meetHost.js"), "--bundle", "--format=iife"], check=True,
+                             capture_output=True, text=True, env=dict(os.environ, NODE_PATH="/usr/share")).stdout
+    browser.run(bundled)
+    images = browser.run("return document.images.length")
+    browser.complaints()
+    begin = GREETING + bytes(4) + struct.pack(">HH16sI", 16, 16, bytes([32, 24, 0, 1, 0, 255, 0, 255, 0, 255, 16, 8]),
+                                              len(MARKUP)) + MARKUP.encode()
+    rectangle = lambda x, y, width, height, kind: struct.pack(">BxHHHHHi", 0, 1, x, y, width, height, kind)
+    for words, fate in (
+            (struct.pack(">B3xI", 3, len(MARKUP)) + MARKUP.encode(), "shown"),
+            (rectangle(9, 9, 65535, 65535, 7) + b"\x80abc", "shown"),
+            (rectangle(0, 0, 65535, 65535, -223), "shown"),
+            (rectangle(0, 0, 2, 2, 0x12345678), "failed"),
+            (rectangle(0, 0, 2, 2, 7) + b"\x00\x09no zlib !", "failed"),
+            (bytes([99]), "failed")):
+        said = [base64.b64encode(part).decode() for part in (begin, words)]
+        ended = browser.run("return meetHost(arguments[0])", said)
+        assert ended == fate, (words, ended)
+    assert browser.run("return document.getElementById('clipboard-text').value") == MARKUP
+    assert browser.run("return typeof stolen + document.images.length") == f"undefined{images}"
+    complaints = [line for line in browser.complaints() if "Security Policy" in line]
+    assert not complaints, complaints
+
+
 def main():
-    skip_where_missing("chromium", "chromedriver", "xclip", "xterm", "xsetroot")
+    skip_where_missing("chromium", "chromedriver", "esbuild", "xclip", "xterm", "xsetroot")
     enter_own_network()
     with Stage(os.path.abspath(sys.argv[1])) as stage:
         scene = Scene(stage, sys.argv[2] if len(sys.argv) > 2 else None)
-        for scenario in (served, refused, inside):
+        for scenario in (served, refused, hostile, inside):
             scenario(scene)
             print(f"{scenario.__name__}: well", flush=True)
         scene.browser.quit()

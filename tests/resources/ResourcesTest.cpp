@@ -97,7 +97,8 @@ TEST(StringTables, HoldWhatTheWindowAndTheCodeShow) {
     auto table = read("en.lproj/Localizable.strings");
     auto shown = matches(contents(resources + "/MainWindow.ui"), "<string>([^<]+)</string>");
     std::set<std::string> literals;
-    for (const auto* room : {"app", "platform/qt", "platform/terminal", "platform/linux", "opener"})
+    for (const auto* room :
+         {"app", "doctor", "platform/qt", "platform/terminal", "platform/linux", "opener"})
         for (const auto& entry :
              std::filesystem::recursive_directory_iterator(resources + "/../" + room)) {
             if (entry.path().extension() != ".cpp")

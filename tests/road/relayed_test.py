@@ -5,6 +5,7 @@ usage: relayed_test.py BUILD_FOLDER [KILLS, a multiple of three]
 """
 
 import contextlib
+import json
 import os
 import random
 import signal
@@ -21,6 +22,14 @@ from stage import (VNC_PORT, Stage, enter_own_network, is_listening, processes_n
                    wait_until, wait_until_off)
 
 
+def doctor(stage, service, router):
+    """What is found of each subject; nothing is left behind."""
+    said = subprocess.run([os.path.join(stage.build, "zelvo"), "doctor", "--json"], timeout=30, check=False,
+                          env=stage.environment(service.url, router), capture_output=True, text=True)
+    assert not said.stderr and not any(os.path.exists(stage.path(name)) for name in ("config", "state", "data", "root"))
+    return said.returncode, {found["subject"]: found["standing"] for found in json.loads(said.stdout)["findings"]}
+
+
 def relayed(stage):
     """Where the router is silent a relay is the way in, and the same one after its restart."""
     address = "192.0.2.9"
@@ -35,6 +44,15 @@ def relayed(stage):
     router = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     router.bind(("127.0.0.1", 0))
     env = stage.environment(service.url, f"127.0.0.1:{router.getsockname()[1]}")
+    status, found = doctor(stage, service, env["ZELVO_ROUTER"])
+    assert found.pop("clock") != "unknown" and status == 0
+    assert found == {"session": "works", "server": "works", "router": "limits", "certificates": "limits",
+                     "service": "works", "relay": "works"}, found
+    other = stage.start_router()
+    status, found = doctor(stage, service, other.place)
+    assert status == 0 and found["router"] == found["second-router"] == "works", found
+    assert len(other.lines) == 1, other.lines
+    other.quit(5)
     begun = time.monotonic()
     zelvo = stage.start([os.path.join(stage.build, "zelvo"), "--ask-in-terminal", "--print-link"],
                         env, takes_input=True)
@@ -44,6 +62,9 @@ def relayed(stage):
     facts = service_info(service.url, stage.path("ca.pem"), identifier)
     assert facts["IPAddress"] == address and facts["Relay"] == relay.place, facts
 
+    shown = subprocess.run([os.path.join(stage.build, "zelvo-open"), "--print-facts", "-"], env=env, text=True,
+                           input=link + "\n", capture_output=True, check=True).stdout
+    assert f"\nRelay: {relay.place}\n" in shown, shown
     opener = stage.start([os.path.join(stage.build, "zelvo-open"), "--say", "--once", "--name",
                           "Ana", "-"], env, takes_input=True)
     opener.process.stdin.write(link + "\n")

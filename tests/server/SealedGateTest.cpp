@@ -234,6 +234,31 @@ TEST_F(SealedGateTest, LetsBackInOnceWhoLostTheLine) {
     turn();
     gate->handle(Disconnect{everybody});
     EXPECT_FALSE(open(6, ours, "Zoë", cut).line.channel().isBack()) << "nor after a disconnection";
+    auto present = inside(7);
+    const auto held = present.line.channel().returnSecret();
+    gate->handle(Disconnect{all<Inside>().back().viewer});
+    EXPECT_FALSE(open(8, ours, "Zoë", held).line.channel().isBack());
+
+    // A minute, whoever looks after it when.
+    ReplayCache replays;
+    for (const bool looksAfter : {true, false}) {
+        for (const auto absence : {59'999ms, 60'000ms}) {
+            Returns returns;
+            const auto given = returns.enter(1, Rights::Watch, "Zoë");
+            returns.lose(1, Returns::Time{});
+            auto line = SealedLine::opener(keyOf(ours), "Zoë", given);
+            auto host = SealedLine::host(keyOf(ours), replays);
+            for (int turn = 0; turn < 3; ++turn) {
+                host.receive(line.takeOutput());
+                line.receive(host.takeOutput());
+            }
+            EXPECT_EQ(returns.nextDeadline(), Returns::Time{} + 60s);
+            if (looksAfter)
+                returns.tick(Returns::Time{} + absence);
+            EXPECT_EQ(returns.take(host.channel(), Returns::Time{} + absence).has_value(),
+                      absence < 60s);
+        }
+    }
 }
 
 TEST_F(SealedGateTest, EndsWhatAnOldLinkOpenedAndNothingElse) {

@@ -1,7 +1,6 @@
 #include "service/SharingEndpoints.h"
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <atomic>
 #include <future>
@@ -9,7 +8,7 @@
 #include "service/JsonObject.h"
 #include "service/Names.h"
 #include "service/PropertyListWriter.h"
-#include "service/SqliteLinkStore.h"
+#include "tests/service/Databases.h"
 #include "tests/service/Facts.h"
 #include "tests/support/Mutations.h"
 #include "tests/support/TemporaryFolder.h"
@@ -17,8 +16,12 @@
 namespace zelvo::service {
 namespace {
 
-class SharingEndpointsTest : public testing::Test {
+class SharingEndpointsTest : public testing::TestWithParam<const char*> {
   protected:
+    void SetUp() override {
+        if (!store)
+            GTEST_SKIP() << "PostgreSQL is missing";
+    }
     /// With the secret that the service has given last, unless another is shown.
     Reply answer(const std::string& endpoint, const std::string& body,
                  std::optional<std::string> shown = std::nullopt) {
@@ -40,18 +43,16 @@ class SharingEndpointsTest : public testing::Test {
         return reply.contains("link") ? std::get<std::string>(reply["link"]) : "";
     }
 
-    test::TemporaryFolder folder;
-    std::string error;
     std::atomic<Moment> now = 1'000'000'000;
     std::string secret;
     std::string peer = "203.0.113.7";
-    std::unique_ptr<LinkStore> store = SqliteLinkStore::open(
-        folder / "links.db", [this] { return now.load(); }, error);
+    Database database{GetParam()};
+    std::unique_ptr<LinkStore> store = database.open([this] { return now.load(); });
     SharingEndpoints endpoints{
         *store, {.clock = [this] { return now.load(); }, .relays = {{"198.51.100.1", "r.test"}}}};
 };
 
-TEST_F(SharingEndpointsTest, ALinkLivesFromCreateToDelete) {
+TEST_P(SharingEndpointsTest, ALinkLivesFromCreateToDelete) {
     auto link = create("Tom%20&%20Ann=1+1%0D%3C%5D%5D%3E");
     auto other = create("Other");
     EXPECT_EQ(link.size(), 32u);
@@ -92,7 +93,7 @@ TEST_F(SharingEndpointsTest, ALinkLivesFromCreateToDelete) {
     EXPECT_EQ(answer("get.php", "link=" + other)["ComputerName"], Reply::mapped_type("Other"));
 }
 
-TEST_F(SharingEndpointsTest, OnlyItsOwnerChangesALink) {
+TEST_P(SharingEndpointsTest, OnlyItsOwnerChangesALink) {
     const auto link = create("A");
     const auto owner = secret;
     EXPECT_EQ(owner.size(), 32u);
@@ -120,11 +121,11 @@ TEST_F(SharingEndpointsTest, OnlyItsOwnerChangesALink) {
     secret = owner;
     EXPECT_EQ(create("A", link), link);
     EXPECT_EQ(secret, owner);
-    EXPECT_EQ(folder.read("links.db-wal").find(owner), std::string::npos);
+    EXPECT_EQ(database.content().find(owner), std::string::npos);
     EXPECT_EQ(answer("delete.php", "link=" + link), success());
 }
 
-TEST_F(SharingEndpointsTest, ALinkLivesAsLongAsItsHostShowsThatItDoes) {
+TEST_P(SharingEndpointsTest, ALinkLivesAsLongAsItsHostShowsThatItDoes) {
     constexpr Moment hour = 3600;
     const auto link = create("A");
     const auto isAvailable = [&](const std::string& shown) {
@@ -154,7 +155,7 @@ TEST_F(SharingEndpointsTest, ALinkLivesAsLongAsItsHostShowsThatItDoes) {
     EXPECT_NE(create("A", link), link);
 }
 
-TEST_F(SharingEndpointsTest, SaysWhetherTheAddressIsProven) {
+TEST_P(SharingEndpointsTest, SaysWhetherTheAddressIsProven) {
     for (const auto& [from, isProven] :
          std::map<std::string, int>{{"203.0.113.7", 1}, {"203.0.113.8", 0}, {"", 0}}) {
         peer = from;
@@ -168,7 +169,7 @@ TEST_F(SharingEndpointsTest, SaysWhetherTheAddressIsProven) {
     EXPECT_EQ(answer("relay.php", "Relay="), refusal(StatusCode::NoRelay));
 }
 
-TEST_F(SharingEndpointsTest, AnswersEveryKeptLinkWithOneThatWorks) {
+TEST_P(SharingEndpointsTest, AnswersEveryKeptLinkWithOneThatWorks) {
     for (const auto& kept :
          std::vector<std::string>{"unknown", "%1B%5B31m%0A", "%00", "%FF", "%", "a&Port=1&b",
                                   "a&vncPort=1&b&vncPort=", "a&permanentSharedLink=b",
@@ -185,30 +186,25 @@ TEST_F(SharingEndpointsTest, AnswersEveryKeptLinkWithOneThatWorks) {
     }
 }
 
-TEST_F(SharingEndpointsTest, SaysThatTheStoreFailed) {
+TEST_P(SharingEndpointsTest, SaysThatTheStoreFailed) {
     auto link = create("A");
-    auto intrude = [&](const char* sql) {
-        sqlite3* database = nullptr;
-        sqlite3_open((folder / "links.db").c_str(), &database);
-        EXPECT_EQ(sqlite3_exec(database, sql, nullptr, nullptr, nullptr), SQLITE_OK) << sql;
-        sqlite3_close(database);
-    };
     // The kept link must not be given up for a new one, which the helper has not got.
-    intrude("CREATE TRIGGER t BEFORE UPDATE ON links BEGIN SELECT RAISE(ABORT, 'no'); END");
+    database.forbidUpdates();
     const auto failed = refusal(StatusCode::StoreUnavailable);
     EXPECT_EQ(answer("create.php", facts("B") + "&permanentSharedLink=" + link), failed);
-    intrude("DROP TRIGGER t; ALTER TABLE links RENAME TO gone");
+    database.allowUpdates();
+    database.run("ALTER TABLE links RENAME TO gone");
     for (const auto& [endpoint, body] : std::map<std::string, std::string>{
              {"create.php", facts("B") + "&permanentSharedLink="},
              {"update.php", facts("B") + "&sharedLink=" + link + "&availabilityStatus=0"},
              {"get.php", "link=" + link},
              {"delete.php", "link=" + link}})
         EXPECT_EQ(answer(endpoint, body), failed) << endpoint;
-    intrude("ALTER TABLE gone RENAME TO links");
+    database.run("ALTER TABLE gone RENAME TO links");
     EXPECT_EQ(create("B", link), link);
 }
 
-TEST_F(SharingEndpointsTest, RefusesValuesThatTheFieldCannotHave) {
+TEST_P(SharingEndpointsTest, RefusesValuesThatTheFieldCannotHave) {
     auto good = std::string("&").append(facts("A")).append("&permanentSharedLink=");
     auto with = [&](const std::string& field, const std::string& value) {
         auto begin = good.find("&" + field + "=") + field.size() + 2;
@@ -232,7 +228,7 @@ TEST_F(SharingEndpointsTest, RefusesValuesThatTheFieldCannotHave) {
     EXPECT_EQ(answer("get.php", "link=" + link)["ComputerName"], Reply::mapped_type("A"));
 }
 
-TEST_F(SharingEndpointsTest, AnswersEveryMutatedBody) {
+TEST_P(SharingEndpointsTest, AnswersEveryMutatedBody) {
     auto link = create("A");
     for (const auto& [endpoint, body] : std::map<std::string, std::string>{
              {"create.php", facts("Tom%20&%C3%A9") + "&permanentSharedLink=" + link},
@@ -243,6 +239,9 @@ TEST_F(SharingEndpointsTest, AnswersEveryMutatedBody) {
             ASSERT_TRUE(answer(endpoint, mutated).contains("StatusCode")) << mutated;
         });
 }
+
+INSTANTIATE_TEST_SUITE_P(Databases, SharingEndpointsTest, testing::Values("sqlite", "postgresql"),
+                         [](const auto& given) { return std::string(given.param); });
 
 TEST(PropertyListWriter, EscapesWhatXmlCannotCarry) {
     EXPECT_EQ(PropertyListWriter::write({{"StatusCode", 5}, {"t", "a&b\r<]]>\x01\t\xFF\u00e9"}}),

@@ -29,15 +29,19 @@ def skip_where_missing(*programs, reason=""):
 
 
 def enter_own_network():
-    """Goes on in a network namespace that has nothing but loopback, so that every port is free."""
+    """Goes on in a network namespace that has nothing but loopback, so that every port is free. The namespace of
+    processes ends with the test, also with one that is killed, and takes along what programs have started
+    in turn, such as a browser's many processes."""
     if os.environ.get("ZELVO_OWN_NETWORK") == "1":
         return
-    possible = subprocess.run(["unshare", "-n", "true"], capture_output=True, check=False)
+    own = ["unshare", "--net", "--pid", "--fork", "--kill-child", "--mount-proc"]
+    possible = subprocess.run([*own, "true"], capture_output=True, check=False)
     if possible.returncode != 0:
         skip_where_missing(reason="no right to make a network namespace")
     os.environ["ZELVO_OWN_NETWORK"] = "1"
-    command = 'ip link set lo up && exec "$@"'
-    os.execvp("unshare", ["unshare", "-n", "sh", "-c", command, "sh", sys.executable, *sys.argv])
+    # The shell stays, since the first process of a namespace has to clear orphans away.
+    command = 'ip link set lo up && "$@"; exit $?'
+    os.execvp(own[0], [*own, "sh", "-c", command, "sh", sys.executable, *sys.argv])
 
 
 def own_environment():

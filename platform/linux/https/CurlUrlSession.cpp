@@ -1,6 +1,7 @@
 #include "platform/linux/https/CurlUrlSession.h"
 
 #include <curl/curl.h>
+#include <openssl/crypto.h>
 
 #include <future>
 #include <utility>
@@ -13,7 +14,11 @@ namespace zelvo::platform {
 CurlUrlSession::CurlUrlSession(MainQueue& mainQueue, Options options)
     : mainQueue_(mainQueue),
       completions_(std::make_shared<Completions>()),
-      worker_(std::make_unique<CurlWorker>(mainQueue, std::move(options))) {}
+      worker_(std::make_unique<CurlWorker>(mainQueue, std::move(options))) {
+    // Qt exits where it stands when the display goes, while threads seal and ask: what OpenSSL has
+    // stays there until the process is gone. This is the first who needs it.
+    ::OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
+}
 
 CurlUrlSession::~CurlUrlSession() = default;
 

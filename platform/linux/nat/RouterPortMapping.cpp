@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 
-#include <charconv>
 #include <optional>
 #include <random>
 
@@ -17,24 +16,6 @@ constexpr std::uint32_t LongestLease = 3600;
 /// Where no external port is wished for: above the well-known ones.
 constexpr std::uint16_t LowestRandomPort = 10000;
 constexpr std::uint16_t HighestRandomPort = 65533;
-
-std::optional<Ipv4Endpoint> parseEndpoint(const std::string& text) {
-    const std::size_t colon = text.find(':');
-    Ipv4Endpoint endpoint{0, PortControlPort};
-    in_addr address{};
-    if (inet_pton(AF_INET, text.substr(0, colon).c_str(), &address) != 1) {
-        return std::nullopt;
-    }
-    endpoint.address = ntohl(address.s_addr);
-    if (colon != std::string::npos) {
-        const char* end = text.data() + text.size();
-        const auto [last, error] = std::from_chars(text.data() + colon + 1, end, endpoint.port);
-        if (error != std::errc() || last != end || endpoint.port == 0) {
-            return std::nullopt;
-        }
-    }
-    return endpoint;
-}
 
 std::uint16_t randomPort() {
     std::random_device device;

@@ -18,9 +18,10 @@ struct Texts {
 };
 
 constexpr Texts Starting{"Getting ready", "Zelvo is checking whether Screen Sharing is on."};
-constexpr Texts MakingLink{"Making your link",
-                           "Zelvo is asking your router to let a viewer in. This takes a few "
-                           "seconds."};
+constexpr Texts MakingLink{
+    "Making your link",
+    "Zelvo is asking your router, or a relay, to let a viewer in. This takes a few "
+    "seconds."};
 constexpr Texts LinkReady{"Your link is ready",
                           "Send the link to the person who should see your screen. You will be "
                           "asked before anybody gets in."};

@@ -16,6 +16,7 @@ namespace {
 
 constexpr const char* Help =
     "Usage: zelvo [-h | --help | --version] [--ask-in-terminal] [--print-link]\n"
+    "       zelvo doctor [--json]\n"
     "       zelvo zelvo://...\n"
     "\n"
     "Shares this screen through one link. Opens a window, or runs in the terminal where there is\n"
@@ -25,6 +26,10 @@ constexpr const char* Help =
     "                     screen, and takes whole words from the standard input as answers\n"
     "  --print-link       with a window, too, writes the link to the standard output; whoever can\n"
     "                     read that can ask to see the screen\n"
+    "\n"
+    "With \"doctor\", says what works on this computer and what does not, and changes nothing.\n"
+    "\n"
+    "  --json             says it for programs and for a report, in English\n"
     "\n"
     "With a link, opens it with zelvo-open, to see somebody else's screen.\n";
 
@@ -73,6 +78,10 @@ CommandLine readCommandLine(int argc, char* argv[]) {
             line.asksInTerminal = true;
         } else if (argument == "--print-link") {
             line.printsLink = true;
+        } else if (argument == "doctor" && i == 1) {
+            line.examines = true;
+        } else if (argument == "--json" && line.examines) {
+            line.asJson = true;
         } else if (isLink(argument)) {
             line.exitStatus = openLink(argv + i);
         } else {

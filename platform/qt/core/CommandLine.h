@@ -13,6 +13,9 @@ struct CommandLine {
     bool asksInTerminal = false;
     /// Besides showing it in a window, the application writes the link to the standard output.
     bool printsLink = false;
+    /// Instead of sharing anything, it says what of this machine works, for people or as JSON.
+    bool examines = false;
+    bool asJson = false;
 };
 
 /// Answers at once what needs no application. A link and what comes after it become the arguments

@@ -82,14 +82,12 @@ Value uses(RelayUse use) {
 QVariant wayInSentence(const Source& source) {
     const auto& wayIn = source.wayIn;
     if (wayIn.relayUse().value() == RelayUse::Never)
-        return localized(
-            "Not now: no browser gets here without a relay, and the Link menu forbids relays.");
+        return localized("Not now: the Link menu forbids relays, which browsers need.");
     if (wayIn.relayUse().value() == RelayUse::WhereNeeded)
         return localized(wayIn.isRelay().value()
                              ? "A browser is enough: people come through a relay already."
                              : "Then people come through a relay, which cannot see your screen.");
-    return localized(
-        "The relay cannot see your screen. Whoever runs the website could, by changing its page.");
+    return localized("The relay cannot see your screen; whoever runs the website could.");
 }
 
 bool isSomebodyInside(const Source& source) {

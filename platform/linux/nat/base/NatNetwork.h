@@ -24,6 +24,8 @@ struct Ipv4Endpoint {
 std::string addressText(std::uint32_t address);
 /// "192.0.2.1:5351".
 std::string endpointText(const Ipv4Endpoint& endpoint);
+/// A router by "192.0.2.1", or with a port of its own.
+std::optional<Ipv4Endpoint> parseEndpoint(const std::string& text);
 
 class DatagramReceiver {
   public:

@@ -75,6 +75,8 @@ class RouterMapping {
     virtual std::string_view protocol() const = 0;
     virtual Phase phase() const = 0;
     virtual NatTime nextWake() const = 0;
+    /// Of the router, as far as it has told it; 0 where it has not, or has none. Host byte order.
+    virtual std::uint32_t externalAddress() const = 0;
     /// In Phase::Mapped.
     virtual const PortGrant& grant() const = 0;
     /// Why nothing is mapped (any more), and in words, where that was not by `release`.

@@ -35,6 +35,7 @@ class PortControlMapping final : public RouterMapping, private DatagramReceiver 
     std::string_view protocol() const override { return name_; }
     Phase phase() const override { return phase_; }
     NatTime nextWake() const override;
+    std::uint32_t externalAddress() const override { return externalAddress_; }
     const PortGrant& grant() const override { return grant_; }
     NatFailure failure() const override { return failure_; }
     const std::string& lastWord() const override { return lastWord_; }

@@ -34,6 +34,7 @@ class UpnpMapping final : public RouterMapping {
         return phase_ == Phase::Releasing && removals_.isOver() ? Phase::Over : phase_;
     }
     NatTime nextWake() const override;
+    std::uint32_t externalAddress() const override { return externalAddress_; }
     const PortGrant& grant() const override { return grant_; }
     NatFailure failure() const override { return failure_; }
     const std::string& lastWord() const override { return lastWord_; }

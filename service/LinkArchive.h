@@ -1,0 +1,45 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "service/LinkStore.h"
+
+namespace zelvo::service {
+
+/// All links of a database, for whoever runs the service. Calls take as long as the database has
+/// links. Used by one thread.
+class LinkArchive {
+  public:
+    struct Row {
+        std::string link;  ///< the bytes of its name
+        LinkStore::Record record;
+    };
+    enum class Others { MayChange, MayNotChange };
+
+    virtual ~LinkArchive() = default;
+
+    /// Hands out every link as it is at one moment, until `row` says false; meanwhile no service
+    /// changes one where none may. False when the database failed.
+    virtual bool read(Others others, const std::function<bool(const Row&)>& row) = 0;
+    /// How many links there are, also those that are too old; nothing when the database failed.
+    virtual std::optional<std::int64_t> count() = 0;
+
+    /// Rows that are added between the two are there together, or none is. Of a link that is there
+    /// already the row stays as it is.
+    virtual bool beginAdding() = 0;
+    virtual bool add(const Row& row) = 0;
+    virtual bool endAdding() = 0;
+
+    /// Ends a link, whoever it belongs to. Unknown where there is none.
+    virtual LinkStore::Outcome end(const std::string& link) = 0;
+    /// Forgets the links whose last sign is not later: how many.
+    virtual std::optional<std::int64_t> purge(Moment lastSign) = 0;
+
+    /// Why something failed last.
+    virtual const std::string& trouble() const = 0;
+};
+
+}  // namespace zelvo::service

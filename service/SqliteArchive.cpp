@@ -1,0 +1,136 @@
+#include "service/SqliteArchive.h"
+
+#include <sqlite3.h>
+
+#include "service/LinkTable.h"
+#include "service/SharingFields.h"
+#include "service/SqliteStatement.h"
+
+namespace zelvo::service {
+namespace {
+
+using Step = SqliteStatement::Step;
+
+/// Before the facts.
+constexpr const char* Columns = "link, owner, availabilityStatus, proven, lastSign";
+
+std::string columnsWithFacts() {
+    std::string names = Columns;
+    for (auto name : FactNames)
+        names.append(", ").append(name);
+    return names;
+}
+
+LinkArchive::Row rowOf(const SqliteStatement& statement) {
+    LinkArchive::Row row;
+    auto& [link, record] = row;
+    link = statement.text(0);
+    record.owner = statement.text(1);
+    record.registration.availability = statement.integer(2) == 0
+                                           ? LinkStore::Availability::Available
+                                           : LinkStore::Availability::Unavailable;
+    record.registration.addressIsProven = statement.integer(3) != 0;
+    record.lastSign = statement.integer(4);
+    int column = 5;
+    for (auto name : FactNames)
+        record.registration.facts.emplace(name, statement.text(column++));
+    return row;
+}
+
+}  // namespace
+
+std::unique_ptr<SqliteArchive> SqliteArchive::open(const std::string& file, Moment now,
+                                                   std::string& error) {
+    auto table = LinkTable::open(file, LinkTable::Use::Write, now, error);
+    return table ? std::unique_ptr<SqliteArchive>(new SqliteArchive(std::move(table))) : nullptr;
+}
+
+SqliteArchive::SqliteArchive(std::unique_ptr<LinkTable> table) : table_(std::move(table)) {}
+SqliteArchive::~SqliteArchive() = default;
+
+bool SqliteArchive::read(Others others, const std::function<bool(const Row&)>& row) {
+    if (!execute(others == Others::MayChange ? "BEGIN" : "BEGIN IMMEDIATE"))
+        return false;
+    SqliteStatement rows(table_->database(),
+                         "SELECT " + columnsWithFacts() + " FROM links ORDER BY id");
+    auto step = rows.isValid() ? rows.step() : Step::Failed;
+    while (step == Step::Row && row(rowOf(rows)))
+        step = rows.step();
+    const bool isRead = step != Step::Failed || fail();
+    rows.reset();
+    table_->rollBack();
+    return isRead;
+}
+
+std::optional<std::int64_t> SqliteArchive::count() {
+    SqliteStatement count(table_->database(), "SELECT count(*) FROM links");
+    if (count.isValid() && count.step() == Step::Row)
+        return count.integer(0);
+    fail();
+    return std::nullopt;
+}
+
+bool SqliteArchive::beginAdding() {
+    std::string marks = "?1, ?2, ?3, ?4, ?5";
+    for (std::size_t i = 0; i < FactNames.size(); ++i)
+        marks += ", ?" + std::to_string(6 + i);
+    if (!execute("BEGIN IMMEDIATE"))
+        return false;
+    insert_ = std::make_unique<SqliteStatement>(
+        table_->database(),
+        "INSERT OR IGNORE INTO links (" + columnsWithFacts() + ") VALUES (" + marks + ")");
+    return insert_->isValid() || fail();
+}
+
+bool SqliteArchive::add(const Row& row) {
+    const auto& [registration, owner, lastSign] = row.record;
+    insert_->bindBytes(1, row.link);
+    // What is not bound is NULL, which is nobody.
+    if (!owner.empty())
+        insert_->bindBytes(2, owner);
+    insert_->bind(3, std::int64_t{static_cast<int>(registration.availability)});
+    insert_->bind(4, std::int64_t{registration.addressIsProven});
+    insert_->bind(5, lastSign);
+    int parameter = 6;
+    for (auto name : FactNames)
+        insert_->bind(parameter++, registration.facts.find(name)->second);
+    const bool isDone = insert_->step() == Step::Done || fail();
+    insert_->reset();
+    return isDone;
+}
+
+bool SqliteArchive::endAdding() {
+    insert_.reset();
+    return execute("COMMIT");
+}
+
+LinkStore::Outcome SqliteArchive::end(const std::string& link) {
+    SqliteStatement remove(table_->database(), "DELETE FROM links WHERE link = ?1");
+    remove.bindBytes(1, link);
+    if (remove.step() != Step::Done) {
+        fail();
+        return LinkStore::Outcome::Failed;
+    }
+    return sqlite3_changes(table_->database()) > 0 ? LinkStore::Outcome::Done
+                                                   : LinkStore::Outcome::Unknown;
+}
+
+std::optional<std::int64_t> SqliteArchive::purge(Moment lastSign) {
+    SqliteStatement remove(table_->database(), "DELETE FROM links WHERE lastSign <= ?1");
+    remove.bind(1, lastSign);
+    if (remove.step() == Step::Done)
+        return sqlite3_changes64(table_->database());
+    fail();
+    return std::nullopt;
+}
+
+bool SqliteArchive::execute(const char* sql) {
+    return sqlite3_exec(table_->database(), sql, nullptr, nullptr, nullptr) == SQLITE_OK || fail();
+}
+
+bool SqliteArchive::fail() {
+    trouble_ = sqlite3_errmsg(table_->database());
+    return false;
+}
+
+}  // namespace zelvo::service
