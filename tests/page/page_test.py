@@ -210,6 +210,8 @@ def inside(scene):
     # The relay dies, and is back with the host's number: nobody is asked again.
     scene.relays.relay.end(9)
     scene.reaches("returning")
+    # They may still be typing.
+    browser.strike(" \n")
     scene.look("returning")
     scene.relays.start("--settle", "0")
     scene.host = RelayedHost(scene.relays, scene.host.host.lease)
