@@ -29,7 +29,7 @@ class PostgresServer {
     }
 #else
     void run(const std::string&) const {}
-    std::string everything() const {
+    std::string ask(const std::string&) const {
         return {};
     }
 #endif
