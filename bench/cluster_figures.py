@@ -11,7 +11,7 @@ import sys
 import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, "..", "tests", "service"))
+sys.path.insert(0, os.path.join(HERE, "..", "tools"))
 from measuring import finish, missed, resident_megabytes, show  # noqa: E402
 from service_figures import FACTS, FREE, load  # noqa: E402
 from cluster import PORT, Cluster  # noqa: E402

@@ -4,6 +4,7 @@
 usage: relay_figures.py BUILD_FOLDER [HOSTS]
 """
 
+import contextlib
 import os
 import resource
 import socket
@@ -14,7 +15,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 for folder in ("support", "relay"):
     sys.path.insert(0, os.path.join(HERE, "..", "tests", folder))
 from figures import finish, missed, resident_megabytes, show  # noqa: E402
-from relay_test import Host, Relays, cost_of_deaf_viewers  # noqa: E402
+from relay_test import ASK, Host, Relays, cost_of_deaf_viewers, going_on, latency, send_all  # noqa: E402
 from stage import Stage, enter_own_network  # noqa: E402
 
 SECONDS = 5
@@ -66,6 +67,36 @@ def forward(relays, pairs, size, seconds=SECONDS):
     return sum(int(os.read(count, 99)) for count in counts), took
 
 
+def show_floods(relays):
+    """How long a calm host's words take beside others' floods."""
+    calm, loud = Host(relays), Host(relays)
+    viewer, flooded = (relays.viewer(host.number) for host in (calm, loud))
+    there, flood = calm.take_next(), loud.take_next()
+
+    # Those who flood are on this machine, but would be elsewhere.
+    def knock():
+        os.nice(19)
+        while True:
+            with contextlib.suppress(OSError), relays.connect(ASK.format(loud.number).encode(), "127.3.0.1"):
+                pass
+
+    def pour():
+        os.nice(19)
+        send_all(flood, bytes(1 << 33))
+
+    def swallow():
+        os.nice(19)
+        while flooded.recv(1 << 18):
+            pass
+
+    quiet = latency(there, viewer)
+    print(f"from a host to its viewer {quiet:26.2f} ms")
+    for what, works in (("viewers at another host", (knock,)),
+                        ("another host's bytes", (pour, swallow))):
+        with going_on(*works):
+            show(f"the same beside a flood of {what}", latency(there, viewer), "ms", round(2 * quiet, 2))
+
+
 def main():
     enter_own_network()
     resource.setrlimit(resource.RLIMIT_NOFILE, (resource.getrlimit(resource.RLIMIT_NOFILE)[1],) * 2)
@@ -84,6 +115,7 @@ def main():
             if rate < least:
                 missed.append(label)
         show("a viewer that never reads", sum(cost_of_deaf_viewers(relays)), "KB", 300)
+        show_floods(relays)
         relays.relay.end()
 
         relays.port = 0

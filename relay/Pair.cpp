@@ -97,36 +97,32 @@ void Pair::onReady(Connection& connection, bool canRead, bool canWrite) {
 
 /// Waits for what each side can do next.
 void Pair::goOn() {
-    const auto reads = [this](const Side& from, const Side& to) {
-        return !rests_ && !from.hasEnded && to.unsent.empty();
-    };
-    viewer_.connection->waitFor(reads(viewer_, host_), !viewer_.unsent.empty());
-    host_.connection->waitFor(reads(host_, viewer_), !host_.unsent.empty());
+    viewer_.connection->waitFor(canPump(viewer_, host_), !viewer_.unsent.empty());
+    host_.connection->waitFor(canPump(host_, viewer_), !host_.unsent.empty());
 }
 
-bool Pair::flush(Side& side) {
+bool Pair::canPump(const Side& from, const Side& to) const {
+    return !rests_ && !from.hasEnded && to.unsent.empty() && !to.isDeaf;
+}
+
+void Pair::flush(Side& side) {
     std::size_t sent = 0;
-    while (!side.unsent.empty()) {
+    while (!side.unsent.empty() && !side.isDeaf) {
         const auto outcome = side.connection->write(side.unsent, sent);
-        if (outcome == Outcome::Ended) {
-            retire();
-            return false;
-        }
         if (outcome == Outcome::Again)
-            return true;
+            return;
+        side.isDeaf = outcome == Outcome::Ended;
         side.unsent.erase(0, sent);
     }
     // An idle pair keeps nothing.
     std::string().swap(side.unsent);
-    return true;
 }
 
 bool Pair::pump(Side& from, Side& to) {
     thread_local std::array<char, PartLength> part;
-    if (!flush(to))
-        return false;
+    flush(to);
     bool isHeldBack = false;
-    for (int i = 0; i < PartsAtOnce && !rests_ && to.unsent.empty() && !from.hasEnded; ++i) {
+    for (int i = 0; i < PartsAtOnce && canPump(from, to); ++i) {
         std::size_t got = 0;
         const auto outcome = from.connection->read(part, got);
         if (outcome == Outcome::Again)
@@ -139,8 +135,8 @@ bool Pair::pump(Side& from, Side& to) {
             to.connection->holdBack(true);
         std::size_t sent = 0;
         if (to.connection->write({part.data(), got}, sent) == Outcome::Ended) {
-            retire();
-            return false;
+            to.isDeaf = true;
+            break;
         }
         if (sent < got)
             to.unsent.assign(part.data() + sent, got - sent);
@@ -149,6 +145,10 @@ bool Pair::pump(Side& from, Side& to) {
     }
     if (isHeldBack)
         to.connection->holdBack(false);
+    if (from.isDeaf && to.isDeaf) {
+        retire();
+        return false;
+    }
     if (!from.hasEnded || !to.unsent.empty())
         return true;
     // What is still on its way to the other side's peer is to arrive.

@@ -26,6 +26,7 @@ class Pair final : public Member {
         std::unique_ptr<Connection> connection;
         std::string unsent;  ///< for this side, which is not ready to take it
         bool hasEnded = false;
+        bool isDeaf = false;  ///< it has gone, but what it said before may still be there
     };
 
     void onReady(Connection& connection, bool canRead, bool canWrite) override;
@@ -34,7 +35,8 @@ class Pair final : public Member {
 
     /// False where the pair is at its end.
     bool pump(Side& from, Side& to);
-    bool flush(Side& side);
+    bool canPump(const Side& from, const Side& to) const;
+    void flush(Side& side);
     bool charge(std::size_t bytes);
     void goOn();
 

@@ -131,8 +131,9 @@ void StatePage::showState(const SessionState& state) {
     openAnother_->setVisible(isOver);
     if (isOver && !tryAgain_->hasFocus() && !openAnother_->hasFocus())
         tryAgain_->setFocus();
-    else if (!isOver)
+    else if (!isOver && (stage_ != state.stage || !cancel_->hasFocus()))
         giveFocus(state.stage == Stage::Returning || state.stage == Stage::Inside);
+    stage_ = state.stage;
     // Not at each second of a countdown.
     if (isNews) {
         header_.title->announce();
@@ -142,12 +143,10 @@ void StatePage::showState(const SessionState& state) {
 
 /// Whoever was inside may still be typing: what they mean for the host is to press nothing here.
 void StatePage::giveFocus(bool mayBeTyping) {
-    if (mayBeTyping && cancel_->shortcut().isEmpty())
-        return;
     cancel_->setShortcut(mayBeTyping ? QKeySequence() : Qt::Key_Escape);
     if (mayBeTyping)
         setFocus();
-    else if (!cancel_->hasFocus())
+    else
         cancel_->setFocus();
 }
 

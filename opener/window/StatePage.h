@@ -38,6 +38,7 @@ class StatePage final : public QWidget {
     void giveFocus(bool mayBeTyping);
 
     Header header_;
+    Stage stage_ = Stage::Asking;
     QWidget* digitsPanel_ = nullptr;
     QLabel* digits_ = nullptr;
     QLabel* warning_ = nullptr;

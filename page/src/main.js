@@ -81,9 +81,9 @@ function changed(state) {
         element(id).textContent = digits ?? "";
     show("bar-note", Boolean(comparesAgain));
     show("unproven", Boolean(facts && !facts.addressIsProven && digits));
-    // What had the focus may just have gone.
+    // What had the focus may just have gone. Whoever was inside may be typing, and is to press nothing by that.
     if (isNew && !isInside)
-        element(stage === "ended" ? "again" : "leave").focus();
+        element({ended: "again", returning: "title"}[stage] ?? "leave").focus();
     element("standing").textContent =
         (controls ? text("You control the screen") : text("You can only watch")) + " · " + apart(host);
     screen.setControls(Boolean(controls));

@@ -22,6 +22,8 @@ constexpr std::size_t MostQuestionsAtOnce = 64;
 constexpr auto HousekeepingEvery = 5s;
 /// Where nobody is sent to a service that is not well, nobody else would find out that it is.
 constexpr auto ProbeEvery = 1s;
+/// A server that neither answers nor goes must not keep everybody waiting until they give up.
+constexpr auto WaitAtMost = 10s;
 /// Between attempts to connect, in which what comes is refused.
 constexpr auto ConnectAgainAfter = 300ms;
 /// For how long a server that went while it committed may take to come back and say what it did.
@@ -265,6 +267,7 @@ void PostgresLinkStore::keepHouse() {
     std::unique_lock lock(mutex_);
     auto last = SteadyClock::now();
     while (!ended_.wait_for(lock, ProbeEvery, [this] { return isEnding_; })) {
+        refuseStale();
         const auto now = SteadyClock::now();
         if (!isWell_) {
             submit({"", [](PostgresTable& table) { return table.probe(); }, [](Outcome) {}});
@@ -280,6 +283,20 @@ void PostgresLinkStore::keepHouse() {
                     [](Outcome) {}});
         }
     }
+}
+
+void PostgresLinkStore::refuseStale() {
+    auto changes = changes_.takeStale(WaitAtMost);
+    auto questions = questions_.takeStale(WaitAtMost);
+    if (changes.empty() && questions.empty())
+        return;
+    isWell_ = false;
+    complain("it does not answer");
+    failures_ += changes.size();
+    for (const auto& change : changes)
+        change.finish(Outcome::Failed);
+    for (const auto& question : questions)
+        question.done(Outcome::Failed, {});
 }
 
 void PostgresLinkStore::complain(const std::string& trouble) {

@@ -61,6 +61,7 @@ class PostgresLinkStore : public LinkStore {
     Outcome settle(Line& line, const std::string& number);
     void answer();
     void keepHouse();
+    void refuseStale();
     void complain(const std::string& trouble);
 
     const std::string place_;

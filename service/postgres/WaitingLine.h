@@ -1,11 +1,12 @@
 #pragma once
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
-#include <iterator>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 namespace zelvo::service {
@@ -22,7 +23,7 @@ class WaitingLine {
             const std::lock_guard lock(mutex_);
             if (jobs_.size() >= most_ || isEnding_)
                 return false;
-            jobs_.push_back(std::move(job));
+            jobs_.push_back({std::move(job), Clock::now()});
         }
         changed_.notify_one();
         return true;
@@ -32,11 +33,15 @@ class WaitingLine {
     std::vector<Job> take(std::size_t most) {
         std::unique_lock lock(mutex_);
         changed_.wait(lock, [this] { return isEnding_ || !jobs_.empty(); });
-        const auto end = jobs_.begin() + static_cast<std::ptrdiff_t>(std::min(most, jobs_.size()));
-        std::vector<Job> taken(std::make_move_iterator(jobs_.begin()),
-                               std::make_move_iterator(end));
-        jobs_.erase(jobs_.begin(), end);
-        return taken;
+        return takeFirst(std::min(most, jobs_.size()));
+    }
+
+    /// Takes those that have waited for longer.
+    std::vector<Job> takeStale(std::chrono::seconds age) {
+        const std::lock_guard lock(mutex_);
+        const auto fresh = std::ranges::find_if(
+            jobs_, [last = Clock::now() - age](const auto& it) { return it.since >= last; });
+        return takeFirst(static_cast<std::size_t>(fresh - jobs_.begin()));
     }
 
     void end() {
@@ -53,10 +58,25 @@ class WaitingLine {
     }
 
   private:
+    using Clock = std::chrono::steady_clock;
+    struct Entry {
+        Job job;
+        Clock::time_point since;
+    };
+
+    std::vector<Job> takeFirst(std::size_t count) {
+        std::vector<Job> taken;
+        for (; count > 0; --count) {
+            taken.push_back(std::move(jobs_.front().job));
+            jobs_.pop_front();
+        }
+        return taken;
+    }
+
     const std::size_t most_;
     mutable std::mutex mutex_;
     std::condition_variable changed_;
-    std::deque<Job> jobs_;
+    std::deque<Entry> jobs_;
     bool isEnding_ = false;
 };
 

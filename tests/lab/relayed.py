@@ -142,6 +142,8 @@ def second_nat(lab):
     relay = restart_relay(lab, relay, link)
     begun = time.monotonic()
     opener.wait_for("^State: returning$")
+    # They may be typing still, and press nothing by that.
+    type_at(helper, " \n")
     opener.wait_for("^State: controlling$", 30)
     print(f"back {time.monotonic() - begun:.1f} s after the relay's death")
     arrives(lab, lambda text: type_at(helper, text), "€ again\n")

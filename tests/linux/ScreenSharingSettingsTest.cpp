@@ -4,7 +4,9 @@
 
 #include <filesystem>
 #include <fstream>
+#include <utility>
 
+#include "platform/Viewers.h"
 #include "platform/linux/property_lists/PlistReader.h"
 #include "platform/linux/screen_sharing/ScreenSharingExplanation.h"
 #include "tests/support/FakeHost.h"
@@ -111,6 +113,16 @@ TEST_F(ScreenSharingExplanationTest, FollowsTheToolAndTheServer) {
     EXPECT_TRUE(says("in its top bar"));
     explanation->serverListens();
     EXPECT_EQ(said(), "") << "it was started anew";
+    const std::pair<ViewerAbilities, const char*> limits[] = {
+        {{false, false, true}, "has no part"},
+        {{false, true, true}, "was off"},
+        {{true, true, false}, "what is copied"},
+        {{}, ""}};
+    for (const auto& [abilities, words] : limits) {
+        explanation->desktopLets(abilities);
+        EXPECT_NE(explanation->limits().value().find(words), std::string::npos) << words;
+        EXPECT_EQ(explanation->limits().value().empty(), !*words);
+    }
 
     makeExplanation(std::chrono::seconds(0));
     explanation->toolStarted();

@@ -42,7 +42,7 @@ class Packaging(unittest.TestCase):
             self.assertEqual({word.split()[0] for word in words}, completed(program, "--"), program)
 
     def test_completion_of_values(self):
-        self.assertIn("LICENSE", completed("zelvo-service", "--certificate", "LIC"))
+        self.assertIn("LICENSE", completed("zelvo-service", "--certificate", "LIC") & completed("zelvo-service", "--database", "LIC"))
         self.assertEqual(set(), completed("zelvo-open", "--name", "--"))
 
     def test_the_manual_of_the_defaults_has_their_keys(self):

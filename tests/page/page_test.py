@@ -20,7 +20,8 @@ for room in ("support", "relay"):
 from browser import Browser  # noqa: E402
 from gate import QUESTION, REPLY, RIGHTS, WATCH, CONTROL, ZelvoEnd  # noqa: E402
 from relay_test import Host, Relays  # noqa: E402
-from stage import GREETING, Stage, enter_own_network, skip_where_missing, wait_until  # noqa: E402
+from stage import (  # noqa: E402
+    GREETING, Stage, enter_own_network, skip_where_missing, wait_until, wait_until_at_rest)
 
 COMPUTER = "\u2068Zoë’s <b onclick=1>\u2069"
 FACTS = ("ComputerName=Zo%C3%AB%E2%80%99s%20%3Cb%20onclick%3D1%3E&LocalHostname=a.local.&vncPort=5900&IPAddress={}&Port={}"
@@ -197,10 +198,7 @@ def inside(scene):
         const down = (key, more) => c.dispatchEvent(new KeyboardEvent("keydown", {key, bubbles: true, ...more}));
         down("r", {code: "KeyR"}); down("Escape", {ctrlKey: true, altKey: true, shiftKey: true})""")
     assert browser.run("return document.activeElement.id") == "disconnect"
-    time.sleep(0.5)
-    before = os.path.getsize(path)
-    time.sleep(0.5)
-    assert os.path.getsize(path) == before, "a key outlives the focus"
+    before = wait_until_at_rest(lambda: os.path.getsize(path), 5, "a key that outlives the focus")
 
     scene.zelvo.send(RIGHTS, viewer + bytes([WATCH]))
     wait_until(lambda: browser.text("standing").startswith("You can only watch"), 5, "the rights")
@@ -212,6 +210,8 @@ def inside(scene):
     # The relay dies, and is back with the host's number: nobody is asked again.
     scene.relays.relay.end(9)
     scene.reaches("returning")
+    # They may still be typing.
+    browser.strike(" \n")
     scene.look("returning")
     scene.relays.start("--settle", "0")
     scene.host = RelayedHost(scene.relays, scene.host.host.lease)

@@ -351,7 +351,7 @@ TEST_F(TerminalTest, BesideAWindowTakesLinesAndOutlivesTheirEnd) {
 TEST(QrCode, HoldsItsQuietZoneAndFinders) {
     EXPECT_FALSE(platform::makeQrCode(""));
     EXPECT_FALSE(platform::makeQrCode(std::string(5000, 'x')));
-    auto code = platform::makeQrCode("zelvo://abcdefghijklmnop");
+    auto code = platform::makeQrCode("zelvo://abcdefghijklmnop#AAAAAAAAAAAAAAAAAAAAAA");
     ASSERT_TRUE(code);
     EXPECT_EQ((code->size - 17) % 4, 0);
     EXPECT_TRUE(code->isDark(0, 0) && code->isDark(6, 6) && code->isDark(code->size - 1, 0));

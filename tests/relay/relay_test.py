@@ -5,6 +5,7 @@ usage: relay_test.py BUILD_FOLDER road | refusals | crowd
 """
 
 import base64
+import contextlib
 import os
 import plistlib
 import re
@@ -190,14 +191,19 @@ def road(stage):
         time.sleep(0.3)
         assert read_exactly(reader, len(data)) == data
         work.join()
-    # The last words arrive, though the other side talks on.
-    viewer.sendall(b"x" * 9999)
-    there.sendall(b"bye" * 9999)
-    there.shutdown(socket.SHUT_WR)
-    assert read_all(viewer) == b"bye" * 9999
+    # The last words arrive, though the other side talks on, and on to somebody who has hung up.
+    for hangs_up in (False, True) * 10:
+        work = threading.Thread(target=lambda: [send_all(viewer, b"x" * 999) for _ in range(50)])
+        work.start()
+        there.sendall(b"bye" * 9999)
+        there.shutdown(socket.SHUT_WR)
+        if hangs_up:
+            there.close()
+        assert read_all(viewer) == b"bye" * 9999
+        work.join()
+        viewer, there = talk(host)
 
     # The host's network has changed: the new line takes the old one's place, and viewers stay.
-    viewer, there = talk(host)
     again = Host(relays, host.lease)
     assert again.number == host.number and host.line.recv(1) == b""
     viewer.sendall(b"still")
@@ -323,6 +329,34 @@ def cost_of_deaf_viewers(relays, count=20):
     return [(b - a) / count for a, b in zip(before, memory())]
 
 
+def latency(there, viewer, count=200):
+    """Milliseconds from a host to its viewer, as a median."""
+    took = []
+    for _ in range(count):
+        begun = time.monotonic()
+        there.sendall(b"x" * 100)
+        read_exactly(viewer, 100)
+        took.append(time.monotonic() - begun)
+        time.sleep(0.002)
+    return sorted(took)[count // 2] * 1000
+
+
+@contextlib.contextmanager
+def going_on(*works):
+    """Each in a process of its own."""
+    children = []
+    for work in works:
+        if (child := os.fork()) == 0:
+            work()
+            os._exit(0)
+        children.append(child)
+    time.sleep(0.5)
+    yield
+    for child in children:
+        os.kill(child, signal.SIGKILL)
+        os.waitpid(child, 0)
+
+
 def crowd(stage):
     """A viewer that never reads costs little, and a host's flood is felt by that host alone."""
     relays = Relays(stage)
@@ -331,28 +365,9 @@ def crowd(stage):
     viewer, flooded = (relays.viewer(host.number) for host in (calm, loud))
     there, flood = calm.take_next(), loud.take_next()
 
-    def latency(count=200):
-        took = []
-        for _ in range(count):
-            begun = time.monotonic()
-            there.sendall(b"x" * 100)
-            read_exactly(viewer, 100)
-            took.append(time.monotonic() - begun)
-            time.sleep(0.002)
-        return sorted(took)[count // 2] * 1000
-
-    quiet = latency()
-    children = []
-    for work in (lambda: flood.sendall(b"z" * (1 << 30)), lambda: read_all(flooded)):
-        if (child := os.fork()) == 0:
-            work()
-            os._exit(0)
-        children.append(child)
-    time.sleep(0.5)
-    beside = latency()
-    for child in children:
-        os.kill(child, signal.SIGKILL)
-        os.waitpid(child, 0)
+    quiet = latency(there, viewer)
+    with going_on(lambda: flood.sendall(b"z" * (1 << 30)), lambda: read_all(flooded)):
+        beside = latency(there, viewer)
     print(f"there and not back: {quiet:.2f} ms, beside a flood {beside:.2f} ms")
     assert beside < 2 * quiet + 20, (quiet, beside)
     # What the process has is for scripts/bench-relay to judge, since sanitizers keep some of their own.

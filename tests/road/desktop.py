@@ -12,7 +12,7 @@ import subprocess
 import sys
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
-from stage import ROOT, Stage, skip_where_missing, wait_until  # noqa: E402
+from stage import ROOT, Stage, own_display, skip_where_missing, wait_until  # noqa: E402
 
 PROGRAMS = ("Xvfb", "gvnccapture", "xdotool", "identify", "pkexec",
             "dbus-daemon", "hostnamectl", "setpriv", "cmake", "/usr/lib/polkit-1/polkitd",
@@ -149,8 +149,8 @@ class Desktop(Stage):
         os.chown(authority, USER_ID, USER_ID)
         os.chmod(authority, 0o600)
         display = self.start_as_user(
-            ["Xvfb", "-displayfd", "1", "-screen", "0", "1024x768x24", "-nolisten", "tcp", "-noreset",
-             "-auth", authority], {"HOME": self.home}).wait_for(r"^\d+$").group(0)
+            ["Xvfb", own_display(), "-displayfd", "1", "-screen", "0", "1024x768x24", "-nolisten", "tcp",
+             "-noreset", "-auth", authority], {"HOME": self.home}).wait_for(r"^\d+$").group(0)
         bus = self.start_as_user(["dbus-daemon", "--session", "--nofork", "--print-address=1"],
                                  {"HOME": self.home}).wait_for("^unix:.*").group(0)
         self.session = {"HOME": self.home, "USER": USER, "LOGNAME": USER, "DISPLAY": ":" + display,

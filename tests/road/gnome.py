@@ -46,7 +46,8 @@ class GnomeDesktop(Desktop):
             "HOME": self.home, "USER": "zelvo-road", "LOGNAME": "zelvo-road",
             "XDG_RUNTIME_DIR": runtime, "XDG_SESSION_TYPE": "wayland",
             "XDG_CURRENT_DESKTOP": "GNOME", "WAYLAND_DISPLAY": "wayland-0",
-            "LIBGL_ALWAYS_SOFTWARE": "1", "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1", "GSETTINGS_BACKEND": "keyfile", "LC_ALL": "C.UTF-8"}
+            "LIBGL_ALWAYS_SOFTWARE": "1", "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1",
+            "GSETTINGS_BACKEND": "keyfile", "LC_ALL": "C.UTF-8"}
         bus = self.start_as_user(["dbus-daemon", "--session", "--nofork", "--print-address=1"],
                                  self.session).wait_for("^unix:.*").group(0)
         self.session["DBUS_SESSION_BUS_ADDRESS"] = bus
@@ -111,7 +112,7 @@ class GnomeDesktop(Desktop):
     def run(self, *command):
         user = ["setpriv", "--reuid", str(USER_ID), "--regid", str(USER_ID), "--clear-groups"]
         return subprocess.run([*user, *command], env={"PATH": os.environ["PATH"], **self.session},
-                              capture_output=True, text=True, check=False, timeout=20)
+                              capture_output=True, text=True, check=False, timeout=60)
 
     def owns(self, name):
         answer = self.call("org.freedesktop.DBus", "/org/freedesktop/DBus",
@@ -151,7 +152,7 @@ class GnomeDesktop(Desktop):
     def shown(self):
         """Zelvo's windows, as a screen reader hears of them; none while they change."""
         with open(os.path.join(ROOT, "tests", "road", "accessible.py"), encoding="utf-8") as script:
-            answer = self.run(sys.executable, "-c", script.read(), "zelvo")
+            answer = self.run("/usr/bin/python3", "-c", script.read(), "zelvo")
         return json.loads(answer.stdout) if answer.returncode == 0 else []
 
     def wait_for_text(self, words):

@@ -1,19 +1,25 @@
 #!/usr/bin/env python3
 """The road of one link where the router lets nobody in, with the real programs.
 
-usage: relayed_test.py BUILD_FOLDER
+usage: relayed_test.py BUILD_FOLDER [KILLS, a multiple of three]
 """
 
+import contextlib
 import json
 import os
+import random
 import signal
 import socket
+import ssl
 import subprocess
 import sys
 import time
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
-from stage import Stage, enter_own_network, service_info, wait_until_off  # noqa: E402
+for room in ("support", "relay"):
+    sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", room))
+from relay_test import ASK  # noqa: E402
+from stage import (VNC_PORT, Stage, enter_own_network, is_listening, processes_named, service_info,  # noqa: E402
+                   wait_until, wait_until_off)
 
 
 def doctor(stage, service, router):
@@ -82,10 +88,94 @@ def relayed(stage):
     wait_until_off(5)
 
 
+PROGRAMS = ("zelvo-relay", "zelvo-service", "zelvo", "screensharingd")
+
+
+def files(stage):
+    return {os.path.join(os.path.relpath(folder, stage.folder), name)
+            for folder, _, names in os.walk(stage.folder) for name in names}
+
+
+def kills(stage, count):
+    """Relay, service and host are killed in turn, at any moment: the next start works, by the same link, and nothing
+    is left behind."""
+    stage.start_display()
+    stage.make_certificate()
+    stage.make_signatures()
+    ports = {}
+    started = {}
+
+    def start_relay():
+        relay = stage.start_relay("127.0.0.1", ports.get("relay", 0))
+        ports["relay"] = int(relay.place.rsplit(":", 1)[1])
+        return relay
+
+    def start_service():
+        service = stage.start_service(ports.get("service", 0), options=[
+            "--relays", f"127.0.0.1:{ports['relay']}@127.0.0.1", "--relay-key", stage.path("tickets.key")])
+        ports["service"] = service.port
+        return service
+
+    def start_host():
+        # Nobody is there who could map a port.
+        return stage.start([os.path.join(stage.build, "zelvo"), "--ask-in-terminal", "--print-link"],
+                           stage.environment(started["service"].url, "127.0.0.1:9"), takes_input=True)
+
+    starts = {"relay": start_relay, "service": start_service, "host": start_host}
+    for name, start in starts.items():
+        started[name] = start()
+
+    tls = ssl.create_default_context(cafile=stage.path("ca.pem"))
+
+    def answers(number):
+        with contextlib.suppress(OSError), \
+                tls.wrap_socket(socket.create_connection(("127.0.0.1", ports["relay"]), 5),
+                                server_hostname="127.0.0.1") as viewer:
+            viewer.sendall(ASK.format(number).encode())
+            return viewer.recv(13) == b"HTTP/1.1 101 "
+        return False
+
+    def works():
+        """The link leads to the host."""
+        host = started["host"]
+        while not (link := host.wait_for(r"^Link: zelvo://(\S+)$|^Port mapping: .* Error:$", 40).group(1)):
+            # The service died while it was asked, and the user is told.
+            stage.press("Return")
+        wait_until(lambda: answers(service_info(started["service"].url, stage.path("ca.pem"), link).get("Port")), 20,
+                   "the host, through the relay")
+        return link
+
+    first = works()
+    known = files(stage)
+    for number in range(count):
+        name = list(starts)[number % 3]
+        if name != "host" or number % 2:
+            # Else amid what the last death has begun.
+            time.sleep(random.uniform(0, 1))
+        started[name].end(signal.SIGKILL)
+        if name == "host":
+            wait_until_off(5)
+        stage.programs.remove(started[name])
+        started[name] = starts[name]()
+        # Each of them after a start of the host.
+        if number % 21 == 20 or number == count - 1:
+            assert works() == first
+    started["host"].quit(10)
+    wait_until_off(5)
+    for name in ("service", "relay"):
+        started[name].quit(10)
+    wait_until(lambda: not any(processes_named(name) for name in PROGRAMS), 5, "no process")
+    assert not any(map(is_listening, (VNC_PORT, *ports.values())))
+    assert files(stage) <= known, files(stage) - known
+
+
 def main():
     enter_own_network()
     with Stage(os.path.abspath(sys.argv[1])) as stage:
-        relayed(stage)
+        if len(sys.argv) > 2:
+            kills(stage, int(sys.argv[2]))
+        else:
+            relayed(stage)
     print("The road is clear.")
 
 

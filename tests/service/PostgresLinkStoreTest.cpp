@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <future>
 #include <thread>
 
 #include "service/Names.h"
@@ -17,6 +18,13 @@ using Outcome = LinkStore::Outcome;
 std::string name(int number) {
     const auto text = std::to_string(number);
     return std::string(32 - text.size(), '0') + text;
+}
+
+LinkStore::Registration ordinary() {
+    LinkStore::Registration registration;
+    for (auto field : FactNames)
+        registration.facts.emplace(field, "x");
+    return registration;
 }
 
 /// Waits for what is asked for when it goes.
@@ -48,9 +56,6 @@ TEST(PostgresLinkStore, ServicesThatShareADatabaseNeverComeBetweenAnOwnerAndTheL
                                            database.open([] { return 1'000'000'000; })};
     if (!stores[0])
         GTEST_SKIP() << "PostgreSQL is missing";
-    LinkStore::Registration registration;
-    for (auto field : FactNames)
-        registration.facts.emplace(field, "x");
     constexpr int links = 60;
     const auto ask = [&](auto&& each) {
         Answers answers;
@@ -61,20 +66,45 @@ TEST(PostgresLinkStore, ServicesThatShareADatabaseNeverComeBetweenAnOwnerAndTheL
     };
     // The same names from both, in batches: each is made once, whatever else is in its batch.
     EXPECT_EQ(ask([&](LinkStore& store, int i, auto done) {
-                  store.create({"", "", name(i), digestOf("owner"), registration},
+                  store.create({"", "", name(i), digestOf("owner"), ordinary()},
                                [done](const auto& created) { done(created.outcome); });
               }),
               std::pair(links, 0));
     // In opposite orders, in which two who wait for each other's rows would never end.
     EXPECT_EQ(ask([&](LinkStore& store, int i, auto done) {
                   store.replace(name(&store == stores[0].get() ? i : links - 1 - i),
-                                digestOf("owner"), registration, done);
+                                digestOf("owner"), ordinary(), done);
               }),
               std::pair(2 * links, 0));
     EXPECT_EQ(ask([&](LinkStore& store, int i, auto done) {
                   store.remove(name(i), digestOf("owner"), done);
               }),
               std::pair(links, links));
+}
+
+TEST(PostgresLinkStore, FindsOutWhatBecameOfACommitThatWasCutOff) {
+    Database database("postgresql");
+    auto store = database.open([] { return 1'000'000'000; });
+    if (!store)
+        GTEST_SKIP() << "PostgreSQL is missing";
+    // Who waits for a copy has the change on the disk, and cannot say so.
+    database.run("ALTER SYSTEM SET synchronous_standby_names = 'nobody'");
+    database.run("SELECT pg_reload_conf()");
+    bool wasCut = false;
+    for (int i = 0; i < 100 && !wasCut; ++i) {
+        std::promise<Outcome> promise;
+        auto outcome = promise.get_future();
+        store->create({"", "", name(i), digestOf("owner"), ordinary()},
+                      [&](const auto& created) { promise.set_value(created.outcome); });
+        while (outcome.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready)
+            wasCut |= database.ask(
+                          "SELECT bool_or(pg_terminate_backend(pid)) IS TRUE FROM "
+                          "pg_stat_activity WHERE wait_event = 'SyncRep'") == "t";
+        EXPECT_EQ(outcome.get(), Outcome::Done);
+    }
+    EXPECT_TRUE(wasCut);
+    database.run("ALTER SYSTEM RESET synchronous_standby_names");
+    database.run("SELECT pg_reload_conf()");
 }
 
 TEST(PostgresLinkStore, RefusesDatabasesOfOthersAndComesBackByItself) {

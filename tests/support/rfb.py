@@ -13,6 +13,7 @@ class Viewer:
         self.size = None
         self.picture = None
         self.cursor = None
+        self.copies = 0
 
     def enter(self):
         self.say(b"\1")
@@ -21,8 +22,8 @@ class Viewer:
         assert self.hear(4) == bytes(4), "not let in"
         self.size = struct.unpack(">HH", self.hear(4))
         self.hear(struct.unpack(">16xI", self.hear(20))[0])
-        # Raw; sizes that change; the cursor apart, with its place.
-        self.say(struct.pack(">BxHiiii", 2, 4, 0, -223, -239, -232))
+        # Raw; what moves, as copies; sizes that change; the cursor apart, with its place.
+        self.say(struct.pack(">BxHiiiii", 2, 5, 0, 1, -223, -239, -232))
         return self
 
     def say(self, data):
@@ -67,6 +68,13 @@ class Viewer:
                 self.hear(width * height * 4 + (width + 7) // 8 * height)
             if encoding in (-239, -232):
                 self.cursor = (left, top) if encoding == -232 else self.cursor
+                continue
+            if encoding == 1:
+                self.copies += 1
+                x, y = struct.unpack(">HH", self.hear(4))
+                rows = [row[x * 4:(x + width) * 4] for row in self.picture[y:y + height]]
+                for row, copied in zip(self.picture[top:top + height], rows):
+                    row[left * 4:(left + width) * 4] = copied
                 continue
             if not self.picture or len(self.picture) != self.size[1]:
                 self.picture = [bytearray(self.size[0] * 4) for _ in range(self.size[1])]

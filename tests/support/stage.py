@@ -3,6 +3,7 @@
 import glob
 import os
 import plistlib
+import random
 import re
 import shutil
 import signal
@@ -132,6 +133,12 @@ class Program:
                 self.process.wait()
 
 
+def own_display():
+    """X servers hand their keymaps over in a file of the machine that has the display's number, whatever network
+    they are in: two of one number take each other's, or find none and do not start."""
+    return f":{random.randrange(1000, 50000)}"
+
+
 class Screen:
     """An X server's. Servers in several networks may have the same number; who asks from within gets
     the right one."""
@@ -188,7 +195,7 @@ class Stage:
         return program
 
     def start_screen(self, prefix=(), size="1024x768x24"):
-        server = self.start(["Xvfb", "-displayfd", "1", "-screen", "0", size, "-nolisten", "tcp",
+        server = self.start(["Xvfb", own_display(), "-displayfd", "1", "-screen", "0", size, "-nolisten", "tcp",
                              "-noreset"], prefix=prefix)
         return Screen(":" + server.wait_for(r"^\d+$").group(0), prefix)
 
@@ -365,3 +372,15 @@ def wait_until(condition, seconds, what):
         if time.monotonic() > end:
             raise AssertionError(f"{what}: not within {seconds} s")
         time.sleep(0.02)
+
+
+def wait_until_at_rest(value, seconds, what):
+    """Until it stays as it is for longer than a key that is down takes to repeat; what it is then."""
+    end = time.monotonic() + seconds
+    while True:
+        before = value()
+        time.sleep(0.7)
+        if value() == before:
+            return before
+        if time.monotonic() > end:
+            raise AssertionError(f"{what}: not at rest within {seconds} s")

@@ -38,6 +38,8 @@ void TlsBridge::move() {
     while ((int(readFar()) | int(writeNear()) | int(readNear()) | int(writeFar())) != 0 &&
            ++rounds < MostRounds) {
     }
+    if (nearIsGone_ && toFar_.empty() && !farIsGone_ && !std::exchange(hasSaidEnd_, true))
+        far_->sayEnd();
     if (isOver()) {
         farWatch_.setEvents(0);
         nearWatch_.setEvents(0);
@@ -58,8 +60,7 @@ void TlsBridge::move() {
 }
 
 bool TlsBridge::isOver() const {
-    return (farIsGone_ && (toNear_.empty() || nearIsGone_)) ||
-           (nearIsGone_ && (toFar_.empty() || farIsGone_));
+    return farIsGone_ && (toNear_.empty() || nearIsGone_);
 }
 
 bool TlsBridge::readFar() {
@@ -69,7 +70,8 @@ bool TlsBridge::readFar() {
     const auto count = far_->read(bytes);
     if (count == 0U)
         farIsGone_ = true;
-    toNear_.append(bytes.data(), count.value_or(0));
+    if (!nearIsGone_)
+        toNear_.append(bytes.data(), count.value_or(0));
     return count.value_or(0) > 0;
 }
 
@@ -98,7 +100,9 @@ bool TlsBridge::readNear() {
 }
 
 bool TlsBridge::writeNear() {
-    if (nearIsGone_ || toNear_.empty())
+    if (nearIsGone_)
+        toNear_.clear();
+    if (toNear_.empty())
         return false;
     const auto count =
         ::send(near_.get(), toNear_.data(), toNear_.size(), MSG_DONTWAIT | MSG_NOSIGNAL);

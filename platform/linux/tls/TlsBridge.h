@@ -35,6 +35,7 @@ class TlsBridge {
     std::string toFar_;
     bool farIsGone_ = false;
     bool nearIsGone_ = false;
+    bool hasSaidEnd_ = false;
     // Last: they end before what they watch.
     EventLoop::Watch farWatch_;
     EventLoop::Watch nearWatch_;

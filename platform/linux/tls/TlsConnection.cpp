@@ -54,4 +54,8 @@ std::optional<std::size_t> TlsConnection::write(std::string_view bytes) {
     return code == CURLE_OK ? std::optional(count) : std::nullopt;
 }
 
+void TlsConnection::sayEnd() const {
+    ::shutdown(descriptor_, SHUT_WR);
+}
+
 }  // namespace zelvo::platform

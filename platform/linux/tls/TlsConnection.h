@@ -26,6 +26,8 @@ class TlsConnection {
     std::optional<std::size_t> read(std::span<char> to);
     /// How many bytes went; none where none ever will again.
     std::optional<std::size_t> write(std::string_view bytes);
+    /// Nothing more is written. Hanging up while the peer talks could take back what was.
+    void sayEnd() const;
 
   private:
     void* const multi_;

@@ -30,7 +30,8 @@ constexpr auto untilStill = 200ms;
 // Compositors draw a frame as soon as the stream runs, which may be before it does here: then it is
 // lost, and a desktop that is still draws no other.
 constexpr auto longestStart = 1s;
-constexpr int mostAttempts = 3;
+constexpr int quickAttempts = 3;
+constexpr int mostDoublings = 6;
 
 /// The library's macros build pods by C's compound literals, which are no part of C++.
 template <typename... Values>
@@ -238,16 +239,25 @@ void PipeWireStream::readAge(const spa_buffer& buffer) {
     newIsLate_ = age - leastAge_ > mostDelay;
 }
 
-/// Never, after no time.
+/// Never, after no time. It takes the longer, the oftener it was in vain, but is not given up: on a
+/// machine that is busy the desktop would stay as it was.
 void PipeWireStream::openAnewAfter(std::chrono::milliseconds time) {
+    time *= 1 << std::clamp(attempts_ - quickAttempts, 0, mostDoublings);
     const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
     timespec value{seconds.count(), static_cast<long>(Age(time - seconds).count())};
     pw_loop_update_timer(loop_, timer_, &value, nullptr, false);
 }
 
+bool PipeWireStream::holdsFrame() {
+    const std::lock_guard lock(mutex_);
+    return shown_ || newest_;
+}
+
 void PipeWireStream::openAnew() {
-    if (++attempts_ > mostAttempts)
-        return;
+    // Viewers who take their time have not got it yet, and no other may follow.
+    if (holdsFrame())
+        return openAnewAfter(untilStill);
+    ++attempts_;
     close();
     open();
 }

@@ -62,6 +62,7 @@ class PipeWireStream {
     void readCursor(const spa_buffer& buffer);
     void tell();
     void openAnewAfter(std::chrono::milliseconds time);
+    bool holdsFrame();
     void openAnew();
     void giveBack(pw_buffer*& buffer);
 
