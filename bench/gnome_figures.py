@@ -30,7 +30,7 @@ def main():
             return content
         # The one viewer; full-screen windows hide the question.
         threading.Thread(target=let_in, args=[zelvo], daemon=True).start()
-        figures = measure_session(desktop, show, processes_named("screensharingd")[0])
+        figures = measure_session(desktop, show, processes_named("screensharingd")[0], desktop.home)
     show_table("in GNOME", {"screensharingd": figures}, LIMITS)
     finish()
 

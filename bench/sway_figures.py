@@ -48,7 +48,7 @@ def main():
         for name, start in servers.items():
             server = start()
             wait_until(lambda: is_listening(PORT), 10, name)
-            results[name] = measure_session(stage, show, server.process.pid)
+            results[name] = measure_session(stage, show, server.process.pid, env["HOME"])
             server.end()
             wait_until(lambda: not is_listening(PORT), 10, name + " gone")
     show_table("in sway", results, SESSION_LIMITS)

@@ -1,18 +1,14 @@
-"""A headless GNOME session of the test's own, whose desktop is real: compositor, portal, PipeWire. It
-lies behind a real router."""
+"""A headless GNOME session of the test's own, whose desktop is real: compositor, portal, PipeWire."""
 
 import json
 import os
 import signal
 import socket
 import subprocess
-import sys
 
-from desktop import USER_ID, Desktop, append
+from desktop import USER_ID, append
+from routed import RoutedDesktop
 from stage import ROOT, wait_until
-
-sys.path.insert(0, os.path.join(ROOT, "tests", "lab"))
-from lab import Lab  # noqa: E402
 
 PORTAL = "/usr/libexec/xdg-desktop-portal"
 PROGRAMS = ("gnome-shell", "pipewire", "wireplumber", "gdbus", "foot", "convert", "nft", "miniupnpd",
@@ -30,7 +26,7 @@ welcome-dialog-last-shown-version='99'
 """
 
 
-class GnomeDesktop(Desktop):
+class GnomeDesktop(RoutedDesktop):
     """In a Wayland session without an X server."""
 
     def __init__(self, build, size=SIZE):
@@ -81,24 +77,6 @@ class GnomeDesktop(Desktop):
     def answers_pipewire(self):
         with socket.socket(socket.AF_UNIX) as pipewire:
             return pipewire.connect_ex(self.session["XDG_RUNTIME_DIR"] + "/pipewire-0") == 0
-
-    def start_surroundings(self):
-        """This machine is the host that they are around."""
-        self.lab = Lab(self.build, is_host=True)
-        self.lab.__enter__()
-        os.chmod(self.lab.folder, 0o711)
-        self.lab.start_internet()
-        self.lab.start_router()
-
-    def __exit__(self, *error):
-        super().__exit__(*error)
-        self.lab.__exit__(*error)
-
-    def start_application(self, *_):
-        env = {name: value for name, value in self.session.items() if name != "DBUS_SYSTEM_BUS_ADDRESS"}
-        return self.start_as_user([self.zelvo, "--ask-in-terminal", "--print-link"], {
-            **env, "ZELVO_SERVICE": self.lab.service.url,
-            "SSL_CERT_FILE": self.lab.path("ca.pem")}, takes_input=True)
 
     def start_in_session(self, *command, **env):
         return self.start_as_user(list(command), {**self.session, **env})

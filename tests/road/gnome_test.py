@@ -6,15 +6,13 @@ usage: gnome_test.py BUILD_FOLDER sharing|ends
 
 import ctypes
 import os
-import re
 import signal
 import sys
 import time
 
 from desktop import enter_own_machine
 from gnome import PROGRAMS, GnomeDesktop
-from lab import OUTSIDE, SERVICE
-from rfb import Viewer
+from lab import SERVICE
 from stage import is_listening, processes_named, wait_until
 
 VNC_PORT = 5900
@@ -38,7 +36,7 @@ def start_client(desktop):
 
 
 def start_sharing(desktop, **answer):
-    zelvo = desktop.start_application()
+    zelvo = desktop.start_application("--ask-in-terminal")
     return zelvo, link_of(desktop, zelvo, **answer)
 
 
@@ -46,18 +44,13 @@ def link_of(desktop, zelvo, **answer):
     desktop.answer_portal(**answer)
     wait_until(lambda: zelvo.row("Link"), 60, "the link")
     link = zelvo.row("Link").removeprefix("zelvo://")
-    desktop.lab.wait_until_mapped(port_of(desktop, link))
+    desktop.port_of(link)
     return link
-
-
-def port_of(desktop, link):
-    return int(desktop.lab.published(link)["Port"])
 
 
 def let_in(desktop, link, answer="Let them help"):
     """A viewer from the internet."""
-    with desktop.lab.connecting_from("internet"):
-        viewer = Viewer(port_of(desktop, link), OUTSIDE)
+    viewer = desktop.viewer(link)
     desktop.windows("Zelvo", 2)
 
     def answered():
@@ -69,15 +62,11 @@ def let_in(desktop, link, answer="Let them help"):
     return viewer.enter()
 
 
-def leads_here(desktop, link):
-    return int(desktop.lab.published(link)["availabilityStatus"]) == 0
-
-
 def nothing_is_left(desktop, link):
     wait_until(lambda: not processes_named("screensharingd") and not is_listening(VNC_PORT), 30,
                "the end of the server")
     wait_until(lambda: not desktop.is_shared(), 30, "the end of the desktop's session")
-    assert link is None or (not leads_here(desktop, link) and desktop.lab.table_is_empty())
+    assert link is None or desktop.is_taken_back(link)
 
 
 def sees(desktop, viewer):
@@ -148,19 +137,19 @@ def sharing(desktop):
 
 def is_withdrawn(desktop, link, words):
     wait_until(lambda: not processes_named("screensharingd"), 30, "the end of the server")
-    wait_until(lambda: not leads_here(desktop, link), 30, "the end of the link")
+    wait_until(lambda: not desktop.leads_here(link), 30, "the end of the link")
     desktop.wait_for_text(words)
 
 
 def shares_again(desktop, link):
     desktop.press("Start Over")
     desktop.answer_portal()
-    wait_until(lambda: leads_here(desktop, link), 60, "the link")
+    wait_until(lambda: desktop.leads_here(link), 60, "the link")
 
 
 def ends(desktop):
     """What the desktop refuses or ends is said, and can be started over."""
-    zelvo = desktop.start_application()
+    zelvo = desktop.start_application("--ask-in-terminal")
     desktop.windows("Remote desktop")
     desktop.wait_for_text("Your desktop asks")
     # Longer than a server has that does not ask.

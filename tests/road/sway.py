@@ -3,21 +3,21 @@
 import glob
 import json
 import os
-import shutil
 import struct
 import subprocess
 
-from desktop import USER_ID, Desktop
+from desktop import USER_ID
 from rfb import Viewer
+from routed import RoutedDesktop
 from stage import wait_until
 
-PROGRAMS = ("sway", "foot", "grim", "wl-copy", "wl-paste", "wev")
+PROGRAMS = ("sway", "foot", "grim", "wl-copy", "wl-paste", "wev", "nft", "miniupnpd")
 SETTINGS = """output HEADLESS-1 resolution 1024x768 position 0 0 bg #204060 solid_color
 default_border none
 """
 
 
-class SwayDesktop(Desktop):
+class SwayDesktop(RoutedDesktop):
     """In a Wayland session without an X server."""
 
     def start_session(self):
@@ -104,7 +104,3 @@ class SwayViewer(Viewer):
         for colour in range(3):
             colours[colour::3] = rows[2 - colour::4]
         return bytes(colours)
-
-
-def missing():
-    return next((program for program in PROGRAMS if not shutil.which(program)), None)

@@ -12,8 +12,8 @@ import sys
 import time
 
 from desktop import USER_ID, enter_own_machine
-from stage import SKIPPED, is_listening, let_in, processes_named, service_info, wait_until
-from sway import SwayDesktop, SwayViewer, missing
+from stage import is_listening, let_in, processes_named, wait_until
+from sway import PROGRAMS, SwayDesktop, SwayViewer
 
 VNC_PORT = 5900
 QT_PLATFORMS = "/usr/lib/*/qt6/plugins/platforms"
@@ -33,14 +33,14 @@ def help_click(desktop):
 
 
 def viewer_of(desktop, zelvo, answer):
+    """From the internet, and the link by which it came."""
     link = zelvo.wait_for_any(r"^Link: zelvo://(\S+)$", 40).group(1)
-    facts = service_info(desktop.service.url, desktop.path("ca.pem"), link)
-    viewer = SwayViewer(int(facts["Port"]))
+    viewer = desktop.viewer(link, SwayViewer)
     answer()
     viewer.enter()
     zelvo.wait_for(r"^Connection: Connection established\.$", 10)
     viewer.look()
-    return viewer
+    return viewer, link
 
 
 def places_of(desktop, count):
@@ -136,8 +136,8 @@ def outputs(desktop, viewer):
 
 def the_desktop(desktop):
     """A viewer sees, types, points and copies; disconnecting, quitting and dying leave nothing."""
-    zelvo = desktop.start_application("--print-link")
-    viewer = viewer_of(desktop, zelvo, lambda: help_click(desktop))
+    zelvo = desktop.start_application()
+    viewer, link = viewer_of(desktop, zelvo, lambda: help_click(desktop))
     sees(desktop, viewer, {"HEADLESS-1": (0, 0)})
     types(desktop, viewer)
     scrolls(desktop, viewer)
@@ -151,6 +151,7 @@ def the_desktop(desktop):
     zelvo.send(signal.SIGTERM)
     assert zelvo.wait(15) == 0
     nothing_left()
+    assert desktop.is_taken_back(link)
 
 
 def the_ends(desktop):
@@ -161,8 +162,8 @@ def the_ends(desktop):
     # The window would end with the compositor, and with it Zelvo, which without this part has none.
     for plugins in glob.glob(QT_PLATFORMS):
         subprocess.run(["mount", "-t", "tmpfs", "none", plugins], check=True)
-    zelvo = desktop.start_application("--ask-in-terminal", "--print-link")
-    viewer = viewer_of(desktop, zelvo, lambda: let_in(zelvo))
+    zelvo = desktop.start_application("--ask-in-terminal")
+    viewer, link = viewer_of(desktop, zelvo, lambda: let_in(zelvo))
     desktop.tell("create_output")
     sees(desktop, viewer, places_of(desktop, 2))
     inner, desktop.session = desktop.session, outer
@@ -172,6 +173,7 @@ def the_ends(desktop):
     desktop.compositor.send(signal.SIGKILL)
     zelvo.wait_for("^Screen Sharing has ended")
     nothing_left()
+    wait_until(lambda: desktop.is_taken_back(link), 10, "the end of the link")
     for left in glob.glob(f"/run/user/{USER_ID}/{inner['WAYLAND_DISPLAY']}*"):
         os.remove(left)
     desktop.session = outer
@@ -192,10 +194,7 @@ def nothing_left():
 
 def main():
     build = os.path.abspath(sys.argv[1])
-    if missing():
-        print(f"SKIPPED: {missing()} is missing")
-        sys.exit(SKIPPED)
-    enter_own_machine(build)
+    enter_own_machine(build, PROGRAMS)
     with SwayDesktop(build) as desktop:
         for scenario in (the_desktop, the_ends):
             print(scenario.__doc__, flush=True)

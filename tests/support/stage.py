@@ -98,8 +98,9 @@ class Program:
                         return at, match
                 at = len(self.lines)
                 if self._ended or not self._news.wait(end - time.monotonic()):
-                    raise AssertionError(f"{self.name} did not print {pattern!r} within {seconds} "
-                                         f"s; it printed {self.lines!r}")
+                    when = "before it ended" if self._ended else f"within {seconds} s"
+                    raise AssertionError(f"{self.name} did not print {pattern!r} {when}; it printed "
+                                         f"{self.lines!r}")
 
     def row(self, label):
         """What the row shows now; it has then been waited for."""

@@ -165,7 +165,6 @@ std::vector<Rectangle> WlrootsPicture::capture() {
         else if (output->copy() == WlrootsOutput::Copy::Failed)
             failed(part, *output, changed);
     }
-    wayland_.flush();
     if (isWhole)
         return {{0, 0, size_.width, size_.height}};
     return changed;
@@ -213,7 +212,6 @@ void WlrootsPicture::tryAgain() {
         if (isWatched_ && output->copy() == WlrootsOutput::Copy::None)
             output->ask(false);
     }
-    wayland_.flush();
 }
 
 WlrootsPicture::Aim WlrootsPicture::aim(Point point) const {

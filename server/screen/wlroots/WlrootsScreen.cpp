@@ -12,17 +12,19 @@ WlrootsScreen::WlrootsScreen(std::unique_ptr<WlrootsConnection> connection)
       pointer_(*wayland_),
       keyboard_(*wayland_),
       clipboard_(loop_, *wayland_, [this](const std::string& text) { copied_ = text; }),
-      watch_(loop_, wayland_->descriptor(), [this](auto) {
-          const bool isSent = wayland_->dispatch();
-          watch_.setEvents(isSent ? EPOLLIN : EPOLLIN | EPOLLOUT);
-      }) {
-    wayland_->flush();
-    watch_.setEvents(EPOLLIN);
+      watch_(loop_, wayland_->descriptor(), [this](auto) { wayland_->dispatch(); }) {
+    send();
 }
 
 void WlrootsScreen::dispatch(ScreenObserver& observer) {
     loop_.turn(platform::EventLoop::Clock::now());
+    send();
     tell(observer);
+}
+
+/// A compositor that is busy may have no room yet, and nothing to say until it has heard us.
+void WlrootsScreen::send() {
+    watch_.setEvents(wayland_->flush() ? EPOLLIN : EPOLLIN | EPOLLOUT);
 }
 
 void WlrootsScreen::tell(ScreenObserver& observer) {
@@ -48,11 +50,12 @@ void WlrootsScreen::setWatched(bool isWatched) {
     hasNewCursor_ = isWatched;
     picture_.setWatched(isWatched);
     clipboard_.setWatched(isWatched);
-    wayland_->flush();
+    send();
 }
 
 std::vector<Rectangle> WlrootsScreen::capture(ScreenObserver& observer) {
     auto changed = picture_.capture();
+    send();
     // Waiting for the compositor has read events, which no descriptor will tell of.
     tell(observer);
     return changed;

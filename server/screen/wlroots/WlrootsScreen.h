@@ -32,6 +32,7 @@ class WlrootsScreen : public Screen {
 
   private:
     void tell(ScreenObserver& observer);
+    void send();
 
     std::unique_ptr<WlrootsConnection> wayland_;
     platform::EventLoop loop_;
