@@ -7,6 +7,7 @@
 #include <random>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "relay/tickets/Tickets.h"
 #include "serving/Budgets.h"
@@ -14,6 +15,7 @@
 namespace zelvo::relay {
 
 class HostLine;
+class Pair;
 
 /// What one host may have, and has: all its viewers together.
 class HostAccount {
@@ -27,7 +29,7 @@ class HostAccount {
     /// Takes what has been forwarded; how long to wait then before there is more.
     std::chrono::milliseconds take(std::size_t bytes, Clock::time_point now = Clock::now());
 
-    std::size_t viewers = 0;
+    std::vector<Pair*> viewers;   ///< in the order in which they came
     serving::Shares viewersOf;    ///< by client
     std::uint64_t uncharged = 0;  ///< bytes that the owner's budget does not know of yet
 

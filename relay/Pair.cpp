@@ -2,6 +2,7 @@
 
 #include <event2/event.h>
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -20,6 +21,13 @@ constexpr std::size_t PartLength = 16384;
 constexpr int PartsAtOnce = 4;
 /// After how many bytes the owner's budget, which all loops share, is asked.
 constexpr std::uint64_t ChargeEvery = 1 << 20;
+/// For a host to answer a viewer's first message. Short, as strangers can hold places for so long.
+constexpr std::chrono::seconds AnswerTime{1};
+
+/// A ping, its answer and a close frame (RFC 6455, section 5.5) are to be had without the key.
+bool isControlFrame(char first) {
+    return (static_cast<unsigned char>(first) & 0x0fU) >= 8;
+}
 
 }  // namespace
 
@@ -31,7 +39,9 @@ Pair::Pair(RelayLoop& loop, std::unique_ptr<Connection> viewer, const ViewerRequ
       account_(std::move(account)) {
     viewer_.connection = std::move(viewer);
     host_.unsent = textOf(Reply{.status = 101}) + textForHost(request) + rest;
-    ++account_->viewers;
+    if (!rest.empty())
+        spoke_ = HostAccount::Clock::now();
+    account_->viewers.push_back(this);
     ++loop.shared().viewers;
     event_assign(
         &resume_, loop.thread().base(), -1, EV_TIMEOUT,
@@ -58,7 +68,7 @@ void Pair::letGo() {
         loop_.forgetWaiting(token_);
     viewer_.connection.reset();
     host_.connection.reset();
-    --account_->viewers;
+    std::erase(account_->viewers, this);
     account_->viewersOf.giveBack(client_);
     --loop_.shared().viewers;
 }
@@ -82,6 +92,33 @@ void Pair::onTime() {
     if (!host_.connection)
         ++loop_.shared().notDialledBack;
     retire();
+}
+
+Pair::Hold Pair::hold() const {
+    if (isAnswered_)
+        return Hold::Firm;
+    if (!spoke_)
+        return Hold::Silent;
+    return HostAccount::Clock::now() - *spoke_ < AnswerTime ? Hold::Firm : Hold::Unanswered;
+}
+
+void Pair::giveWay() {
+    ++loop_.shared().gaveWay;
+    auto viewer = host_.connection ? nullptr : std::move(viewer_.connection);
+    auto& loop = loop_;
+    retire();
+    if (viewer)
+        loop.refuse(std::move(viewer), 429);
+}
+
+// The host's first words answer the request, which anybody can make.
+void Pair::note(const Side& from, std::string_view bytes) {
+    if (&from == &viewer_) {
+        if (!spoke_)
+            spoke_ = HostAccount::Clock::now();
+    } else if (std::exchange(hostHasGreeted_, true) && spoke_ && !isControlFrame(bytes.front())) {
+        isAnswered_ = true;
+    }
 }
 
 void Pair::onReady(Connection& connection, bool canRead, bool canWrite) {
@@ -131,6 +168,8 @@ bool Pair::pump(Side& from, Side& to) {
             from.hasEnded = true;
             break;
         }
+        if (!isAnswered_)
+            note(from, {part.data(), got});
         if (got == part.size() && !std::exchange(isHeldBack, true))
             to.connection->holdBack(true);
         std::size_t sent = 0;

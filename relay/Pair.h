@@ -1,7 +1,10 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "relay/Member.h"
 #include "relay/NumberBook.h"
@@ -21,6 +24,17 @@ class Pair final : public Member {
     /// The host is here.
     void join(std::unique_ptr<Connection> host, const std::string& rest);
 
+    /// How firmly the viewer holds its place at the host.
+    enum class Hold {
+        Silent,      ///< it has said nothing since its request
+        Unanswered,  ///< it has, but the host has had time to answer, and has not
+        Firm,
+    };
+    Hold hold() const;
+    const std::string& client() const { return client_; }
+    /// Ends, for somebody else to have the place.
+    void giveWay();
+
   private:
     struct Side {
         std::unique_ptr<Connection> connection;
@@ -38,6 +52,7 @@ class Pair final : public Member {
     bool canPump(const Side& from, const Side& to) const;
     void flush(Side& side);
     bool charge(std::size_t bytes);
+    void note(const Side& from, std::string_view bytes);
     void goOn();
 
     Side viewer_;
@@ -47,6 +62,10 @@ class Pair final : public Member {
     const std::shared_ptr<HostAccount> account_;
     event resume_{};
     bool rests_ = false;
+    std::optional<std::chrono::steady_clock::time_point>
+        spoke_;  ///< the viewer, for the first time
+    bool hostHasGreeted_ = false;
+    bool isAnswered_ = false;
 };
 
 }  // namespace zelvo::relay

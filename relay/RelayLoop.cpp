@@ -4,6 +4,7 @@
 #include <event2/listener.h>
 #include <fcntl.h>
 
+#include <algorithm>
 #include <array>
 #include <ctime>
 #include <utility>
@@ -25,6 +26,33 @@ constexpr timeval AWhile{0, 100'000};
 /// For what was said last to leave the sockets.
 constexpr auto EndTime = 100ms;
 constexpr std::size_t TokenBytes = 16;
+
+/// Whose place somebody else may have: of those who say nothing who came first, else of those who
+/// are not answered. Null for nobody.
+Pair* weakestOf(const std::vector<Pair*>& viewers, const std::string* client) {
+    for (const auto hold : {Pair::Hold::Silent, Pair::Hold::Unanswered}) {
+        const auto found = std::ranges::find_if(viewers, [&](const Pair* viewer) {
+            return viewer->hold() == hold && (!client || viewer->client() == *client);
+        });
+        if (found != viewers.end())
+            return *found;
+    }
+    return nullptr;
+}
+
+/// A viewer's place, which is then the client's. Places that were simply first come, first served
+/// would be kept by strangers who only connect.
+bool takePlace(HostAccount& account, const std::string& client, std::size_t most) {
+    const bool hasShare = account.viewersOf.take(client);
+    if (hasShare && account.viewers.size() < most)
+        return true;
+    auto* weakest = weakestOf(account.viewers, hasShare ? nullptr : &client);
+    if (weakest)
+        weakest->giveWay();
+    else if (hasShare)
+        account.viewersOf.giveBack(client);
+    return weakest && (hasShare || account.viewersOf.take(client));
+}
 
 }  // namespace
 
@@ -195,8 +223,8 @@ void RelayLoop::takeViewer(const ViewerRequest& request, Visitor visitor) {
     const auto* entry = numbers_.find(request.number);
     if (!entry || !entry->line)
         return refuse(std::move(connection), 404);
-    if (entry->account->viewers >= shared_.options.viewersPerHost ||
-        !entry->account->viewersOf.take(connection->client().budgetKey()))
+    if (!takePlace(*entry->account, connection->client().budgetKey(),
+                   shared_.options.viewersPerHost))
         return refuse(std::move(connection), 429);
     const auto token = freshToken();
     const Line call{Line::Kind::Viewer, token, connection->client().text()};

@@ -47,12 +47,12 @@ class RelayLoop {
     void hear(Request request, std::unique_ptr<Connection> connection, std::string rest);
     void forget(int number, const HostLine& line);
     void forgetWaiting(const std::string& token) { waiting_.erase(token); }
+    void refuse(std::unique_ptr<Connection> connection, int status,
+                std::chrono::seconds retry = {});
 
   private:
     struct Visitor;
 
-    void refuse(std::unique_ptr<Connection> connection, int status,
-                std::chrono::seconds retry = {});
     void hear(const HostRequest& request, Visitor visitor);
     void hear(const DialBackRequest& request, Visitor visitor);
     void hear(const ViewerRequest& request, Visitor visitor);

@@ -23,7 +23,9 @@ RelayShared::RelayShared(RelayOptions itsOptions, std::vector<Ed25519> services,
       bytes(metrics.counter("zelvo_relay_bytes_total", "Bytes that were forwarded.")),
       paired(metrics.counter("zelvo_relay_pairings_total", "Viewers whose host dialled back.")),
       notDialledBack(metrics.counter("zelvo_relay_pairings_failed_total",
-                                     "Viewers whose host did not dial back in time.")) {
+                                     "Viewers whose host did not dial back in time.")),
+      gaveWay(metrics.counter("zelvo_relay_displaced_total",
+                              "Viewers without an answer whose place another one took.")) {
     metrics.gauge("zelvo_connections", "Connections that are open.",
                   [this] { return static_cast<double>(connections); });
     metrics.gauge("zelvo_relay_hosts", "Hosts that can be reached.",

@@ -59,6 +59,7 @@ struct RelayShared {
     serving::Metrics::Counter& bytes;
     serving::Metrics::Counter& paired;
     serving::Metrics::Counter& notDialledBack;
+    serving::Metrics::Counter& gaveWay;
 
     mutable std::mutex tlsMutex;
     std::shared_ptr<const serving::TlsContext> currentTls;

@@ -222,7 +222,7 @@ def road(stage):
 
 
 def refusals(stage):
-    """Tickets that are not good, requests that are none, and more than one may have."""
+    """Tickets that are not good, requests that are none, more than one may have, and who makes room for whom."""
     relays = Relays(stage)
     relays.start("--settle", "0", "--hosts-per-owner", "1", "--hosts-per-client", "3",
                  "--viewers-per-client", "2", "--viewers-per-host", "3", "--requests-per-client", "60/0", "--connections-per-client", "9",
@@ -264,19 +264,32 @@ def refusals(stage):
     others = [create(digit * 32) for digit in "123"]
     assert [host.status for host in others] == [101, 101, 429]
     for host in (first, others[0]):
-        held, lines = [], []
-        for _ in range(2):
-            held.append(relays.viewer(host.number, "127.0.0.6"))
-            lines.append(host.take_next())
-        assert relays.status(ASK.format(host.number), "127.0.0.6") == 429
-        held.append(relays.viewer(host.number, "127.0.0.10"))
-        # Whose turn is on another of the relay's threads, perhaps.
+        def come_in(source, words=(b"\x82",), host=host):
+            viewer = relays.viewer(host.number, source)
+            line = host.take_next()
+            for word in (b"HTTP/1.1 101 x\r\n\r\n", *words):
+                line.sendall(word)
+                assert read_exactly(viewer, len(word)) == word
+                viewer.sendall(b"x")
+                assert read_exactly(line, 1) == b"x"
+            return viewer, line
+        # Whoever only connects, or has a ping answered, makes room for the next, at the address and at the host.
+        silent = relays.viewer(host.number, "127.0.0.6")
         host.call()
-        assert relays.status(ASK.format(host.number), "127.0.0.11") == 429
-        held[0].close()
-        assert read_all(lines[0]) == b""
-        held.append(relays.viewer(host.number, "127.0.0.6"))
-        lines.append(host.take_next())
+        pinging = come_in("127.0.0.6", [b"\x8a\0"])
+        held = [come_in("127.0.0.6")]
+        assert b" 429 " in read_all(silent)
+        time.sleep(1.1)
+        silent = relays.viewer(host.number, "127.0.0.10")
+        silent_line = host.take_next()
+        held.append(come_in("127.0.0.11"))
+        assert read_all(silent_line) == read_all(silent) == b""
+        held.append(come_in("127.0.0.6"))
+        assert read_all(pinging[0]) == b""
+        assert [relays.status(ASK.format(host.number), source) for source in ("127.0.0.6", "127.0.0.12")] == [429] * 2
+        held[0][0].close()
+        assert read_all(held[0][1]) == b""
+        come_in("127.0.0.6")
     # What ended is free again.
     others[0].line.close()
     wait_until(lambda: create("3" * 32).status == 101, 5, "a host's place")
