@@ -103,7 +103,11 @@ void Gate::admit(ViewerId viewer, Rights rights, const std::optional<Returns::Se
         if (session)
             line->confirmReturn(session->secret);
         line->tell(standingFor(inside.rights));
-        line->giveReturnSecret(returns_.enter(viewer, inside.rights, inside.name));
+        auto before = session ? session->before : std::vector<ViewerId>();
+        if (session)
+            before.push_back(session->viewer);
+        line->giveReturnSecret(
+            returns_.enter(viewer, inside.rights, inside.name, std::move(before)));
     }
     auto guest = std::make_unique<Guest>(
         loop_, std::move(stream), [this, viewer](Ending ending) { guestEnded(viewer, ending); });
@@ -119,16 +123,19 @@ void Gate::admit(ViewerId viewer, Rights rights, const std::optional<Returns::Se
 }
 
 void Gate::setRights(const SetRights& request) {
-    auto found = guests_.find(request.viewer);
-    if (found == guests_.end() || found->second.inside.rights == request.rights ||
-        (letsOnlyWatch_ && request.rights == Rights::Control))
+    if (letsOnlyWatch_ && request.rights == Rights::Control)
+        return;
+    // They may have lost the line, or come back, while this was on its way.
+    const auto viewer = returns_.latest(request.viewer);
+    returns_.setRights(viewer, request.rights);
+    auto found = guests_.find(viewer);
+    if (found == guests_.end() || found->second.inside.rights == request.rights)
         return;
     auto& [inside, guest] = found->second;
     inside.rights = request.rights;
     guest->setInputPasses(inside.rights == Rights::Control && !isQuestionShown_);
     guest->tell(standingFor(inside.rights));
-    returns_.setRights(request.viewer, inside.rights);
-    handlers_.setRights(request.viewer, inside.rights);
+    handlers_.setRights(viewer, inside.rights);
     handlers_.tell(inside);
 }
 
@@ -151,13 +158,13 @@ void Gate::guestEnded(ViewerId viewer, Ending ending) {
 }
 
 void Gate::putOut(ViewerId viewer, Ending ending, Farewell farewell) {
+    returns_.end(viewer);
     auto guest = guests_.find(viewer);
     if (guest == guests_.end())
         return;
     auto stream = guest->second.guest->putOut(farewell);
     if (stream.line())
         departures_.add(std::move(stream), Departures::Who::WasInside, now());
-    returns_.end(viewer);
     forget(viewer, ending);
 }
 
@@ -171,7 +178,7 @@ void Gate::forget(ViewerId viewer, Ending ending) {
 
 void Gate::disconnect(ViewerId viewer) {
     if (viewer != everybody)
-        return putOut(viewer, Ending::Disconnected, Farewell::Disconnected);
+        return putOut(returns_.latest(viewer), Ending::Disconnected, Farewell::Disconnected);
     while (!guests_.empty())
         putOut(guests_.begin()->first, Ending::Disconnected, Farewell::Disconnected);
     // Who is away just now is meant, too.

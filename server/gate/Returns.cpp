@@ -1,19 +1,29 @@
 #include "server/gate/Returns.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "sealing/Primitives.h"
 
 namespace zelvo::server {
 
 sealing::ReturnSecret Returns::enter(ViewerId viewer, platform::gate::Rights rights,
-                                     const std::string& name) {
+                                     const std::string& name, std::vector<ViewerId> before) {
     auto& session = sessions_.emplace_back();
     session.viewer = viewer;
     session.rights = rights;
     session.name = name;
+    session.before = std::move(before);
     sealing::fillWithRandom(session.secret.bytes());
     return session.secret;
+}
+
+Returns::ViewerId Returns::latest(ViewerId viewer) const {
+    for (const auto& session : sessions_) {
+        if (std::find(session.before.begin(), session.before.end(), viewer) != session.before.end())
+            return session.viewer;
+    }
+    return viewer;
 }
 
 void Returns::setRights(ViewerId viewer, platform::gate::Rights rights) {

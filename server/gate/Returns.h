@@ -4,6 +4,7 @@
 #include <list>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/linux/screen_sharing/messages/GateMessage.h"
 #include "sealing/SealedChannel.h"
@@ -26,13 +27,18 @@ class Returns {
         /// What the question was asked about.
         std::string name;
         sealing::ReturnSecret secret;
+        /// As whom they were inside before.
+        std::vector<ViewerId> before;
         /// Until when they may come; Time::max() while they are inside.
         Time until = Time::max();
     };
 
     /// Somebody is in. What they are to be given.
     sealing::ReturnSecret enter(ViewerId viewer, platform::gate::Rights rights,
-                                const std::string& name);
+                                const std::string& name, std::vector<ViewerId> before = {});
+    /// As whom they are inside, or were last, who were inside as this one; where that is nobody,
+    /// this one.
+    ViewerId latest(ViewerId viewer) const;
     void setRights(ViewerId viewer, platform::gate::Rights rights);
     /// The line was lost.
     void lose(ViewerId viewer, Time now);

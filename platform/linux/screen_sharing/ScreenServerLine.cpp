@@ -154,6 +154,7 @@ void ScreenServerLine::handle(const gate::Message& message) {
             question_.set(std::nullopt);
     } else if (const auto* entered = std::get_if<gate::Inside>(&message)) {
         const auto id = firstNumber_ + entered->viewer;
+        lastNumber_ = std::max(lastNumber_, id);
         auto known = viewers_.find(id);
         if (known == viewers_.end())
             viewers_[id] = {entered->peer,
@@ -231,14 +232,14 @@ void ScreenServerLine::answer(std::uint32_t viewer, ViewerAnswer answer) {
 }
 
 void ScreenServerLine::setRights(std::uint32_t viewer, ViewerRights rights) {
-    if (viewers_.contains(viewer))
+    if (isOfThisServer(viewer))
         send(gate::SetRights{viewer - firstNumber_, rights == ViewerRights::Control
                                                         ? gate::Rights::Control
                                                         : gate::Rights::Watch});
 }
 
 void ScreenServerLine::disconnect(std::uint32_t viewer) {
-    if (viewers_.contains(viewer))
+    if (isOfThisServer(viewer))
         send(gate::Disconnect{viewer - firstNumber_});
 }
 

@@ -78,6 +78,10 @@ class ScreenServerLine : public Viewers {
     void handle(const gate::Message& message);
     void send(const gate::Message& message);
     void publishInside();
+    /// Also where they are gone, since who has lost the line may come back.
+    bool isOfThisServer(std::uint32_t viewer) const {
+        return viewer > firstNumber_ && viewer <= lastNumber_;
+    }
 
     Log& log_;
     std::string path_;
