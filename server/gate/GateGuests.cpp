@@ -39,7 +39,7 @@ void Gate::setLink(const Link& link) {
     if (!link.identifier.empty())
         std::copy(link.key.begin(), link.key.end(), key.bytes().begin());
     link_ = std::make_shared<HeldLink>(sealing::ShareLink{link.identifier, key});
-    returns_.endAll();
+    tellGone(returns_.endAll(), Ending::Disconnected);
     std::vector<ViewerId> inside;
     for (const auto& [viewer, entry] : guests_) {
         if (entry.guest->isSealed())
@@ -76,6 +76,8 @@ bool Gate::comesBack(ViewerId viewer) {
     if (!proof || !proof->offersReturn())
         return false;
     const auto session = returns_.take(*proof, now());
+    if (session && session->isAway())
+        tellGone({session->viewer}, Ending::NetworkDied);
     if (!session || doorkeeper_.refusesEverybody())
         return false;
     // Where the host has not noticed yet that the line before was lost.
@@ -150,15 +152,14 @@ void Gate::showQuestion(bool isShown) {
 void Gate::guestEnded(ViewerId viewer, Ending ending) {
     if (ending == Ending::ScreenEnded)
         return putOut(viewer, ending, Farewell::ScreenEnded);
-    if (ending == Ending::NetworkDied)
-        returns_.lose(viewer, now());
-    else
+    const bool mayReturn = ending == Ending::NetworkDied && returns_.lose(viewer, now());
+    if (!mayReturn)
         returns_.end(viewer);
-    forget(viewer, ending);
+    forget(viewer, ending, mayReturn);
 }
 
 void Gate::putOut(ViewerId viewer, Ending ending, Farewell farewell) {
-    returns_.end(viewer);
+    tellGone(returns_.end(viewer), ending);
     auto guest = guests_.find(viewer);
     if (guest == guests_.end())
         return;
@@ -168,12 +169,17 @@ void Gate::putOut(ViewerId viewer, Ending ending, Farewell farewell) {
     forget(viewer, ending);
 }
 
-void Gate::forget(ViewerId viewer, Ending ending) {
+void Gate::forget(ViewerId viewer, Ending ending, bool mayReturn) {
     auto guest = guests_.extract(viewer);
     if (!guest)
         return;
     goneGuests_.push_back(std::move(guest.mapped().guest));
-    handlers_.tell(Left{viewer, ending});
+    handlers_.tell(Left{viewer, ending, mayReturn});
+}
+
+void Gate::tellGone(const std::vector<ViewerId>& away, Ending ending) {
+    for (auto viewer : away)
+        handlers_.tell(Left{viewer, ending});
 }
 
 void Gate::disconnect(ViewerId viewer) {
@@ -182,7 +188,7 @@ void Gate::disconnect(ViewerId viewer) {
     while (!guests_.empty())
         putOut(guests_.begin()->first, Ending::Disconnected, Farewell::Disconnected);
     // Who is away just now is meant, too.
-    returns_.endAll();
+    tellGone(returns_.endAll(), Ending::Disconnected);
     if (doorkeeper_.asked())
         sendAway(doorkeeper_.answered(false, now()));
     for (auto waiting : doorkeeper_.everybodyAtTheDoor()) {

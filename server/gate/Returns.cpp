@@ -33,15 +33,35 @@ void Returns::setRights(ViewerId viewer, platform::gate::Rights rights) {
     }
 }
 
-void Returns::lose(ViewerId viewer, Time now) {
+bool Returns::lose(ViewerId viewer, Time now) {
     for (auto& session : sessions_) {
-        if (session.viewer == viewer)
-            session.until = now + longestAbsence;
+        if (session.viewer != viewer)
+            continue;
+        session.until = now + longestAbsence;
+        return true;
     }
+    return false;
 }
 
-void Returns::end(ViewerId viewer) {
-    sessions_.remove_if([&](const Session& session) { return session.viewer == viewer; });
+template <typename Ends>
+std::vector<Returns::ViewerId> Returns::endWhere(Ends ends) {
+    std::vector<ViewerId> away;
+    sessions_.remove_if([&](const Session& session) {
+        if (!ends(session))
+            return false;
+        if (session.isAway())
+            away.push_back(session.viewer);
+        return true;
+    });
+    return away;
+}
+
+std::vector<Returns::ViewerId> Returns::end(ViewerId viewer) {
+    return endWhere([viewer](const Session& session) { return session.viewer == viewer; });
+}
+
+std::vector<Returns::ViewerId> Returns::endAll() {
+    return endWhere([](const Session&) { return true; });
 }
 
 std::optional<Returns::Session> Returns::take(const sealing::SealedChannel& channel, Time now) {
@@ -63,8 +83,8 @@ Returns::Time Returns::nextDeadline() const {
     return next;
 }
 
-void Returns::tick(Time now) {
-    sessions_.remove_if([&](const Session& session) { return now >= session.until; });
+std::vector<Returns::ViewerId> Returns::tick(Time now) {
+    return endWhere([now](const Session& session) { return now >= session.until; });
 }
 
 }  // namespace zelvo::server

@@ -31,6 +31,8 @@ class Returns {
         std::vector<ViewerId> before;
         /// Until when they may come; Time::max() while they are inside.
         Time until = Time::max();
+
+        bool isAway() const { return until != Time::max(); }
     };
 
     /// Somebody is in. What they are to be given.
@@ -40,18 +42,22 @@ class Returns {
     /// this one.
     ViewerId latest(ViewerId viewer) const;
     void setRights(ViewerId viewer, platform::gate::Rights rights);
-    /// The line was lost.
-    void lose(ViewerId viewer, Time now);
-    /// They left, or were put out, and do not come back.
-    void end(ViewerId viewer);
-    void endAll() { sessions_.clear(); }
+    /// The line was lost. Whether they may come back.
+    bool lose(ViewerId viewer, Time now);
+    /// They left, or were put out, and do not come back. Who of them was away.
+    std::vector<ViewerId> end(ViewerId viewer);
+    std::vector<ViewerId> endAll();
     /// Whom this channel proves to be; once.
     std::optional<Session> take(const sealing::SealedChannel& channel, Time now);
 
     Time nextDeadline() const;
-    void tick(Time now);
+    /// Who has been away for too long.
+    std::vector<ViewerId> tick(Time now);
 
   private:
+    template <typename Ends>
+    std::vector<ViewerId> endWhere(Ends ends);
+
     std::list<Session> sessions_;
 };
 

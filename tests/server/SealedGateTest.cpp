@@ -267,9 +267,11 @@ TEST_F(SealedGateTest, HeedsWhatCrossesALostLineOrAReturn) {
     const auto secret = lost.line.channel().returnSecret();
     lost.socket.reset();
     turn();
+    EXPECT_EQ(all<Left>().back(), (Left{viewer, Ending::NetworkDied, true}));
     gate->handle(SetRights{viewer, Rights::Watch});
     auto back = open(2, ours, "Zoë", secret);
     EXPECT_EQ(back.standing(), Standing{Place::Watching});
+    EXPECT_EQ(all<Left>().back(), (Left{viewer, Ending::NetworkDied}));
     const auto newer = back.line.channel().returnSecret();
     gate->handle(Disconnect{viewer});
     carry(back);
@@ -279,6 +281,7 @@ TEST_F(SealedGateTest, HeedsWhatCrossesALostLineOrAReturn) {
     cut.socket.reset();
     turn();
     gate->handle(Disconnect{all<Inside>().back().viewer});
+    EXPECT_EQ(all<Left>().back().ending, Ending::Disconnected);
     EXPECT_FALSE(open(5, ours, "Zoë", cut.line.channel().returnSecret()).line.channel().isBack());
 }
 
