@@ -72,6 +72,9 @@ class Viewers {
 
     /// In the order in which they came in.
     virtual const Observable<std::vector<Viewer>>& inside() const = 0;
+    /// Who has lost the connection and may come back without a question, as they were inside.
+    /// Whoever loses it is here before they are no longer inside.
+    virtual const Observable<std::vector<Viewer>>& away() const = 0;
     /// One at a time; taken back when the one who asks has left.
     virtual const Observable<std::optional<ViewerQuestion>>& question() const = 0;
     /// Nobody is asked about any more, nor let in, until the next launch.
@@ -85,9 +88,9 @@ class Viewers {
     /// Counts only while that one is asked about.
     virtual void answer(std::uint32_t viewer, ViewerAnswer answer) = 0;
     virtual void setRights(std::uint32_t viewer, ViewerRights rights) = 0;
-    /// Ends the viewer's connection, at once.
+    /// Ends the viewer's connection, at once; who is away does not come back unasked.
     virtual void disconnect(std::uint32_t viewer) = 0;
-    /// Ends everybody's, and refuses who is asked about and who waits.
+    /// Ends everybody's in the same way, and refuses who is asked about and who waits.
     virtual void disconnectEverybody() = 0;
     virtual void setRefusesEverybody(bool refuses) = 0;
     virtual void setAdmitsOnlyLinkHolders(bool only) = 0;

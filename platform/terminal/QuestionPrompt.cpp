@@ -122,8 +122,16 @@ void QuestionPrompt::insideChanged(const std::vector<Viewer>& inside) {
                             [id](auto& viewer) { return viewer.id == id; });
     };
     for (const auto& viewer : before) {
-        if (find(inside, viewer.id) == inside.end())
+        if (find(inside, viewer.id) != inside.end())
+            continue;
+        const auto& away = viewers_.away().value();
+        if (find(away, viewer.id) == away.end()) {
             tell("%@ has left.", {who(viewer)});
+            continue;
+        }
+        tell("%@ has lost the connection and may come back unasked within a minute.",
+             {who(viewer)});
+        tell("To disconnect: %@.", {how('d', Word::Disconnect)});
     }
     for (const auto& viewer : inside) {
         auto known = find(before, viewer.id);

@@ -371,7 +371,7 @@ void Gate::tick(Time time) {
     }
     tellQuestion(last ? endingFor(*last) : Ending::ViewerLeft);
     departures_.tick(time);
-    returns_.tick(time);
+    tellGone(returns_.tick(time), Ending::NetworkDied);
     std::vector<ViewerId> standing;
     for (const auto& [viewer, entry] : guests_) {
         if (time >= entry.guest->deadline())

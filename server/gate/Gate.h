@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/linux/base/EventLoop.h"
 #include "platform/linux/base/FileDescriptor.h"
@@ -105,7 +106,9 @@ class Gate {
     /// Tells those with the link's key where they stand.
     void tellStandings();
     void putOut(ViewerId viewer, platform::gate::Ending ending, sealing::Farewell farewell);
-    void forget(ViewerId viewer, platform::gate::Ending ending);
+    void forget(ViewerId viewer, platform::gate::Ending ending, bool mayReturn = false);
+    /// They were away, and do not come back as who they were.
+    void tellGone(const std::vector<ViewerId>& away, platform::gate::Ending ending);
     void agree(Proof kind, Time time);
     void letGo(std::unique_ptr<Caller> caller);
     /// Of those who want to agree upon keys, in the one way or the other: who has shown the most,

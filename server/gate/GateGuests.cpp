@@ -39,7 +39,7 @@ void Gate::setLink(const Link& link) {
     if (!link.identifier.empty())
         std::copy(link.key.begin(), link.key.end(), key.bytes().begin());
     link_ = std::make_shared<HeldLink>(sealing::ShareLink{link.identifier, key});
-    returns_.endAll();
+    tellGone(returns_.endAll(), Ending::Disconnected);
     std::vector<ViewerId> inside;
     for (const auto& [viewer, entry] : guests_) {
         if (entry.guest->isSealed())
@@ -76,6 +76,8 @@ bool Gate::comesBack(ViewerId viewer) {
     if (!proof || !proof->offersReturn())
         return false;
     const auto session = returns_.take(*proof, now());
+    if (session && session->isAway())
+        tellGone({session->viewer}, Ending::NetworkDied);
     if (!session || doorkeeper_.refusesEverybody())
         return false;
     // Where the host has not noticed yet that the line before was lost.
@@ -103,7 +105,11 @@ void Gate::admit(ViewerId viewer, Rights rights, const std::optional<Returns::Se
         if (session)
             line->confirmReturn(session->secret);
         line->tell(standingFor(inside.rights));
-        line->giveReturnSecret(returns_.enter(viewer, inside.rights, inside.name));
+        auto before = session ? session->before : std::vector<ViewerId>();
+        if (session)
+            before.push_back(session->viewer);
+        line->giveReturnSecret(
+            returns_.enter(viewer, inside.rights, inside.name, std::move(before)));
     }
     auto guest = std::make_unique<Guest>(
         loop_, std::move(stream), [this, viewer](Ending ending) { guestEnded(viewer, ending); });
@@ -119,16 +125,19 @@ void Gate::admit(ViewerId viewer, Rights rights, const std::optional<Returns::Se
 }
 
 void Gate::setRights(const SetRights& request) {
-    auto found = guests_.find(request.viewer);
-    if (found == guests_.end() || found->second.inside.rights == request.rights ||
-        (letsOnlyWatch_ && request.rights == Rights::Control))
+    if (letsOnlyWatch_ && request.rights == Rights::Control)
+        return;
+    // They may have lost the line, or come back, while this was on its way.
+    const auto viewer = returns_.latest(request.viewer);
+    returns_.setRights(viewer, request.rights);
+    auto found = guests_.find(viewer);
+    if (found == guests_.end() || found->second.inside.rights == request.rights)
         return;
     auto& [inside, guest] = found->second;
     inside.rights = request.rights;
     guest->setInputPasses(inside.rights == Rights::Control && !isQuestionShown_);
     guest->tell(standingFor(inside.rights));
-    returns_.setRights(request.viewer, inside.rights);
-    handlers_.setRights(request.viewer, inside.rights);
+    handlers_.setRights(viewer, inside.rights);
     handlers_.tell(inside);
 }
 
@@ -143,39 +152,43 @@ void Gate::showQuestion(bool isShown) {
 void Gate::guestEnded(ViewerId viewer, Ending ending) {
     if (ending == Ending::ScreenEnded)
         return putOut(viewer, ending, Farewell::ScreenEnded);
-    if (ending == Ending::NetworkDied)
-        returns_.lose(viewer, now());
-    else
+    const bool mayReturn = ending == Ending::NetworkDied && returns_.lose(viewer, now());
+    if (!mayReturn)
         returns_.end(viewer);
-    forget(viewer, ending);
+    forget(viewer, ending, mayReturn);
 }
 
 void Gate::putOut(ViewerId viewer, Ending ending, Farewell farewell) {
+    tellGone(returns_.end(viewer), ending);
     auto guest = guests_.find(viewer);
     if (guest == guests_.end())
         return;
     auto stream = guest->second.guest->putOut(farewell);
     if (stream.line())
         departures_.add(std::move(stream), Departures::Who::WasInside, now());
-    returns_.end(viewer);
     forget(viewer, ending);
 }
 
-void Gate::forget(ViewerId viewer, Ending ending) {
+void Gate::forget(ViewerId viewer, Ending ending, bool mayReturn) {
     auto guest = guests_.extract(viewer);
     if (!guest)
         return;
     goneGuests_.push_back(std::move(guest.mapped().guest));
-    handlers_.tell(Left{viewer, ending});
+    handlers_.tell(Left{viewer, ending, mayReturn});
+}
+
+void Gate::tellGone(const std::vector<ViewerId>& away, Ending ending) {
+    for (auto viewer : away)
+        handlers_.tell(Left{viewer, ending});
 }
 
 void Gate::disconnect(ViewerId viewer) {
     if (viewer != everybody)
-        return putOut(viewer, Ending::Disconnected, Farewell::Disconnected);
+        return putOut(returns_.latest(viewer), Ending::Disconnected, Farewell::Disconnected);
     while (!guests_.empty())
         putOut(guests_.begin()->first, Ending::Disconnected, Farewell::Disconnected);
     // Who is away just now is meant, too.
-    returns_.endAll();
+    tellGone(returns_.endAll(), Ending::Disconnected);
     if (doorkeeper_.asked())
         sendAway(doorkeeper_.answered(false, now()));
     for (auto waiting : doorkeeper_.everybodyAtTheDoor()) {

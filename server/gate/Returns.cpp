@@ -1,19 +1,29 @@
 #include "server/gate/Returns.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "sealing/Primitives.h"
 
 namespace zelvo::server {
 
 sealing::ReturnSecret Returns::enter(ViewerId viewer, platform::gate::Rights rights,
-                                     const std::string& name) {
+                                     const std::string& name, std::vector<ViewerId> before) {
     auto& session = sessions_.emplace_back();
     session.viewer = viewer;
     session.rights = rights;
     session.name = name;
+    session.before = std::move(before);
     sealing::fillWithRandom(session.secret.bytes());
     return session.secret;
+}
+
+Returns::ViewerId Returns::latest(ViewerId viewer) const {
+    for (const auto& session : sessions_) {
+        if (std::find(session.before.begin(), session.before.end(), viewer) != session.before.end())
+            return session.viewer;
+    }
+    return viewer;
 }
 
 void Returns::setRights(ViewerId viewer, platform::gate::Rights rights) {
@@ -23,15 +33,35 @@ void Returns::setRights(ViewerId viewer, platform::gate::Rights rights) {
     }
 }
 
-void Returns::lose(ViewerId viewer, Time now) {
+bool Returns::lose(ViewerId viewer, Time now) {
     for (auto& session : sessions_) {
-        if (session.viewer == viewer)
-            session.until = now + longestAbsence;
+        if (session.viewer != viewer)
+            continue;
+        session.until = now + longestAbsence;
+        return true;
     }
+    return false;
 }
 
-void Returns::end(ViewerId viewer) {
-    sessions_.remove_if([&](const Session& session) { return session.viewer == viewer; });
+template <typename Ends>
+std::vector<Returns::ViewerId> Returns::endWhere(Ends ends) {
+    std::vector<ViewerId> away;
+    sessions_.remove_if([&](const Session& session) {
+        if (!ends(session))
+            return false;
+        if (session.isAway())
+            away.push_back(session.viewer);
+        return true;
+    });
+    return away;
+}
+
+std::vector<Returns::ViewerId> Returns::end(ViewerId viewer) {
+    return endWhere([viewer](const Session& session) { return session.viewer == viewer; });
+}
+
+std::vector<Returns::ViewerId> Returns::endAll() {
+    return endWhere([](const Session&) { return true; });
 }
 
 std::optional<Returns::Session> Returns::take(const sealing::SealedChannel& channel, Time now) {
@@ -53,8 +83,8 @@ Returns::Time Returns::nextDeadline() const {
     return next;
 }
 
-void Returns::tick(Time now) {
-    sessions_.remove_if([&](const Session& session) { return now >= session.until; });
+std::vector<Returns::ViewerId> Returns::tick(Time now) {
+    return endWhere([now](const Session& session) { return now >= session.until; });
 }
 
 }  // namespace zelvo::server

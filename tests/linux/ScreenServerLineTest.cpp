@@ -115,8 +115,14 @@ TEST_F(ScreenServerLineTest, TellsWhoAsksAndWhoIsIn) {
     server.say(gate::Question{2, bert, false, 60, 0});
     server.say(gate::QuestionOver{1, gate::Ending::ViewerLeft});
     EXPECT_TRUE(line.question().value()) << "another's";
-    server.say(gate::Left{1, gate::Ending::ViewerLeft});
+    server.say(gate::Left{1, gate::Ending::NetworkDied, true});
     EXPECT_TRUE(line.inside().value().empty());
+    EXPECT_EQ(line.away().value().size(), 1U);
+    server.heard();
+    line.disconnect(viewer.id);
+    EXPECT_EQ(server.heard(), std::vector<gate::Message>{gate::Disconnect{1}});
+    server.say(gate::Left{1, gate::Ending::Disconnected});
+    EXPECT_TRUE(line.away().value().empty());
 
     // The next server counts from one again; who asks there is somebody else.
     const auto berts = line.question().value()->id;

@@ -214,7 +214,11 @@ TEST_F(WindowTest, TheWindowTellsWhoAsksAndWhoIsInside) {
     };
     find<QPushButton>("disconnectButton")->click();
     EXPECT_EQ(fake.authorization.tools.size(), 1U);
+    viewers.isAway.set({viewer(2)});
     viewers.isInside.set({});
+    expect({{"disconnectButton", "visible", "true"}, {"actionDisconnect", "enabled", "true"}});
+    EXPECT_TRUE(property("viewer2", "text").ends_with("come back unasked within a minute"));
+    viewers.isAway.set({});
     EXPECT_TRUE(property("statusExplanation", "text").ends_with("gets in.\nNo keys."));
     viewers.refuses.set(true);
     find<QPushButton>("askAgainButton")->click();

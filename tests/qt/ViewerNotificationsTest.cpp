@@ -94,6 +94,11 @@ TEST(ViewerNotifications, OfferTheQuestionAndTakeItBack) {
     viewers.isInside.set({});
     EXPECT_TRUE(
         desktop.says({"close 3", "Somebody sees your screen now (1) ", "Somebody has left (1) "}));
+    viewers.isInside.set({{.id = 10, .address = "::1", .since = {}}});
+    viewers.isAway.set(viewers.isInside.value());
+    viewers.isInside.set({});
+    EXPECT_TRUE(desktop.says(
+        {"Somebody sees your screen now (1) ", "Somebody has lost the connection (1) "}));
     QDBusConnection::disconnectFromBus("front end");
 }
 

@@ -227,7 +227,7 @@ TEST(GateMessage, IsWholeOrNone) {
         Question{7, peer, true, 60, 4, "Ana", "012 345 678 901"},
         QuestionOver{7, Ending::NotAnswered},
         Inside{0x01020304, peer, false, Rights::Control, "", "", "2001:db8::7"},
-        Left{7, Ending::NetworkDied},
+        Left{7, Ending::NetworkDied, true},
         Reply{7, Answer::Watch},
         SetRights{7, Rights::Watch},
         Disconnect{everybody},

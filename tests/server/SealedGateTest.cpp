@@ -261,6 +261,30 @@ TEST_F(SealedGateTest, LetsBackInOnceWhoLostTheLine) {
     }
 }
 
+TEST_F(SealedGateTest, HeedsWhatCrossesALostLineOrAReturn) {
+    auto lost = inside(1);
+    const auto viewer = all<Inside>().back().viewer;
+    const auto secret = lost.line.channel().returnSecret();
+    lost.socket.reset();
+    turn();
+    EXPECT_EQ(all<Left>().back(), (Left{viewer, Ending::NetworkDied, true}));
+    gate->handle(SetRights{viewer, Rights::Watch});
+    auto back = open(2, ours, "Zoë", secret);
+    EXPECT_EQ(back.standing(), Standing{Place::Watching});
+    EXPECT_EQ(all<Left>().back(), (Left{viewer, Ending::NetworkDied}));
+    const auto newer = back.line.channel().returnSecret();
+    gate->handle(Disconnect{viewer});
+    carry(back);
+    EXPECT_EQ(back.goodbye(), Farewell::Disconnected);
+    EXPECT_FALSE(open(3, ours, "Zoë", newer).line.channel().isBack());
+    auto cut = inside(4);
+    cut.socket.reset();
+    turn();
+    gate->handle(Disconnect{all<Inside>().back().viewer});
+    EXPECT_EQ(all<Left>().back().ending, Ending::Disconnected);
+    EXPECT_FALSE(open(5, ours, "Zoë", cut.line.channel().returnSecret()).line.channel().isBack());
+}
+
 TEST_F(SealedGateTest, EndsWhatAnOldLinkOpenedAndNothingElse) {
     auto plain = asking(1);
     gate->handle(Reply{all<Question>().back().viewer, Answer::Control});

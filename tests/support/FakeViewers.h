@@ -12,6 +12,7 @@ namespace zelvo::platform {
 class FakeViewers : public Viewers {
   public:
     const Observable<std::vector<Viewer>>& inside() const override { return isInside; }
+    const Observable<std::vector<Viewer>>& away() const override { return isAway; }
     const Observable<std::optional<ViewerQuestion>>& question() const override { return asked; }
     const Observable<bool>& refusesEverybody() const override { return refuses; }
     const Observable<bool>& admitsOnlyLinkHolders() const override { return onlyLinkHolders; }
@@ -44,6 +45,7 @@ class FakeViewers : public Viewers {
     }
 
     Observable<std::vector<Viewer>> isInside;
+    Observable<std::vector<Viewer>> isAway;
     Observable<std::optional<ViewerQuestion>> asked;
     Observable<bool> refuses{false};
     Observable<bool> onlyLinkHolders{false};

@@ -154,6 +154,7 @@ void ScreenServerLine::handle(const gate::Message& message) {
             question_.set(std::nullopt);
     } else if (const auto* entered = std::get_if<gate::Inside>(&message)) {
         const auto id = firstNumber_ + entered->viewer;
+        lastNumber_ = std::max(lastNumber_, id);
         auto known = viewers_.find(id);
         if (known == viewers_.end())
             viewers_[id] = {entered->peer,
@@ -171,9 +172,21 @@ void ScreenServerLine::handle(const gate::Message& message) {
             question_.set(std::nullopt);
         publishInside();
     } else if (const auto* left = std::get_if<gate::Left>(&message)) {
-        viewers_.erase(firstNumber_ + left->viewer);
-        publishInside();
+        leave(*left);
     }
+}
+
+void ScreenServerLine::leave(const gate::Left& left) {
+    const auto id = firstNumber_ + left.viewer;
+    const auto entry = viewers_.extract(id);
+    auto away = away_.value();
+    std::erase_if(away, [id](const Viewer& viewer) { return viewer.id == id; });
+    if (entry && left.mayReturn)
+        away.push_back(entry.mapped().second);
+    if (away != away_.value())
+        away_.set(std::move(away));
+    if (entry)
+        publishInside();
 }
 
 void ScreenServerLine::publishInside() {
@@ -194,6 +207,8 @@ void ScreenServerLine::hangUp() {
     abilities_.set({});
     isQuestionShown_ = false;
     viewers_.clear();
+    if (!away_.value().empty())
+        away_.set({});
     if (question_.value())
         question_.set(std::nullopt);
     if (!inside_.value().empty())
@@ -231,14 +246,14 @@ void ScreenServerLine::answer(std::uint32_t viewer, ViewerAnswer answer) {
 }
 
 void ScreenServerLine::setRights(std::uint32_t viewer, ViewerRights rights) {
-    if (viewers_.contains(viewer))
+    if (isOfThisServer(viewer))
         send(gate::SetRights{viewer - firstNumber_, rights == ViewerRights::Control
                                                         ? gate::Rights::Control
                                                         : gate::Rights::Watch});
 }
 
 void ScreenServerLine::disconnect(std::uint32_t viewer) {
-    if (viewers_.contains(viewer))
+    if (isOfThisServer(viewer))
         send(gate::Disconnect{viewer - firstNumber_});
 }
 

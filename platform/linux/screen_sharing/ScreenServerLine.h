@@ -34,6 +34,7 @@ class ScreenServerLine : public Viewers {
     ~ScreenServerLine() override;
 
     const Observable<std::vector<Viewer>>& inside() const override { return inside_; }
+    const Observable<std::vector<Viewer>>& away() const override { return away_; }
     const Observable<std::optional<ViewerQuestion>>& question() const override { return question_; }
     const Observable<bool>& refusesEverybody() const override { return refusesEverybody_; }
     const Observable<bool>& admitsOnlyLinkHolders() const override {
@@ -78,6 +79,11 @@ class ScreenServerLine : public Viewers {
     void handle(const gate::Message& message);
     void send(const gate::Message& message);
     void publishInside();
+    void leave(const gate::Left& left);
+    /// Also where they are gone, since who has lost the line may come back.
+    bool isOfThisServer(std::uint32_t viewer) const {
+        return viewer > firstNumber_ && viewer <= lastNumber_;
+    }
 
     Log& log_;
     std::string path_;
@@ -94,6 +100,7 @@ class ScreenServerLine : public Viewers {
     std::uint32_t firstNumber_ = 0;
     std::uint32_t lastNumber_ = 0;
     Observable<std::vector<Viewer>> inside_;
+    Observable<std::vector<Viewer>> away_;
     Observable<std::optional<ViewerQuestion>> question_;
     Observable<bool> refusesEverybody_{false};
     Observable<bool> admitsOnlyLinkHolders_{false};

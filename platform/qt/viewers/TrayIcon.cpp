@@ -34,6 +34,7 @@ TrayIcon::TrayIcon(const Surroundings& surroundings, QDBusConnection bus, Listen
     subscriptions_.push_back(surroundings.model.isQuitting().subscribe(changed));
     subscriptions_.push_back(surroundings.viewers.question().subscribe(changed));
     subscriptions_.push_back(surroundings.viewers.inside().subscribe(changed));
+    subscriptions_.push_back(surroundings.viewers.away().subscribe(changed));
     update();
 }
 
@@ -56,7 +57,7 @@ void TrayIcon::update() {
         return;
     }
     bool isConnected = !surroundings_.viewers.inside().value().empty();
-    disconnect_->setVisible(isConnected);
+    disconnect_->setVisible(isConnected || !surroundings_.viewers.away().value().empty());
     auto image = surroundings_.viewers.question().value() ? "state-asking"
                  : isConnected                            ? "state-connected"
                                                           : "zelvo";

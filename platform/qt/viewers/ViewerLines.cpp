@@ -59,24 +59,33 @@ class ViewerLines::Line final : public QWidget {
     // Who controls could else let others control, too.
     void show(const Viewer& viewer, bool isOneOfSeveral, bool somebodyControls, bool canControl) {
         controls_ = viewer.rights == ViewerRights::Control;
-        icon_->setImage(controls_ ? "viewer-controls" : "viewer-watches");
-        if (auto text = viewerText(viewer); who_->text() != text) {
-            who_->setText(text);
-            who_->announce();
-        }
-        details_->setText(viewerDetails(viewer));
+        tell(viewerText(viewer), viewer, isOneOfSeveral);
         rights_->setText(localized(controls_ ? "Only watch" : "Let them control"));
         const bool mayChange = controls_ || !somebodyControls;
         rights_->setVisible(controls_ || canControl);
         rights_->setEnabled(mayChange);
         rights_->setToolTip(mayChange ? ""
                                       : localized("First let the one who controls only watch."));
-        disconnect_->setVisible(isOneOfSeveral);
-        for (auto* button : {rights_, disconnect_})
-            button->setAccessibleDescription(who_->text());
+    }
+    void showAway(const Viewer& viewer, bool isOneOfSeveral) {
+        tell(awayText(viewer), viewer, isOneOfSeveral);
+        rights_->hide();
     }
 
   private:
+    void tell(const QString& text, const Viewer& viewer, bool isOneOfSeveral) {
+        icon_->setImage(viewer.rights == ViewerRights::Control ? "viewer-controls"
+                                                               : "viewer-watches");
+        if (who_->text() != text) {
+            who_->setText(text);
+            who_->announce();
+        }
+        details_->setText(viewerDetails(viewer));
+        disconnect_->setVisible(isOneOfSeveral);
+        for (auto* button : {rights_, disconnect_})
+            button->setAccessibleDescription(text);
+    }
+
     bool controls_ = false;
     ImageView* icon_ = new ImageView;
     StatusLabel* who_ = new StatusLabel;
@@ -96,16 +105,19 @@ ViewerLines::~ViewerLines() = default;
 void ViewerLines::attach(Viewers& viewers, const QString& images) {
     viewers_ = &viewers;
     images_ = images;
-    subscription_ = viewers.inside().bind([this](const auto&) { update(); });
+    subscriptions_.push_back(viewers.away().subscribe([this](const auto&) { update(); }));
+    subscriptions_.push_back(viewers.inside().bind([this](const auto&) { update(); }));
 }
 
 void ViewerLines::update() {
     const auto inside = viewers_->inside().value();
+    const auto away = viewers_->away().value();
     auto is = [](std::uint32_t id) {
         return [id](const Viewer& viewer) { return viewer.id == id; };
     };
     for (auto line = lines_.begin(); line != lines_.end();) {
-        if (std::ranges::any_of(inside, is(line->first))) {
+        if (std::ranges::any_of(inside, is(line->first)) ||
+            std::ranges::any_of(away, is(line->first))) {
             ++line;
             continue;
         }
@@ -118,17 +130,22 @@ void ViewerLines::update() {
     }
     const bool somebodyControls = std::ranges::any_of(
         inside, [](const Viewer& viewer) { return viewer.rights == ViewerRights::Control; });
-    for (const auto& viewer : inside) {
-        auto& line = lines_[viewer.id];
-        if (!line) {
-            line = new Line(*this, viewer.id);
-            layout()->addWidget(line);
-            guard_.rest();
-        }
-        line->show(viewer, inside.size() > 1, somebodyControls,
-                   viewers_->abilities().value().canControl);
+    for (const auto& viewer : inside)
+        lineOf(viewer.id).show(viewer, inside.size() + away.size() > 1, somebodyControls,
+                               viewers_->abilities().value().canControl);
+    for (const auto& viewer : away)
+        lineOf(viewer.id).showAway(viewer, inside.size() + away.size() > 1);
+    setVisible(!lines_.empty());
+}
+
+ViewerLines::Line& ViewerLines::lineOf(std::uint32_t viewer) {
+    auto& line = lines_[viewer];
+    if (!line) {
+        line = new Line(*this, viewer);
+        layout()->addWidget(line);
+        guard_.rest();
     }
-    setVisible(!inside.empty());
+    return *line;
 }
 
 }  // namespace zelvo::platform

@@ -3,6 +3,7 @@
 #include <QWidget>
 #include <map>
 #include <memory>
+#include <vector>
 
 #include "platform/Observable.h"
 #include "platform/qt/viewers/AnswerGuard.h"
@@ -25,12 +26,14 @@ class ViewerLines final : public QWidget {
     class Line;
 
     void update();
+    /// Made where there is none.
+    Line& lineOf(std::uint32_t viewer);
 
     Viewers* viewers_ = nullptr;
     QString images_;
     AnswerGuard guard_{[] { return std::chrono::steady_clock::now(); }};
     std::map<std::uint32_t, Line*> lines_;
-    Subscription subscription_;
+    std::vector<Subscription> subscriptions_;
 };
 
 }  // namespace zelvo::platform

@@ -93,7 +93,9 @@ void ViewerNotifications::insideChanged() {
         if (!holds(before, viewer.id))
             notify(localized("Somebody sees your screen now"), viewerText(viewer), {}, false);
     for (const auto& viewer : before)
-        if (!holds(inside_, viewer.id))
+        if (holds(viewers_.away().value(), viewer.id))
+            notify(localized("Somebody has lost the connection"), awayText(viewer), {}, false);
+        else if (!holds(inside_, viewer.id))
             notify(localized("Somebody has left"),
                    localizedWith("%@ does not see your screen any more", whoText(viewer)), {},
                    false);

@@ -53,6 +53,11 @@ QString viewerText(const Viewer& viewer) {
                : localizedWith("%@ only watches", who);
 }
 
+QString awayText(const Viewer& viewer) {
+    return localizedWith("%@ has lost the connection and may come back unasked within a minute",
+                         whoText(viewer));
+}
+
 QString viewerDetails(const Viewer& viewer) {
     auto since = std::chrono::system_clock::to_time_t(viewer.since);
     auto time =

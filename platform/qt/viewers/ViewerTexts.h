@@ -18,6 +18,8 @@ QString encryptionText(const ViewerQuestion& question);
 QString whoText(const Viewer& viewer);
 /// Who, and whether they control the computer or watch.
 QString viewerText(const Viewer& viewer);
+/// Of somebody who is away.
+QString awayText(const Viewer& viewer);
 /// Since when, and how the connection is protected.
 QString viewerDetails(const Viewer& viewer);
 

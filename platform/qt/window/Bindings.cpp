@@ -57,6 +57,7 @@ Value ofDoor(std::function<QVariant(const Source&)> of) {
         list.push_back(source.model.isQuitting().subscribe(show));
         list.push_back(source.model.appIcon().subscribe(show));
         list.push_back(source.viewers.inside().subscribe(show));
+        list.push_back(source.viewers.away().subscribe(show));
         list.push_back(source.viewers.question().subscribe(show));
         list.push_back(source.viewers.refusesEverybody().subscribe(show));
         list.push_back(source.viewers.admitsOnlyLinkHolders().subscribe(show));
@@ -91,9 +92,10 @@ QVariant wayInSentence(const Source& source) {
     return localized("The relay cannot see your screen; whoever runs the website could.");
 }
 
+/// Or may be at any moment, without a question.
 bool isSomebodyInside(const Source& source) {
     return source.model.zelvoStatusProperty().value() == ZelvoStatusConnected ||
-           !source.viewers.inside().value().empty();
+           !source.viewers.inside().value().empty() || !source.viewers.away().value().empty();
 }
 
 bool isSomebodyAsking(const Source& source) {

@@ -128,8 +128,10 @@ bool fields(Each& each, M& m) {
                       m.digits, m.origin);
     else if constexpr (std::is_same_v<Type, Inside>)
         return eachOf(each, m.viewer, m.peer, m.isEncrypted, m.rights, m.name, m.digits, m.origin);
-    else if constexpr (std::is_same_v<Type, QuestionOver> || std::is_same_v<Type, Left>)
+    else if constexpr (std::is_same_v<Type, QuestionOver>)
         return eachOf(each, m.viewer, m.ending);
+    else if constexpr (std::is_same_v<Type, Left>)
+        return eachOf(each, m.viewer, m.ending, m.mayReturn);
     else if constexpr (std::is_same_v<Type, Reply>)
         return eachOf(each, m.viewer, m.answer);
     else if constexpr (std::is_same_v<Type, SetRights>)

@@ -14,7 +14,7 @@
 /// one message of this version is none, and whoever gets it hangs up.
 namespace zelvo::platform::gate {
 
-inline constexpr std::uint8_t messageVersion = 4;
+inline constexpr std::uint8_t messageVersion = 5;
 /// A text is at most 255 bytes, after its length in one.
 inline constexpr std::size_t longestMessage = 600;
 
@@ -104,9 +104,12 @@ struct Inside {
     std::string origin{};
     friend bool operator==(const Inside&, const Inside&) = default;
 };
+/// Said again when somebody who might return may not any more, or is inside under another number.
 struct Left {
     ViewerId viewer = 0;
     Ending ending = Ending::ViewerLeft;
+    /// Without being asked about.
+    bool mayReturn = false;
     friend bool operator==(const Left&, const Left&) = default;
 };
 
