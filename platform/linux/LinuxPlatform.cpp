@@ -117,7 +117,7 @@ struct LinuxPlatform::Services {
     AdmittedSockets admittedSockets{
         sockets,
         services,
-        {.areKnown = [this] { return screenServer.serverListens(); },
+        {.areKnown = [this] { return screenServer.serverIsThere(); },
          .isInside = [this](const auto& peer) { return screenServer.isInside(peer); }}};
     ScreenSharingSettings settings{
         propertyLists,

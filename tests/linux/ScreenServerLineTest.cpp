@@ -179,9 +179,8 @@ TEST_F(ScreenServerLineTest, ListsWhoIsNotInAsConnectingStill) {
     test::FakeServicesDatabase services;
     Server server(path);
     server.say(gate::Hello{});
-    server.say(gate::Listening{5900});
     AdmittedSockets admitted(sockets, services,
-                             {.areKnown = [this] { return line.serverListens(); },
+                             {.areKnown = [this] { return line.serverIsThere(); },
                               .isInside = [this](auto& peer) { return line.isInside(peer); }});
     const std::string others =
         "tcp4 0 0 *.5900 *.* LISTEN\n"
@@ -190,6 +189,10 @@ TEST_F(ScreenServerLineTest, ListsWhoIsNotInAsConnectingStill) {
     const std::string theirs =
         "tcp4 0 0 192.0.2.1.5900 192.0.2.7.51234 ESTABLISHED\n"
         "tcp4 0 0 192.0.2.7.51234 192.0.2.1.5900 ESTABLISHED\n";
+    const std::string justMade = "tcp4 0 0 127.0.0.1.51234 127.0.0.1.5900 ";
+    sockets.listing = justMade + "ESTABLISHED\n";
+    EXPECT_EQ(*admitted.tcpSockets(SocketFamily::IPv4, SocketState::Established).text,
+              justMade + "SYN_RCVD\n");
     sockets.listing = others + theirs;
     auto listed = [&] {
         return *admitted.tcpSockets(SocketFamily::IPv4, SocketState::Established).text;

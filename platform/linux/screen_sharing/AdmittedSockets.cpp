@@ -74,11 +74,18 @@ SocketListing AdmittedSockets::tcpSockets(SocketFamily family, SocketState state
     const auto port = "." + std::to_string(vncPort(services_)) + " ";
     // The ends of the connections that are not through the door, as the table writes them.
     std::set<std::pair<std::string, std::string>> pending;
+    const auto lookAt = [&](std::string_view serversEnd, std::string_view viewersEnd) {
+        const auto peer = peerOf(viewersEnd);
+        if ((std::string(serversEnd) + " ").ends_with(port) && !(peer && viewers_.isInside(*peer)))
+            pending.emplace(serversEnd, viewersEnd);
+    };
     forEachMention(text, port, [&](const Columns& columns) {
-        const auto peer = peerOf(columns[4]);
-        if (columns[5] == established && (std::string(columns[3]) + " ").ends_with(port) &&
-            !(peer && viewers_.isInside(*peer)))
-            pending.emplace(columns[3], columns[4]);
+        if (columns[5] != established)
+            return;
+        lookAt(columns[3], columns[4]);
+        // One that was just made may be in the table with the viewer's end alone.
+        if (columns[4].starts_with("127."))
+            lookAt(columns[4], columns[3]);
     });
     if (pending.empty())
         return listing;

@@ -57,6 +57,8 @@ class ScreenServerLine : public Viewers {
     /// A connection to the server, which does not block, for somebody whom a relay saw come from
     /// that address, and of which the server has been told that. Empty where none listens.
     FileDescriptor connectRelayed(const std::string& origin);
+    /// Whether a server is connected, which listens later than that.
+    bool serverIsThere() const { return bool(server_); }
     /// Whether a server is connected and listens.
     bool serverListens() const { return port_ != 0; }
     /// Whether the connection to the server's port from this IPv4 address, in network order, and
