@@ -75,7 +75,7 @@ void SealedLine::receive(std::string_view bytes) {
         head_->receive(bytes);
         output_ += head_->takeOutput();
         if (head_->state() == WebSocketHead::State::Failed)
-            return fail(Failure::NoUpgrade);
+            return fail(head_->isBusy() ? Failure::Busy : Failure::NoUpgrade);
         if (head_->state() == WebSocketHead::State::Reading)
             return;
         head_.reset();

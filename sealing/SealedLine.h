@@ -28,6 +28,8 @@ class SealedLine {
         None,
         /// Whoever is there opens no WebSocket of ours.
         NoUpgrade,
+        /// It says by HTTP that it has too much to do.
+        Busy,
         /// Its frames are none, or too large.
         BadFrames,
         /// The host does not know this link's key (opener), or the peer does not (host). To the

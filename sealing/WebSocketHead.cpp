@@ -119,7 +119,10 @@ bool UpgradeReplyReader::mayBegin(std::string& input) {
         }
         return true;
     }
-    return status.starts_with(std::string_view(input).substr(0, status.size()));
+    isBusy_ = input.starts_with("HTTP/1.1 429"sv) || input.starts_with("HTTP/1.1 503"sv);
+    // Why it is refused comes with the last digit.
+    const auto judged = input.size() < status.size() ? status.size() - 3 : status.size();
+    return status.starts_with(std::string_view(input).substr(0, judged));
 }
 
 bool UpgradeReplyReader::isAccepted(const HttpHead& head, std::string&) {

@@ -29,6 +29,8 @@ class WebSocketHead {
     virtual ~WebSocketHead() = default;
 
     State state() const { return state_; }
+    /// Of Failed: the other side says that it may be asked again soon.
+    virtual bool isBusy() const { return false; }
     /// Takes from the front what is the head's; what is left belongs to the frames.
     void receive(std::string_view& bytes);
     /// What is to be sent now. Empties it.
@@ -61,6 +63,7 @@ class UpgradeReplyReader final : public WebSocketHead {
     explicit UpgradeReplyReader(const std::array<unsigned char, 16>& nonce,
                                 const RelayedHost* host = nullptr);
     static std::array<unsigned char, 16> freshNonce();
+    bool isBusy() const override { return isBusy_; }
 
   private:
     bool mayBegin(std::string& input) override;
@@ -68,6 +71,7 @@ class UpgradeReplyReader final : public WebSocketHead {
 
     std::string nonce_;
     bool wasGreeted_ = false;
+    bool isBusy_ = false;
 };
 
 /// Whether who says this first may be asking for a sealed channel; RFB viewers say something else.

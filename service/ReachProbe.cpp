@@ -108,7 +108,15 @@ ReachProbe::~ReachProbe() {
 
 void ReachProbe::begin(const std::string& link, const std::string& address, int port) {
     remember(link, std::nullopt);
-    loop_.post([this, link, address, port] { start(link, address, port); });
+    loop_.post([this, link, address, port] {
+        abandon(link);
+        start(link, address, port);
+    });
+}
+
+void ReachProbe::forget(const std::string& link) {
+    remember(link, std::nullopt);
+    loop_.post([this, link] { abandon(link); });
 }
 
 std::optional<bool> ReachProbe::told(const std::string& link) const {
@@ -134,6 +142,17 @@ void ReachProbe::start(const std::string& link, const std::string& address, int 
     // Of what this machine itself does not let out, nothing is known.
     remember(link, isRefused ? std::optional(false) : std::nullopt);
     count(isRefused ? "unreached" : "left");
+}
+
+// What an attempt finds is of the registration that it was begun for.
+void ReachProbe::abandon(const std::string& link) {
+    std::erase_if(attempts_, [&](const auto& attempt) {
+        if (attempt->link != link)
+            return false;
+        shares_.giveBack(attempt->client);
+        return true;
+    });
+    remember(link, std::nullopt);
 }
 
 void ReachProbe::end(Attempts::iterator attempt, std::optional<bool> reached) {

@@ -45,6 +45,8 @@ class ReachProbe {
     /// the other end of a connection that asks for it. What was known of the link is over. Returns
     /// at once. Where too much is tried already, nothing is.
     void begin(const std::string& link, const std::string& address, int port);
+    /// The link leads elsewhere now: what was found, or is being found, is over. Returns at once.
+    void forget(const std::string& link);
     /// Whether a screen server answered there. Nothing where it is not known (yet): nothing was
     /// tried, or who is there says something else.
     std::optional<bool> told(const std::string& link) const;
@@ -54,6 +56,7 @@ class ReachProbe {
     using Attempts = std::list<std::unique_ptr<Attempt>>;
 
     void start(const std::string& link, const std::string& address, int port);
+    void abandon(const std::string& link);
     void end(Attempts::iterator attempt, std::optional<bool> reached);
     void remember(const std::string& link, std::optional<bool> reached);
     void count(const char* result);

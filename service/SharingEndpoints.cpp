@@ -103,15 +103,16 @@ LinkStore::Registration SharingEndpoints::registrationOf(const Fields& fields,
 }
 
 /// What tries whether the caller can be reached at the port that it registers, once that is done.
-/// Nobody else is tried, and relays are not the caller.
+/// Nobody else is tried, and relays are not the caller: then what was found before is of no use.
 std::function<void(const std::string&)> SharingEndpoints::probeOf(const Fields& fields,
                                                                   const Caller& caller) const {
     const auto& port = value(fields, "Port");
     int number = 0;
     std::from_chars(port.data(), port.data() + port.size(), number);
-    if (!options_.probe || value(fields, "IPAddress") != caller.address ||
-        options_.relays.contains(caller.address))
+    if (!options_.probe)
         return [](const std::string&) {};
+    if (value(fields, "IPAddress") != caller.address || options_.relays.contains(caller.address))
+        return [probe = options_.probe](const std::string& link) { probe->forget(link); };
     return [probe = options_.probe, address = caller.address, number](const std::string& link) {
         probe->begin(link, address, number);
     };

@@ -19,6 +19,8 @@ enum class LineEnd : std::uint8_t {
     Refused,
     TimedOut,
     Unreachable,
+    /// The relay has no place for one more, or too much to do.
+    Busy,
     // There was one, and whoever is there did not prove to be the host.
     /// It says nothing, or hangs up.
     Silent,

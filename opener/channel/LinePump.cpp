@@ -50,6 +50,8 @@ LineEnd endOf(SealedLine::Failure failure, bool wasProven) {
     switch (failure) {
         case SealedLine::Failure::NoUpgrade:
             return LineEnd::NotOurs;
+        case SealedLine::Failure::Busy:
+            return LineEnd::Busy;
         case SealedLine::Failure::BadFrames:
             return wasProven ? LineEnd::Broken : LineEnd::NotOurs;
         case SealedLine::Failure::KeyRefused:

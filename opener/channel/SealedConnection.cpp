@@ -133,9 +133,13 @@ LinePump::Told Thread::told() const {
 
 std::optional<LineEnding> Thread::endingOf(const LinePump& pump) const {
     auto ending = pump.ending();
-    // Whatever a relay answers instead of the host: the host is not there.
-    if (ending && ending->end == LineEnd::NotOurs && !target.relay.empty())
+    if (!ending)
+        return ending;
+    // Whatever else a relay answers instead of the host: the host is not there.
+    if (ending->end == LineEnd::NotOurs && !target.relay.empty())
         ending->end = LineEnd::Refused;
+    else if (ending->end == LineEnd::Busy && target.relay.empty())
+        ending->end = LineEnd::NotOurs;
     return ending;
 }
 

@@ -77,6 +77,9 @@ constexpr EndingTexts Table[] = {
      "between."},
     {Unreachable, "unreachable", ExitStatus::NotReached, Unreached,
      "No connection to %@ came about."},
+    {RelayBusy, "relay-busy", ExitStatus::NotReached, Unreached,
+     "Too many want to come to %@ at once, or its relay has too much to do. Try again in a "
+     "minute."},
     {Silent, "silent", ExitStatus::NotReached, Unreached,
      "Something is at the address of %@, but it hangs up or says nothing."},
     {NotOurs, "not-ours", ExitStatus::NotReached, Unreached,
@@ -172,6 +175,8 @@ Ending endingOf(const LineEnding& how) {
             return TimedOut;
         case LineEnd::Unreachable:
             return Unreachable;
+        case LineEnd::Busy:
+            return RelayBusy;
         case LineEnd::Silent:
             return Silent;
         case LineEnd::NotOurs:

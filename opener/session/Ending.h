@@ -41,6 +41,7 @@ enum class Ending : std::uint8_t {
     ConnectionRefused,
     TimedOut,
     Unreachable,
+    RelayBusy,
     Silent,
     NotOurs,
     // Who answered.

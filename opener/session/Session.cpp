@@ -153,6 +153,7 @@ bool Session::triesToReturnAgain(LineEnd end) const {
         case LineEnd::Refused:
         case LineEnd::TimedOut:
         case LineEnd::Unreachable:
+        case LineEnd::Busy:
         case LineEnd::Silent:
             return true;
         default:

@@ -21,7 +21,7 @@ export const Endings = {
     "service-busy": [Service, "The sharing service has too much to do at the moment. Try again in a minute."],
     "service-nonsense": [Service, "What the sharing service answers makes no sense. Something else may answer in its place."],
     "service-no-connection": [Service, "The sharing service cannot be reached. Check this computer’s internet connection, or try again later."],
-    "unreachable": [Unreached, "No connection to %@ came about."],
+    "unreachable": [Unreached, "No connection to %@ came about. Zelvo may have been closed there, or too many want to come in at once. Try again in a minute."],
     "silent": [Unreached, "Something is at the address of %@, but it hangs up or says nothing."],
     "no-relay": ["A browser cannot reach this computer", "%@ shares its screen without a relay, and browsers reach no computer directly. Zelvo does: install it, then press “Open with Zelvo”."],
     "key-refused": ["The link does not open this computer", "%@ does not take this link any more. A newer one may have been made there: ask for it."],

@@ -118,6 +118,7 @@ TEST(WebSocketHead, OpensForOneOfOursAndNobodyElse) {
         {replaced(reply, "s3pP", "s3pQ"), State::Failed, ""},
         {replaced(reply, "zelvo.1", "zelvo.2"), State::Failed, ""},
         {replaced(reply, "101", "200"), State::Failed, ""},
+        {replaced(reply, "101", "429"), State::Failed, ""},
         {replaced(reply, "Upgrade: ", "Sec-WebSocket-Extensions: x\r\nUpgrade: "), State::Failed,
          ""},
     };
@@ -128,6 +129,7 @@ TEST(WebSocketHead, OpensForOneOfOursAndNobodyElse) {
         EXPECT_EQ(other.takeOutput(), reply);
         const auto left = give(reader, text);
         EXPECT_EQ(reader.state(), state) << text;
+        EXPECT_EQ(reader.isBusy(), text.starts_with("HTTP/1.1 429"));
         EXPECT_EQ(state == State::Done ? left : "", rest);
     }
 }

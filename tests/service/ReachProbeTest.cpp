@@ -3,10 +3,12 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/socket.h>
 
 #include <future>
 #include <thread>
 #include <tuple>
+#include <utility>
 
 #include "service/SharingEndpoints.h"
 #include "service/SqliteLinkStore.h"
@@ -23,8 +25,9 @@ using namespace std::chrono_literals;
 class ReachProbeTest : public testing::Test {
   protected:
     /// The link of a host that registers that place from the peer's address.
-    std::string registers(const std::string& address, int port, const std::string& peer) {
-        auto form = facts("A") + "&permanentSharedLink=";
+    std::string registers(const std::string& address, int port, const std::string& peer,
+                          const std::string& kept = "") {
+        auto form = facts("A") + "&permanentSharedLink=" + kept;
         form.replace(form.find("203.0.113.7"), 11, address);
         const auto at = form.find("&Port=") + 6;
         form.replace(at, form.find('&', at) - at, std::to_string(port));
@@ -79,8 +82,22 @@ TEST_F(ReachProbeTest, TellsTheOwnerAloneWhoAnswers) {
     const auto link = registers("127.0.0.2", port, "127.0.0.2");
     greet("RFB 003.008\n");
     EXPECT_EQ(told(link), 1);
-    secret.clear();
+    // What was found, or is just being found, is not of another address.
+    const auto ours = std::exchange(secret, "");
     EXPECT_EQ(told(link, 0ms), -1);
+    secret = ours;
+    for (const bool isFound : {true, false}) {
+        const auto moves = registers("127.0.0.2", port, "127.0.0.2");
+        const auto guest = comer(host);
+        if (isFound) {
+            EXPECT_EQ(::write(guest.get(), "RFB 003.008\n", 12), 12);
+            EXPECT_EQ(told(moves), 1);
+        }
+        EXPECT_EQ(registers("127.0.0.9", port, "127.0.0.2", moves), moves);
+        ::send(guest.get(), "RFB 003.008\n", 12, MSG_NOSIGNAL);
+        EXPECT_EQ(told(moves, 300ms), -1);
+    }
+    secret.clear();
     const auto another = registers("127.0.0.2", port, "127.0.0.2");
     greet("HTTP/1.1 400");
     EXPECT_EQ(told(another, 300ms), -1);

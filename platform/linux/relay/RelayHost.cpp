@@ -49,6 +49,9 @@ void RelayHost::enlist(int round, Place place) {
 void RelayHost::resign(int round) {
     if (registration_ && registration_->round == round)
         leave();
+    // They came by a way that is closed now. `tick` lets them go.
+    for (auto& [viewer, caller] : callers_)
+        caller.isOver = caller.isOver || (!caller.bridge && caller.round <= round);
 }
 
 void RelayHost::registrationBegins(int round, TlsDialer::Outcome outcome) {
@@ -124,6 +127,7 @@ void RelayHost::comeFor(const std::string& token, const std::string& origin) {
     if (callers_.size() >= MostCallers)
         return;
     const int viewer = ++lastCaller_;
+    callers_[viewer].round = registration_->round;
     callers_[viewer].origin = origin;
     callers_[viewer].until = EventLoop::Clock::now() + ComeWithin;
     const auto relay = registration_->place.relay;

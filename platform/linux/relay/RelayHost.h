@@ -44,7 +44,7 @@ class RelayHost {
 
     /// Ends the registration before.
     void enlist(int round, Place place);
-    /// Who is connected stays.
+    /// Who is connected stays; who was only announced, then or before, is left at the relay.
     void resign(int round);
     void leave() { registration_.reset(); }
     /// The viewer's bytes go to that socket, and its to them; without one the viewer goes.
@@ -67,6 +67,8 @@ class RelayHost {
     };
     /// Somebody who comes through the relay, whom we come for.
     struct Caller {
+        /// Of the registration that announced them.
+        int round = 0;
         std::string origin;
         /// Of what goes before `bridge`.
         Time until;
