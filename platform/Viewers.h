@@ -31,6 +31,8 @@ struct Viewer {
     /// they see; empty for a viewer who has not proven to have it.
     std::string name{};
     std::string digits{};
+    /// Whether the address is a relay's word, which nobody here can check.
+    bool isRelayed = false;
 
     friend bool operator==(const Viewer&, const Viewer&) = default;
 };
@@ -47,6 +49,7 @@ struct ViewerQuestion {
     /// As a viewer's.
     std::string name{};
     std::string digits{};
+    bool isRelayed = false;
 
     friend bool operator==(const ViewerQuestion&, const ViewerQuestion&) = default;
 };

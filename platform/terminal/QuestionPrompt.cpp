@@ -96,7 +96,10 @@ void QuestionPrompt::tellQuestion(const ViewerQuestion& question) {
             "this.");
         return;
     }
-    shown_.line(text("%@, who has your link, wants to see your screen, from the address %@.",
+    shown_.line(text(question.isRelayed
+                         ? "%@, who has your link, wants to see your screen, through a relay, "
+                           "which names the address %@."
+                         : "%@, who has your link, wants to see your screen, from the address %@.",
                      {shownName(question.name).toStdString(), address}) +
                 " " + protection(question));
     tell(

@@ -112,7 +112,8 @@ TEST_F(ScreenServerLineTest, TellsWhoAsksAndWhoIsIn) {
     server.say(gate::Inside{1, anna, true, gate::Rights::Control});
     EXPECT_EQ(line.inside().value()[0].rights, ViewerRights::Control);
     EXPECT_EQ(line.inside().value()[0].since, viewer.since);
-    server.say(gate::Question{2, bert, false, 60, 0});
+    server.say(gate::Question{2, bert, false, 60, 0, "", "", "2001:db8::7"});
+    EXPECT_TRUE(line.question().value()->isRelayed && !viewer.isRelayed);
     server.say(gate::QuestionOver{1, gate::Ending::ViewerLeft});
     EXPECT_TRUE(line.question().value()) << "another's";
     server.say(gate::Left{1, gate::Ending::NetworkDied, true});

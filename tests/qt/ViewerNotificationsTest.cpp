@@ -71,8 +71,8 @@ TEST(ViewerNotifications, OfferTheQuestionAndTakeItBack) {
          [&](std::uint32_t viewer) { heard << QString("refuse %1").arg(viewer); }});
     const QString asks = "Somebody wants to see your screen (2) show Show refuse Refuse";
     auto ask = [&](std::uint32_t id) {
-        viewers.asked.set(
-            ViewerQuestion{.id = id, .address = "::1", .until = {}, .name = "<a href=x>"});
+        viewers.asked.set(ViewerQuestion{
+            .id = id, .address = "::1", .until = {}, .name = "<a href=x>", .isRelayed = id == 8U});
     };
     // Replaced before the desktop has told their numbers.
     for (auto id : {7U, 8U, 9U}) {
@@ -83,6 +83,8 @@ TEST(ViewerNotifications, OfferTheQuestionAndTakeItBack) {
     // Desktops read them as markup.
     EXPECT_TRUE(desktop.bodies[0].contains("&lt;") && !desktop.bodies.join(' ').contains('<'));
     EXPECT_TRUE(desktop.bodies[0].contains("no keys") && !desktop.bodies[1].contains("no keys"));
+    EXPECT_TRUE(desktop.bodies[0].contains("From the address ::1"));
+    EXPECT_TRUE(desktop.bodies[1].contains("Through a relay, which names the address ::1"));
     desktop.act(2, "refuse");
     desktop.act(3, "default");
     desktop.act(3, "show");

@@ -69,7 +69,7 @@ def relayed(stage):
                           "Ana", "-"], env, takes_input=True)
     opener.process.stdin.write(link + "\n")
     opener.process.stdin.close()
-    zelvo.wait_for(f"Ana.* wants to see your screen, from the address {address}")
+    zelvo.wait_for(f"Ana.* wants to see your screen, through a relay, which names the address {address}")
     # What is typed in the first second was meant for something else.
     time.sleep(1.2)
     zelvo.say("help\n")

@@ -148,7 +148,7 @@ void ScreenServerLine::handle(const gate::Message& message) {
         question_.set(ViewerQuestion{
             firstNumber_ + asked->viewer, shownAddress(*asked), asked->isEncrypted,
             std::chrono::steady_clock::now() + std::chrono::seconds(asked->secondsLeft),
-            asked->waiting, asked->name, asked->digits});
+            asked->waiting, asked->name, asked->digits, !asked->origin.empty()});
     } else if (const auto* over = std::get_if<gate::QuestionOver>(&message)) {
         if (question_.value() && question_.value()->id == firstNumber_ + over->viewer)
             question_.set(std::nullopt);
@@ -164,7 +164,8 @@ void ScreenServerLine::handle(const gate::Message& message) {
                              .rights = rightsOf(entered->rights),
                              .since = std::chrono::system_clock::now(),
                              .name = entered->name,
-                             .digits = entered->digits}};
+                             .digits = entered->digits,
+                             .isRelayed = !entered->origin.empty()}};
         else
             known->second.second.rights = rightsOf(entered->rights);
         // The answer has been given; nobody is asked about twice.

@@ -14,6 +14,18 @@ QString localizedWith(const char* key, const QString& value) {
     return localized(key).replace("%@", value);
 }
 
+namespace {
+
+// Who comes directly has the address that they connect from.
+template <typename Somebody>
+QString originText(const Somebody& somebody) {
+    return localizedWith(
+        somebody.isRelayed ? "Through a relay, which names the address %@" : "From the address %@",
+        shownLine(somebody.address));
+}
+
+}  // namespace
+
 QString titleText(const ViewerQuestion& question) {
     return question.name.empty() ? localized("Somebody wants to see your screen")
                                  : localizedWith("%@, who has your link, wants to see your screen",
@@ -21,7 +33,7 @@ QString titleText(const ViewerQuestion& question) {
 }
 
 QString addressText(const ViewerQuestion& question) {
-    return localizedWith("From the address %@", shownLine(question.address));
+    return originText(question);
 }
 
 QString proofText(const ViewerQuestion& question) {
@@ -64,8 +76,7 @@ QString viewerDetails(const Viewer& viewer) {
         QLocale().toString(QDateTime::fromSecsSinceEpoch(since).time(), QLocale::ShortFormat);
     if (!viewer.digits.empty())
         return localizedWith("since %@, sealed with your link", time) + '\n' +
-               localizedWith("Digits: %@", shownLine(viewer.digits)) + '\n' +
-               localizedWith("From the address %@", shownLine(viewer.address));
+               localizedWith("Digits: %@", shownLine(viewer.digits)) + '\n' + originText(viewer);
     return viewer.isEncrypted ? localizedWith("since %@, encrypted", time)
                               : localizedWith("since %@, not encrypted", time);
 }
