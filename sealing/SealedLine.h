@@ -66,6 +66,12 @@ class SealedLine {
     /// Once takeOutput() has gone out, there is nothing more to send or to wait for: hang up.
     bool isOver() const;
 
+    /// The peer's word that it goes for good, as browsers give it for a page that is closed. Not
+    /// sealed: it can have been said by whoever sits on the wire.
+    bool peerGoesAway() const {
+        return socket_.peersCode() == static_cast<std::uint16_t>(CloseCode::GoingAway);
+    }
+
     std::string takeData() { return channel_.takeData(); }
     void send(std::string_view bytes);
     void tell(const Standing& standing);

@@ -13,6 +13,7 @@ namespace zelvo::sealing {
 /// Codes of a close frame (RFC 6455, section 7.4), as far as we send them.
 enum class CloseCode : std::uint16_t {
     Normal = 1000,
+    GoingAway = 1001,
     ProtocolError = 1002,
     NotBinary = 1003,
     TooBig = 1009,

@@ -23,7 +23,8 @@ const show = (id, isShown) => {
     element(id).hidden = !isShown;
 };
 
-/// The fragment of the address, which goes from there at once, so that it is in no history.
+/// The fragment of the address, which goes from there at once, so that nobody reads it over a shoulder, or copies it
+/// with the address. The browser may have put it into its history before.
 function takeLink() {
     const link = readLink("zelvo://" + location.pathname.slice(1) + location.hash);
     if (location.hash)

@@ -132,9 +132,13 @@ std::optional<Ending> Guest::readViewer() {
 }
 
 Ending Guest::endingOfViewer() const {
-    // Who has the key says goodbye, or was cut by the network or by somebody.
-    return isSealed() && !stream_.line()->channel().goodbye() ? Ending::NetworkDied
-                                                              : Ending::ViewerLeft;
+    if (!isSealed())
+        return Ending::ViewerLeft;
+    // Who has the key says goodbye, or was cut by the network or by somebody. A page that is closed
+    // has no time to seal a goodbye; to believe its browser gives nobody anything.
+    const auto& line = *stream_.line();
+    return line.channel().goodbye() || line.peerGoesAway() ? Ending::ViewerLeft
+                                                           : Ending::NetworkDied;
 }
 
 bool Guest::flushToServer() {

@@ -268,10 +268,9 @@ def refusals(stage):
             viewer = relays.viewer(host.number, source)
             line = host.take_next()
             for word in (b"HTTP/1.1 101 x\r\n\r\n", *words):
-                line.sendall(word)
-                assert read_exactly(viewer, len(word)) == word
-                viewer.sendall(b"x")
-                assert read_exactly(line, 1) == b"x"
+                for writer, reader, said in ((line, viewer, word), (viewer, line, b"x")):
+                    writer.sendall(said)
+                    assert read_exactly(reader, len(said)) == said
             return viewer, line
         # Whoever only connects, or has a ping answered, makes room for the next, at the address and at the host.
         silent = relays.viewer(host.number, "127.0.0.6")

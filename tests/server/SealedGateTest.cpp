@@ -238,6 +238,14 @@ TEST_F(SealedGateTest, LetsBackInOnceWhoLostTheLine) {
     const auto held = present.line.channel().returnSecret();
     gate->handle(Disconnect{all<Inside>().back().viewer});
     EXPECT_FALSE(open(8, ours, "Zoë", held).line.channel().isBack());
+    // A browser whose page was closed.
+    auto closed = inside(9);
+    const auto unused = closed.line.channel().returnSecret();
+    ASSERT_TRUE(unused);
+    ::send(closed.socket.get(), "\x88\x82\0\0\0\0\x03\xe9", 8, MSG_NOSIGNAL);
+    turn();
+    EXPECT_EQ(all<Left>().back().ending, Ending::ViewerLeft);
+    EXPECT_FALSE(open(10, ours, "Zoë", unused).line.channel().isBack());
 
     // A minute, whoever looks after it when.
     ReplayCache replays;
