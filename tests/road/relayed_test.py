@@ -79,6 +79,7 @@ def relayed(stage):
     # Of those who had one before, none has to wait for a number.
     relay.end(signal.SIGKILL)
     opener.wait_for("^State: returning$")
+    zelvo.wait_for("Ana.* has lost the connection and may come back unasked within a minute")
     stage.start_relay(address, int(relay.place.rsplit(":", 1)[1]), settle=600)
     opener.wait_for("^State: controlling$", 30)
     assert service_info(service.url, stage.path("ca.pem"), identifier) == facts

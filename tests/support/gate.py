@@ -6,7 +6,7 @@ import struct
 import threading
 import time
 
-VERSION = 4
+VERSION = 5
 HELLO, LISTENING, QUESTION, OVER, INSIDE, LEFT, REPLY, RIGHTS, DISCONNECT = range(9)
 REFUSE, WATCH, CONTROL = range(3)
 LINK = 12
