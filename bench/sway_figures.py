@@ -48,7 +48,10 @@ def main():
         for name, start in servers.items():
             server = start()
             wait_until(lambda: is_listening(PORT), 10, name)
-            results[name] = measure_session(stage, show, server.process.pid, env["HOME"])
+            try:
+                results[name] = measure_session(stage, show, server.process.pid, env["HOME"])
+            except AssertionError as error:
+                raise AssertionError(f"{name}: {error}") from error
             server.end()
             wait_until(lambda: not is_listening(PORT), 10, name + " gone")
     show_table("in sway", results, SESSION_LIMITS)
