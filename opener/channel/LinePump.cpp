@@ -161,10 +161,9 @@ void LinePump::beginRfb() {
 }
 
 void LinePump::writeToHost() {
-    if (!sendSome(host_, toHost_)) {
-        hostIsGone_ = true;
-        line_.end();
-    }
+    // What it has said last may still be there to be read.
+    if (!sendSome(host_, toHost_))
+        toHost_.clear();
 }
 
 void LinePump::writeToViewer() {

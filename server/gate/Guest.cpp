@@ -82,21 +82,22 @@ Guest::Guest(platform::EventLoop& loop, ViewerStream stream, Ended ended)
 
 void Guest::viewerIsReady(std::uint32_t events) {
     const auto unsent = stream_.unsent();
-    if ((events & EPOLLOUT) && stream_.flush() == ViewerStream::Result::Closed)
-        return end(Ending::NetworkDied);
+    const bool isCut = events & EPOLLERR;
+    const bool hasFailed =
+        isCut || ((events & EPOLLOUT) && stream_.flush() == ViewerStream::Result::Closed);
     if (stream_.unsent() < unsent)
         standstillUntil_ = std::chrono::steady_clock::now() + longestStandstill;
-    if (events & EPOLLERR)
+    if (hasFailed && !isSealed())
         return end(Ending::NetworkDied);
-    const bool hasLeft = events & (EPOLLRDHUP | EPOLLHUP);
-    // What was said before leaving still counts.
-    while (events & (EPOLLIN | EPOLLHUP)) {
+    const bool hasLeft = isCut || (events & (EPOLLRDHUP | EPOLLHUP));
+    // What was said before leaving still counts, a goodbye above all.
+    while (events & (EPOLLIN | EPOLLHUP | EPOLLERR)) {
         if (const auto ending = readViewer())
             return end(*ending);
         if (!hasLeft || !toServer_.empty())
             break;
     }
-    if (hasLeft)
+    if (hasLeft || hasFailed)
         return end(endingOfViewer());
     watch();
 }
@@ -161,7 +162,9 @@ bool Guest::readServer() {
         return false;
     if (stream_.unsent() == 0)
         standstillUntil_ = std::chrono::steady_clock::now() + longestStandstill;
-    return stream_.write(bytes) == ViewerStream::Result::Ok;
+    // A failure shows at the viewer's next event, with what was said before it.
+    stream_.write(bytes);
+    return true;
 }
 
 void Guest::watch() {
