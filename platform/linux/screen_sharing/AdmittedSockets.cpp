@@ -6,7 +6,6 @@
 #include <array>
 #include <charconv>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -71,30 +70,13 @@ SocketListing AdmittedSockets::tcpSockets(SocketFamily family, SocketState state
     if (!listing.text || !viewers_.areKnown())
         return listing;
     auto& text = *listing.text;
-    const auto port = "." + std::to_string(vncPort(services_)) + " ";
-    // The ends of the connections that are not through the door, as the table writes them.
-    std::set<std::pair<std::string, std::string>> pending;
-    const auto lookAt = [&](std::string_view serversEnd, std::string_view viewersEnd) {
-        const auto peer = peerOf(viewersEnd);
-        if ((std::string(serversEnd) + " ").ends_with(port) && !(peer && viewers_.isInside(*peer)))
-            pending.emplace(serversEnd, viewersEnd);
-    };
-    forEachMention(text, port, [&](const Columns& columns) {
+    const auto number = std::to_string(vncPort(services_));
+    forEachMention(text, number, [&](const Columns& columns) {
         if (columns[5] != established)
             return;
-        lookAt(columns[3], columns[4]);
-        // One that was just made may be in the table with the viewer's end alone.
-        if (columns[4].starts_with("127."))
-            lookAt(columns[4], columns[3]);
-    });
-    if (pending.empty())
-        return listing;
-    forEachMention(text, port, [&](const Columns& columns) {
-        std::pair<std::string, std::string> ends(columns[3], columns[4]);
-        std::pair<std::string, std::string> seenFromThere(columns[4], columns[3]);
         // A viewer on this computer has its own end in the table, too.
-        if (columns[5] == established &&
-            (pending.contains(ends) || pending.contains(seenFromThere)))
+        const auto viewer = peerOf(columns[3].ends_with("." + number) ? columns[4] : columns[3]);
+        if (!viewer || !viewers_.isInside(*viewer))
             text.replace(static_cast<std::size_t>(columns[5].data() - text.data()),
                          established.size(), "SYN_RCVD");
     });

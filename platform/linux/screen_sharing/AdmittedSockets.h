@@ -9,9 +9,10 @@ namespace zelvo::platform {
 
 class ServicesDatabase;
 
-/// The sockets of another table, but that a connection to the VNC port whose viewer has not been
-/// let in is listed as one that is still being made (SYN_RCVD): so far there is no more of it than
-/// a question.
+/// The sockets of another table, but that of the established connections in whose line the VNC
+/// port's number stands, those of viewers who have been let in alone are listed as such. The rest
+/// are listed as still being made (SYN_RCVD): of a viewer who waits there is no more so far than a
+/// question, and a number within another port's is no viewer, though a search would find it.
 class AdmittedSockets : public SocketTable {
   public:
     struct Viewers {
