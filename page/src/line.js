@@ -3,6 +3,8 @@ import {Kind, LongestRfb, SealedChannel} from "./sealing.js";
 
 /// Until the host has proven itself. A relay gives it 30 seconds to come for us.
 const Patience = 40000;
+/// Of the minute that there is to come back, one try that gets nowhere is not to take most.
+const PatienceToReturn = 8000;
 const LongestRecord = 1 + LongestRfb + 16;
 const Codes = {Goodbye: 1000, Key: 4001, Nonsense: 4002};
 const Reasons = ["", "left", "refused", "no-answer", "disconnected", "too-many", "too-soon",
@@ -31,7 +33,8 @@ export class HostLine {
 
     constructor(address, link, name, comesBackBy, listener) {
         Object.assign(this, {link, name, comesBackBy, listener});
-        this.patience = setTimeout(() => this.#end("silent", Codes.Goodbye), Patience);
+        this.patience = setTimeout(() => this.#end("silent", Codes.Goodbye),
+            comesBackBy ? PatienceToReturn : Patience);
         this.socket = new WebSocket(address, "zelvo.1");
         this.socket.binaryType = "arraybuffer";
         this.socket.onopen = () => this.#begin().catch(() => this.#end("broken", Codes.Nonsense));

@@ -140,6 +140,8 @@ TEST_F(SealedGateTest, LetsInWhoHasTheLinkAndCarriesTheScreen) {
     EXPECT_EQ(opener.goodbye(), Farewell::Disconnected);
     EXPECT_LT(opener.heard.size(), 12'000'000U);
     EXPECT_EQ(all<Left>().back(), (Left{question.viewer, Ending::Disconnected}));
+    // Who is gone is let go of in the turn after that.
+    turn();
     EXPECT_EQ(hear(server), "end");
 }
 
