@@ -5,6 +5,7 @@ usage: page_test.py BUILD_FOLDER [FOLDER_FOR_PICTURES]
 """
 
 import base64
+import contextlib
 import os
 import socket
 import struct
@@ -57,7 +58,10 @@ class RelayedHost:
                 other.sendall(part)
         except OSError:
             pass
-        other.close()
+        # Closed, its number could be somebody else's while the other thread still reads there.
+        for end in (one, other):
+            with contextlib.suppress(OSError):
+                end.shutdown(socket.SHUT_RDWR)
 
 
 class Scene:
