@@ -138,7 +138,10 @@ class World {
             if (!inside->name.empty())
                 proven_.insert(inside->viewer);
         } else if (const auto* left = std::get_if<Left>(&message)) {
-            check(inside_.erase(left->viewer) == 1);
+            // Of who may come back it is said a second time when they are, or can no longer.
+            check(inside_.erase(left->viewer) + away_.erase(left->viewer) == 1);
+            if (left->mayReturn)
+                away_.insert(left->viewer);
             proven_.erase(left->viewer);
         }
     }
@@ -170,7 +173,7 @@ class World {
     std::optional<sealing::ReturnSecret> back_;
     std::optional<ViewerId> asked_;
     bool mayEnter_ = false;
-    std::set<ViewerId> inside_, proven_;
+    std::set<ViewerId> inside_, away_, proven_;
     std::unique_ptr<Gate> gate_;
 };
 
