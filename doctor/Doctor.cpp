@@ -7,9 +7,7 @@
 #include <QDBusMessage>
 #include <QDBusVariant>
 #include <algorithm>
-#include <array>
 #include <cstdlib>
-#include <ctime>
 #include <filesystem>
 #include <utility>
 
@@ -68,14 +66,6 @@ std::optional<unsigned> portalVersion() {
     bool isNumber = false;
     const auto version = arguments.first().value<QDBusVariant>().variant().toUInt(&isNumber);
     return isNumber ? std::optional(version) : std::nullopt;
-}
-
-std::string localTime(std::int64_t seconds) {
-    const auto time = static_cast<std::time_t>(seconds);
-    std::tm parts{};
-    std::array<char, 32> text{};
-    ::localtime_r(&time, &parts);
-    return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M", &parts)};
 }
 
 std::string joined(const std::vector<std::string>& words) {
@@ -210,13 +200,12 @@ void Doctor::lookAtRouter() {
 void Doctor::lookAtClock() {
     const auto clock = ServiceExplanation::readSystemClock();
     if (clock.now < clock.past)
-        add("This computer’s clock is wrong: it says %@.", Standing::Fails, "clock",
-            localTime(clock.now));
+        add("This computer’s clock is wrong: it says %@.", Standing::Fails, "clock", clock.text());
     else if (clock.isKept)
         add("A time server keeps this computer’s clock.", Standing::Works, "clock");
     else
         add("No time server keeps this computer’s clock. It says %@.", Standing::Limits, "clock",
-            localTime(clock.now));
+            clock.text());
 }
 
 void Doctor::lookAtCertificates() {

@@ -15,14 +15,6 @@ namespace {
 
 using Clock = ServiceExplanation::Clock;
 
-std::string localTime(std::int64_t seconds) {
-    const auto time = static_cast<std::time_t>(seconds);
-    std::tm parts{};
-    std::array<char, 32> text{};
-    ::localtime_r(&time, &parts);
-    return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M", &parts)};
-}
-
 /// A clock that a time server holds is right, and then the certificate is wrong. Of one that nobody
 /// holds the certificate's dates are evidence: a service is seldom too early with a new one.
 const char* keyOfWrongDates(bool isTooEarly, const Clock& clock) {
@@ -79,6 +71,14 @@ void setWhenNew(Observable<std::string>& observable, std::string text) {
 ServiceExplanation::ServiceExplanation(const Bundle& bundle, std::function<Clock()> readClock)
     : bundle_(bundle), readClock_(std::move(readClock)) {}
 
+std::string ServiceExplanation::Clock::text() const {
+    const auto time = static_cast<std::time_t>(now);
+    std::tm parts{};
+    std::array<char, 32> text{};
+    ::localtime_r(&time, &parts);
+    return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M", &parts)};
+}
+
 Clock ServiceExplanation::readSystemClock() {
     Clock clock{.now = std::time(nullptr)};
     struct stat program {};
@@ -111,7 +111,7 @@ std::string ServiceExplanation::sentence(ExchangeTrouble trouble) const {
     const auto clock = readClock_();
     auto text = bundle_.localizedString(keyOf(trouble, clock));
     if (auto at = text.find("%@"); at != text.npos)
-        text.replace(at, 2, localTime(clock.now));
+        text.replace(at, 2, clock.text());
     return text;
 }
 

@@ -22,6 +22,9 @@ class ServiceExplanation {
         std::int64_t past = 0;
         /// A time server holds it.
         bool isKept = false;
+
+        /// What it says, in local time.
+        [[nodiscard]] std::string text() const;
     };
 
     explicit ServiceExplanation(const Bundle& bundle,
