@@ -10,7 +10,7 @@
 namespace zelvo::platform {
 
 /// Ends an observation when it is destroyed. May outlive the observable.
-class Subscription {
+class [[nodiscard]] Subscription {
   public:
     Subscription() = default;
     explicit Subscription(std::function<void()> end) : end_(std::move(end)) {}

@@ -12,7 +12,7 @@ void wipe(std::span<unsigned char> bytes);
 
 /// Bytes that are gone from memory with their owner.
 template <std::size_t Size>
-class Secret {
+class [[nodiscard]] Secret {
   public:
     Secret() = default;
     Secret(const Secret&) = default;

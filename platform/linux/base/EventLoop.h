@@ -17,7 +17,7 @@ class EventLoop {
     using Ready = std::function<void(std::uint32_t events)>;
 
     /// One descriptor's place in the loop. It may be destroyed inside any call of a Ready.
-    class Watch {
+    class [[nodiscard]] Watch {
       public:
         Watch(EventLoop& loop, int descriptor, Ready ready);
         Watch(const Watch&) = delete;

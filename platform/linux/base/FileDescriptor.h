@@ -7,7 +7,7 @@
 namespace zelvo::platform {
 
 /// A file descriptor that closes itself.
-class FileDescriptor {
+class [[nodiscard]] FileDescriptor {
   public:
     FileDescriptor() = default;
     explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}

@@ -48,7 +48,7 @@ class QtMainLoop final : public MainQueue, public RunLoop {
 
     /// While one of these lives a menu is open: what belongs to the default mode waits. Main thread
     /// only.
-    class Tracking {
+    class [[nodiscard]] Tracking {
       public:
         explicit Tracking(QtMainLoop& loop) : loop_(loop) { ++loop_.trackings_; }
         ~Tracking() { loop_.endTracking(); }

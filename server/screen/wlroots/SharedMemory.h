@@ -8,7 +8,7 @@
 namespace zelvo::server {
 
 /// Memory that is shared with the compositor, by its descriptor. Its size never changes.
-class SharedMemory {
+class [[nodiscard]] SharedMemory {
   public:
     /// None without memory.
     static std::optional<SharedMemory> make(std::size_t size);

@@ -14,7 +14,7 @@ class PollLoop {
     using Ready = std::function<void(short events)>;
 
     /// Watches until it is destroyed, which may happen inside any call of a Ready.
-    class Watch {
+    class [[nodiscard]] Watch {
       public:
         Watch(PollLoop& loop, int id) : loop_(loop), id_(id) {}
         Watch(const Watch&) = delete;
