@@ -62,6 +62,13 @@ class Browser:
             for kind in ("rawKeyDown", "keyUp"):
                 self.say("/goog/cdp/execute", {"cmd": "Input.dispatchKeyEvent", "params": {"type": kind, **key}})
 
+    def tap(self, x, y):
+        """A finger on the window, and off it."""
+        steps = [{"type": "pointerMove", "x": x, "y": y, "duration": 0}, {"type": "pointerDown", "button": 0},
+                 {"type": "pause", "duration": 50}, {"type": "pointerUp", "button": 0}]
+        self.say("/actions", {"actions": [{"type": "pointer", "id": "finger", "actions": steps,
+                                           "parameters": {"pointerType": "touch"}}]})
+
     def complaints(self):
         """Failures of the page, and breaks of its own policy."""
         return [line["message"] for line in self.say("/se/log", {"type": "browser"}) if line["level"] == "SEVERE"]

@@ -7,6 +7,7 @@ usage: page_test.py BUILD_FOLDER [FOLDER_FOR_PICTURES]
 import base64
 import contextlib
 import os
+import re
 import socket
 import struct
 import subprocess
@@ -183,7 +184,14 @@ def inside(scene):
     browser.click("#keys summary")
     browser.click("#key-list button")
     wait_until(lambda: open(path, encoding="utf-8").read().endswith("\x11"), 5, "the host's keys")
-    # A telephone's keyboard writes into a field.
+    # A finger is a mouse, and a telephone's keyboard writes into a field.
+    left, top, width = browser.run("const r = document.querySelector('#screen canvas').getBoundingClientRect();"
+                                   "return [r.left, r.top, r.width / document.querySelector('#screen canvas').width]")
+    browser.tap(round(left + 700 * width), round(top + 600 * width))
+    place = lambda: subprocess.run(["xdotool", "getmouselocation"], env=scene.env, capture_output=True, text=True).stdout
+    wait_until(lambda: re.match(r"x:(69[89]|70[012]) y:(59[89]|60[012]) ", place()), 5, "the finger")
+    stage.xdotool("mousemove", "100", "100")
+    time.sleep(0.5)
     browser.run("const f = document.getElementById('typing'); f.value = f.value.slice(1) + 'ж';"
                 "f.dispatchEvent(new InputEvent('input'))")
     wait_until(lambda: open(path, encoding="utf-8").read().endswith("\x7fж"), 5, "what a telephone types")
