@@ -190,8 +190,9 @@ def inside(scene):
     browser.tap(round(left + 700 * width), round(top + 600 * width))
     place = lambda: subprocess.run(["xdotool", "getmouselocation"], env=scene.env, capture_output=True, text=True).stdout
     wait_until(lambda: re.match(r"x:(69[89]|70[012]) y:(59[89]|60[012]) ", place()), 5, "the finger")
-    stage.xdotool("mousemove", "100", "100")
+    # Down and up follow the move, each with its place.
     time.sleep(0.5)
+    stage.xdotool("mousemove", "100", "100")
     browser.run("const f = document.getElementById('typing'); f.value = f.value.slice(1) + 'ж';"
                 "f.dispatchEvent(new InputEvent('input'))")
     wait_until(lambda: open(path, encoding="utf-8").read().endswith("\x7fж"), 5, "what a telephone types")
