@@ -216,11 +216,13 @@ ViewerId Gate::nextToAgree(Proof kind) const {
     auto turn = [](int agreements) {
         return agreements == 0 ? 1 : agreements == 1 ? 0 : agreements;
     };
+    // Openers of ours are through in three turns. Who keeps coming to them waits for all others.
+    constexpr int MostTurns = 8;
     ViewerId next = 0;
-    std::tuple<bool, bool, int> best;
+    std::tuple<bool, bool, bool, int> best;
     for (const auto& [viewer, caller] : callers_) {
-        const std::tuple order{!caller->knowsAnswer(), !caller->isOpener(),
-                               turn(caller->agreements())};
+        const std::tuple order{caller->agreements() > MostTurns, !caller->knowsAnswer(),
+                               !caller->isOpener(), turn(caller->agreements())};
         const bool isOfKind = caller->isSealed() == (kind == Proof::Link);
         if (isOfKind && caller->wantsToAgree() && (next == 0 || order <= best)) {
             next = viewer;
