@@ -90,8 +90,8 @@ class Screen {
     /// As of the last capture while somebody watches; before it, a black one.
     virtual Size size() const = 0;
     /// 0x00RRGGBB in the machine's byte order, row by row without gaps. Stays in its place until
-    /// the size changes. The cursor is not in it, save on desktops that do not tell of it: there it
-    /// is, and what is told is one that cannot be seen.
+    /// a capture of which all has changed. The cursor is not in it, save on desktops that do not
+    /// tell of it: there it is, and what is told is one that cannot be seen.
     virtual std::span<std::uint32_t> pixels() = 0;
 
     /// Buttons as RFC 6143, section 7.5.5 has them: bit 0 the left one, bits 3 to 6 the wheel.

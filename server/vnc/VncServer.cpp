@@ -305,7 +305,8 @@ void VncServer::capture(Time now) {
     hasChanged_ = false;
     captureAgain_ = now + (now < eagerUntil_ ? shortestAnswer : shortestFrame);
     auto changed = screen_.capture(*this);
-    if (screen_.size() != size_)
+    if (screen_.size() != size_ ||
+        reinterpret_cast<char*>(screen_.pixels().data()) != vnc_->frameBuffer)
         return fitToScreen();
     Region modified(sraRgnCreate(), &sraRgnDestroy);
     for (const auto& part : changed)
