@@ -182,6 +182,7 @@ void PortalSession::askUser() {
 
 void PortalSession::readStart(sd_bus_message* results) {
     asksUser_ = false;
+    std::optional<std::string> next;
     readDictionary(results, [&](const auto& key, const auto& signature) {
         if (key == "devices" && signature == "u") {
             std::uint32_t devices = 0;
@@ -199,7 +200,7 @@ void PortalSession::readStart(sd_bus_message* results) {
         if (key == "restore_token" && signature == "s") {
             const char* token = nullptr;
             if (sd_bus_message_read(results, "v", "s", &token) > 0)
-                token_.keep(token);
+                next = token;
             return true;
         }
         if (key == "streams" && signature == "a(ua{sv})") {
@@ -208,6 +209,9 @@ void PortalSession::readStart(sd_bus_message* results) {
         }
         return false;
     });
+    // Who wants to allow input after all is to be asked again.
+    if (next)
+        token_.keep(takesInput_ ? *next : "");
     if (monitors_.empty())
         return fail(Failure::Broken);
     openPipeWire();
