@@ -122,8 +122,21 @@ void HttpLoop::beginStop() {
 }
 
 void HttpLoop::endOnceAnswered() {
-    if (stopping_ && unanswered_ == 0)
-        loop_.endAfter(AMoment);
+    if (!stopping_ || unanswered_ > 0 || isEnding_)
+        return;
+    isEnding_ = true;
+    const auto pause = asTimeval(AMoment);
+    event_base_once(
+        loop_.base(), -1, EV_TIMEOUT,
+        [](int, short, void* self) { static_cast<HttpLoop*>(self)->endIfAnswered(); }, this,
+        &pause);
+}
+
+/// An answer that is still to come needs its request, which goes with the loop.
+void HttpLoop::endIfAnswered() {
+    isEnding_ = false;
+    if (unanswered_ == 0)
+        loop_.endAfter(0ms);
 }
 
 void HttpLoop::connectionBegins() {
@@ -153,6 +166,8 @@ void HttpLoop::handle(evhttp_request* request) {
     ++unanswered_;
     if (connection)
         connection->requestIsHere();
+    if (stopping_)
+        return send(request, shared_.options.refusal(503));
     char* address = nullptr;
     std::uint16_t port = 0;
     evhttp_connection_get_peer(link, &address, &port);

@@ -55,12 +55,14 @@ class HttpLoop {
     void send(evhttp_request* request, HttpResponse response);
     void accept(bool isOn);
     void endOnceAnswered();
+    void endIfAnswered();
 
     HttpShared& shared_;
     const std::size_t most_;
     std::size_t connections_ = 0;
     std::size_t unanswered_ = 0;
     bool stopping_ = false;
+    bool isEnding_ = false;  ///< unless something is unanswered in a moment
 
     LoopThread loop_{LoopThread::Descriptors::Stay};
     Owned<bufferevent_rate_limit_group, &HttpLoop::releaseGroup> group_;
