@@ -21,7 +21,7 @@ using namespace std::chrono_literals;
 
 /// For what is answered last to leave the socket, and for descriptors to become free.
 constexpr auto AMoment = 100ms;
-/// The library's own time for a connection without a TLS session, and never before ours else.
+/// The library's own time, which with a TLS session never ends before ours.
 constexpr int LibrarySeconds = 75;
 /// Of what TLS sends at once.
 constexpr std::size_t RecordLength = 16384;
@@ -111,6 +111,15 @@ bool HttpLoop::listen(int socket) {
             listener, &pause);
     });
     return true;
+}
+
+void HttpLoop::start() {
+    // Without TLS no deadline but the library's ends a connection that says nothing.
+    if (!shared_.tls()) {
+        const auto idle = asTimeval(shared_.options.headTime);
+        evhttp_set_timeout_tv(http_.get(), &idle);
+    }
+    loop_.start();
 }
 
 void HttpLoop::beginStop() {

@@ -29,7 +29,7 @@ class HttpLoop {
 
     /// Accepts from the socket, of which it takes a descriptor of its own.
     bool listen(int socket);
-    void start() { loop_.start(); }
+    void start();
     /// Has the loop end once all is answered. Any thread.
     void beginStop();
     void join() { loop_.join(); }
