@@ -21,7 +21,7 @@ using namespace std::chrono_literals;
 
 /// For what is answered last to leave the socket, and for descriptors to become free.
 constexpr auto AMoment = 100ms;
-/// The library's own time for a connection without a TLS session, and never before ours else.
+/// The library's own time, which with a TLS session never ends before ours.
 constexpr int LibrarySeconds = 75;
 /// Of what TLS sends at once.
 constexpr std::size_t RecordLength = 16384;
@@ -113,6 +113,15 @@ bool HttpLoop::listen(int socket) {
     return true;
 }
 
+void HttpLoop::start() {
+    // Without TLS no deadline but the library's ends a connection that says nothing.
+    if (!shared_.tls()) {
+        const auto idle = asTimeval(shared_.options.headTime);
+        evhttp_set_timeout_tv(http_.get(), &idle);
+    }
+    loop_.start();
+}
+
 void HttpLoop::beginStop() {
     loop_.post([this] {
         stopping_ = true;
@@ -122,8 +131,21 @@ void HttpLoop::beginStop() {
 }
 
 void HttpLoop::endOnceAnswered() {
-    if (stopping_ && unanswered_ == 0)
-        loop_.endAfter(AMoment);
+    if (!stopping_ || unanswered_ > 0 || isEnding_)
+        return;
+    isEnding_ = true;
+    const auto pause = asTimeval(AMoment);
+    event_base_once(
+        loop_.base(), -1, EV_TIMEOUT,
+        [](int, short, void* self) { static_cast<HttpLoop*>(self)->endIfAnswered(); }, this,
+        &pause);
+}
+
+/// An answer that is still to come needs its request, which goes with the loop.
+void HttpLoop::endIfAnswered() {
+    isEnding_ = false;
+    if (unanswered_ == 0)
+        loop_.endAfter(0ms);
 }
 
 void HttpLoop::connectionBegins() {
@@ -153,6 +175,8 @@ void HttpLoop::handle(evhttp_request* request) {
     ++unanswered_;
     if (connection)
         connection->requestIsHere();
+    if (stopping_)
+        return send(request, shared_.options.refusal(503));
     char* address = nullptr;
     std::uint16_t port = 0;
     evhttp_connection_get_peer(link, &address, &port);

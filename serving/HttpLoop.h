@@ -29,7 +29,7 @@ class HttpLoop {
 
     /// Accepts from the socket, of which it takes a descriptor of its own.
     bool listen(int socket);
-    void start() { loop_.start(); }
+    void start();
     /// Has the loop end once all is answered. Any thread.
     void beginStop();
     void join() { loop_.join(); }
@@ -55,12 +55,14 @@ class HttpLoop {
     void send(evhttp_request* request, HttpResponse response);
     void accept(bool isOn);
     void endOnceAnswered();
+    void endIfAnswered();
 
     HttpShared& shared_;
     const std::size_t most_;
     std::size_t connections_ = 0;
     std::size_t unanswered_ = 0;
     bool stopping_ = false;
+    bool isEnding_ = false;  ///< unless something is unanswered in a moment
 
     LoopThread loop_{LoopThread::Descriptors::Stay};
     Owned<bufferevent_rate_limit_group, &HttpLoop::releaseGroup> group_;

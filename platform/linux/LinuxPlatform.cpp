@@ -94,8 +94,10 @@ struct LinuxPlatform::Services {
     PlistReader propertyLists{environment.systemRoot};
     FileUserDefaults userDefaults{ownFolder(environment.configHome), log,
                                   [this](std::string_view key, bool kept) {
-                                      if (key == KeptLinkKey)
-                                          explainKeptLink(kept);
+                                      if (key != KeptLinkKey)
+                                          return;
+                                      linkIsKept = kept;
+                                      explainKeptLink();
                                   }};
     InstalledBundle bundle{{.executableFolder = "",
                             .languages = environment.languages,
@@ -136,6 +138,8 @@ struct LinuxPlatform::Services {
         [this](const auto& text) { relaySettings.setIsBarred(!text.empty()); });
     ServiceExplanation service{bundle};
     Observable<std::string> keptLink;
+    bool linkIsKept = true;
+    bool proofIsKept = true;
     LinuxExplanations explanations{{screenSharing.text(), screenSharing.limits(), router, relay,
                                     reach.text(), service.creation(), keptLink,
                                     service.withdrawal()}};
@@ -145,7 +149,12 @@ struct LinuxPlatform::Services {
         service,
         log,
         {.exchanges = {.certificateFile = environment.certificateFile,
-                       .seenFrom = [this](const auto& address) { router.seenFrom(address); }},
+                       .seenFrom = [this](const auto& address) { router.seenFrom(address); },
+                       .cookiesAreLost =
+                           [this](const auto& error) {
+                               proofIsKept = error.empty();
+                               explainKeptLink();
+                           }},
          .stateFolder = ownFolder(environment.stateHome),
          .registers =
              [this](const auto& reply) {
@@ -223,11 +232,13 @@ struct LinuxPlatform::Services {
             userDefaults.removeObject(OnlyLinkHoldersKey);
     }
 
-    void explainKeptLink(bool kept) {
-        keptLink.set(kept ? ""
-                          : bundle.localizedString(
-                                "Your link works, but it could not be kept on this computer, "
-                                "so the next start makes a new one. Is the disk full?"));
+    /// The next start needs both, the link and the proof that it is this computer's.
+    void explainKeptLink() {
+        keptLink.set(linkIsKept && proofIsKept
+                         ? ""
+                         : bundle.localizedString(
+                               "Your link works, but it could not be kept on this computer, "
+                               "so the next start makes a new one. Is the disk full?"));
     }
 };
 

@@ -34,7 +34,8 @@ class CurlUrlSession : public UrlSession {
         /// Where cookies are kept: on the disk before the reply is handed on that brings them.
         /// Empty for as long as the session lasts.
         std::string cookieFile = {};
-        /// Hears on the main thread that they could not be written, and why.
+        /// Hears on the main thread that they could not be written, and why; an empty error once
+        /// they are written after all.
         std::function<void(const std::string& error)> cookiesAreLost = {};
         /// Called on the main thread about that often while the computer is awake, once there has
         /// been an exchange.

@@ -170,7 +170,8 @@ void CurlWorker::collect() {
 
 void CurlWorker::keepCookies() {
     const auto error = cookies_->keep();
-    if (!error.empty() && options_.cookiesAreLost)
+    const bool wereLost = std::exchange(cookiesAreLost_, !error.empty());
+    if ((cookiesAreLost_ || wereLost) && options_.cookiesAreLost)
         mainQueue_.async([lost = options_.cookiesAreLost, error] { lost(error); });
 }
 

@@ -50,6 +50,7 @@ class CurlWorker {
     std::unique_ptr<Multi> multi_;
     /// After what its handles stand on, and before them.
     std::unique_ptr<CookieJar> cookies_;
+    bool cookiesAreLost_ = false;
     std::chrono::steady_clock::time_point lastBeat_ = std::chrono::steady_clock::now();
     std::vector<std::unique_ptr<CurlExchange>> active_;
     bool hurries_ = false;

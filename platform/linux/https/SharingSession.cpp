@@ -48,9 +48,12 @@ CurlUrlSession::Options SharingSession::exchangeOptions(const Options& options) 
     auto its = options.exchanges;
     if (!options.stateFolder.empty())
         its.cookieFile = options.stateFolder + "/cookies";
-    its.cookiesAreLost = [&log = log_](const std::string& error) {
-        log.line("Sharing service: the proof that the link is this computer's is not kept: " +
-                 error);
+    its.cookiesAreLost = [&log = log_, told = its.cookiesAreLost](const std::string& error) {
+        if (!error.empty())
+            log.line("Sharing service: the proof that the link is this computer's is not kept: " +
+                     error);
+        if (told)
+            told(error);
     };
     its.beat = [this, alive = std::weak_ptr(alive_)] {
         if (alive.lock())
