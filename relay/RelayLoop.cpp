@@ -155,29 +155,40 @@ void RelayLoop::refuse(std::unique_ptr<Connection> connection, int status,
 }
 
 void RelayLoop::hear(Request request, std::unique_ptr<Connection> connection, std::string rest) {
-    if (!shared_.requestsOf.take(connection->client().budgetKey()))
+    const auto* host = std::get_if<HostRequest>(&request);
+    const auto* back = std::get_if<DialBackRequest>(&request);
+    // Who pays for these two depends on what they show.
+    if (!host && !back && !charge(*connection))
         return refuse(std::move(connection), 429);
     if (const auto* bad = std::get_if<BadRequest>(&request))
         return refuse(std::move(connection), bad->status);
     Visitor visitor{std::make_shared<std::unique_ptr<Connection>>(std::move(connection)),
                     std::move(rest)};
-    if (const auto* host = std::get_if<HostRequest>(&request))
+    if (host)
         hear(*host, std::move(visitor));
-    else if (const auto* back = std::get_if<DialBackRequest>(&request))
+    else if (back)
         hear(*back, std::move(visitor));
     else
         hear(std::get<ViewerRequest>(request), std::move(visitor));
 }
 
+bool RelayLoop::charge(const Connection& connection) {
+    return shared_.requestsOf.take(connection.client().budgetKey());
+}
+
 void RelayLoop::hear(const HostRequest& request, Visitor visitor) {
     const auto now = std::time(nullptr);
-    const auto ticket = Ticket::read(request.ticket, shared_.serviceKeys);
-    if (!ticket || ticket->end <= now || ticket->relay != shared_.options.name)
-        return refuse(visitor.take(), 403);
+    // Checking it costs less than the handshake did.
     auto lease =
         request.lease.empty() ? std::nullopt : Lease::read(request.lease, shared_.leaseKey);
     if (lease && lease->end <= now)
         lease.reset();
+    // A host that comes back has a budget of its own, which nobody else at its address can use up.
+    if (!(lease ? shared_.requestsOf.take(lease->host) : charge(**visitor.connection)))
+        return refuse(visitor.take(), 429);
+    const auto ticket = Ticket::read(request.ticket, shared_.serviceKeys);
+    if (!ticket || ticket->end <= now || ticket->relay != shared_.options.name)
+        return refuse(visitor.take(), 403);
     const auto left = std::chrono::ceil<std::chrono::seconds>(
         shared_.begun + std::chrono::seconds(shared_.options.settle) - RelayShared::Clock::now());
     if (!lease && left.count() > 0)
@@ -249,7 +260,7 @@ std::string RelayLoop::freshToken() const {
 void RelayLoop::hear(const DialBackRequest& request, Visitor visitor) {
     const auto bytes = sealing::decodeBase64(request.token, sealing::Base64::ForLinks);
     if (!bytes || bytes->size() != TokenBytes)
-        return refuse(visitor.take(), 404);
+        return refuseToken(visitor.take());
     auto& loop = shared_.loopOfToken(static_cast<unsigned char>(bytes->front()));
     loop.thread().post([&loop, token = request.token, visitor = std::move(visitor)] {
         loop.takeDialBack(token, visitor);
@@ -259,8 +270,15 @@ void RelayLoop::hear(const DialBackRequest& request, Visitor visitor) {
 void RelayLoop::takeDialBack(const std::string& token, Visitor visitor) {
     const auto found = waiting_.find(token);
     if (found == waiting_.end())
-        return refuse(visitor.take(), 404);
+        return refuseToken(visitor.take());
     found->second->join(visitor.take(), visitor.rest);
+}
+
+// A token that is known was paid for by the viewer; the host's budget would be the strangers' to
+// use up.
+void RelayLoop::refuseToken(std::unique_ptr<Connection> connection) {
+    const int status = charge(*connection) ? 404 : 429;
+    refuse(std::move(connection), status);
 }
 
 }  // namespace zelvo::relay

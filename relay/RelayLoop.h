@@ -59,6 +59,8 @@ class RelayLoop {
     void takeHost(const Ticket& ticket, const std::optional<Lease>& lease, Visitor visitor);
     void takeViewer(const ViewerRequest& request, Visitor visitor);
     void takeDialBack(const std::string& token, Visitor visitor);
+    void refuseToken(std::unique_ptr<Connection> connection);
+    bool charge(const Connection& connection);
     std::string freshToken() const;
     void accepted(int socket);
     void pause();

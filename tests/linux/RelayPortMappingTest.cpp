@@ -4,6 +4,7 @@
 #include <poll.h>
 
 #include <QCoreApplication>
+#include <QTimer>
 
 #include "platform/linux/nat/ExternalAddress.h"
 #include "tests/support/Socket.h"
@@ -36,6 +37,7 @@ struct Case {
     bool offers = true;
     RelayUse use = RelayUse::WhereNeeded;
     bool asksRelay = false;
+    std::chrono::milliseconds offersAfter = 0ms;
 };
 
 // The relay of these hangs up, so that what the router says counts in the end.
@@ -48,6 +50,7 @@ TEST(RelayPortMapping, PrefersTheRouterWhereItsWayLeadsHere) {
         {"a private address", "192.168.1.2", "198.51.100.9", true, RelayUse::WhereNeeded, true},
         {"a provider's", "100.64.0.9", "100.64.0.9", true, RelayUse::WhereNeeded, true},
         {"a refusal", "", "198.51.100.9", true, RelayUse::WhereNeeded, true},
+        {"a late offer", "", "198.51.100.9", true, RelayUse::WhereNeeded, true, 150ms},
         {"silence", nullptr, "198.51.100.9", true, RelayUse::WhereNeeded, true},
         {"forbidden", "100.64.0.9", "198.51.100.9", true, RelayUse::Never},
         {"preferred", "203.0.113.7", "203.0.113.7", true, RelayUse::Preferred, true},
@@ -72,8 +75,9 @@ TEST(RelayPortMapping, PrefersTheRouterWhereItsWayLeadsHere) {
              .use = [&] { return each.use; },
              .ask =
                  [&](const auto&, auto done) {
-                     queue.async(
-                         [&, done] { done(each.offers ? std::optional(offer) : std::nullopt); });
+                     QTimer::singleShot(each.offersAfter, [&, done] {
+                         done(each.offers ? std::optional(offer) : std::nullopt);
+                     });
                  },
              .connect = [](const auto&) { return FileDescriptor(); },
              .told = [](const auto&) {},

@@ -90,19 +90,15 @@ class Relays:
 
 def read_all(line):
     got = b""
-    try:
+    with contextlib.suppress(ConnectionError):
         while part := line.recv(65536):
             got += part
-    except ConnectionError:
-        pass
     return got
 
 
 def send_all(line, data):
-    try:
+    with contextlib.suppress(OSError):
         line.sendall(data)
-    except OSError:
-        pass
 
 
 def read_until(line, end):
@@ -258,11 +254,10 @@ def refusals(stage):
                             (f"GET /viewer HTTP/1.1\r\n{UPGRADE}Zelvo-Token: {'A' * 22}\r\n\r\n", 404)]:
         assert relays.status(request, "127.0.0.4") == status, request
 
-    def create(cookie):
-        return Host(relays, source="127.0.0.5", cookie=cookie)
-    first = create("0" * 32)
-    assert first.status == 101 and create("0" * 32).status == 429
-    others = [create(digit * 32) for digit in "123"]
+    create = lambda digit: Host(relays, source="127.0.0.5", cookie=digit * 32)
+    first = create("0")
+    assert first.status == 101 and create("0").status == 429
+    others = [create(digit) for digit in "123"]
     assert [host.status for host in others] == [101, 101, 429]
     for host in (first, others[0]):
         def come_in(source, words=(b"\x82",), host=host):
@@ -292,15 +287,19 @@ def refusals(stage):
         come_in("127.0.0.6")
     # What ended is free again.
     others[0].line.close()
-    wait_until(lambda: create("3" * 32).status == 101, 5, "a host's place")
+    wait_until(lambda: create("3").status == 101, 5, "a host's place")
     crowd = [socket.create_connection(("127.0.0.1", relays.port), 9, ("127.0.0.7", 0)) for _ in range(10)]
     # Whose turn comes last is for the relay's threads to say.
     refused, = select.select(crowd, [], [], 3)[0]
     begun = time.monotonic()
     assert refused.recv(1) == b""
     assert select.select([s for s in crowd if s is not refused], [], [], 8)[0] and 3 < time.monotonic() - begun < 7
-    while relays.status("GET / HTTP/1.1\r\nHost: r\r\n\r\n", "127.0.0.9") != 429:
+    while relays.status("GET / HTTP/1.1\r\nHost: r\r\n\r\n", "127.0.0.1") != 429:
         assert time.monotonic() - begun < 20
+    # Whom strangers have spent an address's requests for still returns there with a lease, and dials back.
+    back, caller = Host(relays, first.lease, cookie="0" * 32), relays.viewer(first.number, "127.0.0.9")
+    assert back.number == first.number and back.take_next() and caller
+    assert relays.status(f"GET /viewer HTTP/1.1\r\n{UPGRADE}Zelvo-Token: {'A' * 22}\r\n\r\n") == 429
     page = urllib.request.urlopen("http://127.0.0.1:9465/metrics").read().decode()
     assert 'zelvo_relay_refused_total{status="403"} 8\n' in page and "127.0.0." not in page, page
     relays.relay.quit(5)

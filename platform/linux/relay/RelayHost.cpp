@@ -104,8 +104,7 @@ bool RelayHost::hearLine(const relay::Line& line) {
     registration_->until = EventLoop::Clock::now() + LongestSilence;
     switch (line.kind) {
         case relay::Line::Kind::Ping:
-            registration_->talk->say(textOf(relay::Line{relay::Line::Kind::Pong}));
-            break;
+            return registration_->talk->say(textOf(relay::Line{relay::Line::Kind::Pong}));
         case relay::Line::Kind::Viewer:
             comeFor(line.text, line.address);
             break;

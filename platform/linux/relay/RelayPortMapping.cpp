@@ -109,7 +109,9 @@ class RelayPortMapping::Attempt {
     std::optional<RelayOffer> offer_;
     std::string lease_;
     int round_ = 0;
+    /// What was answered.
     int number_ = 0;
+    std::uint32_t address_ = 0;
     std::chrono::seconds waited_{0};
     std::chrono::milliseconds pause_{0};
     // What waits in it ends with it.
@@ -143,7 +145,7 @@ void RelayPortMapping::Attempt::offered(const std::optional<RelayOffer>& offer) 
     if (way_ == Way::Router)
         return;
     if (way_ == Way::Relay) {
-        // Another relay has another address than the one that the link was made of.
+        // The link was made of the number at that relay, whose lease no other one knows.
         if (!offer || offer->relay != offer_->relay)
             return tryAgain(0s);
         offer_ = offer;
@@ -171,7 +173,8 @@ void RelayPortMapping::Attempt::decide() {
         way_ = Way::Asking;
         return enlist();
     }
-    if (!reply_)
+    // A service that is slow may still offer a relay where the router's way leads nowhere.
+    if (!reply_ || (!offerIsKnown_ && !leadsHere()))
         return;
     way_ = Way::Router;
     const auto callback = callback_;
@@ -200,9 +203,11 @@ void RelayPortMapping::Attempt::registered(int number, const std::string& lease)
     if (way_ != Way::Asking && way_ != Way::Relay)
         return;
     const bool isFirst = std::exchange(way_, Way::Relay) == Way::Asking;
-    const bool isSame = isFirst || number == number_;
-    if (isFirst)
+    if (isFirst) {
         number_ = number;
+        address_ = offer_->address;
+    }
+    const bool isSame = number == number_ && offer_->address == address_;
     lease_ = lease;
     pause_ = 0s;
     router_.reset();

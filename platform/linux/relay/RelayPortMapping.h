@@ -29,7 +29,7 @@ class RelayPortMapping final : public NatPortMapping {
         /// Empty where none was taken.
         std::string relay{};
         bool isUp = false;
-        /// It has given another number than the one that was answered.
+        /// It has another number for us, or another address, than the one that was answered.
         bool hasMoved = false;
         /// The user prefers a relay, and there is none to be had.
         bool isMissed = false;

@@ -3,9 +3,17 @@
 #include <sys/epoll.h>
 
 #include <array>
+#include <cstddef>
 #include <utility>
 
 namespace zelvo::platform {
+
+namespace {
+
+/// Far more than is ever under way to a relay that reads.
+constexpr std::size_t MostUnsent = 8192;
+
+}  // namespace
 
 RelayTalk::RelayTalk(EventLoop& loop, std::unique_ptr<TlsConnection> connection,
                      std::string firstWords, Handlers handlers)
@@ -17,10 +25,13 @@ RelayTalk::RelayTalk(EventLoop& loop, std::unique_ptr<TlsConnection> connection,
     watch_->setEvents(EPOLLIN | EPOLLOUT);
 }
 
-void RelayTalk::say(const std::string& text) {
+bool RelayTalk::say(const std::string& text) {
+    if (unsent_.size() + text.size() > MostUnsent)
+        return false;
     unsent_ += text;
     if (!isOver_)
         watch_->setEvents(EPOLLIN | EPOLLOUT);
+    return true;
 }
 
 std::unique_ptr<TlsConnection> RelayTalk::release() {

@@ -23,7 +23,8 @@ class RelayTalk {
     RelayTalk(EventLoop& loop, std::unique_ptr<TlsConnection> connection, std::string firstWords,
               Handlers handlers);
 
-    void say(const std::string& text);
+    /// False where the relay has taken too little of what was said before; the talk is to end then.
+    [[nodiscard]] bool say(const std::string& text);
     /// Of no use afterwards.
     std::unique_ptr<TlsConnection> release();
 
