@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <string_view>
 #include <utility>
 #include <variant>
@@ -85,6 +86,9 @@ void LinkKeySession::dataTask(UrlRequest request, std::function<void(UrlResult)>
     // At once: whoever tries it from now on is too late, whatever becomes of the request.
     if (withdraws && bare.link && bare.link->identifier == identifier_)
         linkIs(nullptr);
+    // The core may still keep it, where its settings could not be written.
+    if (endpoint == "delete.php" && bare.link)
+        deleted_.push_back(*bare.link);
     if (endpoint == "create.php")
         done = [this, kept = std::move(bare.link), done = std::move(done)](UrlResult result) {
             done(withKey(std::move(result), kept));
@@ -93,8 +97,8 @@ void LinkKeySession::dataTask(UrlRequest request, std::function<void(UrlResult)>
 }
 
 UrlResult LinkKeySession::withKey(UrlResult result, const std::optional<ShareLink>& kept) {
-    auto reply = result.data ? propertyLists_.parse(*result.data).value : std::nullopt;
-    const auto identifier = registeredLink(reply);
+    const auto identifier =
+        registeredLink(result.data ? propertyLists_.parse(*result.data).value : std::nullopt);
     if (!identifier)
         return result;
     // It would be taken for our own key, and whoever made it up would know it.
@@ -102,16 +106,24 @@ UrlResult LinkKeySession::withKey(UrlResult result, const std::optional<ShareLin
         linkIs(nullptr);
         return {std::nullopt, Error{UrlErrorDomain, 0, "The service gave a link with a key"}};
     }
-    ShareLink link{*identifier,
-                   kept && kept->identifier == *identifier ? kept->key : sealing::newLinkKey()};
+    const bool isKept = kept && kept->identifier == *identifier && !wasDeleted(*kept);
+    ShareLink link{*identifier, isKept ? kept->key : sealing::newLinkKey()};
     const auto text = sealing::linkText(link);
-    if (text)
-        reply->dictionary()->insert_or_assign("link", text->substr(Scheme.size()));
-    auto written = text ? options_.write(*reply->dictionary()) : std::nullopt;
+    // Only what the core reads: whatever else the service said may not be readable once it is
+    // written, and what the core cannot read it logs, with the key.
+    auto written = text ? options_.write({{"StatusCode", std::int64_t{0}},
+                                          {"link", text->substr(Scheme.size())}})
+                        : std::nullopt;
     linkIs(written ? &link : nullptr);
     if (written)
         result.data = std::move(written);
     return result;
+}
+
+bool LinkKeySession::wasDeleted(const ShareLink& link) const {
+    return std::ranges::any_of(deleted_, [&](const ShareLink& deleted) {
+        return deleted.identifier == link.identifier && deleted.key.view() == link.key.view();
+    });
 }
 
 void LinkKeySession::linkIs(const ShareLink* link) {

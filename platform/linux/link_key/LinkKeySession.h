@@ -17,7 +17,8 @@ class PropertyListReader;
 /// Stands before the session to the sharing service, so that the link that the core keeps and
 /// shows has a key in it ("identifier#key") of which the service never hears: it is put behind the
 /// "link" of a registration's reply, and taken off wherever a request names the link. The key is
-/// made with a new identifier and comes back with what the core has kept of it. A link whose
+/// made with a new identifier and comes back with what the core has kept of it, until the link is
+/// deleted. Of a reply that gives a link, the core gets "StatusCode" and "link" alone. A link whose
 /// identifier could not be read out of such a text again stays as it is, without a key.
 class LinkKeySession : public UrlSession {
   public:
@@ -40,6 +41,7 @@ class LinkKeySession : public UrlSession {
 
   private:
     UrlResult withKey(UrlResult result, const std::optional<sealing::ShareLink>& kept);
+    bool wasDeleted(const sealing::ShareLink& link) const;
     void linkIs(const sealing::ShareLink* link);
 
     UrlSession& session_;
@@ -47,6 +49,8 @@ class LinkKeySession : public UrlSession {
     const Options options_;
     /// Of the link that leads here, where it has a key.
     std::string identifier_;
+    /// Since this object began: none of them comes back with its key.
+    std::vector<sealing::ShareLink> deleted_;
 };
 
 }  // namespace zelvo::platform
