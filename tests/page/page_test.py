@@ -8,7 +8,9 @@ import base64
 import contextlib
 import os
 import re
+import select
 import socket
+import ssl
 import struct
 import subprocess
 import sys
@@ -47,22 +49,33 @@ class RelayedHost:
             while True:
                 there = self.host.take(self.host.call()[0])
                 here = socket.create_connection(("127.0.0.1", 5900))
-                for one, other in ((there, here), (here, there)):
-                    threading.Thread(target=self._copy, args=(one, other), daemon=True).start()
+                threading.Thread(target=self._copy, args=(here, there), daemon=True).start()
         except (AssertionError, OSError, ValueError):
             pass  # The relay has ended.
 
     @staticmethod
-    def _copy(one, other):
-        try:
-            while part := one.recv(65536):
-                other.sendall(part)
-        except OSError:
-            pass
-        # Closed, its number could be somebody else's while the other thread still reads there.
-        for end in (one, other):
-            with contextlib.suppress(OSError):
-                end.shutdown(socket.SHUT_RDWR)
+    def _copy(here, there):
+        """In one thread, since a TLS session bears no two at once."""
+        with contextlib.suppress(OSError), here, there:
+            while True:
+                if not there.pending():
+                    select.select([here, there], [], [])
+                there.setblocking(False)
+                with contextlib.suppress(ssl.SSLWantReadError):
+                    part = there.recv(65536)
+                    if not part:
+                        return
+                    here.sendall(part)
+                there.settimeout(20)
+                if select.select([here], [], [], 0)[0]:
+                    part = here.recv(65536)
+                    if not part:
+                        break
+                    there.sendall(part)
+            # What was said last is on its way.
+            socket.socket.shutdown(there, socket.SHUT_WR)
+            while there.recv(65536):
+                pass
 
 
 class Scene:
