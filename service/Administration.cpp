@@ -26,6 +26,12 @@ int refuseUsage(const std::string& text) {
     return complain(text, BadUsage);
 }
 
+/// What has been printed is where it was to go.
+int finishOutput() {
+    const bool isOut = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+    return isOut ? EXIT_SUCCESS : complain("cannot write to the standard output");
+}
+
 const char* stateOf(const LinkStore::Record& record, Moment now) {
     if (record.lastSign <= now - life::KnownFor)
         return "forgotten";
@@ -69,7 +75,8 @@ int Administration::links(const std::string& what, std::span<char*> arguments) {
         return refuseUsage(error);
     if (what == "list" ? !words.empty() : what == "end" ? words.empty() : what != "purge")
         return refuseUsage("links " + what + ": no such words");
-    const auto archive = openExisting(*place);
+    using Use = LinkArchive::Use;
+    const auto archive = openExisting(*place, what == "list" ? Use::Look : Use::Change);
     if (!archive)
         return EXIT_FAILURE;
     return what == "list"  ? list(*archive)
@@ -90,7 +97,7 @@ int Administration::list(LinkArchive& archive) const {
         });
     if (!isRead)
         return complain(archive.trouble());
-    return std::fflush(stdout) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+    return finishOutput();
 }
 
 int Administration::end(LinkArchive& archive, std::span<const std::string> links) const {
@@ -119,18 +126,21 @@ int Administration::purge(LinkArchive& archive, std::span<const std::string> day
     if (!purged)
         return complain(archive.trouble());
     std::printf("%lld links\n", static_cast<long long>(*purged));
-    return EXIT_SUCCESS;
+    return finishOutput();
 }
 
 int Administration::migrate(std::span<char*> arguments) {
     const bool mayAdd = arguments.size() == 3 && std::string_view(arguments[2]) == "--add";
     if (arguments.size() != 2 && !mayAdd)
         return refuseUsage("migrate: from where, and where to?");
-    const auto from = openExisting(arguments[0]);
+    for (const std::string place : arguments.first(2))
+        if (const auto trouble = troubleWithDatabase(place); !trouble.empty())
+            return refuseUsage(trouble);
+    const auto from = openExisting(arguments[0], LinkArchive::Use::Look);
     if (!from)
         return EXIT_FAILURE;
     std::string error;
-    const auto to = open_(arguments[1], error);
+    const auto to = open_(arguments[1], LinkArchive::Use::Fill, error);
     if (!to)
         return complain(nameOfDatabase(arguments[1]) + ": " + error);
     const auto before = to->count();
@@ -154,14 +164,15 @@ int Administration::migrate(std::span<char*> arguments) {
         return complain("not all links are there: " + std::to_string(after.value_or(0)) + " of " +
                         std::to_string(count));
     std::printf("%lld links\n", static_cast<long long>(count));
-    return EXIT_SUCCESS;
+    return finishOutput();
 }
 
-std::unique_ptr<LinkArchive> Administration::openExisting(const std::string& place) const {
+std::unique_ptr<LinkArchive> Administration::openExisting(const std::string& place,
+                                                          LinkArchive::Use use) const {
     std::string error = "no such file";
     std::error_code ignored;
     auto archive = isPostgres(place) || std::filesystem::exists(place, ignored)
-                       ? open_(place, error)
+                       ? open_(place, use, error)
                        : nullptr;
     if (!archive)
         complain(nameOfDatabase(place) + ": " + error);

@@ -14,8 +14,8 @@ namespace zelvo::service {
 class Administration {
   public:
     /// Opens a database; null, with the reason in error, when it cannot be used.
-    using Open =
-        std::function<std::unique_ptr<LinkArchive>(const std::string& place, std::string& error)>;
+    using Open = std::function<std::unique_ptr<LinkArchive>(
+        const std::string& place, LinkArchive::Use use, std::string& error)>;
 
     Administration(Open open, Moment now) : open_(std::move(open)), now_(now) {}
 
@@ -30,7 +30,7 @@ class Administration {
     int end(LinkArchive& archive, std::span<const std::string> links) const;
     int purge(LinkArchive& archive, std::span<const std::string> days) const;
     int migrate(std::span<char*> arguments);
-    std::unique_ptr<LinkArchive> openExisting(const std::string& place) const;
+    std::unique_ptr<LinkArchive> openExisting(const std::string& place, LinkArchive::Use use) const;
 
     const Open open_;
     const Moment now_;

@@ -17,12 +17,21 @@ class LinkArchive {
         std::string link;  ///< the bytes of its name
         LinkStore::Record record;
     };
-    enum class Others { MayChange, MayNotChange };
+    enum class Others {
+        MayChange,
+        MayNotChange,  ///< where the database can keep them from it; else it fails if they have
+    };
+    /// What a database is opened for.
+    enum class Use {
+        Look,    ///< nothing can be changed
+        Change,  ///< of what is there
+        Fill,    ///< makes it where there is none, and brings an older layout up to date
+    };
 
     virtual ~LinkArchive() = default;
 
     /// Hands out every link as it is at one moment, until `row` says false; meanwhile no service
-    /// changes one where none may. False when the database failed.
+    /// changes one where none may. False when the database failed, or they have.
     virtual bool read(Others others, const std::function<bool(const Row&)>& row) = 0;
     /// How many links there are, also those that are too old; nothing when the database failed.
     virtual std::optional<std::int64_t> count() = 0;

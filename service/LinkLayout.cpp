@@ -39,6 +39,23 @@ bool LinkTable::prepareLayout(Moment now) {
            execute("PRAGMA synchronous = FULL");
 }
 
+bool LinkTable::hasLayout() {
+    const auto mark = value("PRAGMA application_id");
+    const auto layout = value("PRAGMA user_version");
+    if (!mark || !layout)
+        return false;
+    if (*mark != std::to_string(ApplicationId))
+        trouble_ = "not a database of this service";
+    else if (*layout == "1")
+        trouble_ =
+            "written by an older version of this service, and brought up to date when "
+            "zelvo-service starts with it";
+    else if (*layout != std::to_string(LayoutVersion))
+        trouble_ = "written by another version of this service";
+    // What a file does not keep.
+    return trouble_.empty() && execute("PRAGMA synchronous = FULL");
+}
+
 bool LinkTable::makeLayout() {
     std::string facts;
     for (auto name : FactNames)

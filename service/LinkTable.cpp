@@ -48,8 +48,12 @@ class Reset {
 std::unique_ptr<LinkTable> LinkTable::open(const std::string& file, Use use, Moment now,
                                            std::string& error) {
     std::unique_ptr<LinkTable> table(new LinkTable);
-    if (table->openFile(file, use) && (use == Use::Read || table->prepareLayout(now)) &&
-        table->prepareStatements())
+    bool isReady = table->openFile(file, use);
+    if (use == Use::Write)
+        isReady = isReady && table->prepareLayout(now);
+    else if (use != Use::Read)
+        isReady = isReady && table->hasLayout();
+    if (isReady && table->prepareStatements())
         return table;
     error = table->trouble_.empty() ? sqlite3_errmsg(table->database_.get()) : table->trouble_;
     return nullptr;
@@ -164,7 +168,8 @@ bool LinkTable::openFile(const std::string& file, Use use) {
     std::error_code ignored;
     auto path = std::filesystem::absolute(file, ignored).string();
     sqlite3* database = nullptr;
-    int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX;
+    int flags = SQLITE_OPEN_NOMUTEX;
+    flags |= use == Use::Look ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
     if (use == Use::Write)
         flags |= SQLITE_OPEN_CREATE;
     int code = sqlite3_open_v2(path.c_str(), &database, flags, nullptr);
@@ -172,7 +177,7 @@ bool LinkTable::openFile(const std::string& file, Use use) {
     if (code != SQLITE_OK)
         return false;
     // What may not be written is opened all the same, and stays so when it may be again.
-    if (use == Use::Write && sqlite3_db_readonly(database, "main") != 0) {
+    if ((use == Use::Write || use == Use::Change) && sqlite3_db_readonly(database, "main") != 0) {
         trouble_ = "cannot be written";
         return false;
     }

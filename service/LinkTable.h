@@ -15,8 +15,10 @@ class LinkTable {
   public:
     using Outcome = LinkStore::Outcome;
     enum class Use {
-        Read,
-        Write,  ///< prepares the file: makes it, or brings an older layout up to date
+        Look,    ///< nothing can be changed; only where the layout is
+        Change,  ///< the same, for changes
+        Read,    ///< beside one that prepares the file
+        Write,   ///< prepares the file: makes it, or brings an older layout up to date
     };
 
     /// Null, with the reason in error, when the database cannot be used.
@@ -63,6 +65,7 @@ class LinkTable {
     bool execute(const std::string& sql);
     std::optional<std::string> value(const std::string& sql);
     bool prepareLayout(Moment now);
+    bool hasLayout();
     bool makeLayout();
     bool migrate(Moment now);
     bool prepareStatements();

@@ -90,6 +90,8 @@ std::optional<ServiceOptions> ServiceOptions::parse(std::span<char*> arguments,
     for (const auto& [name, value] : needed)
         if (error.empty() && value.empty())
             error = std::string("missing option: --") + name;
+    if (error.empty())
+        error = troubleWithDatabase(options.database);
     return error.empty() ? std::optional(std::move(options)) : std::nullopt;
 }
 
@@ -99,6 +101,8 @@ std::optional<std::string> ServiceOptions::databaseOf(std::span<char*> arguments
     error = options.table().read(arguments);
     if (error.empty() && options.database.empty())
         error = "missing option: --database";
+    if (error.empty())
+        error = troubleWithDatabase(options.database);
     return error.empty() ? std::optional(std::move(options.database)) : std::nullopt;
 }
 
@@ -111,6 +115,16 @@ std::string ServiceOptions::origin(int boundPort) const {
 
 bool isPostgres(std::string_view database) {
     return database.starts_with("postgresql://") || database.starts_with("postgres://");
+}
+
+std::string troubleWithDatabase(std::string_view database) {
+    constexpr std::string_view word = "postgres";
+    // Which may be meant as a URL, and would make a file of that name, with a password in it.
+    const auto isLetter = [](char a, char b) { return (a | ' ') == b; };
+    const bool begins = std::ranges::equal(database.substr(0, word.size()), word, isLetter);
+    if (isPostgres(database) || (!begins && database.find("://") == database.npos))
+        return "";
+    return "a database is postgresql://..., or a file; one of such a name as ./NAME";
 }
 
 std::string nameOfDatabase(const std::string& database) {

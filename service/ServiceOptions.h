@@ -51,6 +51,8 @@ struct ServiceOptions {
 
 /// Whether the database is a server, and not a file.
 bool isPostgres(std::string_view database);
+/// Why a place is neither a server nor meant as a file; empty where it is one of the two.
+std::string troubleWithDatabase(std::string_view database);
 /// For messages: without what a URL may have of passwords.
 std::string nameOfDatabase(const std::string& database);
 

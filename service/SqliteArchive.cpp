@@ -39,9 +39,13 @@ LinkArchive::Row rowOf(const SqliteStatement& statement) {
 
 }  // namespace
 
-std::unique_ptr<SqliteArchive> SqliteArchive::open(const std::string& file, Moment now,
+std::unique_ptr<SqliteArchive> SqliteArchive::open(const std::string& file, Use use, Moment now,
                                                    std::string& error) {
-    auto table = LinkTable::open(file, LinkTable::Use::Write, now, error);
+    auto table = LinkTable::open(file,
+                                 use == Use::Look     ? LinkTable::Use::Look
+                                 : use == Use::Change ? LinkTable::Use::Change
+                                                      : LinkTable::Use::Write,
+                                 now, error);
     return table ? std::unique_ptr<SqliteArchive>(new SqliteArchive(std::move(table))) : nullptr;
 }
 
@@ -49,7 +53,8 @@ SqliteArchive::SqliteArchive(std::unique_ptr<LinkTable> table) : table_(std::mov
 SqliteArchive::~SqliteArchive() = default;
 
 bool SqliteArchive::read(Others others, const std::function<bool(const Row&)>& row) {
-    if (!execute(others == Others::MayChange ? "BEGIN" : "BEGIN IMMEDIATE"))
+    const auto before = version();
+    if (!execute("BEGIN"))
         return false;
     SqliteStatement rows(table_->database(),
                          "SELECT " + columnsWithFacts() + " FROM links ORDER BY id");
@@ -59,7 +64,17 @@ bool SqliteArchive::read(Others others, const std::function<bool(const Row&)>& r
     const bool isRead = step != Step::Failed || fail();
     rows.reset();
     table_->rollBack();
+    // Who only looks cannot keep others from writing.
+    if (isRead && others == Others::MayNotChange && version() != before) {
+        trouble_ = "changed while it was read; end the services that use it";
+        return false;
+    }
     return isRead;
+}
+
+std::int64_t SqliteArchive::version() {
+    SqliteStatement version(table_->database(), "PRAGMA data_version");
+    return version.isValid() && version.step() == Step::Row ? version.integer(0) : -1;
 }
 
 std::optional<std::int64_t> SqliteArchive::count() {

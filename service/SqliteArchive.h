@@ -10,8 +10,8 @@ class SqliteStatement;
 /// The links in a SQLite file.
 class SqliteArchive : public LinkArchive {
   public:
-    /// Makes the file where there is none. Null, with the reason in error, when it cannot be used.
-    static std::unique_ptr<SqliteArchive> open(const std::string& file, Moment now,
+    /// Null, with the reason in error, when the file cannot be used.
+    static std::unique_ptr<SqliteArchive> open(const std::string& file, Use use, Moment now,
                                                std::string& error);
     ~SqliteArchive() override;
 
@@ -28,6 +28,8 @@ class SqliteArchive : public LinkArchive {
     explicit SqliteArchive(std::unique_ptr<LinkTable> table);
     bool execute(const char* sql);
     bool fail();
+    /// Which others' changes change.
+    std::int64_t version();
 
     std::unique_ptr<LinkTable> table_;
     std::unique_ptr<SqliteStatement> insert_;

@@ -55,11 +55,12 @@ std::unique_ptr<LinkStore> openStore(const ServiceOptions& options, std::string&
 #endif
 }
 
-std::unique_ptr<LinkArchive> openArchive(const std::string& place, std::string& error) {
+std::unique_ptr<LinkArchive> openArchive(const std::string& place, LinkArchive::Use use,
+                                         std::string& error) {
     if (!isPostgres(place))
-        return SqliteArchive::open(place, now(), error);
+        return SqliteArchive::open(place, use, now(), error);
 #ifdef ZELVO_POSTGRES
-    return PostgresArchive::open(place, error);
+    return PostgresArchive::open(place, use, error);
 #else
     error = WithoutPostgres;
     return nullptr;

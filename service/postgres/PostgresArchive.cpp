@@ -36,9 +36,13 @@ LinkArchive::Row rowOf(const pqxx::row& columns) {
 
 }  // namespace
 
-std::unique_ptr<PostgresArchive> PostgresArchive::open(const std::string& place,
+std::unique_ptr<PostgresArchive> PostgresArchive::open(const std::string& place, Use use,
                                                        std::string& error) {
-    auto connection = connectToPostgres(place, PostgresUse::Administer, error);
+    auto connection = connectToPostgres(place,
+                                        use == Use::Look     ? PostgresUse::Look
+                                        : use == Use::Change ? PostgresUse::Change
+                                                             : PostgresUse::Fill,
+                                        error);
     return connection ? std::unique_ptr<PostgresArchive>(new PostgresArchive(std::move(connection)))
                       : nullptr;
 }
@@ -91,6 +95,11 @@ bool PostgresArchive::beginAdding() {
 
 bool PostgresArchive::add(const Row& row) {
     const auto& [registration, owner, lastSign] = row.record;
+    for (const auto& [name, fact] : registration.facts)
+        if (fact.find('\0') != fact.npos) {
+            trouble_ = name + " of " + nameOfBytes(row.link) + " holds a NUL, which no text can";
+            return false;
+        }
     const std::string texts[] = {asText(row.link), asText(owner),
                                  std::to_string(static_cast<int>(registration.availability)),
                                  registration.addressIsProven ? "1" : "0",

@@ -11,7 +11,8 @@ namespace zelvo::service {
 class PostgresArchive : public LinkArchive {
   public:
     /// Null, with the reason in error, when the database cannot be used.
-    static std::unique_ptr<PostgresArchive> open(const std::string& place, std::string& error);
+    static std::unique_ptr<PostgresArchive> open(const std::string& place, Use use,
+                                                 std::string& error);
 
     bool read(Others others, const std::function<bool(const Row&)>& row) override;
     std::optional<std::int64_t> count() override;

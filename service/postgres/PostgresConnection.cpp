@@ -28,8 +28,14 @@ void prepareSession(pqxx::connection& connection, PostgresUse use) {
     session.exec(
         "SELECT set_config('synchronous_commit', 'on', false) "
         "WHERE current_setting('synchronous_commit') IN ('off', 'local')");
-    if (use == PostgresUse::Administer)
+    if (use != PostgresUse::Serve) {
+        // Ten million links are copied in a part of that; nobody waits for a lock unknowingly.
+        session.exec("SET statement_timeout = '1h'");
+        session.exec("SET lock_timeout = '10s'");
+        if (use == PostgresUse::Look)
+            session.exec("SET default_transaction_read_only = on");
         return;
+    }
     session.exec("SET statement_timeout = '5s'");
     // A service that has come to a halt must not keep the others from the rows that it has changed.
     session.exec("SET idle_in_transaction_session_timeout = '10s'");
@@ -53,23 +59,36 @@ void makeLayout(pqxx::work& work) {
     work.exec("INSERT INTO zelvo_layout VALUES (" + std::to_string(LayoutVersion) + ")");
 }
 
+/// Where a transaction leaves that it has been made, which no link tells.
+void makeMarks(pqxx::work& work) {
+    work.exec(
+        "CREATE TABLE zelvo_commits (line BYTEA PRIMARY KEY, number BIGINT NOT NULL, "
+        "made TIMESTAMPTZ NOT NULL)");
+}
+
 /// The reason when the database is none of ours.
-std::string prepareLayout(pqxx::connection& connection) {
+std::string prepareLayout(pqxx::connection& connection, PostgresUse use) {
+    const bool mayMake = use == PostgresUse::Serve || use == PostgresUse::Fill;
     pqxx::work work(connection);
     if (work.exec1("SHOW server_encoding")[0].as<std::string>() != "UTF8")
         return "the database's encoding has to be UTF8";
     // Of services that start at once on a new database, one makes it.
-    work.exec("SELECT pg_advisory_xact_lock(" + std::to_string(LayoutLock) + ")");
+    if (mayMake)
+        work.exec("SELECT pg_advisory_xact_lock(" + std::to_string(LayoutLock) + ")");
     const auto found = work.exec1(
-        "SELECT to_regclass('zelvo_layout') IS NOT NULL, to_regclass('links') IS NOT NULL");
+        "SELECT to_regclass('zelvo_layout') IS NOT NULL, to_regclass('links') IS NOT NULL, "
+        "to_regclass('zelvo_commits') IS NOT NULL");
     const bool isMade = found[0].as<bool>();
-    if (!isMade && found[1].as<bool>())
+    if (!isMade && (found[1].as<bool>() || !mayMake))
         return "not a database of this service";
     if (!isMade)
         makeLayout(work);
     else if (work.exec1("SELECT version FROM zelvo_layout")[0].as<int>() != LayoutVersion)
         return "written by another version of this service";
-    work.commit();
+    if (mayMake && !found[2].as<bool>())
+        makeMarks(work);
+    if (mayMake)
+        work.commit();
     return "";
 }
 
@@ -82,7 +101,7 @@ std::unique_ptr<pqxx::connection> connectToPostgres(const std::string& place, Po
         // The details of an error name links, which are not for the log.
         connection->set_verbosity(pqxx::connection_base::terse);
         prepareSession(*connection, use);
-        error = prepareLayout(*connection);
+        error = prepareLayout(*connection, use);
         return error.empty() ? std::move(connection) : nullptr;
     } catch (const std::exception& failure) {
         error = firstLineOf(failure);

@@ -8,12 +8,14 @@ namespace zelvo::service {
 
 /// What a connection to PostgreSQL is for.
 enum class PostgresUse {
-    Serve,       ///< a statement that takes longer than its client waits is given up
-    Administer,  ///< it takes what it takes
+    Serve,   ///< makes the layout; a statement that takes longer than its client waits is given up
+    Fill,    ///< makes the layout; as the two below it has longer
+    Change,  ///< only where the layout is
+    Look,    ///< the same, and nothing can be changed
 };
 
-/// Connects, and makes the layout where there is none. Null, with the reason in error, when the
-/// database cannot be used; that takes some seconds where nothing answers. Any thread.
+/// Connects. Null, with the reason in error, when the database cannot be used; that takes some
+/// seconds where nothing answers. Any thread.
 std::unique_ptr<pqxx::connection> connectToPostgres(const std::string& place, PostgresUse use,
                                                     std::string& error);
 

@@ -40,6 +40,12 @@ class PostgresLinkStore::Line {
     PostgresTable* table() {
         if (table_ && !table_->isUsable())
             table_.reset();
+        if (mark_.line.empty())
+            mark_.line = newName().value_or("");
+        if (mark_.line.empty()) {
+            trouble_ = "no random bytes";
+            return nullptr;
+        }
         if (!table_ && SteadyClock::now() >= againAt_) {
             table_ = PostgresTable::open(place_, trouble_);
             againAt_ = SteadyClock::now() + ConnectAgainAfter;
@@ -48,11 +54,18 @@ class PostgresLinkStore::Line {
     }
     const std::string& trouble() const { return trouble_; }
     void keep(const std::string& trouble) { trouble_ = trouble; }
+    /// Of the transaction that comes next, and from then on of the last one.
+    const PostgresTable::Mark& nextMark() {
+        ++mark_.number;
+        return mark_;
+    }
+    const PostgresTable::Mark& lastMark() const { return mark_; }
 
   private:
     const std::string place_;
     std::unique_ptr<PostgresTable> table_;
     std::string trouble_;
+    PostgresTable::Mark mark_;
     SteadyClock::time_point againAt_{};
 };
 
@@ -63,7 +76,7 @@ std::unique_ptr<PostgresLinkStore> PostgresLinkStore::open(const std::string& pl
     if (!table)
         return nullptr;
     if (!table->begin() || table->probe() != Outcome::Done ||
-        table->commit() != PostgresTable::End::Done) {
+        table->commit({newName().value_or(""), 1}) != PostgresTable::End::Done) {
         error = table->trouble();
         return nullptr;
     }
@@ -198,7 +211,7 @@ bool PostgresLinkStore::apply(Line& line, std::span<const Change> changes,
         }
         auto end = PostgresTable::End::Failed;
         if (isDone)
-            end = table->commit();
+            end = table->commit(line.nextMark());
         else
             table->rollBack();
         ++commits_;
@@ -206,8 +219,7 @@ bool PostgresLinkStore::apply(Line& line, std::span<const Change> changes,
             return true;
         line.keep(table->trouble());
         if (end == PostgresTable::End::InDoubt) {
-            const auto number = table->number();  // the table goes with its connection
-            if (settle(line, number) == Outcome::Failed)
+            if (!settle(line))
                 std::ranges::fill(outcomes, Outcome::Failed);
             return true;
         }
@@ -218,17 +230,20 @@ bool PostgresLinkStore::apply(Line& line, std::span<const Change> changes,
     return true;
 }
 
-/// Whether the transaction has been done, as a new connection knows.
-Outcome PostgresLinkStore::settle(Line& line, const std::string& number) {
+/// Whether the last transaction has been made, as a new connection knows. False also where none
+/// comes about in time.
+bool PostgresLinkStore::settle(Line& line) {
     const auto last = SteadyClock::now() + DoubtAtMost;
     while (SteadyClock::now() < last) {
         auto* table = line.table();
-        const auto end = table ? table->endOf(number) : std::nullopt;
-        if (end)
-            return *end == PostgresTable::End::Done ? Outcome::Done : Outcome::Failed;
+        if (const auto isMade = table ? table->isMade(line.lastMark()) : std::nullopt)
+            return *isMade;
+        // Others have nothing to wait for.
+        if (!table)
+            refuseOlderThan(0s);
         std::this_thread::sleep_for(50ms);
     }
-    return Outcome::Failed;
+    return false;
 }
 
 void PostgresLinkStore::answer() {
@@ -267,7 +282,7 @@ void PostgresLinkStore::keepHouse() {
     std::unique_lock lock(mutex_);
     auto last = SteadyClock::now();
     while (!ended_.wait_for(lock, ProbeEvery, [this] { return isEnding_; })) {
-        refuseStale();
+        refuseOlderThan(WaitAtMost);
         const auto now = SteadyClock::now();
         if (!isWell_) {
             submit({"", [](PostgresTable& table) { return table.probe(); }, [](Outcome) {}});
@@ -285,9 +300,9 @@ void PostgresLinkStore::keepHouse() {
     }
 }
 
-void PostgresLinkStore::refuseStale() {
-    auto changes = changes_.takeStale(WaitAtMost);
-    auto questions = questions_.takeStale(WaitAtMost);
+void PostgresLinkStore::refuseOlderThan(std::chrono::seconds age) {
+    auto changes = changes_.takeStale(age);
+    auto questions = questions_.takeStale(age);
     if (changes.empty() && questions.empty())
         return;
     isWell_ = false;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -58,10 +59,10 @@ class PostgresLinkStore : public LinkStore {
     void submit(Change change);
     void write();
     bool apply(Line& line, std::span<const Change> changes, std::span<Outcome> outcomes);
-    Outcome settle(Line& line, const std::string& number);
+    bool settle(Line& line);
+    void refuseOlderThan(std::chrono::seconds age);
     void answer();
     void keepHouse();
-    void refuseStale();
     void complain(const std::string& trouble);
 
     const std::string place_;

@@ -100,6 +100,14 @@ void PostgresTable::prepareStatements() {
     connection_->prepare("forget",
                          "DELETE FROM links WHERE id > $1::bigint AND id <= $2::bigint "
                          "AND lastSign <= $3::bigint");
+    // One row a line, which is written over: a row a commit would be as many as there are links.
+    connection_->prepare("mark",
+                         "INSERT INTO zelvo_commits SELECT $1::bytea, $2::bigint, now() "
+                         "WHERE pg_current_xact_id_if_assigned() IS NOT NULL "
+                         "ON CONFLICT (line) DO UPDATE SET number = $2::bigint, made = now()");
+    connection_->prepare("marked",
+                         "INSERT INTO zelvo_commits VALUES ($1::bytea, 0, now()) "
+                         "ON CONFLICT (line) DO UPDATE SET made = now() RETURNING number");
 }
 
 template <typename Work>
@@ -117,21 +125,20 @@ bool PostgresTable::attempt(Work&& work) {
 }
 
 bool PostgresTable::begin() {
-    number_.clear();
     return attempt([this] { work_.emplace(*connection_); });
 }
 
-PostgresTable::End PostgresTable::commit() {
+PostgresTable::End PostgresTable::commit(const Mark& mark) {
     auto end = End::Failed;
     attempt([&] {
-        number_ = work_->exec1("SELECT coalesce(pg_current_xact_id_if_assigned()::text, '')")[0]
-                      .as<std::string>();
+        // Who has not changed anything has nothing to doubt.
+        const bool isMarked =
+            work_->exec_prepared("mark", bytes(mark.line), mark.number).affected_rows() > 0;
         try {
             work_->commit();
             end = End::Done;
         } catch (const pqxx::in_doubt_error&) {
-            // Who has not changed anything has nothing to doubt.
-            end = number_.empty() ? End::Failed : End::InDoubt;
+            end = isMarked ? End::InDoubt : End::Failed;
             throw;
         }
     });
@@ -143,17 +150,16 @@ void PostgresTable::rollBack() {
     attempt([this] { work_.reset(); });
 }
 
-std::optional<PostgresTable::End> PostgresTable::endOf(const std::string& number) {
-    std::string status;
-    if (!attempt([&] {
-            pqxx::nontransaction session(*connection_);
-            status =
-                session.exec_params1("SELECT coalesce(pg_xact_status($1::xid8), '')", number)[0]
-                    .as<std::string>();
-        }) ||
-        status == "in progress")
-        return std::nullopt;
-    return status == "committed" ? End::Done : status == "aborted" ? End::Failed : End::InDoubt;
+std::optional<bool> PostgresTable::isMade(const Mark& mark) {
+    std::int64_t number = 0;
+    const bool isKnown = attempt([&] {
+        pqxx::work work(*connection_);
+        work.exec("SET LOCAL lock_timeout = '1s'");
+        // Writing waits for one who has written the same row, which reading would not.
+        number = work.exec_prepared1("marked", bytes(mark.line))[0].as<std::int64_t>();
+        work.abort();
+    });
+    return isKnown ? std::optional(number == mark.number) : std::nullopt;
 }
 
 PostgresTable::Outcome PostgresTable::change(const std::function<pqxx::result()>& statement) {
@@ -207,6 +213,10 @@ PostgresTable::Outcome PostgresTable::forgetSome(std::int64_t& after, Moment now
         const auto last =
             work_->exec1("SELECT coalesce(max(id), 0) FROM links")[0].as<std::int64_t>();
         after = after + IdsAtOnce < last ? after + IdsAtOnce : 0;
+        // Of services that have ended. A mark that is being written is none of them.
+        work_->exec(
+            "DELETE FROM zelvo_commits WHERE line IN (SELECT line FROM zelvo_commits "
+            "WHERE made < now() - interval '1 day' FOR UPDATE SKIP LOCKED)");
         return result;
     });
 }

@@ -26,13 +26,20 @@ class PostgresTable {
     /// Null, with the reason in error, when the database cannot be used.
     static std::unique_ptr<PostgresTable> open(const std::string& place, std::string& error);
 
+    /// By which a transaction is known afterwards. The number of PostgreSQL's own would not do: it
+    /// may be given out again after a crash.
+    struct Mark {
+        std::string line;  ///< of random bytes, one for each sequence of transactions
+        std::int64_t number = 0;
+    };
+
     bool begin();
-    End commit();
+    /// Leaves the mark where something has changed, in the same transaction.
+    End commit(const Mark& mark);
     void rollBack();
-    /// What became of another connection's transaction, by its number(): Failed while it is not
-    /// known.
-    std::optional<End> endOf(const std::string& number);
-    const std::string& number() const { return number_; }
+    /// Whether another connection's transaction has been made, the last one of its line. Waits for
+    /// one that has not ended, about a second; nothing when that or the server fails.
+    std::optional<bool> isMade(const Mark& mark);
 
     /// Inside a transaction; Failed ends it. Links as the bytes of their names.
     Outcome create(const LinkStore::Creation& creation, Moment now, LinkStore::Created& made);
@@ -41,7 +48,7 @@ class PostgresTable {
     Outcome remove(const std::string& link, const LinkStore::Owner& owner, Moment now);
     Outcome touch(const std::string& link, Moment now);
     /// Forgets what is too old among the rows that follow `after`, a few at a time, and sets it to
-    /// where the next time begins.
+    /// where the next time begins; and marks that nobody asks for any more.
     Outcome forgetSome(std::int64_t& after, Moment now);
     /// Writes what is there anyway, to see whether that works.
     Outcome probe();
@@ -68,7 +75,6 @@ class PostgresTable {
 
     std::unique_ptr<pqxx::connection> connection_;
     std::optional<pqxx::work> work_;
-    std::string number_;
     std::string trouble_;
     bool canWrite_ = true;
 };
