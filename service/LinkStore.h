@@ -17,7 +17,9 @@ class LinkStore {
     enum class Outcome {
         Done,
         Unknown,  ///< no such link, or it is somebody else's
-        Failed,   ///< the database is damaged, locked, full or overrun; nothing has changed
+        /// The database is damaged, locked, full, overrun or away. Nothing has changed, unless it
+        /// went while it confirmed and is not back in time: that change may be there.
+        Failed,
     };
     enum class Availability : int { Available = 0, Unavailable = 1 };
 
