@@ -80,8 +80,10 @@ def relayed(stage):
     relay.end(signal.SIGKILL)
     opener.wait_for("^State: returning$")
     zelvo.wait_for("Ana.* has lost the connection and may come back unasked within a minute")
+    # However long it was away, it is found soon.
+    time.sleep(20)
     stage.start_relay(address, int(relay.place.rsplit(":", 1)[1]), settle=600)
-    opener.wait_for("^State: controlling$", 30)
+    opener.wait_for("^State: controlling$", 11)
     assert service_info(service.url, stage.path("ca.pem"), identifier) == facts
     zelvo.say("disconnect\n")
     opener.wait_for("^State: ended disconnected$")

@@ -13,7 +13,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr std::chrono::milliseconds LongestPause = 60s;
+/// Of the ten minutes that a ticket is good for. A relay that is away would have the service asked
+/// for one at each try otherwise.
+constexpr auto TicketIsFreshFor = 5min;
 /// A relay that has just started gives no new number before so long; then there is nothing to wait
 /// for.
 constexpr auto LongestWaitForNumber = 30s;
@@ -23,10 +25,10 @@ bool staysHere(std::uint32_t address) {
     return address >> 24U == 127 || address >> 16U == 0xa9fe;
 }
 
-std::chrono::milliseconds upToAHalfMore(std::chrono::milliseconds pause) {
+std::chrono::milliseconds between(std::chrono::milliseconds least, std::chrono::milliseconds most) {
     std::random_device random;
-    return pause + std::chrono::milliseconds(
-                       std::uniform_int_distribution<std::int64_t>(0, pause.count() / 2)(random));
+    return std::chrono::milliseconds(
+        std::uniform_int_distribution<std::int64_t>(least.count(), most.count())(random));
 }
 
 }  // namespace
@@ -113,7 +115,9 @@ class RelayPortMapping::Attempt {
     int number_ = 0;
     std::uint32_t address_ = 0;
     std::chrono::seconds waited_{0};
-    std::chrono::milliseconds pause_{0};
+    bool hasTried_ = false;
+    /// By the clock on the wall, which goes on while the computer sleeps.
+    std::chrono::system_clock::time_point offeredAt_;
     // What waits in it ends with it.
     QObject timers_;
 };
@@ -145,14 +149,17 @@ void RelayPortMapping::Attempt::offered(const std::optional<RelayOffer>& offer) 
     if (way_ == Way::Router)
         return;
     if (way_ == Way::Relay) {
-        // The link was made of the number at that relay, whose lease no other one knows.
-        if (!offer || offer->relay != offer_->relay)
-            return tryAgain(0s);
-        offer_ = offer;
+        // The link was made of the number at that relay, whose lease no other one knows. Without a
+        // service the relay may be back all the same, and judges the old ticket.
+        if (offer && offer->relay == offer_->relay) {
+            offer_ = offer;
+            offeredAt_ = std::chrono::system_clock::now();
+        }
         return enlist();
     }
     offerIsKnown_ = true;
     offer_ = offer;
+    offeredAt_ = std::chrono::system_clock::now();
     decide();
 }
 
@@ -209,7 +216,7 @@ void RelayPortMapping::Attempt::registered(int number, const std::string& lease)
     }
     const bool isSame = number == number_ && offer_->address == address_;
     lease_ = lease;
-    pause_ = 0s;
+    hasTried_ = false;
     router_.reset();
     mapping_.options_.told({offer_->relay, true, !isSame});
     if (isFirst)
@@ -248,8 +255,17 @@ void RelayPortMapping::Attempt::ended(std::chrono::seconds notBefore) {
 }
 
 void RelayPortMapping::Attempt::tryAgain(std::chrono::milliseconds notBefore) {
-    pause_ = pause_ == 0s ? mapping_.options_.firstPause : std::min(pause_ * 2, LongestPause);
-    after(std::max(upToAHalfMore(pause_), notBefore), [this] { ask(offer_->relay); });
+    // All of a relay's hosts lose it at one moment, and must not come at one moment again.
+    const auto unit = mapping_.options_.pauseUnit;
+    const auto pause =
+        std::exchange(hasTried_, true) ? between(4 * unit, 8 * unit) : between(unit, 6 * unit);
+    after(std::max(pause, notBefore), [this] {
+        const auto age = std::chrono::system_clock::now() - offeredAt_;
+        if (age >= 0s && age < TicketIsFreshFor)
+            enlist();
+        else
+            ask(offer_->relay);
+    });
 }
 
 class RelayPortMapping::Reference final : public NatPortMappingReference {

@@ -50,8 +50,9 @@ class RelayPortMapping final : public NatPortMapping {
         /// Hears each change; first, when a request begins, that no relay is taken.
         std::function<void(const Way&)> told;
         std::chrono::milliseconds patience = std::chrono::seconds(4);
-        /// After the first failure of a relay that was taken; doubles up to a minute.
-        std::chrono::milliseconds firstPause = std::chrono::seconds(1);
+        /// A relay that was taken is tried again after one to six of them, then after four to
+        /// eight each time.
+        std::chrono::milliseconds pauseUnit = std::chrono::seconds(1);
     };
 
     /// Both outlive this object.
