@@ -1,14 +1,13 @@
 #!/usr/bin/env python3
 """The sharing service as a program, and what strangers do to it.
 
-usage: service_test.py BUILD_FOLDER strangers | limits | operator | disk | databases | doubts | kills [ROUNDS]
+usage: service_test.py BUILD_FOLDER strangers | limits | operator | disk | databases | kills [ROUNDS]
 """
 
 import http.client
 import os
 import plistlib
 import random
-import select
 import signal
 import socket
 import sqlite3
@@ -335,86 +334,6 @@ def databases(stage):
     postgres.end(signal.SIGINT)
 
 
-class Between(threading.Thread):
-    """Passes on what PostgreSQL and a service say, until it dies with a commit on its way."""
-
-    def __init__(self, stage, name):
-        super().__init__(daemon=True)
-        self.stage, self.word, self.made = stage, name.encode(), None
-        os.mkdir(stage.path("between"))
-        self.door = socket.socket(socket.AF_UNIX)
-        self.door.bind(stage.path("between/.s.PGSQL.5432"))
-        self.door.listen()
-        self.is_cut = threading.Event()
-        self.begin()
-        self.start()
-
-    def begin(self):
-        self.postgres = self.stage.start([os.path.join(HERE, "..", "support", "postgres"), self.stage.path("postgres"),
-                                          "-c", "wal_writer_delay=10s"])
-        self.postgres.wait_for("database system is ready", 60)
-
-    def run(self):
-        while True:
-            threading.Thread(target=self.carry, args=[self.door.accept()[0]], daemon=True).start()
-
-    def carry(self, line):
-        is_ours = False
-        with line, socket.socket(socket.AF_UNIX) as server:
-            try:
-                if not self.is_cut.is_set():
-                    server.connect(self.stage.path("postgres/.s.PGSQL.5432"))
-                while not self.is_cut.is_set():
-                    for end in select.select([line, server], [], [], 0.1)[0]:
-                        said = end.recv(65536)
-                        is_ours = is_ours or self.word in said
-                        if is_ours and b"COMMIT" in said and self.made is not None:
-                            if self.made:
-                                server.sendall(said)
-                                server.recv(1)
-                            self.postgres.end(signal.SIGQUIT)
-                            return self.is_cut.set()
-                        if not said:
-                            return None
-                        (server if end is line else line).sendall(said)
-            except OSError:
-                pass
-        return None
-
-
-def doubts(stage):
-    """PostgreSQL dies with a commit before or after it is made, and gives the transaction's number out again."""
-    skip_where_missing("/usr/lib/postgresql/*/bin/postgres")
-    os.chmod(stage.folder, 0o711)
-    between = Between(stage, "Doubted")
-    service = stage.start([os.path.join(stage.build, "zelvo-service"), "--database",
-                           f"postgresql://zelvo@/postgres?host={stage.path('between')}", "--certificate",
-                           stage.path("service.pem"), "--key", stage.path("service.key"),
-                           "--database-connections", "2"])
-    port = int(service.wait_for(r"^Service: https://127\.0\.0\.1:(\d+)$").group(1))
-    owner, other = Caller(stage, port), Caller(stage, port)
-    psql = lambda sql: subprocess.run(["psql", "-h", stage.path("postgres"), "-U", "zelvo", "-Atc", sql, "postgres"],
-                                      check=True, capture_output=True, text=True).stdout
-    for made in (False, True):
-        between.made = made
-        with ThreadPoolExecutor() as pool:
-            asking = pool.submit(owner.ask, "create.php", FACTS.format("Doubted") + "&permanentSharedLink=")
-            assert between.is_cut.wait(10)
-            begun = time.monotonic()
-            between.made = None
-            assert other.ask("create.php", FACTS.format("B") + "&permanentSharedLink=")[0] == 503
-            assert time.monotonic() < begun + 2, "who has nothing in doubt has waited"
-            between.begin()
-            psql("DO $$ BEGIN FOR i IN 1..50 LOOP PERFORM pg_current_xact_id(); COMMIT; END LOOP; END $$")
-            between.is_cut.clear()
-            is_early = time.monotonic() < begun + 4
-            status, reply = asking.result()
-        assert psql("SELECT count(*) FROM links WHERE ComputerName = 'Doubted'") == f"{int(made)}\n"
-        print(f"{'made' if made else 'not made'}: {status}, {reply}")
-        assert status == (200 if made else 503) or (made and not is_early), status
-    between.postgres.end(signal.SIGINT)
-
-
 def kills(stage, rounds=30):
     """No answered create, update or delete is lost or undone by a kill."""
     free = ["--creates-per-client", "0", "--creates-per-owner", "0", "--requests-per-client", "0"]
@@ -473,7 +392,7 @@ def kills(stage, rounds=30):
 def main():
     enter_own_network()
     scenario = {"strangers": strangers, "limits": limits, "operator": operator, "disk": disk,
-                "kills": kills, "databases": databases, "doubts": doubts}[sys.argv[2]]
+                "kills": kills, "databases": databases}[sys.argv[2]]
     print(scenario.__doc__, flush=True)
     with Stage(os.path.abspath(sys.argv[1])) as stage:
         stage.make_certificate()
