@@ -8,6 +8,8 @@
 #include <string>
 
 #include "serving/ClientAddress.h"
+#include "serving/DoorBio.h"
+#include "serving/Turns.h"
 
 struct bufferevent;
 struct evbuffer;
@@ -21,7 +23,7 @@ class HttpLoop;
 /// What the HTTP library does not know of a client's connection: who the client is, whether it may
 /// come in, and by when it has to be done with what it does. Lives as long as its TLS session,
 /// which the library ends with the connection. On its loop's thread.
-class TlsConnection {
+class TlsConnection final : Turns::Guest {
   public:
     /// The transport for a socket that the HTTP library has accepted; null when there is none.
     static bufferevent* make(HttpLoop& loop);
@@ -42,7 +44,7 @@ class TlsConnection {
     const ClientAddress& client() const { return client_; }
 
   private:
-    enum class Phase { Accepted, Head, Body, Answer, Reply, Rest };
+    enum class Phase { Accepted, Head, Body, Answer, Reply, Rest, Over };
 
     TlsConnection(HttpLoop& loop, bufferevent* transport);
     static void wake(int, short, void* self);
@@ -52,6 +54,9 @@ class TlsConnection {
     void begin();
     void enter(Phase phase);
     void hangUp();
+    Door::Word mayStep();
+    void onTurn() override;
+    bool holdsBack() const { return waits() && phase_ != Phase::Over; }
     void resumeInATurn();
     bool endsHead(evbuffer* buffer, std::size_t from);
 
