@@ -97,6 +97,8 @@ void TlsConnection::begin() {
     else if (!admit(*peer))
         return hangUp();
     putBefore(bufferevent_openssl_get_ssl(transport_), std::move(door));
+    // There is nothing to be said before something is heard.
+    event_del(&transport_->ev_write);
 }
 
 /// While it waits the loop is not to hear of the socket again and again. The library would begin to

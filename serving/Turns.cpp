@@ -7,8 +7,8 @@
 namespace zelvo::serving {
 namespace {
 
-/// Some 4 ms, for which everything else on the loop waits.
-constexpr int TurnsInRound = 8;
+/// Some 2 ms, for which everything else on the loop waits.
+constexpr int TurnsInRound = 4;
 constexpr timeval AtOnce{0, 0};
 
 }  // namespace
@@ -35,13 +35,13 @@ bool Turns::take(Guest& guest, const std::string& client) {
         return true;
     if (!event_pending(&round_, EV_TIMEOUT, nullptr))
         event_add(&round_, &AtOnce);
-    if (lines_.empty() && left_ > 0) {
+    if (isEmpty() && left_ > 0) {
         --left_;
         return true;
     }
     auto found = byClient_.find(client);
     if (found == byClient_.end())
-        found = byClient_.emplace(client, lines_.insert(lines_.end(), Line{client, {}})).first;
+        found = byClient_.emplace(client, fresh_.insert(fresh_.end(), Line{client, {}})).first;
     guest.turns_ = this;
     guest.line_ = found->second;
     guest.place_ = guest.line_->guests.insert(guest.line_->guests.end(), &guest);
@@ -54,13 +54,13 @@ void Turns::leave(Guest& guest) {
     if (!guest.line_->guests.empty())
         return;
     byClient_.erase(guest.line_->client);
-    lines_.erase(guest.line_);
+    (guest.line_->isFresh ? fresh_ : lines_).erase(guest.line_);
 }
 
 void Turns::beginRound() {
-    const bool wasIdle = lines_.empty();
+    const bool wasIdle = isEmpty();
     left_ = TurnsInRound;
-    while (left_ > 0 && !lines_.empty())
+    while (left_ > 0 && !isEmpty())
         callNext();
     if (!wasIdle)
         event_add(&round_, &AtOnce);
@@ -68,8 +68,11 @@ void Turns::beginRound() {
 
 void Turns::callNext() {
     --left_;
-    auto& guest = *lines_.front().guests.front();
-    lines_.splice(lines_.end(), lines_, lines_.begin());
+    // However many come for the first time, those who wait for more get every other turn.
+    auto& from = lines_.empty() || (left_ % 2 == 1 && !fresh_.empty()) ? fresh_ : lines_;
+    auto& guest = *from.front().guests.front();
+    from.front().isFresh = false;
+    lines_.splice(lines_.end(), from, from.begin());
     leave(guest);
     guest.hasTurn_ = true;
     guest.onTurn();

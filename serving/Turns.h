@@ -11,7 +11,8 @@ struct event_base;
 namespace zelvo::serving {
 
 /// In which order clients get what is dear, the steps of handshakes: one client after the other,
-/// however many connections each has. Who comes alone does not wait. On one loop's thread.
+/// however many connections each has, and who has just come before who has had some. On one
+/// loop's thread.
 class Turns {
     struct Line;
 
@@ -51,12 +52,15 @@ class Turns {
     struct Line {
         std::string client;
         std::list<Guest*> guests;
+        bool isFresh = true;  ///< had no turn since it is there
     };
 
+    bool isEmpty() const { return fresh_.empty() && lines_.empty(); }
     void leave(Guest& guest);
     void beginRound();
     void callNext();
 
+    std::list<Line> fresh_;
     std::list<Line> lines_;  ///< by whose turn it is
     std::unordered_map<std::string, std::list<Line>::iterator> byClient_;
     int left_;  ///< of this round of the loop
