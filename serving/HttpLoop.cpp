@@ -21,6 +21,7 @@ using namespace std::chrono_literals;
 
 /// For what is answered last to leave the socket, and for descriptors to become free.
 constexpr auto AMoment = 100ms;
+constexpr int AcceptedInRound = 16;
 /// The library's own time, which with a TLS session never ends before ours.
 constexpr int LibrarySeconds = 75;
 /// Of what TLS sends at once.
@@ -73,6 +74,7 @@ HttpLoop::HttpLoop(HttpShared& shared, std::size_t most) : shared_(shared), most
         [](event_base* itsBase, void* self) {
             auto& loop = *static_cast<HttpLoop*>(self);
             ++loop.shared_.accepted;
+            loop.pauseAfterSome();
             auto* transport = loop.shared_.tls()
                                   ? TlsConnection::make(loop)
                                   : bufferevent_socket_new(itsBase, -1, BEV_OPT_CLOSE_ON_FREE);
@@ -158,6 +160,22 @@ void HttpLoop::connectionEnds() {
     --shared_.connections;
     if (connections_-- == most_)
         accept(true);
+}
+
+/// The library accepts all that wait at once, for which everybody else would have to wait.
+void HttpLoop::pauseAfterSome() {
+    if (++acceptedInRound_ < AcceptedInRound)
+        return;
+    constexpr timeval atOnce{0, 0};
+    accept(false);
+    event_base_once(
+        loop_.base(), -1, EV_TIMEOUT,
+        [](int, short, void* self) {
+            auto& loop = *static_cast<HttpLoop*>(self);
+            loop.acceptedInRound_ = 0;
+            loop.accept(true);
+        },
+        this, &atOnce);
 }
 
 void HttpLoop::accept(bool isOn) {
