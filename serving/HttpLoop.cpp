@@ -191,8 +191,8 @@ void HttpLoop::handle(evhttp_request* request) {
     auto* link = evhttp_request_get_connection(request);
     auto* connection = TlsConnection::of(evhttp_connection_get_bufferevent(link));
     ++unanswered_;
-    if (connection)
-        connection->requestIsHere();
+    const bool isCharged = connection != nullptr;
+    const bool mayAsk = !isCharged || connection->requestIsHere();
     if (stopping_)
         return send(request, shared_.options.refusal(503));
     char* address = nullptr;
@@ -203,7 +203,7 @@ void HttpLoop::handle(evhttp_request* request) {
     here.client = connection
                       ? connection->client()
                       : ClientAddress::parse(address ? address : "").value_or(ClientAddress());
-    if (!shared_.requestsOf.take(here.client.budgetKey())) {
+    if (!mayAsk || (!isCharged && !shared_.requestsOf.take(here.client.budgetKey()))) {
         ++shared_.tooOften;
         return send(request, shared_.options.refusal(429));
     }
@@ -241,7 +241,8 @@ void HttpLoop::send(evhttp_request* request, HttpResponse response) {
     auto* fields = evhttp_request_get_output_headers(request);
     for (const auto& [name, value] : response.headers)
         evhttp_add_header(fields, name.c_str(), value.c_str());
-    if (stopping_)
+    // Who asks too often pays for the next request with a handshake.
+    if (stopping_ || response.status == 429)
         evhttp_add_header(fields, "Connection", "close");
     auto* link = evhttp_request_get_connection(request);
     auto* connection = link ? TlsConnection::of(evhttp_connection_get_bufferevent(link)) : nullptr;

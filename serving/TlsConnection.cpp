@@ -124,8 +124,11 @@ bool TlsConnection::admit(const ClientAddress& client) {
     return hasShare_;
 }
 
-void TlsConnection::requestIsHere() {
+bool TlsConnection::requestIsHere() {
     enter(Phase::Answer);
+    // One that came together with the request before has not been seen yet.
+    const auto mayAsk = std::exchange(mayAsk_, std::nullopt);
+    return mayAsk ? *mayAsk : loop_.shared().requestsOf.take(client_.budgetKey());
 }
 
 void TlsConnection::replyBegins() {
@@ -173,7 +176,11 @@ void TlsConnection::received(evbuffer* buffer, const evbuffer_cb_info* info, voi
         connection.enter(Phase::Head);
     if (connection.phase_ == Phase::Head &&
         connection.endsHead(buffer, info->orig_size - info->n_deleted)) {
-        spoilTooGreatExpectation(buffer, connection.loop_.shared().options.bodyLength);
+        auto& shared = connection.loop_.shared();
+        spoilTooGreatExpectation(buffer, shared.options.bodyLength);
+        connection.mayAsk_ = shared.requestsOf.take(connection.client_.budgetKey());
+        if (!*connection.mayAsk_)
+            dropBody(buffer);
         connection.enter(Phase::Body);
     }
     connection.resumeInATurn();

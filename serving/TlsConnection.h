@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <optional>
 #include <string>
 
 #include "serving/ClientAddress.h"
@@ -37,7 +38,8 @@ class TlsConnection final : Turns::Guest {
     /// Called by the proxy's header, or without one at once. False where the client has to go.
     bool admit(const ClientAddress& client);
 
-    void requestIsHere();
+    /// Whether the client may ask what is here, for which it is charged once.
+    bool requestIsHere();
     void replyBegins();
     void replyIsSent();
 
@@ -68,6 +70,7 @@ class TlsConnection final : Turns::Guest {
     int lineEnds_ = 0;
     ClientAddress client_;
     bool hasShare_ = false;
+    std::optional<bool> mayAsk_;  ///< the request whose head is here
 };
 
 }  // namespace zelvo::serving
