@@ -114,7 +114,7 @@ def strangers(stage):
     pool = ThreadPoolExecutor()
     drips = [pool.submit(drip, *words) for words in
              ((b"x", head, 4, 8), (b"x", head + b"\r\n", 9, 13),
-              (b"0" * (1 << 20), head.replace(b"Content-Length: 999", b"Transfer-Encoding: chunked") +
+              (b"0" * (1 << 17), head.replace(b"Content-Length: 999", b"Transfer-Encoding: chunked") +
                b"\r\n", 1, 8))]
     ends_within(silent, 1, 8)
     for length, told in ((5, b"HTTP/1.1 100"), (5 << 20, b"HTTP/1.1 417")):
