@@ -11,7 +11,6 @@
 
 #include "relay/RelayShared.h"
 #include "serving/LoopThread.h"
-#include "serving/ProxyBio.h"
 
 namespace zelvo::relay {
 namespace {
@@ -48,14 +47,16 @@ std::unique_ptr<Connection> Connection::accept(RelayShared& shared,
     SSL_set_read_ahead(session, 1);
     set(descriptor, IPPROTO_TCP, TCP_NODELAY, 1);
     keepAlive(descriptor, 60, 15);
-    if (shared.options.proxies.contains(*peer)) {
-        auto* self = made.get();
-        serving::expectProxyHeader(session, [self, peer](const serving::ClientAddress* named) {
-            return self->admit(named ? *named : *peer);
-        });
-    } else if (!made->admit(*peer)) {
+    auto* self = made.get();
+    serving::Door door;
+    door.mayStep = [self] { return self->mayStep(); };
+    if (shared.options.proxies.contains(*peer))
+        door.heard = [self, peer = *peer](const serving::ClientAddress* named) {
+            return self->admit(named ? *named : peer);
+        };
+    else if (!made->admit(*peer))
         return nullptr;
-    }
+    serving::putBefore(session, std::move(door));
     return made;
 }
 
@@ -81,6 +82,16 @@ bool Connection::admit(const serving::ClientAddress& client) {
     return hasShare_;
 }
 
+serving::Door::Word Connection::mayStep() {
+    return loop_->turns().take(*this, client_.budgetKey()) ? serving::Door::Word::GoOn
+                                                           : serving::Door::Word::Wait;
+}
+
+void Connection::onTurn() {
+    waitFor(true, false);
+    event_active(&event_, EV_READ, 0);
+}
+
 void Connection::attach(serving::LoopThread& loop, User& user) {
     detach();
     loop_ = &loop;
@@ -94,6 +105,8 @@ void Connection::detach() {
 }
 
 void Connection::waitFor(bool reading, bool writing) {
+    // Who waits for a turn does not hear of the socket again and again.
+    reading = reading && !waits();
     const bool writes = writing || (reading && wantsToWrite_);
     const auto wanted = static_cast<short>((reading ? EV_READ : 0) | (writes ? EV_WRITE : 0));
     if (wanted != awaited_) {

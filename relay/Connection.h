@@ -9,6 +9,8 @@
 
 #include "platform/linux/base/FileDescriptor.h"
 #include "serving/ClientAddress.h"
+#include "serving/DoorBio.h"
+#include "serving/Turns.h"
 
 struct ssl_st;
 
@@ -22,7 +24,7 @@ struct RelayShared;
 
 /// A client's connection: TLS on a socket that never waits, without a buffer of its own, so that
 /// what a peer does not take is left with the other one's kernel. On one loop at a time.
-class Connection {
+class Connection final : serving::Turns::Guest {
   public:
     enum class Outcome {
         Done,
@@ -70,6 +72,8 @@ class Connection {
     Connection(RelayShared& shared, platform::FileDescriptor socket, ssl_st* session);
     static void ready(int, short what, void* self);
     bool admit(const serving::ClientAddress& client);
+    serving::Door::Word mayStep();
+    void onTurn() override;
     Outcome outcomeOf(int result);
 
     RelayShared& shared_;

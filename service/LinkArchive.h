@@ -30,8 +30,9 @@ class LinkArchive {
 
     virtual ~LinkArchive() = default;
 
-    /// Hands out every link as it is at one moment, until `row` says false; meanwhile no service
-    /// changes one where none may. False when the database failed, or they have.
+    /// Hands out every link, until `row` says false: where no service may change one meanwhile, all
+    /// as they are at one moment, else maybe some later than others. False when the database
+    /// failed, or was changed all the same.
     virtual bool read(Others others, const std::function<bool(const Row&)>& row) = 0;
     /// How many links there are, also those that are too old; nothing when the database failed.
     virtual std::optional<std::int64_t> count() = 0;

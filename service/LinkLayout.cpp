@@ -36,7 +36,9 @@ bool LinkTable::prepareLayout(Moment now) {
         trouble_ = "written by another version of this service";
     // With a write-ahead log, only FULL brings every commit to the disk before it returns.
     return isReady && trouble_.empty() && execute("COMMIT") && value("PRAGMA journal_mode = WAL") &&
-           execute("PRAGMA synchronous = FULL");
+           execute("PRAGMA synchronous = FULL") &&
+           // A log that has been long keeps its room on the disk otherwise.
+           execute("PRAGMA journal_size_limit = 67108864");
 }
 
 bool LinkTable::hasLayout() {

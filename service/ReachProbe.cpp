@@ -121,8 +121,8 @@ void ReachProbe::forget(const std::string& link) {
 
 std::optional<bool> ReachProbe::told(const std::string& link) const {
     const std::lock_guard lock(mutex_);
-    const auto found = known_.find(link);
-    return found == known_.end() ? std::nullopt : std::optional(found->second);
+    const auto found = byLink_.find(link);
+    return found == byLink_.end() ? std::nullopt : std::optional(found->second->second);
 }
 
 void ReachProbe::start(const std::string& link, const std::string& address, int port) {
@@ -164,15 +164,16 @@ void ReachProbe::end(Attempts::iterator attempt, std::optional<bool> reached) {
 
 void ReachProbe::remember(const std::string& link, std::optional<bool> reached) {
     const std::lock_guard lock(mutex_);
-    if (!reached) {
-        known_.erase(link);
-        return;
+    if (const auto found = byLink_.find(link); found != byLink_.end()) {
+        known_.erase(found->second);
+        byLink_.erase(found);
     }
-    known_.insert_or_assign(link, *reached);
-    order_.push_back(link);
-    while (order_.size() > options_.remembered) {
-        known_.erase(order_.front());
-        order_.pop_front();
+    if (!reached)
+        return;
+    byLink_.emplace(link, known_.emplace(known_.end(), link, *reached));
+    if (known_.size() > options_.remembered) {
+        byLink_.erase(known_.front().first);
+        known_.pop_front();
     }
 }
 

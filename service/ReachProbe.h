@@ -2,13 +2,13 @@
 
 #include <chrono>
 #include <cstddef>
-#include <deque>
 #include <list>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <utility>
 
 #include "serving/Budgets.h"
 #include "serving/LoopThread.h"
@@ -65,8 +65,8 @@ class ReachProbe {
     serving::Shares shares_;
     serving::Allowances allowances_;
     mutable std::mutex mutex_;
-    std::unordered_map<std::string, bool> known_;
-    std::deque<std::string> order_;  ///< of `known_`, the oldest first; some may be gone
+    std::list<std::pair<std::string, bool>> known_;  ///< the oldest first
+    std::unordered_map<std::string, std::list<std::pair<std::string, bool>>::iterator> byLink_;
     serving::LoopThread loop_{serving::LoopThread::Descriptors::Move};
     Attempts attempts_;  ///< on the loop's thread
 };

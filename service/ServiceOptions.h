@@ -26,7 +26,9 @@ struct ServiceOptions {
     std::map<std::string, std::string> relays;  ///< names by address
     std::string relayKey;                       ///< by which they know us
     std::string page;                           ///< for browsers; empty for none
-    serving::HttpServer::Options server{.connectionsPerClient = 256,
+    /// The largest facts, with each byte escaped, are 300 KiB.
+    serving::HttpServer::Options server{.bodyLength = 512 * 1024,
+                                        .connectionsPerClient = 256,
                                         .requestsPerClient = {200, 20},
                                         .bytesPerSecond = 16 * 1024 * 1024};
     serving::Allowances::Rate createsPerClient{400, 0.2};

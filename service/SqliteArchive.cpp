@@ -2,6 +2,11 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
+#include <chrono>
+#include <thread>
+#include <vector>
+
 #include "service/LinkTable.h"
 #include "service/SharingFields.h"
 #include "service/SqliteStatement.h"
@@ -11,8 +16,14 @@ namespace {
 
 using Step = SqliteStatement::Step;
 
+/// Of which each part is a change by itself, so that a service's own get between.
+constexpr std::int64_t ArchivedAtOnce = 1000;
+constexpr std::chrono::milliseconds BetweenParts{5};
+constexpr int PatientMilliseconds = 10'000;
+
 /// Before the facts.
 constexpr const char* Columns = "link, owner, availabilityStatus, proven, lastSign";
+constexpr int ColumnsBefore = 5;
 
 std::string columnsWithFacts() {
     std::string names = Columns;
@@ -31,7 +42,7 @@ LinkArchive::Row rowOf(const SqliteStatement& statement) {
                                            : LinkStore::Availability::Unavailable;
     record.registration.addressIsProven = statement.integer(3) != 0;
     record.lastSign = statement.integer(4);
-    int column = 5;
+    int column = ColumnsBefore;
     for (auto name : FactNames)
         record.registration.facts.emplace(name, statement.text(column++));
     return row;
@@ -53,6 +64,8 @@ SqliteArchive::SqliteArchive(std::unique_ptr<LinkTable> table) : table_(std::mov
 SqliteArchive::~SqliteArchive() = default;
 
 bool SqliteArchive::read(Others others, const std::function<bool(const Row&)>& row) {
+    if (others == Others::MayChange)
+        return readInParts(row);
     const auto before = version();
     if (!execute("BEGIN"))
         return false;
@@ -65,11 +78,36 @@ bool SqliteArchive::read(Others others, const std::function<bool(const Row&)>& r
     rows.reset();
     table_->rollBack();
     // Who only looks cannot keep others from writing.
-    if (isRead && others == Others::MayNotChange && version() != before) {
+    if (isRead && version() != before) {
         trouble_ = "changed while it was read; end the services that use it";
         return false;
     }
     return isRead;
+}
+
+/// While something is being read, the log cannot be begun anew and grows; and whoever takes the
+/// rows may be a person who reads them.
+bool SqliteArchive::readInParts(const std::function<bool(const Row&)>& row) {
+    SqliteStatement rows(table_->database(),
+                         "SELECT " + columnsWithFacts() +
+                             ", id FROM links WHERE id > ?1 ORDER BY id LIMIT " +
+                             std::to_string(ArchivedAtOnce));
+    if (!rows.isValid())
+        return fail();
+    std::vector<Row> part;
+    for (std::int64_t after = 0;; part.clear()) {
+        rows.bind(1, after);
+        auto step = rows.step();
+        for (; step == Step::Row; step = rows.step()) {
+            part.push_back(rowOf(rows));
+            after = rows.integer(ColumnsBefore + static_cast<int>(FactNames.size()));
+        }
+        if (step == Step::Failed)
+            return fail();
+        rows.reset();
+        if (part.empty() || !std::ranges::all_of(part, row))
+            return true;
+    }
 }
 
 std::int64_t SqliteArchive::version() {
@@ -131,10 +169,26 @@ LinkStore::Outcome SqliteArchive::end(const std::string& link) {
 }
 
 std::optional<std::int64_t> SqliteArchive::purge(Moment lastSign) {
-    SqliteStatement remove(table_->database(), "DELETE FROM links WHERE lastSign <= ?1");
-    remove.bind(1, lastSign);
-    if (remove.step() == Step::Done)
-        return sqlite3_changes64(table_->database());
+    SqliteStatement last(table_->database(), "SELECT coalesce(max(id), 0) FROM links");
+    SqliteStatement remove(table_->database(),
+                           "DELETE FROM links WHERE id > ?1 AND id <= ?2 AND lastSign <= ?3");
+    sqlite3_busy_timeout(table_->database(), PatientMilliseconds);
+    bool isDone = last.isValid() && remove.isValid() && last.step() == Step::Row;
+    const auto end = isDone ? last.integer(0) : 0;
+    last.reset();
+    std::int64_t count = 0;
+    for (std::int64_t from = 0; isDone && from < end; from += ArchivedAtOnce) {
+        remove.bind(1, from);
+        remove.bind(2, from + ArchivedAtOnce);
+        remove.bind(3, lastSign);
+        isDone = remove.step() == Step::Done;
+        count += isDone ? sqlite3_changes64(table_->database()) : 0;
+        remove.reset();
+        // Who waits for the database asks again after a while only, and would find it taken again.
+        std::this_thread::sleep_for(BetweenParts);
+    }
+    if (isDone)
+        return count;
     fail();
     return std::nullopt;
 }

@@ -25,6 +25,7 @@ class SqliteArchive : public LinkArchive {
     const std::string& trouble() const override { return trouble_; }
 
   private:
+    bool readInParts(const std::function<bool(const Row&)>& row);
     explicit SqliteArchive(std::unique_ptr<LinkTable> table);
     bool execute(const char* sql);
     bool fail();

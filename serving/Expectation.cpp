@@ -25,6 +25,22 @@ bool isMore(std::string_view number, std::size_t most) {
 
 }  // namespace
 
+void dropBody(evbuffer* buffer) {
+    const auto size = evbuffer_get_length(buffer);
+    auto* bytes = reinterpret_cast<char*>(evbuffer_pullup(buffer, -1));
+    for (std::size_t at = 0; bytes && at < size;) {
+        const std::string_view left(bytes + at, size - at);
+        const auto line = left.substr(0, left.find('\n'));
+        if (isNamed(line, "Transfer-Encoding"))
+            bytes[at] = 'X';
+        if (isNamed(line, "Content-Length"))
+            std::replace_if(
+                bytes + at, bytes + at + line.size(), [](char c) { return c >= '0' && c <= '9'; },
+                '0');
+        at += std::min(line.size() + 1, left.size());
+    }
+}
+
 void spoilTooGreatExpectation(evbuffer* buffer, std::size_t most) {
     const auto size = evbuffer_get_length(buffer);
     auto* bytes = reinterpret_cast<char*>(evbuffer_pullup(buffer, -1));

@@ -11,4 +11,8 @@ namespace zelvo::serving {
 /// itself it would wait for what the client does not send.
 void spoilTooGreatExpectation(evbuffer* buffer, std::size_t most);
 
+/// To be called in the same way: the body that follows is none of the request any more, which so is
+/// whole. What comes of it nevertheless would be taken for the next request.
+void dropBody(evbuffer* buffer);
+
 }  // namespace zelvo::serving

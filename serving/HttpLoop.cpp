@@ -21,6 +21,7 @@ using namespace std::chrono_literals;
 
 /// For what is answered last to leave the socket, and for descriptors to become free.
 constexpr auto AMoment = 100ms;
+constexpr int AcceptedInRound = 16;
 /// The library's own time, which with a TLS session never ends before ours.
 constexpr int LibrarySeconds = 75;
 /// Of what TLS sends at once.
@@ -73,6 +74,7 @@ HttpLoop::HttpLoop(HttpShared& shared, std::size_t most) : shared_(shared), most
         [](event_base* itsBase, void* self) {
             auto& loop = *static_cast<HttpLoop*>(self);
             ++loop.shared_.accepted;
+            loop.pauseAfterSome();
             auto* transport = loop.shared_.tls()
                                   ? TlsConnection::make(loop)
                                   : bufferevent_socket_new(itsBase, -1, BEV_OPT_CLOSE_ON_FREE);
@@ -160,6 +162,22 @@ void HttpLoop::connectionEnds() {
         accept(true);
 }
 
+/// The library accepts all that wait at once, for which everybody else would have to wait.
+void HttpLoop::pauseAfterSome() {
+    if (++acceptedInRound_ < AcceptedInRound)
+        return;
+    constexpr timeval atOnce{0, 0};
+    accept(false);
+    event_base_once(
+        loop_.base(), -1, EV_TIMEOUT,
+        [](int, short, void* self) {
+            auto& loop = *static_cast<HttpLoop*>(self);
+            loop.acceptedInRound_ = 0;
+            loop.accept(true);
+        },
+        this, &atOnce);
+}
+
 void HttpLoop::accept(bool isOn) {
     if (!listener_ || !http_)
         return;
@@ -173,8 +191,8 @@ void HttpLoop::handle(evhttp_request* request) {
     auto* link = evhttp_request_get_connection(request);
     auto* connection = TlsConnection::of(evhttp_connection_get_bufferevent(link));
     ++unanswered_;
-    if (connection)
-        connection->requestIsHere();
+    const bool isCharged = connection != nullptr;
+    const bool mayAsk = !isCharged || connection->requestIsHere();
     if (stopping_)
         return send(request, shared_.options.refusal(503));
     char* address = nullptr;
@@ -185,7 +203,7 @@ void HttpLoop::handle(evhttp_request* request) {
     here.client = connection
                       ? connection->client()
                       : ClientAddress::parse(address ? address : "").value_or(ClientAddress());
-    if (!shared_.requestsOf.take(here.client.budgetKey())) {
+    if (!mayAsk || (!isCharged && !shared_.requestsOf.take(here.client.budgetKey()))) {
         ++shared_.tooOften;
         return send(request, shared_.options.refusal(429));
     }
@@ -223,7 +241,8 @@ void HttpLoop::send(evhttp_request* request, HttpResponse response) {
     auto* fields = evhttp_request_get_output_headers(request);
     for (const auto& [name, value] : response.headers)
         evhttp_add_header(fields, name.c_str(), value.c_str());
-    if (stopping_)
+    // Who asks too often pays for the next request with a handshake.
+    if (stopping_ || response.status == 429)
         evhttp_add_header(fields, "Connection", "close");
     auto* link = evhttp_request_get_connection(request);
     auto* connection = link ? TlsConnection::of(evhttp_connection_get_bufferevent(link)) : nullptr;

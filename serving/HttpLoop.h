@@ -54,6 +54,7 @@ class HttpLoop {
     void handle(evhttp_request* request);
     void send(evhttp_request* request, HttpResponse response);
     void accept(bool isOn);
+    void pauseAfterSome();
     void endOnceAnswered();
     void endIfAnswered();
 
@@ -61,6 +62,7 @@ class HttpLoop {
     const std::size_t most_;
     std::size_t connections_ = 0;
     std::size_t unanswered_ = 0;
+    int acceptedInRound_ = 0;
     bool stopping_ = false;
     bool isEnding_ = false;  ///< unless something is unanswered in a moment
 

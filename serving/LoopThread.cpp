@@ -32,7 +32,9 @@ event_base* makeBase(LoopThread::Descriptors descriptors) {
 }  // namespace
 
 LoopThread::LoopThread(Descriptors descriptors)
-    : bell_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), base_(makeBase(descriptors)) {
+    : bell_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      base_(makeBase(descriptors)),
+      turns_(base()) {
     bellEvent_.reset(event_new(
         base(), bell_.get(), EV_READ | EV_PERSIST,
         [](int, short, void* self) { static_cast<LoopThread*>(self)->runPosted(); }, this));

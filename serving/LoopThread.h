@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/linux/base/FileDescriptor.h"
+#include "serving/Turns.h"
 
 struct event;
 struct event_base;
@@ -30,6 +31,8 @@ class LoopThread {
     ~LoopThread();
 
     event_base* base() const { return base_.get(); }
+    /// On its thread.
+    Turns& turns() { return turns_; }
     void start();
     /// Ends the loop in a while. On its thread.
     void endAfter(std::chrono::milliseconds span);
@@ -57,6 +60,7 @@ class LoopThread {
     std::unique_ptr<event_base, Releaser> base_;
     std::unique_ptr<event, Releaser> bellEvent_;
     std::map<std::chrono::milliseconds, const timeval*> timers_;
+    Turns turns_;
     std::thread thread_;
 };
 

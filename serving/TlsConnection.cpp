@@ -10,11 +10,11 @@
 #include <sys/socket.h>
 
 #include <array>
+#include <utility>
 
 #include "serving/Expectation.h"
 #include "serving/HttpLoop.h"
 #include "serving/HttpShared.h"
-#include "serving/ProxyBio.h"
 
 namespace zelvo::serving {
 namespace {
@@ -88,12 +88,32 @@ void TlsConnection::begin() {
     const auto peer = ClientAddress::ofPeer(socket);
     if (!peer)
         return hangUp();
+    Door door;
+    door.mayStep = [this] { return mayStep(); };
     if (loop_.shared().options.proxies.contains(*peer))
-        expectProxyHeader(
-            bufferevent_openssl_get_ssl(transport_),
-            [this, peer](const ClientAddress* named) { return admit(named ? *named : *peer); });
+        door.heard = [this, peer = *peer](const ClientAddress* named) {
+            return admit(named ? *named : peer);
+        };
     else if (!admit(*peer))
-        hangUp();
+        return hangUp();
+    putBefore(bufferevent_openssl_get_ssl(transport_), std::move(door));
+    // There is nothing to be said before something is heard.
+    event_del(&transport_->ev_write);
+}
+
+/// While it waits the loop is not to hear of the socket again and again. The library would begin to
+/// listen after this call, so it is stopped once that is over.
+Door::Word TlsConnection::mayStep() {
+    if (phase_ == Phase::Over)
+        return Door::Word::End;
+    if (loop_.loop().turns().take(*this, client_.budgetKey()))
+        return Door::Word::GoOn;
+    event_active(&resumer_, EV_TIMEOUT, 1);
+    return Door::Word::Wait;
+}
+
+void TlsConnection::onTurn() {
+    event_active(&transport_->ev_read, EV_READ, 1);
 }
 
 bool TlsConnection::admit(const ClientAddress& client) {
@@ -104,8 +124,11 @@ bool TlsConnection::admit(const ClientAddress& client) {
     return hasShare_;
 }
 
-void TlsConnection::requestIsHere() {
+bool TlsConnection::requestIsHere() {
     enter(Phase::Answer);
+    // One that came together with the request before has not been seen yet.
+    const auto mayAsk = std::exchange(mayAsk_, std::nullopt);
+    return mayAsk ? *mayAsk : loop_.shared().requestsOf.take(client_.budgetKey());
 }
 
 void TlsConnection::replyBegins() {
@@ -132,12 +155,16 @@ void TlsConnection::enter(Phase phase) {
             return loop_.loop().startTimer(timer_, options.restTime);
         case Phase::Accepted:
         case Phase::Answer:
+        case Phase::Over:
             return;
     }
 }
 
 /// The library sees the end of the connection and lets go of it, and this object with it.
 void TlsConnection::hangUp() {
+    phase_ = Phase::Over;
+    if (waits())
+        event_active(&transport_->ev_read, EV_READ, 1);
     shutdown(bufferevent_getfd(transport_), SHUT_RDWR);
 }
 
@@ -149,7 +176,11 @@ void TlsConnection::received(evbuffer* buffer, const evbuffer_cb_info* info, voi
         connection.enter(Phase::Head);
     if (connection.phase_ == Phase::Head &&
         connection.endsHead(buffer, info->orig_size - info->n_deleted)) {
-        spoilTooGreatExpectation(buffer, connection.loop_.shared().options.bodyLength);
+        auto& shared = connection.loop_.shared();
+        spoilTooGreatExpectation(buffer, shared.options.bodyLength);
+        connection.mayAsk_ = shared.requestsOf.take(connection.client_.budgetKey());
+        if (!*connection.mayAsk_)
+            dropBody(buffer);
         connection.enter(Phase::Body);
     }
     connection.resumeInATurn();
@@ -170,6 +201,8 @@ void TlsConnection::resumeInATurn() {
 
 void TlsConnection::resume(int, short, void* self) {
     auto& connection = *static_cast<TlsConnection*>(self);
+    if (connection.holdsBack())
+        return void(event_del(&connection.transport_->ev_read));
     if (SSL_pending(bufferevent_openssl_get_ssl(connection.transport_)) == 0)
         return;
     // While it may not read, it does nothing.

@@ -5,9 +5,12 @@
 
 #include <chrono>
 #include <cstddef>
+#include <optional>
 #include <string>
 
 #include "serving/ClientAddress.h"
+#include "serving/DoorBio.h"
+#include "serving/Turns.h"
 
 struct bufferevent;
 struct evbuffer;
@@ -21,7 +24,7 @@ class HttpLoop;
 /// What the HTTP library does not know of a client's connection: who the client is, whether it may
 /// come in, and by when it has to be done with what it does. Lives as long as its TLS session,
 /// which the library ends with the connection. On its loop's thread.
-class TlsConnection {
+class TlsConnection final : Turns::Guest {
   public:
     /// The transport for a socket that the HTTP library has accepted; null when there is none.
     static bufferevent* make(HttpLoop& loop);
@@ -35,14 +38,15 @@ class TlsConnection {
     /// Called by the proxy's header, or without one at once. False where the client has to go.
     bool admit(const ClientAddress& client);
 
-    void requestIsHere();
+    /// Whether the client may ask what is here, for which it is charged once.
+    bool requestIsHere();
     void replyBegins();
     void replyIsSent();
 
     const ClientAddress& client() const { return client_; }
 
   private:
-    enum class Phase { Accepted, Head, Body, Answer, Reply, Rest };
+    enum class Phase { Accepted, Head, Body, Answer, Reply, Rest, Over };
 
     TlsConnection(HttpLoop& loop, bufferevent* transport);
     static void wake(int, short, void* self);
@@ -52,6 +56,9 @@ class TlsConnection {
     void begin();
     void enter(Phase phase);
     void hangUp();
+    Door::Word mayStep();
+    void onTurn() override;
+    bool holdsBack() const { return waits() && phase_ != Phase::Over; }
     void resumeInATurn();
     bool endsHead(evbuffer* buffer, std::size_t from);
 
@@ -63,6 +70,7 @@ class TlsConnection {
     int lineEnds_ = 0;
     ClientAddress client_;
     bool hasShare_ = false;
+    std::optional<bool> mayAsk_;  ///< the request whose head is here
 };
 
 }  // namespace zelvo::serving

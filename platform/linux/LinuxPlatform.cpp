@@ -160,6 +160,13 @@ struct LinuxPlatform::Services {
              [this](const auto& reply) {
                  return registeredLink(propertyLists.parse(reply).value).has_value();
              },
+         .disowns =
+             [this](const auto& reply) {
+                 constexpr int unknownLink = 5;
+                 const auto parsed = propertyLists.parse(reply).value;
+                 const auto* status = parsed ? parsed->find("StatusCode") : nullptr;
+                 return status && status->integerReading() == unknownLink;
+             },
          .inquired = [this] { reach.linkIsRegistered(); }}};
     LinkKeySession linkKeys{
         urlSession, propertyLists, {.write = bytesOf, .changed = [this](const auto* link) {

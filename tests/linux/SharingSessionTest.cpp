@@ -61,6 +61,7 @@ struct SharingSessionTest : testing::Test {
                               .beatsEvery = 10ms},
                 .stateFolder = folder / "state",
                 .registers = [](const auto& reply) { return reply.size() == 4; },
+                .disowns = [](const auto& reply) { return reply.size() == 4; },
                 .signsOfLifeEvery = signsOfLifeEvery});
     }
     void send(const std::string& endpoint, const std::string& form) {
@@ -161,6 +162,7 @@ TEST_F(SharingSessionTest, ShowsThatItLivesUntilTheWithdrawal) {
     send("get.php", "link=L");
     EXPECT_TRUE(runUntil([&] { return came.size() >= 5; }));
     EXPECT_EQ(std::ranges::count(came, "get.php link=L"), std::ssize(came) - 1);
+    EXPECT_TRUE(runUntil([&] { return !fake.log.lines.empty(); })) << "the service knows no link";
     send("delete.php", "link=L");
     const auto last = [&] { return came.back() == "delete.php link=L"; };
     EXPECT_TRUE(runUntil(last));

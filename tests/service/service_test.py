@@ -80,7 +80,7 @@ def ends_within(connection, least, most):
 
 def strangers(stage):
     """Rubbish, silence and dripping cost the service nothing but a moment."""
-    service = stage.start_service(options=["--connections-per-client", "100"])
+    service = stage.start_service(options=["--connections-per-client", "100", "--requests-per-client", "0"])
     caller = Caller(stage, service.port)
     plain, silent = (socket.create_connection(("127.0.0.1", service.port)) for _ in range(2))
     plain.sendall(b"POST / HTTP/1.1\r\n\r\n" + os.urandom(100000))
@@ -114,7 +114,7 @@ def strangers(stage):
     pool = ThreadPoolExecutor()
     drips = [pool.submit(drip, *words) for words in
              ((b"x", head, 4, 8), (b"x", head + b"\r\n", 9, 13),
-              (b"0" * (1 << 20), head.replace(b"Content-Length: 999", b"Transfer-Encoding: chunked") +
+              (b"0" * (1 << 17), head.replace(b"Content-Length: 999", b"Transfer-Encoding: chunked") +
                b"\r\n", 1, 8))]
     ends_within(silent, 1, 8)
     for length, told in ((5, b"HTTP/1.1 100"), (5 << 20, b"HTTP/1.1 417")):
@@ -123,7 +123,7 @@ def strangers(stage):
         waiting.sendall(head.replace(b"999", b"%d\r\nexpect: 100-Continue" % length) + b"\r\n")
         assert waiting.recv(100).startswith(told)
 
-    huge = "link=" + "x" * (4 << 20)
+    huge = "link=" + "x" * (512 << 10)
     for status, code, words, headers in [
             (405, 7, ("get.php", None, "GET"), {}),
             (405, 7, ("get.php", "link=a", "PUT"), {}),
@@ -164,6 +164,11 @@ def limits(stage):
         pass
     said = [first[0].ask("get.php", "link=a") for _ in range(7)]
     assert [status for status, _ in said] == [200] * 6 + [429] and said[-1][1]["StatusCode"] == 13
+    # Who asks too often is told so before the body comes, which is not waited for.
+    first[0].connection.connect()
+    first[0].connection.sock.sendall(f"POST {FOLDER}get.php HTTP/1.1\r\nHost: x\r\nContent-Length: 400000\r\n\r\nlink"
+                                     .encode())
+    ends_within(first[0].connection.sock, 0, 3)
     owner = Caller(stage, service.port)
     link = owner.create("A")
     cookie = owner.answer.headers["Set-Cookie"].lower()

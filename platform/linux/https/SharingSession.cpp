@@ -34,6 +34,7 @@ SharingSession::SharingSession(MainQueue& mainQueue, ServiceExplanation& explana
       explanation_(explanation),
       log_(log),
       registers_(std::move(options.registers)),
+      disowns_(std::move(options.disowns)),
       inquired_(std::move(options.inquired)),
       signsOfLifeEvery_(options.signsOfLifeEvery),
       journal_(options.stateFolder, log),
@@ -157,9 +158,14 @@ void SharingSession::showLife() {
         return;
     isShowingLife_ = true;
     const auto begun = timeSinceBoot();
-    exchanges_.exchange(*inquiry_, [this, begun](const UrlResult&, const ExchangeReport& report) {
+    exchanges_.exchange(*inquiry_, [this, begun](const UrlResult& result,
+                                                 const ExchangeReport& report) {
         constexpr long answered = 200;
         isShowingLife_ = false;
+        if (result.data && inquiry_ && disowns_ && disowns_(*result.data))
+            log_.line(
+                "Sharing service: it does not know the link any more, which leads nowhere; start "
+                "over for a new one");
         // Else the next beat tries again.
         if (report.httpStatus == answered)
             lastSign_ = begun;

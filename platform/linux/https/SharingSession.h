@@ -31,6 +31,8 @@ class SharingSession : public UrlSession {
         std::string stateFolder;
         /// Whether a reply says that a link is registered.
         std::function<bool(const std::vector<std::byte>& reply)> registers;
+        /// Whether a reply says that the service does not know the link that it was asked for.
+        std::function<bool(const std::vector<std::byte>& reply)> disowns = {};
         /// Called when the service has told the link that is there.
         std::function<void()> inquired = {};
         std::chrono::milliseconds signsOfLifeEvery = std::chrono::hours(24);
@@ -73,6 +75,7 @@ class SharingSession : public UrlSession {
     ServiceExplanation& explanation_;
     Log& log_;
     const std::function<bool(const std::vector<std::byte>&)> registers_;
+    const std::function<bool(const std::vector<std::byte>&)> disowns_;
     const std::function<void()> inquired_;
     const std::chrono::milliseconds signsOfLifeEvery_;
     bool quitBegun_ = false;
