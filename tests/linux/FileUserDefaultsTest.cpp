@@ -31,8 +31,9 @@ class FileUserDefaultsTest : public testing::Test {
     TemporaryFolder folder;
     RecordingLog log;
     std::vector<bool> told;
-    FileUserDefaults defaults{folder / "zelvo", log,
-                              [this](std::string_view, bool kept) { told.push_back(kept); }};
+    FileUserDefaults defaults{folder / "zelvo", log, [this](std::string_view, auto, bool isDone) {
+                                  told.push_back(isDone);
+                              }};
 };
 
 }  // namespace
@@ -134,6 +135,13 @@ TEST_F(FileUserDefaultsTest, LogsWhatCannotBeStored) {
     EXPECT_EQ(log.lines.size(), 3U);
     EXPECT_FALSE(told.back());
     EXPECT_EQ(defaults.stringForKey("a"), "old");
+    // Over itself the file can still be written, but not where the rest is longer than it was.
+    defaults.setString("b", std::string(300, 'b'));
+    ::setrlimit(RLIMIT_FSIZE, &none);
+    defaults.removeObject("b");
+    EXPECT_TRUE(told.back());
+    ::setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(folder.read("zelvo/defaults.plist").find("bbb"), std::string::npos);
 
     // A folder in the file's place stops also root, whom permissions do not.
     std::filesystem::remove(folder / "zelvo/defaults.plist");
