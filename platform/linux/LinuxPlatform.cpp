@@ -97,7 +97,8 @@ struct LinuxPlatform::Services {
                                   [this](std::string_view key, auto wanted, bool isDone) {
                                       if (key == KeptLinkKey)
                                           keptLinkIs(wanted, isDone);
-                                  }};
+                                  },
+                                  std::string(KeptLinkKey)};
     InstalledBundle bundle{{.executableFolder = "",
                             .languages = environment.languages,
                             .dataHome = environment.dataHome},

@@ -31,9 +31,9 @@ class FileUserDefaultsTest : public testing::Test {
     TemporaryFolder folder;
     RecordingLog log;
     std::vector<bool> told;
-    FileUserDefaults defaults{folder / "zelvo", log, [this](std::string_view, auto, bool isDone) {
-                                  told.push_back(isDone);
-                              }};
+    FileUserDefaults defaults{
+        folder / "zelvo", log,
+        [this](std::string_view, auto, bool isDone) { told.push_back(isDone); }, "b"};
 };
 
 }  // namespace
@@ -135,9 +135,12 @@ TEST_F(FileUserDefaultsTest, LogsWhatCannotBeStored) {
     EXPECT_EQ(log.lines.size(), 3U);
     EXPECT_FALSE(told.back());
     EXPECT_EQ(defaults.stringForKey("a"), "old");
-    // Nothing can be written, not even over the file: a value to remove goes, with what it is in.
+    // Nothing can be written, not even over the file: the secret goes, with what it is in.
     defaults.setString("b", std::string(300, 'b'));
     ::setrlimit(RLIMIT_FSIZE, &none);
+    defaults.removeObject("a");
+    EXPECT_FALSE(told.back());
+    EXPECT_EQ(defaults.stringForKey("a"), "old");
     defaults.removeObject("b");
     EXPECT_TRUE(told.back());
     ::setrlimit(RLIMIT_FSIZE, &before);

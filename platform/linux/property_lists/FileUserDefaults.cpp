@@ -31,11 +31,12 @@ std::string_view textOf(const QByteArray& bytes) {
 
 }  // namespace
 
-FileUserDefaults::FileUserDefaults(std::string folder, Log& log, Told told)
+FileUserDefaults::FileUserDefaults(std::string folder, Log& log, Told told, std::string secret)
     : folder_(std::move(folder)),
       file_(folder_ + "/defaults.plist"),
       log_(log),
-      told_(std::move(told)) {}
+      told_(std::move(told)),
+      secret_(std::move(secret)) {}
 
 bool FileUserDefaults::boolForKey(std::string_view key) const {
     auto found = value(key);
@@ -93,9 +94,10 @@ bool FileUserDefaults::remove(std::string_view key) {
         return false;
     if (dictionary->erase(std::string(key)) == 0 || write(*dictionary))
         return true;
-    // The value may be a secret that is over, which counts for more than what lies beside it.
     if (const auto xml = writeXmlPlist(*dictionary); xml && overwriteFile(file_, textOf(*xml)))
         return true;
+    if (key != secret_)
+        return false;
     if (::unlink(file_.c_str()) != 0 && !overwriteFile(file_, {}))
         return false;
     log_.line("Defaults: given up, to remove a value from them");

@@ -24,15 +24,15 @@ class FileUserDefaults : public UserDefaults {
     using Told = std::function<void(std::string_view key, Wanted wanted, bool isDone)>;
 
     /// The folder is made when something is stored first; empty where the user has none. `told` is
-    /// told of each string to store and each value to remove whether it was. The log outlives this
-    /// object.
-    FileUserDefaults(std::string folder, Log& log, Told told = {});
+    /// told of each string to store and each value to remove whether it was. The value of `secret`
+    /// counts for more than what lies beside it. The log outlives this object.
+    FileUserDefaults(std::string folder, Log& log, Told told = {}, std::string secret = {});
 
     bool boolForKey(std::string_view key) const override;
     std::optional<std::string> stringForKey(std::string_view key) const override;
     void setString(std::string_view key, std::string_view value) override;
     /// Needs no space: on a full disk the file is written over where it lies, and given up as a
-    /// whole where that fails, too.
+    /// whole where that fails, too, and it is the secret.
     void removeObject(std::string_view key) override;
 
   private:
@@ -49,6 +49,7 @@ class FileUserDefaults : public UserDefaults {
     const std::string file_;
     Log& log_;
     const Told told_;
+    const std::string secret_;
     mutable std::string lastComplaint_;
 };
 
