@@ -79,6 +79,8 @@ TEST(HostileHost, MayBeCutAnywhere) {
 
 TEST(HostileHost, HoldsNothingDownAfterItTookNothing) {
     auto [host, ours] = test::connected();
+    const timeval patience{10, 0};
+    ::setsockopt(host.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     HostConnection connection(std::move(ours));
     connection.pointer(1, 1, 1);
     for (const bool isDown : {true, false})
