@@ -25,7 +25,8 @@ class Explanations {
     virtual std::string routerNews() const = 0;
     /// By which way people come in, where that is not straight through the router.
     virtual const Observable<std::string>& way() const = 0;
-    /// Why the next start will have another link, such as a full disk.
+    /// What is not as it should be with a link that works: why the next start will have another,
+    /// such as a full disk, or who cannot come by it.
     virtual const Observable<std::string>& keptLink() const = 0;
     /// What a quit could not take back.
     virtual const Observable<std::string>& withdrawal() const = 0;

@@ -19,6 +19,8 @@ enum class NoFacts : std::uint8_t {
     Busy,
     /// What came is no answer of a sharing service, or leads nowhere.
     Nonsense,
+    /// It would lead us to ourselves, or into a network that is none of the service's.
+    Inside,
     // The exchange itself failed.
     NoName,
     NoConnection,

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "opener/facts/FactsReply.h"
+#include "opener/facts/Place.h"
 
 namespace zelvo::opener {
 
@@ -48,6 +49,7 @@ NoFacts noFacts(const platform::UrlResult& result, ExchangeTrouble trouble) {
 SharingService::SharingService(platform::MainQueue& mainQueue, std::string origin,
                                std::string certificateFile)
     : origin_(std::move(origin)),
+      maySendAnywhere_(isOnLoopback(origin_)),
       session_(mainQueue, {.certificateFile = std::move(certificateFile)}) {}
 
 void SharingService::ask(const std::string& identifier, std::function<void(FactsAnswer)> done) {
@@ -64,8 +66,16 @@ void SharingService::ask(const std::string& identifier, std::function<void(Facts
     request.body.insert(request.body.end(), form.begin(), form.end());
     session_.exchange(
         std::move(request),
-        [done = std::move(done)](const platform::UrlResult& result, const auto& report) {
-            done(result.data ? readFacts(*result.data) : noFacts(result, report.trouble));
+        [done = std::move(done), maySendAnywhere = maySendAnywhere_](
+            const platform::UrlResult& result, const auto& report) {
+            if (!result.data)
+                return done(noFacts(result, report.trouble));
+            auto answer = readFacts(*result.data);
+            const auto* facts = std::get_if<HostFacts>(&answer);
+            // Through a relay nobody goes to the address.
+            const bool isAllowed = maySendAnywhere || !facts || !facts->relay.empty() ||
+                                   mayBeSentTo(facts->address, facts->port);
+            done(isAllowed ? std::move(answer) : NoFacts::Inside);
         },
         ConnectWithin);
 }

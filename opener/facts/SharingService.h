@@ -7,7 +7,8 @@
 
 namespace zelvo::opener {
 
-/// The sharing service over HTTPS, its certificate verified.
+/// The sharing service over HTTPS, its certificate verified. Unless it is on this computer, it may
+/// not send us into networks of ours (mayBeSentTo).
 class SharingService final : public FactsSource {
   public:
     /// `origin` is "https://host" or "https://host:port"; `certificateFile` as in
@@ -18,6 +19,7 @@ class SharingService final : public FactsSource {
 
   private:
     const std::string origin_;
+    const bool maySendAnywhere_;
     platform::CurlUrlSession session_;
 };
 

@@ -45,6 +45,9 @@ constexpr EndingTexts Table[] = {
      "The sharing service has too much to do at the moment. Try again in a minute."},
     {ServiceNonsense, "service-nonsense", ExitStatus::NoService, ServiceTitle,
      "What the sharing service answers makes no sense. Something else may answer in its place."},
+    {AddressInside, "address-inside", ExitStatus::NotReached, Unreached,
+     "The sharing service sends you to an address that is not on the internet, but of a private "
+     "network or of this computer itself. Zelvo does not go there."},
     {ServiceNoName, "service-no-name", ExitStatus::NoService, ServiceTitle,
      "The name of the sharing service could not be found. Check this computer’s "
      "internet connection and its name server (DNS)."},
@@ -114,6 +117,8 @@ Ending endingOf(NoFacts why) {
             return ServiceBusy;
         case NoFacts::Nonsense:
             return ServiceNonsense;
+        case NoFacts::Inside:
+            return AddressInside;
         case NoFacts::NoName:
             return ServiceNoName;
         case NoFacts::NoConnection:

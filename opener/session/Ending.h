@@ -27,6 +27,7 @@ enum class Ending : std::uint8_t {
     NotShared,
     ServiceBusy,
     ServiceNonsense,
+    AddressInside,
     // The way to the sharing service.
     ServiceNoName,
     ServiceNoConnection,

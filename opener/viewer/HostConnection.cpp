@@ -21,7 +21,9 @@ using namespace std::chrono_literals;
 constexpr std::size_t portion = 64 * 1024;
 /// What waits to be said while the line takes nothing; only a pointer that moves makes that much.
 constexpr std::size_t manyWaiting = 16;
-constexpr std::size_t mostWaiting = 1024;
+/// Of what the user does; our own replies have room beyond that, so that the picture goes on.
+constexpr std::size_t mostInput = 1024;
+constexpr std::size_t mostWaiting = 2048;
 /// A region of more parts than this costs more than the box around it.
 constexpr int mostParts = 64;
 /// A picture that has not changed for so long is looked at.
@@ -57,26 +59,53 @@ HostConnection::~HostConnection() {
 
 // Called by its owner.
 
-void HostConnection::say(std::string message) {
+void HostConnection::reply(std::string_view bytes) {
+    say(std::string(bytes), mostWaiting);
+}
+
+void HostConnection::say(std::string message, std::size_t most) {
     {
         const std::lock_guard lock(mutex_);
-        // Of a pointer that moves, the last place counts where the line cannot follow.
-        const bool replaces = toSay_.size() > manyWaiting && requests::isPointer(message) &&
-                              requests::isPointer(toSay_.back()) && toSay_.back()[1] == message[1];
-        if (replaces)
-            toSay_.back() = std::move(message);
-        else if (toSay_.size() < mostWaiting)
+        if (toSay_.size() < most)
             toSay_.push_back(std::move(message));
     }
     ::eventfd_write(wake_.get(), 1);
 }
 
+// Where there is no room, only what the host has been told, or will be, to hold down is let go.
+
 void HostConnection::key(std::uint32_t keysym, bool isDown) {
-    say(requests::key(keysym, isDown));
+    {
+        const std::lock_guard lock(mutex_);
+        const bool hasRoom = toSay_.size() < mostInput;
+        const bool wasDown = !isDown && keysDown_.erase(keysym) > 0;
+        if (!hasRoom && !wasDown)
+            return;
+        if (isDown)
+            keysDown_.insert(keysym);
+        toSay_.push_back(requests::key(keysym, isDown));
+    }
+    ::eventfd_write(wake_.get(), 1);
 }
 
 void HostConnection::pointer(int x, int y, std::uint8_t buttons) {
-    say(requests::pointer(x, y, buttons));
+    {
+        const std::lock_guard lock(mutex_);
+        if (toSay_.size() >= mostInput)
+            buttons &= buttonsDown_;
+        const bool isMotion = buttons == buttonsDown_;
+        // Of a pointer that moves, the last place counts where the line cannot follow; not so where
+        // a button went down or up.
+        if (isMotion && onlyMoved_ && toSay_.size() > manyWaiting &&
+            requests::isPointer(toSay_.back()))
+            toSay_.pop_back();
+        if (isMotion && toSay_.size() >= mostInput)
+            return;
+        toSay_.push_back(requests::pointer(x, y, buttons));
+        buttonsDown_ = buttons;
+        onlyMoved_ = isMotion;
+    }
+    ::eventfd_write(wake_.get(), 1);
 }
 
 void HostConnection::setClipboard(const std::string& utf8) {
@@ -88,7 +117,7 @@ void HostConnection::setClipboard(const std::string& utf8) {
         ownText_ = utf8;
         inUtf8 = hostTakesUtf8_;
     }
-    say(inUtf8 ? requests::clipboardText(utf8) : requests::latin1Clipboard(utf8));
+    say(inUtf8 ? requests::clipboardText(utf8) : requests::latin1Clipboard(utf8), mostInput);
 }
 
 void HostConnection::setSharesClipboard(bool shares) {
@@ -151,12 +180,12 @@ void HostConnection::judgeQuality(Clock::duration took) {
                         "the line is good for " +
                             (quality ? "JPEG " + std::to_string(*quality) : "exact pictures"));
         if (!isSharpening_)
-            say(requests::encodings(quality_.level()));
+            reply(requests::encodings(quality_.level()));
     }
     if (!awaited_.isEmpty())
         return;
     if (isSharpening_ && (inexact_.isEmpty() || isInterrupted_)) {
-        say(requests::encodings(quality_.level()));
+        reply(requests::encodings(quality_.level()));
         isSharpening_ = false;
     }
     const auto box = inexact_.boundingRect();
@@ -181,10 +210,10 @@ void HostConnection::sharpen() {
     if (awaited_.isEmpty())
         return;
     if (!std::exchange(isSharpening_, true))
-        say(requests::encodings(LineQuality::exact));
+        reply(requests::encodings(LineQuality::exact));
     isInterrupted_ = false;
     for (const auto& part : awaited_)
-        say(requests::update({part.x(), part.y(), part.width(), part.height()}, false));
+        reply(requests::update({part.x(), part.y(), part.width(), part.height()}, false));
 }
 
 bool HostConnection::receive(std::string& to) {
@@ -266,14 +295,14 @@ void HostConnection::opened(PictureSize size) {
     }
     size_ = size;
     emit resized(QSize(size.width, size.height));
-    say(requests::pixelFormat());
-    say(requests::encodings(quality_.level()));
-    say(requests::update({0, 0, size.width, size.height}, false));
+    reply(requests::pixelFormat());
+    reply(requests::encodings(quality_.level()));
+    reply(requests::update({0, 0, size.width, size.height}, false));
 }
 
 void HostConnection::updateBegins() {
     // While this one is on its way, the host may make the next.
-    say(requests::update({0, 0, size_.width, size_.height}, true));
+    reply(requests::update({0, 0, size_.width, size_.height}, true));
 }
 
 void HostConnection::sizeChanges(PictureSize size) {
@@ -301,13 +330,13 @@ void HostConnection::extendedClipboard(const std::string& message) {
         hostTakesUtf8_ = true;
     }
     if (news.tellsAbilities)
-        say(requests::clipboardAbilities());
+        reply(requests::clipboardAbilities());
     if (!sharesClipboard_)
         return;
     if (news.text)
         emit clipboardCame(QString::fromStdString(*news.text));
     else if (news.hasText)
-        say(requests::clipboardRequest());
+        reply(requests::clipboardRequest());
     if (!news.wantsText)
         return;
     std::string text;
@@ -315,7 +344,7 @@ void HostConnection::extendedClipboard(const std::string& message) {
         const std::lock_guard lock(mutex_);
         text = ownText_;
     }
-    say(requests::clipboardText(text));
+    reply(requests::clipboardText(text));
 }
 
 void HostConnection::drawn(PicturePart part) {

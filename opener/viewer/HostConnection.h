@@ -10,6 +10,7 @@
 #include <deque>
 #include <functional>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 
@@ -73,7 +74,7 @@ class HostConnection : public QObject, private HostWords {
     using Clock = std::chrono::steady_clock;
 
     // HostWords
-    void reply(std::string_view bytes) override { say(std::string(bytes)); }
+    void reply(std::string_view bytes) override;
     void opened(PictureSize size) override;
     void updateBegins() override;
     void sizeChanges(PictureSize size) override;
@@ -91,7 +92,8 @@ class HostConnection : public QObject, private HostWords {
     void sharpen();
     bool receive(std::string& to);
     bool waitForHost();
-    void say(std::string message);
+    /// Unless so many messages wait already.
+    void say(std::string message, std::size_t most);
     bool sendSome();
     void drawn(PicturePart part);
     void tellOfDamage();
@@ -124,6 +126,11 @@ class HostConnection : public QObject, private HostWords {
 
     std::mutex mutex_;
     std::deque<std::string> toSay_;
+    /// What the host holds down once it has heard all of it.
+    std::set<std::uint32_t> keysDown_;
+    std::uint8_t buttonsDown_ = 0;
+    /// With the last word of the pointer.
+    bool onlyMoved_ = false;
     QRegion damage_;
     bool damageIsTold_ = false;
     std::string ownText_;

@@ -14,6 +14,7 @@
 #include "platform/linux/https/ServiceExplanation.h"
 #include "platform/linux/https/SharingSession.h"
 #include "platform/linux/link_key/LinkKeySession.h"
+#include "platform/linux/link_key/LinkTroubles.h"
 #include "platform/linux/link_key/RegisteredLink.h"
 #include "platform/linux/machine/InetAddressParser.h"
 #include "platform/linux/machine/NetlinkSocketTable.h"
@@ -93,12 +94,11 @@ struct LinuxPlatform::Services {
 
     PlistReader propertyLists{environment.systemRoot};
     FileUserDefaults userDefaults{ownFolder(environment.configHome), log,
-                                  [this](std::string_view key, bool kept) {
-                                      if (key != KeptLinkKey)
-                                          return;
-                                      linkIsKept = kept;
-                                      explainKeptLink();
-                                  }};
+                                  [this](std::string_view key, auto wanted, bool isDone) {
+                                      if (key == KeptLinkKey)
+                                          keptLinkIs(wanted, isDone);
+                                  },
+                                  std::string(KeptLinkKey)};
     InstalledBundle bundle{{.executableFolder = "",
                             .languages = environment.languages,
                             .dataHome = environment.dataHome},
@@ -137,11 +137,9 @@ struct LinuxPlatform::Services {
     Subscription reachChange = reach.text().subscribe(
         [this](const auto& text) { relaySettings.setIsBarred(!text.empty()); });
     ServiceExplanation service{bundle};
-    Observable<std::string> keptLink;
-    bool linkIsKept = true;
-    bool proofIsKept = true;
+    LinkTroubles linkTroubles{bundle};
     LinuxExplanations explanations{{screenSharing.text(), screenSharing.limits(), router, relay,
-                                    reach.text(), service.creation(), keptLink,
+                                    reach.text(), service.creation(), linkTroubles.text(),
                                     service.withdrawal()}};
 
     SharingSession urlSession{
@@ -151,10 +149,7 @@ struct LinuxPlatform::Services {
         {.exchanges = {.certificateFile = environment.certificateFile,
                        .seenFrom = [this](const auto& address) { router.seenFrom(address); },
                        .cookiesAreLost =
-                           [this](const auto& error) {
-                               proofIsKept = error.empty();
-                               explainKeptLink();
-                           }},
+                           [this](const auto& error) { linkTroubles.proofIsKept(error.empty()); }},
          .stateFolder = ownFolder(environment.stateHome),
          .registers =
              [this](const auto& reply) {
@@ -169,9 +164,11 @@ struct LinuxPlatform::Services {
              },
          .inquired = [this] { reach.linkIsRegistered(); }}};
     LinkKeySession linkKeys{
-        urlSession, propertyLists, {.write = bytesOf, .changed = [this](const auto* link) {
-                                        linkChanged(link);
-                                    }}};
+        urlSession,
+        propertyLists,
+        {.write = bytesOf,
+         .changed = [this](const auto* link) { linkChanged(link); },
+         .registered = [this](bool hasKey) { linkTroubles.linkHasKey(hasKey); }}};
     RouterPortMapping routerMapping{
         mainQueue,
         log,
@@ -193,6 +190,13 @@ struct LinuxPlatform::Services {
                   if (tool == enableTool)
                       screenSharing.toolStarted();
               }}};
+
+    void keptLinkIs(FileUserDefaults::Wanted wanted, bool isDone) {
+        if (wanted == FileUserDefaults::Wanted::Stored)
+            linkTroubles.linkIsStored(isDone);
+        else
+            linkTroubles.linkIsRemoved(isDone);
+    }
 
     void mappingReplied(const std::optional<NatPortMappingReply>& reply) {
         // A new attempt: what the service said of the last one is over.
@@ -237,15 +241,6 @@ struct LinuxPlatform::Services {
             userDefaults.setString(OnlyLinkHoldersKey, "YES");
         else
             userDefaults.removeObject(OnlyLinkHoldersKey);
-    }
-
-    /// The next start needs both, the link and the proof that it is this computer's.
-    void explainKeptLink() {
-        keptLink.set(linkIsKept && proofIsKept
-                         ? ""
-                         : bundle.localizedString(
-                               "Your link works, but it could not be kept on this computer, "
-                               "so the next start makes a new one. Is the disk full?"));
     }
 };
 

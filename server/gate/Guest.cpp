@@ -91,13 +91,13 @@ void Guest::viewerIsReady(std::uint32_t events) {
         return end(Ending::NetworkDied);
     const bool hasLeft = isCut || (events & (EPOLLRDHUP | EPOLLHUP));
     // What was said before leaving still counts, a goodbye above all.
-    while (events & (EPOLLIN | EPOLLHUP | EPOLLERR)) {
+    if (hasLeft)
+        return end(readToTheEnd());
+    if (events & EPOLLIN) {
         if (const auto ending = readViewer())
             return end(*ending);
-        if (!hasLeft || !toServer_.empty())
-            break;
     }
-    if (hasLeft || hasFailed)
+    if (hasFailed)
         return end(endingOfViewer());
     watch();
 }
@@ -130,6 +130,18 @@ std::optional<Ending> Guest::readViewer() {
             return endingOfViewer();
     } while (stream_.hasMore());
     return std::nullopt;
+}
+
+Ending Guest::readToTheEnd() {
+    // A VNC side that takes nothing is not waited for: the rest is read for the goodbye alone.
+    while (toServer_.empty()) {
+        if (const auto ending = readViewer())
+            return *ending;
+    }
+    std::string unheard;
+    while (stream_.read(unheard, part) != ViewerStream::Result::Closed)
+        unheard.clear();
+    return endingOfViewer();
 }
 
 Ending Guest::endingOfViewer() const {

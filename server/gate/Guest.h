@@ -56,6 +56,8 @@ class Guest {
     void serverIsReady(std::uint32_t events);
     /// Why there is nothing more to read, if so.
     std::optional<platform::gate::Ending> readViewer();
+    /// Of a viewer who sends no more.
+    platform::gate::Ending readToTheEnd();
     platform::gate::Ending endingOfViewer() const;
     bool readServer();
     bool flushToServer();

@@ -199,7 +199,7 @@ def sealed(lab):
     servers = processes_named("screensharingd", zelvo.process.pid)
     for pid in (opener.process.pid, zelvo.process.pid, *servers):
         with open(f"/proc/{pid}/limits", encoding="ascii") as limits:
-            assert re.search(r"^Max core file size +0 ", limits.read(), re.M), pid
+            assert re.search(r"^Max core file size +1 ", limits.read(), re.M), pid
     terminal.end()
     zelvo.say("disconnect\n")
     ends(opener, "disconnected", 0)

@@ -31,8 +31,9 @@ class FileUserDefaultsTest : public testing::Test {
     TemporaryFolder folder;
     RecordingLog log;
     std::vector<bool> told;
-    FileUserDefaults defaults{folder / "zelvo", log,
-                              [this](std::string_view, bool kept) { told.push_back(kept); }};
+    FileUserDefaults defaults{
+        folder / "zelvo", log,
+        [this](std::string_view, auto, bool isDone) { told.push_back(isDone); }, "b"};
 };
 
 }  // namespace
@@ -134,12 +135,22 @@ TEST_F(FileUserDefaultsTest, LogsWhatCannotBeStored) {
     EXPECT_EQ(log.lines.size(), 3U);
     EXPECT_FALSE(told.back());
     EXPECT_EQ(defaults.stringForKey("a"), "old");
+    // Nothing can be written, not even over the file: the secret goes, with what it is in.
+    defaults.setString("b", std::string(300, 'b'));
+    ::setrlimit(RLIMIT_FSIZE, &none);
+    defaults.removeObject("a");
+    EXPECT_FALSE(told.back());
+    EXPECT_EQ(defaults.stringForKey("a"), "old");
+    defaults.removeObject("b");
+    EXPECT_TRUE(told.back());
+    ::setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_FALSE(std::filesystem::exists(folder / "zelvo/defaults.plist"));
+    EXPECT_EQ(log.lines.size(), 5U);
 
     // A folder in the file's place stops also root, whom permissions do not.
-    std::filesystem::remove(folder / "zelvo/defaults.plist");
     std::filesystem::create_directories(folder / "zelvo/defaults.plist");
     defaults.setString("a", "new");
-    EXPECT_EQ(log.lines.size(), 4U);
+    EXPECT_EQ(log.lines.size(), 6U);
     EXPECT_EQ(defaults.stringForKey("a"), std::nullopt);
 
     folder.write("file", "");
@@ -147,6 +158,6 @@ TEST_F(FileUserDefaultsTest, LogsWhatCannotBeStored) {
     nowhere.setString("a", "new");
     FileUserDefaults homeless("", log);
     homeless.setString("a", "new");
-    EXPECT_EQ(log.lines.size(), 6U);
+    EXPECT_EQ(log.lines.size(), 8U);
     EXPECT_EQ(homeless.stringForKey("a"), std::nullopt);
 }

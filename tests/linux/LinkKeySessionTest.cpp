@@ -47,6 +47,7 @@ struct LinkKeySessionTest : testing::Test {
     FakePlatform fake;
     /// What was told last, as the text of a link; empty for none.
     std::string told = "nothing yet";
+    std::optional<bool> hasKey;
     LinkKeySession session{
         fake.peer,
         fake.propertyLists,
@@ -58,7 +59,8 @@ struct LinkKeySessionTest : testing::Test {
          .changed =
              [this](const auto* link) {
                  told = link ? zelvo::sealing::linkText(*link).value_or("no text") : "";
-             }}};
+             },
+         .registered = [this](bool has) { hasKey = has; }}};
     std::shared_ptr<zelvo::LinkManager> manager =
         std::make_shared<zelvo::LinkManager>(fake.with(fake, fake.bundle, fake.workspace, session));
 };
@@ -105,6 +107,8 @@ TEST_F(LinkKeySessionTest, WhatCannotHaveAKeyStaysAsItIs) {
     for (const auto& [identifier, isTaken] : given) {
         EXPECT_EQ(create(identifier), isTaken ? "zelvo://" + identifier : "");
         EXPECT_EQ(told, "nothing yet");
+        EXPECT_EQ(hasKey.value_or(true), !isTaken) << identifier;
+        hasKey = {};
         if (isTaken) {
             EXPECT_EQ(sent("get.php", "link"), identifier);
         }

@@ -4,6 +4,7 @@
 
 #include <span>
 
+#include "opener/facts/Place.h"
 #include "platform/linux/property_lists/XmlPlistWriter.h"
 #include "tests/support/Mutations.h"
 
@@ -87,6 +88,25 @@ TEST(FactsReply, BelievesNothingThatLeadsNowhere) {
         const auto* told = std::get_if<HostFacts>(&answer);
         EXPECT_FALSE(told && (told->name.empty() || told->port == 0));
     });
+}
+
+TEST(Place, IsOnTheInternetOrNextToUs) {
+    const auto isOwn = [](std::uint32_t address) { return address >> 16 == 0x0A09; };
+    const struct {
+        const char* address;
+        std::uint16_t port;
+        bool isAllowed;
+    } places[]{{"44.128.7.1", 22, true},       {"172.15.255.255", 80, true},
+               {"100.128.0.1", 80, true},      {"127.0.0.2", 40000, false},
+               {"169.254.1.1", 40000, false},  {"192.168.0.1", 40000, false},
+               {"172.31.255.1", 40000, false}, {"100.64.0.1", 40000, false},
+               {"10.8.0.1", 40000, false},     {"10.9.0.1", 1024, true},
+               {"10.9.0.1", 1023, false},      {"239.0.0.1", 40000, false}};
+    for (const auto& [address, port, isAllowed] : places)
+        EXPECT_EQ(mayBeSentTo(address, port, isOwn), isAllowed) << address;
+    EXPECT_TRUE(isOwnNetwork(0x7F000002) && !isOwnNetwork(0x2C800701));
+    EXPECT_TRUE(isOnLoopback("https://127.0.0.1:1") && isOnLoopback("https://[::1]"));
+    EXPECT_FALSE(isOnLoopback("https://127.0.0.1.example") || isOnLoopback("https://a.example"));
 }
 
 }  // namespace

@@ -77,6 +77,25 @@ TEST(HostileHost, MayBeCutAnywhere) {
     EXPECT_EQ(endAfter(greeting, false), End::Silence);
 }
 
+TEST(HostileHost, HoldsNothingDownAfterItTookNothing) {
+    auto [host, ours] = test::connected();
+    const timeval patience{10, 0};
+    ::setsockopt(host.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    HostConnection connection(std::move(ours));
+    connection.pointer(1, 1, 1);
+    for (const bool isDown : {true, false})
+        for (std::uint32_t keysym = 1; keysym < 2000; ++keysym)
+            connection.key(keysym, isDown);
+    connection.pointer(2, 2, 2);
+    connection.begin();
+    // As many presses as have room, and as many releases.
+    std::string heard(2 * 6 + 2 * 1023 * 8, '\0');
+    ASSERT_EQ(::recv(host.get(), heard.data(), heard.size(), MSG_WAITALL), ssize_t(heard.size()));
+    EXPECT_EQ(heard.substr(0, 6), "\5\1\0\1\0\1"s);
+    EXPECT_EQ(heard.substr(heard.size() - 6), "\5\0\0\2\0\2"s);
+    EXPECT_EQ(heard.substr(heard.size() - 14, 8), "\4\0\0\0\0\0\3\xff"s);
+}
+
 TEST(HostileHost, IsNotHeardWhereItTalksNonsense) {
     const std::vector<std::pair<const char*, std::string>> lies = {
         {"another version", "RFB 003.003\n"},

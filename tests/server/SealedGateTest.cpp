@@ -248,6 +248,17 @@ TEST_F(SealedGateTest, LetsBackInOnceWhoLostTheLine) {
     turn();
     EXPECT_EQ(all<Left>().back().ending, Ending::ViewerLeft);
     EXPECT_FALSE(open(10, ours, "Zoë", unused).line.channel().isBack());
+    // Whose screen takes nothing any more.
+    auto unheard = inside(11);
+    unheard.line.send(Version38 + "\1\1");
+    for (int texts = 0; texts < 3; ++texts)
+        unheard.line.send("\6\0\0\0\0\3\r@"s + std::string(200'000, 't'));
+    carry(unheard);
+    unheard.line.sayGoodbye(Farewell::Left);
+    say(unheard.socket, unheard.line.takeOutput());
+    ::shutdown(unheard.socket.get(), SHUT_WR);
+    turn();
+    EXPECT_EQ(all<Left>().back().ending, Ending::ViewerLeft);
 
     // A minute, whoever looks after it when.
     ReplayCache replays;

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <QSaveFile>
 #include <QString>
@@ -42,6 +43,16 @@ std::string replaceFile(const std::string& path, std::string_view content) {
     if (directory)
         ::fsync(directory.get());
     return {};
+}
+
+bool overwriteFile(const std::string& path, std::string_view content) {
+    FileDescriptor file(::open(path.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC));
+    struct stat status {};
+    const auto size = static_cast<off_t>(content.size());
+    return file && ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) &&
+           size <= status.st_size &&
+           ::pwrite(file.get(), content.data(), content.size(), 0) == size &&
+           ::ftruncate(file.get(), size) == 0 && ::fsync(file.get()) == 0;
 }
 
 }  // namespace zelvo::platform

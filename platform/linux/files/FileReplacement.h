@@ -11,4 +11,9 @@ namespace zelvo::platform {
 /// thread.
 std::string replaceFile(const std::string& path, std::string_view content);
 
+/// Writes over a file of the user's where it lies, which needs no space where the content is no
+/// longer than the file; a power cut may leave half of it. False where there is none, where the
+/// content is longer, and where it fails. Any thread.
+bool overwriteFile(const std::string& path, std::string_view content);
+
 }  // namespace zelvo::platform

@@ -115,6 +115,7 @@ UrlResult LinkKeySession::withKey(UrlResult result, const std::optional<ShareLin
                                           {"link", text->substr(Scheme.size())}})
                         : std::nullopt;
     linkIs(written ? &link : nullptr);
+    options_.registered(written.has_value());
     if (written)
         result.data = std::move(written);
     return result;

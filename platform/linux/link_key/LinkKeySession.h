@@ -28,6 +28,8 @@ class LinkKeySession : public UrlSession {
         /// Which link leads to this computer from now on; null once none with a key does. Main
         /// thread.
         std::function<void(const sealing::ShareLink* link)> changed;
+        /// Whether the link that was registered has a key; told of each. Main thread.
+        std::function<void(bool hasKey)> registered;
     };
 
     /// All outlive this object.

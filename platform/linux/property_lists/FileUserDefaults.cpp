@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <QByteArray>
 #include <algorithm>
@@ -24,13 +25,18 @@ constexpr int damagedLimit = 1000;
 /// Room for a string as long as a property list may be, each character escaped.
 constexpr std::size_t sizeLimit = 8 * PlistLimits::bytes;
 
+std::string_view textOf(const QByteArray& bytes) {
+    return {bytes.constData(), static_cast<std::size_t>(bytes.size())};
+}
+
 }  // namespace
 
-FileUserDefaults::FileUserDefaults(std::string folder, Log& log, Kept kept)
+FileUserDefaults::FileUserDefaults(std::string folder, Log& log, Told told, std::string secret)
     : folder_(std::move(folder)),
       file_(folder_ + "/defaults.plist"),
       log_(log),
-      kept_(std::move(kept)) {}
+      told_(std::move(told)),
+      secret_(std::move(secret)) {}
 
 bool FileUserDefaults::boolForKey(std::string_view key) const {
     auto found = value(key);
@@ -58,9 +64,9 @@ std::optional<std::string> FileUserDefaults::stringForKey(std::string_view key) 
 }
 
 void FileUserDefaults::setString(std::string_view key, std::string_view value) {
-    bool isKept = store(key, value);
-    if (kept_)
-        kept_(key, isKept);
+    const bool isDone = store(key, value);
+    if (told_)
+        told_(key, Wanted::Stored, isDone);
 }
 
 bool FileUserDefaults::store(std::string_view key, std::string_view value) {
@@ -77,8 +83,26 @@ bool FileUserDefaults::store(std::string_view key, std::string_view value) {
 }
 
 void FileUserDefaults::removeObject(std::string_view key) {
-    if (auto dictionary = read(); dictionary && dictionary->erase(std::string(key)) > 0)
-        write(*dictionary);
+    const bool isDone = remove(key);
+    if (told_)
+        told_(key, Wanted::Removed, isDone);
+}
+
+bool FileUserDefaults::remove(std::string_view key) {
+    auto dictionary = read();
+    if (!dictionary)
+        return false;
+    if (dictionary->erase(std::string(key)) == 0 || write(*dictionary))
+        return true;
+    if (const auto xml = writeXmlPlist(*dictionary); xml && overwriteFile(file_, textOf(*xml)))
+        return true;
+    if (key != secret_)
+        return false;
+    if (::unlink(file_.c_str()) != 0 && !overwriteFile(file_, {}))
+        return false;
+    log_.line("Defaults: given up, to remove a value from them");
+    write(*dictionary);
+    return true;
 }
 
 std::optional<PropertyList> FileUserDefaults::value(std::string_view key) const {
@@ -140,8 +164,7 @@ bool FileUserDefaults::write(const PropertyList::Dictionary& dictionary) {
     if (!xml || static_cast<std::size_t>(xml->size()) > sizeLimit)
         return refuse(xml ? "not stored, as they would exceed 8 MiB"
                           : "not stored, as XML cannot hold one of the keys");
-    const std::string_view text(xml->constData(), static_cast<std::size_t>(xml->size()));
-    if (auto error = replaceFile(file_, text); !error.empty())
+    if (auto error = replaceFile(file_, textOf(*xml)); !error.empty())
         return refuse(error);
     lastComplaint_.clear();
     return true;

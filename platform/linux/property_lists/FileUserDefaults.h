@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -19,15 +20,19 @@ class Log;
 /// free) and logged.
 class FileUserDefaults : public UserDefaults {
   public:
-    using Kept = std::function<void(std::string_view key, bool isKept)>;
+    enum class Wanted : std::uint8_t { Stored, Removed };
+    using Told = std::function<void(std::string_view key, Wanted wanted, bool isDone)>;
 
-    /// The folder is made when something is stored first; empty where the user has none. `kept` is
-    /// told of each string to store whether it was. The log outlives this object.
-    FileUserDefaults(std::string folder, Log& log, Kept kept = {});
+    /// The folder is made when something is stored first; empty where the user has none. `told` is
+    /// told of each string to store and each value to remove whether it was. The value of `secret`
+    /// counts for more than what lies beside it. The log outlives this object.
+    FileUserDefaults(std::string folder, Log& log, Told told = {}, std::string secret = {});
 
     bool boolForKey(std::string_view key) const override;
     std::optional<std::string> stringForKey(std::string_view key) const override;
     void setString(std::string_view key, std::string_view value) override;
+    /// Needs no space: on a full disk the file is written over where it lies, and given up as a
+    /// whole where that fails, too, and it is the secret.
     void removeObject(std::string_view key) override;
 
   private:
@@ -36,13 +41,15 @@ class FileUserDefaults : public UserDefaults {
     std::optional<PropertyList> value(std::string_view key) const;
     bool setAside(const std::string& why) const;
     bool store(std::string_view key, std::string_view value);
+    bool remove(std::string_view key);
     bool write(const PropertyList::Dictionary& dictionary);
     void complain(const std::string& text) const;
 
     const std::string folder_;
     const std::string file_;
     Log& log_;
-    const Kept kept_;
+    const Told told_;
+    const std::string secret_;
     mutable std::string lastComplaint_;
 };
 
