@@ -362,7 +362,7 @@ def going_on(*works):
             os._exit(0)
         children.append(child)
     time.sleep(0.5)
-    yield
+    yield children
     for child in children:
         os.kill(child, signal.SIGKILL)
         os.waitpid(child, 0)
@@ -376,11 +376,29 @@ def crowd(stage):
     viewer, flooded = (relays.viewer(host.number) for host in (calm, loud))
     there, flood = calm.take_next(), loud.take_next()
 
-    quiet = latency(there, viewer)
-    with going_on(lambda: flood.sendall(b"z" * (1 << 30)), lambda: read_all(flooded)):
-        beside = latency(there, viewer)
-    print(f"there and not back: {quiet:.2f} ms, beside a flood {beside:.2f} ms")
-    assert beside < 2 * quiet + 20, (quiet, beside)
+    # Those who flood are on this machine, but would be elsewhere.
+    def pour():
+        os.nice(19)
+        while True:
+            flood.sendall(b"z" * (1 << 20))
+
+    def swallow():
+        os.nice(19)
+        while flooded.recv(65536):
+            pass
+    # In turn, so that it is the same machine: a relay that makes others wait does so in each round, while what else
+    # goes on is sometimes quiet.
+    found = {signal.SIGSTOP: [], signal.SIGCONT: []}
+    with going_on(pour, swallow) as flooders:
+        for word in [*found] * 6:
+            for flooder in flooders:
+                os.kill(flooder, word)
+            time.sleep(0.2)
+            found[word].append(latency(there, viewer, 100))
+    quiet, beside = map(min, found.values())
+    print(f"there and not back: {quiet:.2f} ms, beside a flood {beside:.2f} ms; {found}")
+    # A timer's noise is less than half a millisecond.
+    assert beside < 2 * quiet + 0.5, found
     # What the process has is for scripts/bench-relay to judge, since sanitizers keep some of their own.
     process, kernel = cost_of_deaf_viewers(relays)
     print(f"a viewer that never reads: {process:.0f} KB, and {kernel:.0f} KB of the kernel's")
