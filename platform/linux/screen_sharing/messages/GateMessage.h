@@ -149,8 +149,8 @@ struct Link {
     ~Link();
     friend bool operator==(const Link&, const Link&) = default;
 };
-/// Where all connect from whom a relay has brought, and nobody else: whoever comes from there without
-/// a word of who it is cannot be taken for a viewer on this computer.
+/// Where all connect from whom a relay has brought, and nobody else: whoever comes from there
+/// without a word of who it is cannot be taken for a viewer on this computer.
 inline constexpr std::array<std::uint8_t, 4> relayedAddress{127, 0, 86, 1};
 /// Who connects from this port of `relayedAddress` next is somebody whom a relay saw come from that
 /// IPv4 or IPv6 address, as text. Said before they connect.
