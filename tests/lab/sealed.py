@@ -162,8 +162,8 @@ def picture_is_equal(lab, helper):
 
 
 def wait_for_picture(lab, helper):
-    """Something turns in the host's window until that has noticed the viewer, for up to 6 s, and while it turns nothing
-    is sharpened; what is no larger than a pointer is sharpened after 10 s."""
+    """Something turns in the host's window until that has noticed the viewer, which it looks for every 3 s, and while
+    it turns nothing is sharpened; what is no larger than a pointer is sharpened after 10 s."""
     wait_until(lambda: picture_is_equal(lab, helper), 20, "the same picture")
 
 
