@@ -19,9 +19,9 @@ from relay_test import ASK, Host, Relays, cost_of_deaf_viewers, going_on, latenc
 from stage import Stage, enter_own_network  # noqa: E402
 
 SECONDS = 5
-FREE = ("--settle", "0", "--bytes-per-host", "0", "--bytes-per-owner", "0", "--requests-per-client", "0",
-        "--hosts-per-owner", "100000", "--hosts-per-client", "100000", "--connections-per-client", "100000",
-        "--viewers-per-client", "99", "--viewers-per-host", "99")
+FREE = ("--settle", "0", "--bytes-per-host", "0", "--bytes-per-owner", "0", "--bytes-per-client", "0",
+        "--requests-per-client", "0", "--hosts-per-owner", "100000", "--hosts-per-client", "100000",
+        "--connections-per-client", "100000", "--viewers-per-client", "99", "--viewers-per-host", "99")
 
 
 def processor_seconds(pid):

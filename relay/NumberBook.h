@@ -22,19 +22,19 @@ class HostAccount {
   public:
     using Clock = std::chrono::steady_clock;
 
-    HostAccount(std::string owner, serving::Allowances::Rate rate, std::size_t viewersPerClient = 1)
-        : viewersOf(viewersPerClient), owner_(std::move(owner)), rate_(rate), left_(rate.atOnce) {}
+    explicit HostAccount(serving::Allowances::Rate rate, std::size_t viewersPerClient = 1)
+        : viewersOf(viewersPerClient), rate_(rate), left_(rate.atOnce) {}
 
-    const std::string& owner() const { return owner_; }
     /// Takes what has been forwarded; how long to wait then before there is more.
     std::chrono::milliseconds take(std::size_t bytes, Clock::time_point now = Clock::now());
 
     std::vector<Pair*> viewers;   ///< in the order in which they came
-    serving::Shares viewersOf;    ///< by client
-    std::uint64_t uncharged = 0;  ///< bytes that the owner's budget does not know of yet
+    serving::Shares viewersOf;    ///< by the viewers' own clients
+    std::string owner;            ///< by the latest ticket
+    std::string client;           ///< where the host registered from last
+    std::uint64_t uncharged = 0;  ///< bytes that the budgets of both do not know of yet
 
   private:
-    const std::string owner_;
     const serving::Allowances::Rate rate_;
     double left_;
     Clock::time_point at_ = Clock::now();

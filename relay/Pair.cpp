@@ -19,7 +19,7 @@ using Outcome = Connection::Outcome;
 constexpr std::size_t PartLength = 16384;
 /// In one turn from one side, so that the others get theirs.
 constexpr int PartsAtOnce = 4;
-/// After how many bytes the owner's budget, which all loops share, is asked.
+/// After how many bytes the budgets, which all loops share, are asked.
 constexpr std::uint64_t ChargeEvery = 1 << 20;
 /// For a host to answer a viewer's first message. Short, as strangers can hold places for so long.
 constexpr std::chrono::seconds AnswerTime{1};
@@ -204,7 +204,10 @@ bool Pair::charge(std::size_t bytes) {
     account_->uncharged += bytes;
     if (account_->uncharged >= ChargeEvery) {
         const auto cost = static_cast<double>(std::exchange(account_->uncharged, 0));
-        if (!loop_.shared().bytesOf.take(account_->owner(), HostAccount::Clock::now(), cost)) {
+        const auto now = HostAccount::Clock::now();
+        auto& shared = loop_.shared();
+        if (!shared.bytesOf.take(account_->owner, now, cost) ||
+            !shared.bytesAt.take(account_->client, now, cost)) {
             retire();
             return false;
         }

@@ -214,9 +214,12 @@ void RelayLoop::takeHost(const Ticket& ticket, const std::optional<Lease>& lease
         shared_.hostsAt.giveBack(client);
         return refuse(std::move(connection), 429);
     }
-    if (!entry.account || entry.account->owner() != ticket.owner)
-        entry.account = std::make_shared<HostAccount>(ticket.owner, shared_.options.bytesPerHost,
+    // Who shows no secret is another owner each time, but no other host.
+    if (!entry.account)
+        entry.account = std::make_shared<HostAccount>(shared_.options.bytesPerHost,
                                                       shared_.options.viewersPerClient);
+    entry.account->owner = ticket.owner;
+    entry.account->client = client;
     auto line = std::make_unique<HostLine>(*this, std::move(connection),
                                            HostLine::Host{*number, entry.host, ticket.owner});
     entry.line = line.get();

@@ -29,6 +29,8 @@ serving::OptionTable RelayOptions::table() {
     options.addCount("viewers-per-client", "of one host, at once; 4", viewersPerClient);
     options.addRate("bytes-per-host", "at once, and in a second then; 16e6/8e6", bytesPerHost);
     options.addRate("bytes-per-owner", "at once, and in a second then; 100e9/1e6", bytesPerOwner);
+    options.addRate("bytes-per-client", "of its hosts, at once, and in a second then; 400e9/4e6",
+                    bytesPerClient);
     options.addCount("hours", "that a viewer may stay; 24", hours);
     options.addCount("settle", "seconds from the start on without new numbers; 20", settle);
     return options;

@@ -34,7 +34,8 @@ struct RelayOptions {
     serving::Allowances::Rate requestsPerClient{120, 2};
     serving::Allowances::Rate bytesPerHost{16e6, 8e6};
     serving::Allowances::Rate bytesPerOwner{100e9, 1e6};
-    std::size_t hours = 24;   ///< that a viewer may stay
+    serving::Allowances::Rate bytesPerClient{400e9, 4e6};  ///< of all hosts there
+    std::size_t hours = 24;                                ///< that a viewer may stay
     std::size_t settle = 20;  ///< seconds from the start on without new numbers
     std::chrono::milliseconds headTime{5000};
     std::chrono::milliseconds pairingTime{30000};

@@ -49,6 +49,8 @@ struct RelayShared {
     serving::Shares hostsOf;
     serving::Allowances requestsOf;
     serving::Allowances bytesOf;
+    serving::Allowances
+        bytesAt;  ///< a host's address, since whoever shows no secret is a new owner
     std::atomic<std::size_t> connections = 0;
     std::atomic<std::size_t> hosts = 0;
     std::atomic<std::size_t> viewers = 0;

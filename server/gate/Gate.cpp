@@ -25,8 +25,7 @@ using namespace platform::gate;
 constexpr int acceptsAMoment = 10;
 constexpr auto moment = 100ms;
 constexpr int backlog = 16;
-/// Between the word of somebody's coming and the connection, which Zelvo makes at once.
-constexpr auto longestOnTheWay = 10s;
+/// Of those who are announced. Zelvo brings 32 at once; others have gone before they were taken.
 constexpr std::size_t mostOnTheWay = 64;
 
 /// This thread's.
@@ -150,36 +149,44 @@ void Gate::accept() {
         Peer peer;
         std::memcpy(peer.address.data(), &from.sin_addr, peer.address.size());
         peer.port = ntohs(from.sin_port);
-        const auto viewer = ++lastViewer_;
         auto origin = takeOrigin(peer);
-        const auto arrival =
-            doorkeeper_.arrive(viewer, origin.empty() ? addressOf(peer) : addressOf(origin), now());
+        if (!origin)
+            continue;
+        const auto viewer = ++lastViewer_;
+        const auto arrival = doorkeeper_.arrive(
+            viewer, origin->empty() ? addressOf(peer) : addressOf(*origin), now());
         if (arrival.pushedOut)
             sendAway(*arrival.pushedOut, Refusal::HandshakeTooLong);
         if (!arrival.hasPlace)
             continue;
         callers_[viewer] = std::make_unique<Caller>(
-            loop_, tls_, std::move(socket), peer, std::move(origin),
+            loop_, tls_, std::move(socket), peer, std::move(*origin),
             Caller::Handlers{.link = [this] { return link_; },
                              .ready = [this, viewer] { callerIsReady(viewer); },
                              .gone = [this, viewer] { callerIsGone(viewer); }});
     }
 }
 
-std::string Gate::takeOrigin(const Peer& peer) {
-    if (peer.address != std::array<std::uint8_t, 4>{127, 0, 0, 1})
-        return {};
+std::optional<std::string> Gate::takeOrigin(const Peer& peer) {
+    if (peer.address != relayedAddress)
+        return "";
     // It was said before they connected, and may still wait to be read.
     if (handlers_.catchUp)
         handlers_.catchUp();
-    const auto announced = announced_.extract(peer.port);
-    return announced && announced.mapped().until > now() ? announced.mapped().origin : "";
+    const auto announced = std::ranges::find(announced_, peer.port, &Relayed::port);
+    if (announced == announced_.end())
+        return std::nullopt;
+    auto origin = std::move(announced->origin);
+    announced_.erase(announced);
+    return origin;
 }
 
 void Gate::announce(const Relayed& relayed) {
-    std::erase_if(announced_, [](const auto& entry) { return entry.second.until <= now(); });
-    if (announced_.size() < mostOnTheWay)
-        announced_[relayed.port] = {relayed.origin, now() + longestOnTheWay};
+    std::erase_if(announced_, [&](const auto& entry) { return entry.port == relayed.port; });
+    // Those who came first have come by now, or never will.
+    if (announced_.size() == mostOnTheWay)
+        announced_.pop_front();
+    announced_.push_back(relayed);
 }
 
 void Gate::callerIsReady(ViewerId viewer) {

@@ -75,16 +75,10 @@ class Gate {
         std::unique_ptr<Guest> guest;
     };
 
-    /// Who was announced to come by a relay, and until when they may.
-    struct Announced {
-        std::string origin;
-        Time until;
-    };
-
     static Time now() { return platform::EventLoop::Clock::now(); }
     void accept();
-    /// Where a relay saw this one; empty for everybody else.
-    std::string takeOrigin(const platform::gate::Peer& peer);
+    /// Where a relay saw this one, empty for whom none has brought; none where it cannot be told.
+    std::optional<std::string> takeOrigin(const platform::gate::Peer& peer);
     void announce(const platform::gate::Relayed& relayed);
     void callerIsReady(ViewerId viewer);
     void callerIsGone(ViewerId viewer);
@@ -127,8 +121,8 @@ class Gate {
     Returns returns_;
     Doorkeeper doorkeeper_;
     ViewerId lastViewer_ = 0;
-    /// By the port on loopback.
-    std::map<std::uint16_t, Announced> announced_;
+    /// Who was announced to come by a relay, the first ones first.
+    std::list<platform::gate::Relayed> announced_;
     std::map<ViewerId, std::unique_ptr<Caller>> callers_;
     std::map<ViewerId, GuestEntry> guests_;
     /// May not be destroyed while they are being called; they are at the end of the turn.

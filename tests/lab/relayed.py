@@ -13,7 +13,7 @@ from stage import skip_where_missing, wait_until
 sys.path.insert(0, os.path.join(HERE, "..", "page"))
 import tap  # noqa: E402
 from browser import Browser  # noqa: E402
-from sealed import HELPER, QUESTION, Helper, come_in, ends, picture_is_equal, split, type_at  # noqa: E402
+from sealed import HELPER, QUESTION, Helper, come_in, ends, split, type_at, wait_for_picture  # noqa: E402
 
 OTHER_HOME = "192.168.78"
 PASTED = "Only for those two, once"
@@ -136,7 +136,7 @@ def second_nat(lab):
     assert not any("wants to see" in line for line in zelvo.lines)
     opener = helper.open(link)
     come_in(zelvo, opener)
-    wait_until(lambda: picture_is_equal(lab, helper), 10, "the same picture")
+    wait_for_picture(lab, helper)
     copy(lab, helper)
     arrives(lab, lambda text: type_at(helper, text), "Zoë: é ß €\n")
     look_at_relay(relay, link)
@@ -156,7 +156,7 @@ def second_nat(lab):
     opener.wait_for("^State: controlling$", 60)
     print(f"back {time.monotonic() - begun:.1f} s after the host's move")
     arrives(lab, lambda text: type_at(helper, text), "€ elsewhere\n")
-    wait_until(lambda: picture_is_equal(lab, helper), 10, "the same picture")
+    wait_for_picture(lab, helper)
     assert sum("wants to see" in line for line in zelvo.lines) == 1
     look_at_relay(relay, link)
     terminal.end()

@@ -22,7 +22,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 for room in ("support", "relay"):
     sys.path.insert(0, os.path.join(HERE, "..", room))
 from browser import Browser  # noqa: E402
-from gate import QUESTION, REPLY, RIGHTS, WATCH, CONTROL, ZelvoEnd  # noqa: E402
+from gate import LEFT, QUESTION, REPLY, RIGHTS, WATCH, CONTROL, ZelvoEnd  # noqa: E402
 from relay_test import Host, Relays  # noqa: E402
 from stage import (  # noqa: E402
     GREETING, Stage, enter_own_network, skip_where_missing, wait_until, wait_until_at_rest)
@@ -125,8 +125,8 @@ class Scene:
         name, rest = body[15:15 + body[14]], body[15 + body[14]:]
         return body[:4], name.decode(), rest[1:1 + rest[0]].decode()
 
-    def let_in(self):
-        wait_until(lambda: self.zelvo.count(QUESTION), 10, "the question")
+    def let_in(self, question=1):
+        wait_until(lambda: self.zelvo.count(QUESTION) == question, 10, "the question")
         viewer, name, digits = self.question()
         wait_until(lambda: self.browser.text("numbers") == digits, 5, "the same digits")
         assert name == "Zoë Müller", name
@@ -248,11 +248,19 @@ def inside(scene):
     scene.zelvo.disconnect()
     scene.reaches("ended disconnected")
     scene.look("disconnected")
+    scene.open(scene.link)
+    scene.ask()
+    viewer = scene.let_in(2)
     asked = browser.run("return performance.getEntriesByType('resource').map((e) => e.name)")
     assert all(name.startswith((scene.relays.service.url, "data:")) for name in asked), asked
     # The relay's death is one; anything else would be a fault, or a break of the policy.
     complaints = [line for line in browser.complaints() if "wss://" not in line]
     assert not complaints, complaints
+    # The page does not come to say goodbye, so what the browser says has to do. It would end with its last tab.
+    browser.run("WebSocket.prototype.send = WebSocket.prototype.close = () => undefined")
+    browser.say("/window/new", {"type": "tab"})
+    browser.say("/window", method="DELETE")
+    wait_until(lambda: (LEFT, viewer + b"\1\0") in scene.zelvo.messages, 2, "that the viewer has gone, and for good")
 
 
 MARKUP = "<img src='x:' onerror='stolen=1'><script>stolen=1</script>"

@@ -63,9 +63,9 @@ TEST(NumberBook, KeepsANumberForItsHostUntilTheLeaseIsOver) {
 
 TEST(HostAccount, MakesUpForWhatWasTakenTooFast) {
     const auto now = HostAccount::Clock::now();
-    HostAccount account("o", {1000, 100});
+    HostAccount account({1000, 100});
     EXPECT_EQ(account.take(900, now), 0ms);
     EXPECT_EQ(account.take(300, now), 2100ms);
     EXPECT_EQ(account.take(1, now + 2100ms), 0ms);
-    EXPECT_EQ(HostAccount("o", {0, 0}).take(1 << 30), 0ms);
+    EXPECT_EQ(HostAccount({0, 0}).take(1 << 30), 0ms);
 }

@@ -304,17 +304,18 @@ def refusals(stage):
     assert 'zelvo_relay_refused_total{status="403"} 8\n' in page and "127.0.0." not in page, page
     relays.relay.quit(5)
 
-    # So much in a second, and so much in all.
-    relays.start("--settle", "0", "--bytes-per-host", "1e6/1e6", "--bytes-per-owner", "4e6")
-    host = Host(relays)
-    viewer, line = relays.viewer(host.number), host.take_next()
-    work = threading.Thread(target=lambda: send_all(line, bytes(6_000_000)))
-    work.start()
-    begun = time.monotonic()
-    read_exactly(viewer, 2_500_000)
-    assert 1 < time.monotonic() - begun < 3, time.monotonic() - begun
-    assert len(read_all(viewer)) < 2_600_000
-    work.join()
+    # So much in a second, and so much in all. Whoever shows no cookie is a new owner, at the same address.
+    relays.start("--settle", "0", "--bytes-per-host", "1e6/1e6", "--bytes-per-owner", "4e6", "--bytes-per-client", "5e6")
+    for before, after in ((2_500_000, 2_600_000), (0, 2_600_000)):
+        host = Host(relays)
+        viewer, line = relays.viewer(host.number), host.take_next()
+        work = threading.Thread(target=lambda line=line: send_all(line, bytes(6_000_000)))
+        work.start()
+        begun = time.monotonic()
+        read_exactly(viewer, before)
+        assert before == 0 or 1 < time.monotonic() - begun < 3, time.monotonic() - begun
+        assert len(read_all(viewer)) < after
+        work.join()
 
 
 def cost_of_deaf_viewers(relays, count=20):
@@ -362,7 +363,7 @@ def going_on(*works):
             os._exit(0)
         children.append(child)
     time.sleep(0.5)
-    yield
+    yield children
     for child in children:
         os.kill(child, signal.SIGKILL)
         os.waitpid(child, 0)
@@ -376,11 +377,29 @@ def crowd(stage):
     viewer, flooded = (relays.viewer(host.number) for host in (calm, loud))
     there, flood = calm.take_next(), loud.take_next()
 
-    quiet = latency(there, viewer)
-    with going_on(lambda: flood.sendall(b"z" * (1 << 30)), lambda: read_all(flooded)):
-        beside = latency(there, viewer)
-    print(f"there and not back: {quiet:.2f} ms, beside a flood {beside:.2f} ms")
-    assert beside < 2 * quiet + 20, (quiet, beside)
+    # Those who flood are on this machine, but would be elsewhere.
+    def pour():
+        os.nice(19)
+        while True:
+            flood.sendall(b"z" * (1 << 20))
+
+    def swallow():
+        os.nice(19)
+        while flooded.recv(65536):
+            pass
+    # In turn, so that it is the same machine: a relay that makes others wait does so in each round, while what else
+    # goes on is sometimes quiet.
+    found = {signal.SIGSTOP: [], signal.SIGCONT: []}
+    with going_on(pour, swallow) as flooders:
+        for word in [*found] * 6:
+            for flooder in flooders:
+                os.kill(flooder, word)
+            time.sleep(0.2)
+            found[word].append(latency(there, viewer, 100))
+    quiet, beside = map(min, found.values())
+    print(f"there and not back: {quiet:.2f} ms, beside a flood {beside:.2f} ms; {found}")
+    # A timer's noise is less than half a millisecond.
+    assert beside < 2 * quiet + 0.5, found
     # What the process has is for scripts/bench-relay to judge, since sanitizers keep some of their own.
     process, kernel = cost_of_deaf_viewers(relays)
     print(f"a viewer that never reads: {process:.0f} KB, and {kernel:.0f} KB of the kernel's")

@@ -10,9 +10,11 @@ import os
 import random
 import signal
 import socket
+import socketserver
 import ssl
 import subprocess
 import sys
+import threading
 import time
 
 for room in ("support", "relay"):
@@ -30,8 +32,41 @@ def doctor(stage, service, router):
     return said.returncode, {found["subject"]: found["standing"] for found in json.loads(said.stdout)["findings"]}
 
 
+class Proxy(socketserver.ThreadingTCPServer):
+    """Passes connections on, as an office's proxy does, and keeps where they went."""
+    daemon_threads = True
+
+    def __init__(self):
+        super().__init__(("127.0.0.1", 0), self.Tunnel)
+        self.url = "http://127.0.0.1:%d" % self.server_address[1]
+        self.led_to = []
+        threading.Thread(target=self.serve_forever, daemon=True).start()
+
+    class Tunnel(socketserver.StreamRequestHandler):
+        def handle(self):
+            place = self.rfile.readline().split()[1].decode()
+            while self.rfile.readline().strip():
+                pass
+            # Where nobody listens, who asked is hung up on.
+            with contextlib.suppress(ConnectionRefusedError):
+                there = socket.create_connection(place.rsplit(":", 1))
+                self.server.led_to.append(place)
+                self.wfile.write(b"HTTP/1.1 200 OK\r\n\r\n")
+                threading.Thread(target=pass_on, args=(there, self.connection), daemon=True).start()
+                pass_on(self.connection, there)
+
+
+def pass_on(here, there):
+    with contextlib.suppress(OSError):
+        while part := here.recv(65536):
+            there.sendall(part)
+    # The other side hears of the end also where this one was reset, as the kernel does with what nobody had read.
+    with contextlib.suppress(OSError):
+        there.shutdown(socket.SHUT_WR)
+
+
 def relayed(stage):
-    """Where the router is silent a relay is the way in, and the same one after its restart."""
+    """Where the router is silent a relay is the way in, through a proxy, and the same one after its restart."""
     address = "192.0.2.9"
     subprocess.run(["ip", "address", "add", address + "/32", "dev", "lo"], check=True)
     stage.start_display()
@@ -54,6 +89,8 @@ def relayed(stage):
     assert len(other.lines) == 1, other.lines
     other.quit(5)
     begun = time.monotonic()
+    proxy = Proxy()
+    env["HTTPS_PROXY"] = proxy.url
     zelvo = stage.start([os.path.join(stage.build, "zelvo"), "--ask-in-terminal", "--print-link"],
                         env, takes_input=True)
     link = zelvo.wait_for(r"^Link: (\S+)$").group(1)
@@ -76,7 +113,13 @@ def relayed(stage):
     opener.wait_for("^State: controlling$")
     zelvo.wait_for(r"^Connection: Connection established\.$", 6)
 
-    # Of those who had one before, none has to wait for a number.
+    # The host's line, and the viewer's two.
+    before = len(proxy.led_to)
+    assert before >= 3, proxy.led_to
+    # It dies with something unread. Of those who had a number before, none has to wait for one.
+    relay.send(signal.SIGSTOP)
+    stage.xdotool("mousemove", "300", "300")
+    time.sleep(0.3)
     relay.end(signal.SIGKILL)
     opener.wait_for("^State: returning$")
     zelvo.wait_for("Ana.* has lost the connection and may come back unasked within a minute")
@@ -87,6 +130,7 @@ def relayed(stage):
     assert service_info(service.url, stage.path("ca.pem"), identifier) == facts
     zelvo.say("disconnect\n")
     opener.wait_for("^State: ended disconnected$")
+    assert len(proxy.led_to) >= before + 3 and set(proxy.led_to) == {relay.place}, proxy.led_to
     zelvo.quit(5)
     wait_until_off(5)
 

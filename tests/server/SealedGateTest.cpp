@@ -75,10 +75,17 @@ TEST_F(SealedGateTest, TakesOnlyOpenersFromARelayAndLimitsThemByWhereTheyAre) {
     };
     // Known before anybody is heard, like what waits to be read of Zelvo.
     const auto relayed = [&](const std::string& origin) {
-        auto socket = connect();
+        auto socket = connect(relayedAddress[2]);
         gate->handle(Relayed{portOf(socket), origin});
         return socket;
     };
+    // Whose word is missing, or was for somebody else, is no viewer of this computer.
+    auto unknown = connect(relayedAddress[2]);
+    gate->handle(Relayed{portOf(unknown), "192.0.2.7"});
+    for (std::uint16_t port = 1; port <= 64; ++port)
+        gate->handle(Relayed{port, "192.0.2.7"});
+    turn();
+    EXPECT_EQ(hear(unknown), "end");
     auto viewer = relayed("192.0.2.7");
     turn(150ms);
     EXPECT_EQ(hear(viewer), "nothing") << "no greeting";

@@ -6,7 +6,7 @@ import struct
 import threading
 import time
 
-VERSION = 5
+VERSION = 6
 HELLO, LISTENING, QUESTION, OVER, INSIDE, LEFT, REPLY, RIGHTS, DISCONNECT = range(9)
 REFUSE, WATCH, CONTROL = range(3)
 LINK = 12

@@ -283,13 +283,14 @@ FileDescriptor ScreenServerLine::connectRelayed(const std::string& origin) {
     FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    std::memcpy(&address.sin_addr, gate::relayedAddress.data(), gate::relayedAddress.size());
     auto* const any = reinterpret_cast<sockaddr*>(&address);
     socklen_t size = sizeof address;
     if (port_ == 0 || !socket || ::bind(socket.get(), any, size) != 0 ||
         ::getsockname(socket.get(), any, &size) != 0)
         return {};
     send(gate::Relayed{ntohs(address.sin_port), origin});
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     address.sin_port = htons(port_);
     if (::connect(socket.get(), any, sizeof address) != 0 && errno != EINPROGRESS)
         return {};

@@ -14,7 +14,7 @@
 /// one message of this version is none, and whoever gets it hangs up.
 namespace zelvo::platform::gate {
 
-inline constexpr std::uint8_t messageVersion = 5;
+inline constexpr std::uint8_t messageVersion = 6;
 /// A text is at most 255 bytes, after its length in one.
 inline constexpr std::size_t longestMessage = 600;
 
@@ -149,8 +149,11 @@ struct Link {
     ~Link();
     friend bool operator==(const Link&, const Link&) = default;
 };
-/// Who connects from this port of 127.0.0.1 next is somebody whom a relay saw come from that IPv4
-/// or IPv6 address, as text. Said before they connect.
+/// Where all connect from whom a relay has brought, and nobody else: whoever comes from there
+/// without a word of who it is cannot be taken for a viewer on this computer.
+inline constexpr std::array<std::uint8_t, 4> relayedAddress{127, 0, 86, 1};
+/// Who connects from this port of `relayedAddress` next is somebody whom a relay saw come from that
+/// IPv4 or IPv6 address, as text. Said before they connect.
 struct Relayed {
     std::uint16_t port = 0;
     std::string origin{};
