@@ -191,7 +191,7 @@ def ends(desktop):
 
 def main():
     build = os.path.abspath(sys.argv[1])
-    scenario, *sizes = {"sharing": (sharing, SIZE, (800, 600)), "ends": (ends,)}[sys.argv[2]]
+    scenario, *sizes = {"sharing": (sharing, SIZE, (800, 768)), "ends": (ends,)}[sys.argv[2]]
     enter_own_machine(build, PROGRAMS)
     print(scenario.__doc__, flush=True)
     with GnomeDesktop(build, *sizes) as desktop:
