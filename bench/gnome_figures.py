@@ -20,7 +20,7 @@ LIMITS = {**SESSION_LIMITS, "key to picture, ms": 45}
 def main():
     build = os.path.abspath(sys.argv[1])
     enter_own_machine(build, PROGRAMS)
-    with silence(), GnomeDesktop(build, size=(1920, 1080)) as desktop:
+    with silence(), GnomeDesktop(build, (1920, 1080)) as desktop:
         zelvo, _ = start_sharing(desktop)
 
         def show(script):

@@ -29,9 +29,14 @@ welcome-dialog-last-shown-version='99'
 class GnomeDesktop(RoutedDesktop):
     """In a Wayland session without an X server."""
 
-    def __init__(self, build, size=SIZE):
+    def __init__(self, build, *sizes):
+        """With a monitor for each size, beside one another."""
         super().__init__(build)
-        self.size = size
+        self.sizes = sizes or (SIZE,)
+
+    @property
+    def size(self):
+        return sum(width for width, _ in self.sizes), max(height for _, height in self.sizes)
 
     def start_session(self):
         # WirePlumber ends itself without them.
@@ -56,8 +61,9 @@ class GnomeDesktop(RoutedDesktop):
                                    self.session).wait_for("^unix:.*").group(0)
         self.session["DBUS_SYSTEM_BUS_ADDRESS"] = quiet
         self.start_pipewire()
+        monitors = [word for size in self.sizes for word in ("--virtual-monitor", "%dx%d" % size)]
         self.shell = self.start_in_session("gnome-shell", "--headless", "--wayland", "--no-x11",
-                                           "--unsafe-mode", "--virtual-monitor", "%dx%d" % self.size)
+                                           "--unsafe-mode", *monitors)
         wait_until(lambda: self.owns("org.gnome.Shell"), 60, "the shell")
         # The bus starts the desktop's own, which by itself would wait for this one.
         self.portal = self.start_in_session(PORTAL)
@@ -165,9 +171,14 @@ class GnomeDesktop(RoutedDesktop):
         # Before its button is, it is not drawn, or has no monitor yet.
         wait_until(lambda: is_lit(-82, 22), 60, "the dialog")
         window = self.windows("Remote desktop")[-1]
+        # The first is chosen already; the switch is below their list.
+        others = range(len(self.sizes))[1:]
+        for row in others:
+            self.click_in(window, 260, 136 + 55 * row)
         if interaction:
-            self.click_in(window, 450, 222)
-            wait_until(lambda: is_lit(432, 222), 30, "the switch")
+            down = 222 + 55 * len(others)
+            self.click_in(window, 450, down)
+            wait_until(lambda: is_lit(432, down), 30, "the switch")
         self.click_in(window, -48 if share else 48, 22)
         wait_until(lambda: not self.evaluate("global.get_window_actors().map(a => a.meta_window)"
                                              ".some(w => w.get_title() == 'Remote desktop')"), 30,
@@ -194,7 +205,7 @@ class GnomeDesktop(RoutedDesktop):
         file = os.path.join(self.home, "screen.png")
         assert self.call("org.gnome.Shell.Screenshot", "/org/gnome/Shell/Screenshot",
                          "org.gnome.Shell.Screenshot.Screenshot", "false", "false", file)
-        return subprocess.run(["convert", file, "-depth", "8", "rgb:-"], capture_output=True,
+        return subprocess.run(["convert", file, "-background", "black", "-alpha", "remove", "-depth", "8", "rgb:-"], capture_output=True,
                               check=True).stdout
 
 

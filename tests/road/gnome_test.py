@@ -11,7 +11,7 @@ import sys
 import time
 
 from desktop import enter_own_machine
-from gnome import PROGRAMS, GnomeDesktop
+from gnome import PROGRAMS, SIZE, GnomeDesktop
 from lab import SERVICE
 from stage import is_listening, processes_named, wait_until
 
@@ -108,7 +108,8 @@ def compositor_dies(desktop):
 
 
 def sharing(desktop):
-    """The desktop's dialog, ours, the picture, keys and pointer, and every end leaves nothing."""
+    """The desktop's dialog, ours, the picture of two monitors, keys and pointer, and every end leaves
+    nothing."""
     zelvo, link = start_sharing(desktop)
     assert desktop.is_shared()
     viewer = let_in(desktop, link)
@@ -121,6 +122,9 @@ def sharing(desktop):
     wait_until(lambda: "[<0;601;501M" in typed() and "[<0;601;501m" in typed(), 30, "the click")
     viewer.type(TEXT)
     wait_until(lambda: TEXT in typed(), 30, "the text")
+    viewer.point(SIZE[0] + 70, 50)
+    wait_until(lambda: desktop.evaluate("global.get_pointer()")[:2] == [SIZE[0] + 70, 50], 30,
+               "the pointer on the other monitor")
     zelvo.wait_for(r"^Connection: Connection established\.$", 30)
     zelvo.say("disconnect\n")
     zelvo.wait_for(SERVICE + " has left")
@@ -187,10 +191,10 @@ def ends(desktop):
 
 def main():
     build = os.path.abspath(sys.argv[1])
-    scenario = {"sharing": sharing, "ends": ends}[sys.argv[2]]
+    scenario, *sizes = {"sharing": (sharing, SIZE, (800, 768)), "ends": (ends,)}[sys.argv[2]]
     enter_own_machine(build, PROGRAMS)
     print(scenario.__doc__, flush=True)
-    with GnomeDesktop(build) as desktop:
+    with GnomeDesktop(build, *sizes) as desktop:
         scenario(desktop)
     print("At home in Wayland.")
 

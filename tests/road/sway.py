@@ -11,7 +11,7 @@ from rfb import Viewer
 from routed import RoutedDesktop
 from stage import wait_until
 
-PROGRAMS = ("sway", "foot", "grim", "wl-copy", "wl-paste", "wev", "nft", "miniupnpd")
+PROGRAMS = ("sway", "swaylock", "foot", "grim", "wl-copy", "wl-paste", "wev", "nft", "miniupnpd")
 SETTINGS = """output HEADLESS-1 resolution 1024x768 position 0 0 bg #204060 solid_color
 default_border none
 """

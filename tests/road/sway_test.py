@@ -121,6 +121,22 @@ def copies(desktop, viewer):
     wait_until(lambda: desktop.run("wl-paste", "-n") == "süß!".encode(), 5, "the viewer's text")
 
 
+def locks(desktop, viewer):
+    """The viewer has the lock's picture, and types into nothing below it, until it is opened."""
+    lock = desktop.start_in_session("swaylock", "-c", "a0207f", "--no-unlock-indicator")
+    is_locked = lambda: viewer.look() and viewer.pixel(9, 9) == (0xA0, 0x20, 0x7F)
+    wait_until(is_locked, 10, "the lock")
+    viewer.type("secret")
+    viewer.click(500, 500)
+    sees(desktop, viewer, {"HEADLESS-1": (0, 0)})
+    lock.send(signal.SIGUSR1)
+    wait_until(lambda: not is_locked(), 10, "the end of the lock")
+    sees(desktop, viewer, {"HEADLESS-1": (0, 0)})
+    viewer.type("z")
+    with open(os.path.join(desktop.home, "typed"), "rb") as file:
+        wait_until(lambda: file.seek(0) or file.read().endswith(b"\1z"), 5, "what follows the lock")
+
+
 def outputs(desktop, viewer):
     """However the outputs change, the picture is theirs."""
     first = {"HEADLESS-1": (0, 0)}
@@ -140,6 +156,7 @@ def the_desktop(desktop):
     viewer, link = viewer_of(desktop, zelvo, lambda: help_click(desktop))
     sees(desktop, viewer, {"HEADLESS-1": (0, 0)})
     types(desktop, viewer)
+    locks(desktop, viewer)
     scrolls(desktop, viewer)
     points(desktop, viewer)
     copies(desktop, viewer)

@@ -79,7 +79,7 @@ constexpr const char* hasNoClipboard =
     "computer where it was copied.";
 constexpr const char* hasWithdrawn =
     "Your desktop has stopped showing your screen, as it does when you choose “Stop” in its top "
-    "bar. Press “Start Over” to show it again.";
+    "bar or take a monitor away. Press “Start Over” to show it again.";
 constexpr const char* hasEnded =
     "Screen Sharing has ended, since the program that showed your screen is gone. Press “Start "
     "Over” to switch it on again.";

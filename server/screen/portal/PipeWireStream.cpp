@@ -14,10 +14,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr int mostSide = 16384;
 constexpr std::uint32_t mostFrames = 60;  // a second
-// Compositors ask for room for theirs, and offer none where there is less.
-constexpr int largestCursor = 1024;
 // The frame that is being read, the newest, and one for the compositor to draw the next in.
 constexpr int leastBuffers = 3;
 // For as many frames may either side be busy: a compositor that has run out of buffers stands still
@@ -46,7 +43,7 @@ const spa_pod* object(spa_pod_builder& builder, std::uint32_t type, std::uint32_
 const spa_pod* wantedFormat(spa_pod_builder& builder) {
     const spa_rectangle usual{1920, 1080};
     const spa_rectangle least{1, 1};
-    const spa_rectangle most{mostSide, mostSide};
+    const spa_rectangle most{longestFrameSide, longestFrameSide};
     const spa_fraction anyRate{0, 1};
     const spa_fraction highest{mostFrames, 1};
     return object(
@@ -82,23 +79,7 @@ const spa_pod* wantedCursor(spa_pod_builder& builder) {
     return object(builder, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta, SPA_PARAM_META_type,
                   SPA_POD_Id(SPA_META_Cursor), SPA_PARAM_META_size,
                   SPA_POD_CHOICE_RANGE_Int(cursorMetaSize(64), cursorMetaSize(1),
-                                           cursorMetaSize(largestCursor)));
-}
-
-bool hasPicture(const spa_buffer& buffer) {
-    if (buffer.n_datas == 0)
-        return false;
-    const auto& data = buffer.datas[0];
-    // A size of nothing comes with a cursor alone, and what is corrupt is not to be shown.
-    return data.data && data.chunk->size > 0 && !(data.chunk->flags & SPA_CHUNK_FLAG_CORRUPTED);
-}
-
-bool isRedFirst(std::uint32_t format) {
-    return format == SPA_VIDEO_FORMAT_RGBx || format == SPA_VIDEO_FORMAT_RGBA;
-}
-
-std::uint32_t withRedAndBlueSwapped(std::uint32_t pixel) {
-    return (pixel & 0xFF00FF00U) | (pixel & 0xFFU) << 16U | (pixel >> 16U & 0xFFU);
+                                           cursorMetaSize(longestCursorSide)));
 }
 
 }  // namespace
@@ -214,7 +195,11 @@ void PipeWireStream::removeBuffer(pw_buffer* buffer) {
 void PipeWireStream::takeBuffers() {
     const std::lock_guard lock(mutex_);
     while (auto* buffer = pw_stream_dequeue_buffer(stream_)) {
-        readCursor(*buffer->buffer);
+        if (auto pointer = pointerIn(*buffer->buffer)) {
+            newPosition_ = pointer->position;
+            if (pointer->cursor)
+                newCursor_ = std::move(pointer->cursor);
+        }
         if (hasPicture(*buffer->buffer)) {
             readAge(*buffer->buffer);
             std::swap(buffer, newest_);
@@ -302,55 +287,7 @@ std::optional<Frame> PipeWireStream::frame() {
     }
     if (!shown_)
         return std::nullopt;
-    const auto& data = shown_->buffer->datas[0];
-    const Size size{static_cast<int>(format_.size.width), static_cast<int>(format_.size.height)};
-    const auto row = static_cast<std::size_t>(size.width) * 4;
-    // Some leave it out.
-    const auto stride = data.chunk->stride > 0 ? static_cast<std::size_t>(data.chunk->stride) : row;
-    const auto needed = stride * static_cast<std::size_t>(size.height - 1) + row;
-    if (stride < row || data.chunk->offset > data.maxsize ||
-        needed > data.maxsize - data.chunk->offset)
-        return std::nullopt;
-    return Frame{static_cast<const std::byte*>(data.data) + data.chunk->offset, stride, size,
-                 isRedFirst(format_.format)};
-}
-
-void PipeWireStream::readCursor(const spa_buffer& buffer) {
-    const auto* meta = spa_buffer_find_meta(&buffer, SPA_META_Cursor);
-    if (!meta || meta->size < sizeof(spa_meta_cursor))
-        return;
-    const auto* cursor = static_cast<const spa_meta_cursor*>(meta->data);
-    // The pointer is elsewhere.
-    if (cursor->id == 0)
-        return;
-    newPosition_ = Point{cursor->position.x, cursor->position.y};
-    // Without one it is as before.
-    if (cursor->bitmap_offset < sizeof(spa_meta_cursor) ||
-        cursor->bitmap_offset + sizeof(spa_meta_bitmap) > meta->size)
-        return;
-    const auto* bitmap = SPA_PTROFF(cursor, cursor->bitmap_offset, const spa_meta_bitmap);
-    const Size size{static_cast<int>(bitmap->size.width), static_cast<int>(bitmap->size.height)};
-    const auto room = meta->size - cursor->bitmap_offset;
-    const auto stride = static_cast<std::size_t>(std::max(bitmap->stride, 0));
-    if (size.width <= 0 || size.height <= 0 || size.width > largestCursor ||
-        size.height > largestCursor || bitmap->offset < sizeof(spa_meta_bitmap) ||
-        stride < static_cast<std::size_t>(size.width) * 4 ||
-        bitmap->offset + stride * static_cast<std::size_t>(size.height) > room)
-        return;
-    Cursor picture{size, {cursor->hotspot.x, cursor->hotspot.y}, {}};
-    picture.pixels.resize(static_cast<std::size_t>(size.width) *
-                          static_cast<std::size_t>(size.height));
-    for (int y = 0; y < size.height; ++y)
-        std::memcpy(picture.pixels.data() +
-                        static_cast<std::size_t>(y) * static_cast<std::size_t>(size.width),
-                    SPA_PTROFF(bitmap, bitmap->offset + stride * static_cast<std::size_t>(y),
-                               const std::byte),
-                    static_cast<std::size_t>(size.width) * 4);
-    if (isRedFirst(bitmap->format)) {
-        for (auto& pixel : picture.pixels)
-            pixel = withRedAndBlueSwapped(pixel);
-    }
-    newCursor_ = std::move(picture);
+    return pictureIn(*shown_->buffer, format_);
 }
 
 }  // namespace zelvo::server

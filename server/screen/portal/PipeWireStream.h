@@ -5,25 +5,15 @@
 #include <spa/param/video/format-utils.h>
 
 #include <chrono>
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <mutex>
 #include <optional>
 
 #include "server/screen/Screen.h"
+#include "server/screen/portal/PipeWireBuffer.h"
 
 namespace zelvo::server {
-
-/// A picture as PipeWire hands it over. Stays as it is until it is let go.
-struct Frame {
-    const std::byte* pixels = nullptr;
-    /// Bytes from one row to the next.
-    std::size_t stride = 0;
-    Size size;
-    /// Its red comes before its blue.
-    bool isRedFirst = false;
-};
 
 /// The frames of one monitor. Within turns of the loop that its core belongs to.
 class PipeWireStream {
@@ -59,7 +49,6 @@ class PipeWireStream {
     /// On PipeWire's own thread.
     void takeBuffers();
     void readAge(const spa_buffer& buffer);
-    void readCursor(const spa_buffer& buffer);
     void tell();
     void openAnewAfter(std::chrono::milliseconds time);
     bool holdsFrame();

@@ -210,8 +210,10 @@ void PortalSession::readStart(sd_bus_message* results) {
         return false;
     });
     // Who wants to allow input after all is to be asked again.
-    if (next)
-        token_.keep(takesInput_ ? *next : "");
+    if (next && takesInput_)
+        token_.keep(*next);
+    else if (next)
+        token_.drop();
     if (monitors_.empty())
         return fail(Failure::Broken);
     openPipeWire();
@@ -282,7 +284,10 @@ void PortalSession::answered(sd_bus_message* signal) {
     std::uint32_t response = 0;
     if (sd_bus_message_read(signal, "u", &response) <= 0)
         return fail(Failure::Broken);
-    // 1 is the user's no; all others are failures.
+    // 1 is the user's no; all others are failures. Who was asked although there was leave has none
+    // that is good any more.
+    if (response == 1)
+        token_.drop();
     if (response != 0)
         return fail(response == 1 ? Failure::Refused : Failure::Broken);
     std::exchange(requestDone_, {})(signal);

@@ -35,4 +35,8 @@ void RestoreToken::keep(const std::string& token) const {
                      file_.c_str());
 }
 
+void RestoreToken::drop() const {
+    ::unlink(file_.c_str());
+}
+
 }  // namespace zelvo::server

@@ -14,6 +14,7 @@ class RestoreToken {
     std::string read() const;
     /// Where that fails the next start asks.
     void keep(const std::string& token) const;
+    void drop() const;
 
   private:
     const std::string file_;

@@ -107,6 +107,12 @@ void WlrootsOutput::takeBack() {
     copy_ = Copy::None;
 }
 
+void WlrootsOutput::forget() {
+    takeBack();
+    buffer_.reset();
+    memory_.reset();
+}
+
 void WlrootsOutput::offered(std::uint32_t format, Size size, int stride) {
     layout_.format = format;
     layout_.size = size;

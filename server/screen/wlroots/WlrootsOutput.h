@@ -40,6 +40,8 @@ class WlrootsOutput {
     /// taken back.
     void ask(bool onlyChanges);
     void takeBack();
+    /// Takes back what was asked, and lets go of the memory that holds the last copy.
+    void forget();
     Copy copy() const { return copy_; }
     /// Reads the copy; none where its size is not the output's any more, or nobody knows its
     /// format.

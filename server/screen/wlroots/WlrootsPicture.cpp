@@ -81,7 +81,10 @@ void WlrootsPicture::setWatched(bool isWatched) {
     isWatched_ = isWatched;
     wantsAll_ = true;
     for (auto& output : outputs_)
-        output->takeBack();
+        output->forget();
+    // What the next one sees first is nothing of before.
+    if (!isWatched)
+        std::fill(pixels_.begin(), pixels_.end(), 0U);
 }
 
 WlrootsOutput* WlrootsPicture::find(std::uint32_t name) const {

@@ -24,7 +24,8 @@ class WlrootsPicture {
     WlrootsPicture(const WlrootsPicture&) = delete;
     WlrootsPicture& operator=(const WlrootsPicture&) = delete;
 
-    /// The compositor is asked for nothing while it is not watched.
+    /// The compositor is asked for nothing while it is not watched, and nothing that it showed is
+    /// kept.
     void setWatched(bool isWatched);
     /// Where the outputs have changed, and at first, it waits for them; less than a second.
     std::vector<Rectangle> capture();

@@ -221,8 +221,8 @@ TEST_F(PortalSessionTest, KeepsLeaveAndGivesItBack) {
         {{2, 4, 0}, "first", 0, {"SelectDevices"}, "first"},
         {{2, 4, 0}, "second", 0, {"SelectDevices", "first"}, "second"},
         // The user, asked since the token was of no use any more, says no.
-        {{2, 4, 0}, "", 1, {"SelectDevices", "second"}, "second"},
-        {{2, 4, 0}, "third", 0, {"SelectDevices", "second"}, "third"},
+        {{2, 4, 0}, "", 1, {"SelectDevices", "second"}, ""},
+        {{2, 4, 0}, "third", 0, {"SelectDevices"}, "third"},
         {{1, 4, 0}, "", 0, {}, "third"},
         {{0, 4, 0}, "fourth", 0, {"SelectSources", "third"}, "fourth"},
         {{0, 3, 0}, "", 0, {}, "fourth"},
