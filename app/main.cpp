@@ -112,7 +112,8 @@ int runInWindow(int& argc, char** argv, const CommandLine& commandLine) {
     QtMainLoop loop([](const std::string& event) { debug("loop", event); });
     LinuxPlatform system(loop);
     QtDesktop desktop(loop, system.bundle(), system.explanations(), system.viewers(),
-                      system.wayIn(), [&] { return system.log().recentLines(); });
+                      system.wayIn(), system.preferences(),
+                      [&] { return system.log().recentLines(); });
     AppDelegate controller(assemble(loop, system, desktop));
     RowPrinter rows(controller, commandLine.printsLink);
     std::optional<QuestionLines> questions;
@@ -121,8 +122,9 @@ int runInWindow(int& argc, char** argv, const CommandLine& commandLine) {
                           system.bundle());
 
     auto* content = new KVView;
-    MainWindow window(content, {controller, controller, system.explanations(), desktop.application,
-                                system.bundle(), loop, system.viewers(), system.wayIn()});
+    MainWindow window(
+        content, {controller, controller, system.explanations(), desktop.application,
+                  system.bundle(), loop, system.viewers(), system.wayIn(), system.preferences()});
     controller.setWindow(&window);
     controller.setShareButton(&window.shareButton());
     controller.setContainerView(content);
