@@ -26,15 +26,21 @@ constexpr std::string_view EnterScreen = "\033[?1049h\033[H\033[2J";
 constexpr std::string_view LeaveScreen = "\033[0m\033[H\033[2J\033[?1049l";
 constexpr int Fatal[] = {SIGQUIT, SIGILL, SIGABRT, SIGBUS, SIGFPE, SIGSEGV};
 
-// From the background the terminal would answer by stopping the process.
+// From the background the terminal would answer by stopping the process; one that controls nobody
+// here does not.
+bool isOurs(int descriptor) {
+    const auto group = ::tcgetpgrp(descriptor);
+    return group == ::getpgrp() || (group < 0 && errno == ENOTTY);
+}
+
 void set(const termios& settings) {
     int descriptor = terminal;
-    if (descriptor >= 0 && ::tcgetpgrp(descriptor) == ::getpgrp())
+    if (descriptor >= 0 && isOurs(descriptor))
         ::tcsetattr(descriptor, TCSANOW, &settings);
 }
 
 void enterScreen() {
-    if (screen < 0 || isOnScreen || ::tcgetpgrp(screen) != ::getpgrp())
+    if (screen < 0 || isOnScreen || !isOurs(screen))
         return;
     isOnScreen = 1;
     [[maybe_unused]] auto written = ::write(screen, EnterScreen.data(), EnterScreen.size());

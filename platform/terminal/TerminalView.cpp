@@ -281,8 +281,8 @@ void TerminalView::showQrCode() {
     const auto [columns, lines] = screen->size();
     auto code = codeOf(wayIn_.webLink(shownLink_), columns, lines);
     if (code.empty())
-        terminal_.console.line(
-            bundle_.localizedString("The terminal is too small to show the QR code."));
+        terminal_.console.line(bundle_.localizedString(
+            "The terminal cannot show the QR code: it is too small, or not made for UTF-8."));
     else
         screen->cover(std::move(code), true);
 }
