@@ -1,4 +1,5 @@
 #include <malloc.h>
+#include <unistd.h>
 
 #include <QApplication>
 #include <cstdio>
@@ -26,6 +27,7 @@
 #include "platform/qt/window/MainWindow.h"
 #include "platform/terminal/QuestionLines.h"
 #include "platform/terminal/Terminal.h"
+#include "platform/terminal/TerminalAuthorization.h"
 #include "platform/terminal/TerminalView.h"
 
 using namespace zelvo;
@@ -34,7 +36,8 @@ using namespace zelvo::platform;
 namespace {
 
 template <typename FrontEnd>
-Platform assemble(QtMainLoop& loop, LinuxPlatform& system, FrontEnd& frontEnd) {
+Platform assemble(QtMainLoop& loop, LinuxPlatform& system, FrontEnd& frontEnd,
+                  Authorization& authorization) {
     return {.mainQueue = loop,
             .runLoop = loop,
             .log = system.log(),
@@ -60,7 +63,7 @@ Platform assemble(QtMainLoop& loop, LinuxPlatform& system, FrontEnd& frontEnd) {
             .sharingServicePicker = frontEnd.sharingServicePicker,
             .pasteboard = frontEnd.pasteboard,
             .workspace = frontEnd.workspace,
-            .authorization = system.authorization(),
+            .authorization = authorization,
             .feedback = frontEnd.feedback};
 }
 
@@ -112,8 +115,9 @@ int runInWindow(int& argc, char** argv, const CommandLine& commandLine) {
     QtMainLoop loop([](const std::string& event) { debug("loop", event); });
     LinuxPlatform system(loop);
     QtDesktop desktop(loop, system.bundle(), system.explanations(), system.viewers(),
-                      system.wayIn(), [&] { return system.log().recentLines(); });
-    AppDelegate controller(assemble(loop, system, desktop));
+                      system.wayIn(), system.preferences(),
+                      [&] { return system.log().recentLines(); });
+    AppDelegate controller(assemble(loop, system, desktop, system.authorization()));
     RowPrinter rows(controller, commandLine.printsLink);
     std::optional<QuestionLines> questions;
     if (commandLine.asksInTerminal)
@@ -121,8 +125,9 @@ int runInWindow(int& argc, char** argv, const CommandLine& commandLine) {
                           system.bundle());
 
     auto* content = new KVView;
-    MainWindow window(content, {controller, controller, system.explanations(), desktop.application,
-                                system.bundle(), loop, system.viewers(), system.wayIn()});
+    MainWindow window(
+        content, {controller, controller, system.explanations(), desktop.application,
+                  system.bundle(), loop, system.viewers(), system.wayIn(), system.preferences()});
     controller.setWindow(&window);
     controller.setShareButton(&window.shareButton());
     controller.setContainerView(content);
@@ -144,10 +149,15 @@ int runInTerminal(int& argc, char** argv) {
         return 1;
     QtMainLoop loop([](const std::string& event) { debug("loop", event); });
     LinuxPlatform system(loop);
-    Terminal terminal(loop, system.bundle(), system.explanations());
-    AppDelegate controller(assemble(loop, system, terminal));
-    TerminalView view(terminal, controller, controller, system.explanations(), system.bundle(),
-                      system.viewers(), system.wayIn());
+    const bool errorsAreSeen = ::isatty(STDERR_FILENO) == 1;
+    Terminal terminal(loop, system.bundle(), system.explanations(),
+                      [&] { return system.log().recentLines(); });
+    if (terminal.console.screen() && errorsAreSeen)
+        system.log().keepOffStandardError();
+    TerminalAuthorization authorization(system.authorization(), terminal.console);
+    AppDelegate controller(assemble(loop, system, terminal, authorization));
+    TerminalView view({terminal, controller, controller, system.explanations(), system.bundle(),
+                       system.viewers(), system.wayIn(), system.preferences()});
 
     auto watch = watchTheServer(system, loop, controller);
     auto hurry = hurryAtQuit(system, controller);

@@ -19,6 +19,7 @@
 #include "platform/linux/nat/RouterExplanation.h"
 #include "platform/linux/nat/RouterInquiry.h"
 #include "platform/linux/relay/RelayOffer.h"
+#include "platform/qt/core/Display.h"
 
 namespace zelvo::doctor {
 
@@ -139,6 +140,8 @@ void Doctor::lookAtSession() {
     if (isWayland())
         add("The session is Wayland: %@.", Standing::Works, "session",
             environment_.desktop.empty() ? "?" : environment_.desktop);
+    else if (isSet("DISPLAY") && !x11IsThere())
+        add("No X11 display answers at %@.", Standing::Fails, "session", std::getenv("DISPLAY"));
     else if (isSet("DISPLAY"))
         add("The session is X11. The desktop asks nothing of its own.", Standing::Works, "session");
     else

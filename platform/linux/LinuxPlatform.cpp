@@ -31,6 +31,7 @@
 #include "platform/linux/privileges/SystemAuthorization.h"
 #include "platform/linux/property_lists/FileUserDefaults.h"
 #include "platform/linux/property_lists/PlistReader.h"
+#include "platform/linux/property_lists/UserPreferences.h"
 #include "platform/linux/property_lists/XmlPlistWriter.h"
 #include "platform/linux/relay/ReachCheck.h"
 #include "platform/linux/relay/RelayExplanation.h"
@@ -99,6 +100,7 @@ struct LinuxPlatform::Services {
                                           keptLinkIs(wanted, isDone);
                                   },
                                   std::string(KeptLinkKey)};
+    UserPreferences preferences{userDefaults};
     InstalledBundle bundle{{.executableFolder = "",
                             .languages = environment.languages,
                             .dataHome = environment.dataHome},
@@ -335,6 +337,9 @@ Viewers& LinuxPlatform::viewers() {
 }
 WayIn& LinuxPlatform::wayIn() {
     return services_->relaySettings;
+}
+Preferences& LinuxPlatform::preferences() {
+    return services_->preferences;
 }
 
 void LinuxPlatform::whenScreenSharingEnds(std::function<void()> callback) {

@@ -15,6 +15,7 @@ class HardwareRegistry;
 class MainQueue;
 class MessageDigest;
 class NatPortMapping;
+class Preferences;
 class ProcessInfo;
 class ProcessTable;
 class PropertyListReader;
@@ -76,6 +77,8 @@ class LinuxPlatform {
     Viewers& viewers();
 
     WayIn& wayIn();
+
+    Preferences& preferences();
 
     /// To be called once it is certain that the application ends: the screen server ends at once,
     /// and nothing that the application waits for takes long from then on.

@@ -19,7 +19,7 @@
 namespace zelvo::platform {
 
 QtDesktop::QtDesktop(QtMainLoop& loop, const Bundle& bundle, const Explanations& explanations,
-                     Viewers& viewers, const WayIn& wayIn,
+                     Viewers& viewers, const WayIn& wayIn, const Preferences& preferences,
                      std::function<std::vector<std::string>()> logLines)
     : translator_(bundle),
       alerts(loop, bundle, explanations),
@@ -37,6 +37,7 @@ QtDesktop::QtDesktop(QtMainLoop& loop, const Bundle& bundle, const Explanations&
       bundle_(bundle),
       explanations_(explanations),
       viewers_(viewers),
+      preferences_(preferences),
       doorkeeper_(viewers, bundle),
       signals_([this] { application.terminateFromOutside(); }) {
     application.setBeforeQuit([this, &loop] {
@@ -88,7 +89,7 @@ void QtDesktop::watchTheDoor(const MainWindowModel& model) {
         ViewerNotifications::Listener{[this] { doorkeeper_.showQuestion(); },
                                       [this](auto viewer) { doorkeeper_.refuse(viewer); }});
     tray_ = std::make_unique<TrayIcon>(
-        TrayIcon::Surroundings{model, viewers_, explanations_, bundle_}, bus,
+        TrayIcon::Surroundings{model, viewers_, explanations_, bundle_, preferences_}, bus,
         TrayIcon::Listener{[this] { window_->disconnectEverybody(); },
                            [this] {
                                if (window_->isMinimized())

@@ -19,6 +19,7 @@ namespace zelvo::platform {
 class Explanations;
 class MainWindow;
 class MainWindowModel;
+class Preferences;
 class TrayIcon;
 class ViewerNotifications;
 class Viewers;
@@ -31,7 +32,7 @@ class QtDesktop {
   public:
     /// All outlive this object. `logLines` gives the log's last lines.
     QtDesktop(QtMainLoop& loop, const Bundle& bundle, const Explanations& explanations,
-              Viewers& viewers, const WayIn& wayIn,
+              Viewers& viewers, const WayIn& wayIn, const Preferences& preferences,
               std::function<std::vector<std::string>()> logLines);
     ~QtDesktop();
 
@@ -66,6 +67,7 @@ class QtDesktop {
     const Bundle& bundle_;
     const Explanations& explanations_;
     Viewers& viewers_;
+    const Preferences& preferences_;
     Doorkeeper doorkeeper_;
     std::unique_ptr<ViewerNotifications> notifications_;
     std::unique_ptr<TrayIcon> tray_;

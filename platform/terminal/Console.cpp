@@ -5,6 +5,8 @@
 
 #include <QSocketNotifier>
 #include <cerrno>
+#include <cstdlib>
+#include <string_view>
 
 #include "platform/qt/core/WriteAll.h"
 
@@ -14,6 +16,12 @@ namespace {
 
 constexpr char Escape = 0x1b;
 
+// Every one that is in use takes what is written to the screen, save for those that say no.
+bool canBeDrawnOn() {
+    const char* kind = std::getenv("TERM");
+    return kind && *kind && std::string_view(kind) != "dumb" && std::string_view(kind) != "unknown";
+}
+
 }  // namespace
 
 Console::Console(int input, int output, Reading reading)
@@ -21,11 +29,44 @@ Console::Console(int input, int output, Reading reading)
       output_(output),
       outputIsTerminal_(::isatty(output) == 1),
       inputIsTerminal_(::isatty(input) == 1) {
-    if (reading == Reading::Keys)
-        keyMode_.emplace(input);
+    if (reading != Reading::Keys)
+        return;
+    const bool isDrawn = outputIsTerminal_ && inputIsTerminal_ && canBeDrawnOn();
+    keyMode_.emplace(input, isDrawn ? output : -1);
+    if (isDrawn && keyMode_->changes() >= 0)
+        takeScreen();
 }
 
-Console::~Console() = default;
+Console::~Console() {
+    changes_.reset();
+    screen_.reset();
+    keyMode_.reset();
+    if (!lastWords_.empty())
+        line(lastWords_);
+}
+
+void Console::takeScreen() {
+    screen_.emplace(output_);
+    changes_ = std::make_unique<QSocketNotifier>(keyMode_->changes(), QSocketNotifier::Read);
+    QObject::connect(changes_.get(), &QSocketNotifier::activated, changes_.get(), [this] {
+        char bytes[16];
+        while (::read(keyMode_->changes(), bytes, sizeof bytes) > 0) {
+        }
+        screen_->drawAnew();
+    });
+}
+
+void Console::giveBack() {
+    if (screen_)
+        keyMode_->giveBack();
+}
+
+void Console::takeAgain() {
+    if (!screen_)
+        return;
+    keyMode_->takeAgain();
+    screen_->drawAnew();
+}
 
 int Console::columns() const {
     winsize size{};
@@ -68,17 +109,22 @@ void Console::take(char byte) {
         if (isFinal)
             sequence_ = Sequence::None;
     } else if (byte != EndOfTransmission || inputIsTerminal_) {
-        key_(byte);
+        const bool isForeign = byte < 0 && inputIsTerminal_;
+        for (char key : isForeign ? encoding_.decoded({byte}) : std::string(1, byte))
+            key_(key);
     }
 }
 
 void Console::echo(const std::string& text) {
-    if (keyMode_ && inputIsTerminal_ && output_ >= 0 && !writeAll(output_, text))
+    if (keyMode_ && !screen_ && inputIsTerminal_ && output_ >= 0 && !writeAll(output_, text))
         output_ = -1;
 }
 
 void Console::line(const std::string& text) {
-    if (output_ >= 0 && !writeAll(output_, text + "\n"))
+    if (screen_)
+        return screen_->say(text);
+    if (output_ >= 0 &&
+        !writeAll(output_, (outputIsTerminal_ ? encoding_.encoded(text) : text) + "\n"))
         output_ = -1;
 }
 

@@ -6,7 +6,9 @@
 #include <optional>
 #include <string>
 
+#include "platform/terminal/Encoding.h"
 #include "platform/terminal/KeyMode.h"
+#include "platform/terminal/Screen.h"
 
 class QSocketNotifier;
 
@@ -35,10 +37,20 @@ class Console {
     /// `end` once at the end of input.
     void listen(std::function<void(char)> key, std::function<void()> end);
 
-    /// Writes the line at once. Where nobody reads any more it is dropped.
+    /// Where keys are read from a terminal that can be drawn on; else nullptr.
+    Screen* screen() { return screen_ ? &*screen_ : nullptr; }
+    /// Has the terminal as its user left it for somebody else who asks there, and then takes it
+    /// again.
+    void giveBack();
+    void takeAgain();
+    /// Written when this object, and the screen with it, goes; for what is to stay.
+    void setLastWords(std::string text) { lastWords_ = std::move(text); }
+
+    /// Writes the line, or says it on the screen, at once. Where nobody reads any more it is
+    /// dropped.
     void line(const std::string& text);
 
-    /// Shows what is typed, where the terminal does not by itself.
+    /// Shows what is typed, where neither the terminal does by itself nor the screen.
     void echo(const std::string& text);
 
     /// Characters in a line of the output; 0 where that is unknown.
@@ -52,6 +64,7 @@ class Console {
 
     void read();
     void take(char byte);
+    void takeScreen();
 
     int input_;
     int output_;
@@ -59,10 +72,14 @@ class Console {
     bool inputIsTerminal_;
     bool inputHasEnded_ = false;
     Sequence sequence_ = Sequence::None;
+    Encoding encoding_;
     std::optional<KeyMode> keyMode_;
+    std::optional<Screen> screen_;
+    std::string lastWords_;
     std::function<void(char)> key_;
     std::function<void()> end_;
     std::unique_ptr<QSocketNotifier> notifier_;
+    std::unique_ptr<QSocketNotifier> changes_;
 };
 
 }  // namespace zelvo::platform

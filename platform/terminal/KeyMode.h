@@ -3,15 +3,25 @@
 namespace zelvo::platform {
 
 /// Has a terminal give each key at once and without echo, for as long as this lives and the process
-/// is in the terminal's foreground; stopped from the keyboard, it gives the terminal back
-/// meanwhile. Nothing where the descriptor is no terminal. One at a time in a process.
+/// is in the terminal's foreground; where a screen is wanted, what is written goes to the
+/// terminal's second screen, and of what others write to standard error nothing does. Stopped from
+/// the keyboard, ended by a signal or crashed, the process gives the terminal back as it was.
+/// Nothing where the descriptor is no terminal. One at a time in a process.
 class [[nodiscard]] KeyMode {
   public:
-    /// The descriptor stays the caller's.
-    explicit KeyMode(int terminal);
+    /// The descriptors stay the caller's; `screen` is the terminal that is drawn on, or -1.
+    explicit KeyMode(int terminal, int screen = -1);
     ~KeyMode();
     KeyMode(const KeyMode&) = delete;
     KeyMode& operator=(const KeyMode&) = delete;
+
+    /// Has the terminal as it was for somebody else who asks there, until it is taken again.
+    void giveBack();
+    void takeAgain();
+
+    /// Can be read from when the screen has to be drawn anew, since the process was stopped or the
+    /// terminal has another size; -1 without a screen.
+    int changes() const;
 };
 
 }  // namespace zelvo::platform

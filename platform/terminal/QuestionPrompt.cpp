@@ -300,11 +300,21 @@ void QuestionPrompt::tellWords() {
         {text(Word::Help), text(Word::Watch), text(Word::Refuse), text(Word::RefuseAll)});
 }
 
+std::string QuestionPrompt::insideText(const Viewer& viewer) const {
+    return text(viewer.rights == ViewerRights::Control ? "%@ is in and can use your screen."
+                                                       : "%@ is in and only watches.",
+                {who(viewer)});
+}
+
+std::vector<std::string> QuestionPrompt::insideTexts() const {
+    std::vector<std::string> texts;
+    for (const auto& viewer : inside_)
+        texts.push_back(insideText(viewer));
+    return texts;
+}
+
 void QuestionPrompt::tellViewer(const Viewer& viewer) {
-    shown_.line(text(viewer.rights == ViewerRights::Control ? "%@ is in and can use your screen."
-                                                            : "%@ is in and only watches.",
-                     {who(viewer)}) +
-                " " + protection(viewer));
+    shown_.line(insideText(viewer) + " " + protection(viewer));
 }
 
 void QuestionPrompt::tellWhoMayAsk(bool onlyLinkHolders) {

@@ -41,6 +41,10 @@ class QuestionPrompt {
 
     /// Whether a word is waited for, or was until a moment ago, to which every key belongs.
     bool takesWords() const { return isShown_ || asksForRights_ || shown_.now() < liveFrom_; }
+    /// What is typed so far.
+    const std::string& typed() const { return typed_; }
+    /// A sentence about each who is inside.
+    std::vector<std::string> insideTexts() const;
     /// Takes the next byte of what is typed, in UTF-8.
     void take(char byte);
     /// Nobody can answer any more.
@@ -85,6 +89,7 @@ class QuestionPrompt {
     void tell(const char* key, const std::vector<std::string>& objects = {});
     void tellQuestion(const ViewerQuestion& question);
     void tellViewer(const Viewer& viewer);
+    std::string insideText(const Viewer& viewer) const;
     /// The name that they gave, or else the address.
     static std::string who(const Viewer& viewer);
     /// Of a viewer, or of a question about one.

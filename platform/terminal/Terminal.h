@@ -16,9 +16,9 @@ class QtMainLoop;
 /// Needs a QCoreApplication that outlives it. Main thread only.
 class Terminal {
   public:
-    /// All outlive this object.
+    /// All outlive this object. `logLines` gives the log's last lines.
     Terminal(QtMainLoop& loop, const Bundle& bundle, const Explanations& explanations,
-             int input = 0, int output = 1);
+             std::function<std::vector<std::string>()> logLines, int input = 0, int output = 1);
 
     Console console;
     QtApplication application;

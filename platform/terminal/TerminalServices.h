@@ -1,5 +1,8 @@
 #pragma once
 
+#include <functional>
+#include <string>
+
 #include "platform/Feedback.h"
 #include "platform/Pasteboard.h"
 #include "platform/SharingServicePicker.h"
@@ -10,12 +13,20 @@ namespace zelvo::platform {
 
 class Console;
 
-/// What a desktop gives and a terminal has not. Each does as little as its contract allows.
+/// The clipboard of whoever sits at the terminal, where that has a screen.
 class TerminalPasteboard final : public Pasteboard {
   public:
+    /// The console outlives this object.
+    explicit TerminalPasteboard(Console& console) : console_(console) {}
+
     void clearContents() override {}
-    void writeObjects(const std::vector<PasteboardObject>&) override {}
+    void writeObjects(const std::vector<PasteboardObject>& objects) override;
+
+  private:
+    Console& console_;
 };
+
+/// What a desktop gives and a terminal has not. Each does as little as its contract allows.
 
 class TerminalSharingServicePicker final : public SharingServicePicker {
   public:
@@ -28,11 +39,20 @@ class TerminalWindowSystem final : public WindowSystem {
     Rect contentRectForFrameRect(const Rect& frame, WindowStyle) const override { return frame; }
 };
 
+/// Shows what a feedback says of the system, to be sent by its user.
 class TerminalFeedback final : public Feedback {
   public:
+    /// The console outlives this object.
+    TerminalFeedback(Console& console, std::function<std::string()> describe)
+        : console_(console), describe_(std::move(describe)) {}
+
     void sendTrackingReport() override {}
     void setupIssuesController(bool) override {}
-    void showFeedbackDialog(int) override {}
+    void showFeedbackDialog(int mode) override;
+
+  private:
+    Console& console_;
+    std::function<std::string()> describe_;
 };
 
 /// Shows an address instead of opening it.

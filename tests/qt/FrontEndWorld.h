@@ -6,6 +6,7 @@
 
 #include "app/AppDelegate.h"
 #include "platform/Explanations.h"
+#include "platform/linux/property_lists/UserPreferences.h"
 #include "platform/linux/relay/RelaySettings.h"
 #include "platform/qt/core/QtMainLoop.h"
 #include "tests/qt/Wait.h"
@@ -79,6 +80,7 @@ struct FrontEndWorld {
     GivenExplanations explanations;
     platform::FakeViewers viewers;
     platform::RelaySettings wayIn{fake.userDefaults, "https://service.example"};
+    platform::UserPreferences preferences{fake.userDefaults};
     platform::QtMainLoop loop;
     FrontEnd frontEnd;
     AppDelegate controller{fake.with(frontEnd, bundle, workspace(), fake.peer)};

@@ -194,6 +194,15 @@ TEST_F(MainWindowTest, EveryMenuEntryHasItsAction) {
     EXPECT_TRUE(find<QAction>("actionNeverARelay")->isChecked());
     find<QAction>("actionDisconnect")->trigger();
     EXPECT_EQ(fake.authorization.tools.size(), 1u);
+    find<QAction>("actionOnlyLinkHolders")->trigger();
+    EXPECT_TRUE(find<QCheckBox>("onlyLinkHolders")->isChecked());
+    for (const auto& [name, key] : {std::pair("actionNewLinks", "useNewLinkAtEveryLaunch"),
+                                    std::pair("actionTrayIcon", "hideTrayIcon")}) {
+        find<QAction>(name)->trigger();
+        EXPECT_EQ(fake.userDefaults.stringForKey(key), "YES");
+        find<QAction>(name)->trigger();
+        EXPECT_FALSE(fake.userDefaults.stringForKey(key)) << key;
+    }
     find<QAction>("actionHelp")->trigger();
     find<QAction>("actionRouterHelp")->trigger();
     EXPECT_EQ(fake.workspace.opened.size(), 2u);

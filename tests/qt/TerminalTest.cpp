@@ -48,8 +48,9 @@ struct Pipes {
 struct TerminalTest : testing::Test, Pipes, FrontEndWorld<platform::Terminal> {
     TerminalTest()
         : FrontEndWorld(nullptr, "abc", [this](TerminalTest::FrontEndWorld& world) {
-              return platform::Terminal(world.loop, world.bundle, world.explanations, input.ends[0],
-                                        output.ends[1]);
+              return platform::Terminal(
+                  world.loop, world.bundle, world.explanations,
+                  [] { return std::vector<std::string>(); }, input.ends[0], output.ends[1]);
           }) {}
 
     /// Types and gives everything a turn.
@@ -82,9 +83,10 @@ struct TerminalTest : testing::Test, Pipes, FrontEndWorld<platform::Terminal> {
     platform::Terminal& terminal = frontEnd;
     platform::FakeViewers viewers;
     platform::QuestionPrompt::Clock::time_point now{};
-    platform::TerminalView view{terminal,     controller,     controller,
-                                explanations, fake.bundle,    viewers,
-                                wayIn,        output.ends[1], [this] { return now; }};
+    platform::TerminalView view{
+        {terminal, controller, controller, explanations, fake.bundle, viewers, wayIn, preferences},
+        output.ends[1],
+        [this] { return now; }};
 };
 
 TEST_F(TerminalTest, ShowsRowsAndTheLinkPlainlyAndQuits) {

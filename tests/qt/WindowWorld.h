@@ -31,7 +31,7 @@ struct WindowWorld : FrontEndWorld<platform::QtDesktop> {
     explicit WindowWorld(platform::Bundle& texts, const std::string& link = "AbC-d_1")
         : FrontEndWorld(&texts, link, [](WindowWorld::FrontEndWorld& world) {
               return platform::QtDesktop(world.loop, world.bundle, world.explanations,
-                                         world.viewers, world.wayIn,
+                                         world.viewers, world.wayIn, world.preferences,
                                          [&world] { return world.fake.log.lines; });
           }) {
         controller.setWindow(&window);
@@ -60,9 +60,9 @@ struct WindowWorld : FrontEndWorld<platform::QtDesktop> {
 
     platform::QtDesktop& desktop = frontEnd;
     KVView* content = new KVView;
-    platform::MainWindow window{
-        content,
-        {controller, controller, explanations, desktop.application, bundle, loop, viewers, wayIn}};
+    platform::MainWindow window{content,
+                                {controller, controller, explanations, desktop.application, bundle,
+                                 loop, viewers, wayIn, preferences}};
 };
 
 }  // namespace zelvo::test

@@ -2,6 +2,7 @@
 #include <QDateTime>
 #include <QDir>
 #include <QMenu>
+#include <QMenuBar>
 #include <QPainter>
 #include <cstdio>
 
@@ -107,6 +108,15 @@ void takeStatuses(platform::Bundle& bundle, const Photographer& camera) {
     if (auto* code = world.window.findChild<QDialog*>("qrCodeDialog")) {
         camera.take(*code, "qr-code");
         code->close();
+    }
+    if (auto* action = world.window.findChild<QAction*>("actionNewLinks")) {
+        auto* menu = qobject_cast<QMenu*>(action->parent());
+        // Laid out as its entries stand now.
+        menu->ensurePolished();
+        menu->resize(menu->sizeHint());
+        const auto* bar = world.window.menuBar();
+        camera.take(world.window, "settings-menu", menu,
+                    bar->actionGeometry(menu->menuAction()).bottomLeft());
     }
     world.desktop.feedback.showFeedbackDialog(0);
     if (auto* feedback = world.window.findChild<QDialog*>("feedbackDialog")) {

@@ -48,7 +48,7 @@ void SystemLog::line(std::string_view text) {
     auto kept = shortened(line);
     line += '\n';
     std::lock_guard lock(mutex_);
-    writeAll(line);
+    toStandardError(line);
     ::syslog(LOG_NOTICE, "%s", kept.c_str());
     recent_.push_back(std::move(kept));
     if (recent_.size() > linesKept)
@@ -57,7 +57,17 @@ void SystemLog::line(std::string_view text) {
 
 void SystemLog::standardError(std::string_view text) {
     std::lock_guard lock(mutex_);
-    writeAll(text);
+    toStandardError(text);
+}
+
+void SystemLog::keepOffStandardError() {
+    std::lock_guard lock(mutex_);
+    keepsOff_ = true;
+}
+
+void SystemLog::toStandardError(std::string_view text) const {
+    if (!keepsOff_)
+        writeAll(text);
 }
 
 std::vector<std::string> SystemLog::recentLines() const {

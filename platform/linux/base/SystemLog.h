@@ -28,11 +28,17 @@ class SystemLog : public Log {
     void line(std::string_view text) override;
     void standardError(std::string_view text) override;
 
+    /// Nothing goes to standard error any more: it is a terminal that something is drawn on.
+    void keepOffStandardError();
+
     /// The last lines, oldest first.
     std::vector<std::string> recentLines() const;
 
   private:
+    void toStandardError(std::string_view text) const;
+
     mutable std::mutex mutex_;
+    bool keepsOff_ = false;
     std::deque<std::string> recent_;
 };
 

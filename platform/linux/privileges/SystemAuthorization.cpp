@@ -65,7 +65,7 @@ class DirectReference : public AuthorizationReference {
         // The shell would start, and only then find nothing to run.
         if (!toolPath.starts_with('/') || ::access(toolPath.c_str(), R_OK) != 0)
             return AuthorizationToolExecuteFailure;
-        if (startDetached({options_.shell, toolPath}, toolEnvironment()) != 0)
+        if (startDetached({options_.shell, toolPath}, toolEnvironment(), STDERR_FILENO) != 0)
             return AuthorizationToolExecuteFailure;
         options_.started(fileName(toolPath));
         return AuthorizationSuccess;

@@ -10,6 +10,17 @@ namespace zelvo::platform {
 
 namespace {
 
+bool waylandIsThere() {
+    auto name = qgetenv("WAYLAND_DISPLAY");
+    if (name.isEmpty())
+        return false;
+    auto path = name.startsWith('/') ? name : qgetenv("XDG_RUNTIME_DIR") + '/' + name;
+    QDir plugins(QLibraryInfo::path(QLibraryInfo::PluginsPath) + "/platforms");
+    return !plugins.entryList({"libqwayland*"}).isEmpty() && LocalSocket(path, false).isConnected();
+}
+
+}  // namespace
+
 // A display on this machine is tried, since the toolkit ends the process where there is none. One
 // on another machine (a host name before the colon) is believed.
 bool x11IsThere() {
@@ -24,17 +35,6 @@ bool x11IsThere() {
     auto path = "/tmp/.X11-unix/X" + number;
     return LocalSocket(path, true).isConnected() || LocalSocket(path, false).isConnected();
 }
-
-bool waylandIsThere() {
-    auto name = qgetenv("WAYLAND_DISPLAY");
-    if (name.isEmpty())
-        return false;
-    auto path = name.startsWith('/') ? name : qgetenv("XDG_RUNTIME_DIR") + '/' + name;
-    QDir plugins(QLibraryInfo::path(QLibraryInfo::PluginsPath) + "/platforms");
-    return !plugins.entryList({"libqwayland*"}).isEmpty() && LocalSocket(path, false).isConnected();
-}
-
-}  // namespace
 
 bool displayIsThere() {
     return !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") || x11IsThere() || waylandIsThere();

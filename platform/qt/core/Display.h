@@ -6,4 +6,7 @@ namespace zelvo::platform {
 /// another kind of screen.
 bool displayIsThere();
 
+/// Whether the X11 display that is named answers, as far as that can be told without the toolkit.
+bool x11IsThere();
+
 }  // namespace zelvo::platform

@@ -7,6 +7,7 @@
 
 #include "platform/Bundle.h"
 #include "platform/MainWindowModel.h"
+#include "platform/Preferences.h"
 #include "platform/Viewers.h"
 #include "platform/qt/content/Localized.h"
 #include "platform/qt/content/StatusTexts.h"
@@ -35,6 +36,7 @@ TrayIcon::TrayIcon(const Surroundings& surroundings, QDBusConnection bus, Listen
     subscriptions_.push_back(surroundings.viewers.question().subscribe(changed));
     subscriptions_.push_back(surroundings.viewers.inside().subscribe(changed));
     subscriptions_.push_back(surroundings.viewers.away().subscribe(changed));
+    subscriptions_.push_back(surroundings.preferences.showsTrayIcon().subscribe(changed));
     update();
 }
 
@@ -43,7 +45,7 @@ TrayIcon::~TrayIcon() = default;
 bool TrayIcon::isWanted() const {
     const auto& model = surroundings_.model;
     return model.readyToShare().value() && !model.sharedLink().value().empty() &&
-           !model.isQuitting().value();
+           !model.isQuitting().value() && surroundings_.preferences.showsTrayIcon().value();
 }
 
 void TrayIcon::update() {

@@ -15,10 +15,11 @@ namespace zelvo::platform {
 class Bundle;
 class Explanations;
 class MainWindowModel;
+class Preferences;
 class Viewers;
 
-/// An icon among those of the desktop's panel while the link is up. None where the desktop has no
-/// place for it, which is asked without waiting. Main thread only.
+/// An icon among those of the desktop's panel while the link is up and the user wants it. None
+/// where the desktop has no place for it, which is asked without waiting. Main thread only.
 class TrayIcon final : public QObject {
   public:
     struct Surroundings {
@@ -26,6 +27,7 @@ class TrayIcon final : public QObject {
         const Viewers& viewers;
         const Explanations& explanations;
         const Bundle& bundle;
+        const Preferences& preferences;
     };
     struct Listener {
         std::function<void()> disconnectEverybody;

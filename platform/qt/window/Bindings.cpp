@@ -8,6 +8,7 @@
 #include "platform/Bundle.h"
 #include "platform/Explanations.h"
 #include "platform/MainWindowModel.h"
+#include "platform/Preferences.h"
 #include "platform/Viewers.h"
 #include "platform/WayIn.h"
 #include "platform/qt/content/Localized.h"
@@ -49,6 +50,13 @@ Value of(const Observable<bool>& (Model::*flag)() const) {
     };
 }
 
+Value of(const Observable<bool>& (Preferences::*choice)() const) {
+    return [choice](const Source& source, Write write) {
+        return only((source.preferences.*choice)().bind(
+            [write = std::move(write)](bool value) { write(value); }));
+    };
+}
+
 /// What depends on who is at the door.
 Value ofDoor(std::function<QVariant(const Source&)> of) {
     return [of = std::move(of)](const Source& source, Write write) {
@@ -84,7 +92,7 @@ Value uses(RelayUse use) {
 QVariant wayInSentence(const Source& source) {
     const auto& wayIn = source.wayIn;
     if (wayIn.relayUse().value() == RelayUse::Never)
-        return localized("Not now: the Link menu forbids relays, which browsers need.");
+        return localized("Not now: the Settings menu forbids relays, which browsers need.");
     if (wayIn.relayUse().value() == RelayUse::WhereNeeded)
         return localized(wayIn.isRelay().value()
                              ? "A browser is enough: people come through a relay already."
@@ -220,6 +228,10 @@ std::vector<Binding> table() {
              return source.model.readyToShare().value() && source.wayIn.isRelay().value();
          })},
         {"actionNewLink", "enabled", ofDoor(mayMakeNewLink)},
+        {"actionOnlyLinkHolders", "checked", ofDoor(admitsOnlyLinkHolders)},
+        {"actionOnlyABrowser", "checked", uses(RelayUse::Preferred)},
+        {"actionNewLinks", "checked", of(&Preferences::makesNewLinks)},
+        {"actionTrayIcon", "checked", of(&Preferences::showsTrayIcon)},
         {"actionNeverARelay", "checked", uses(RelayUse::Never)},
         {"actionDisconnect", "enabled", ofDoor([](const Source& source) {
              return isSomebodyInside(source) || isSomebodyAsking(source);

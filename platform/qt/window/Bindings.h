@@ -13,6 +13,7 @@ namespace zelvo::platform {
 class Bundle;
 class Explanations;
 class MainWindowModel;
+class Preferences;
 class Viewers;
 class WayIn;
 
@@ -23,6 +24,7 @@ struct BindingSource {
     const Bundle& bundle;
     const Viewers& viewers;
     const WayIn& wayIn;
+    const Preferences& preferences;
 };
 
 /// Keeps the named controls below `root` up to date with the source, which outlives the

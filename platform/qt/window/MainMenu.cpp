@@ -30,8 +30,8 @@ struct Entry {
 
 const Entry Separator{nullptr, nullptr, {}, {}};
 
-void addMenu(QMainWindow& window, QtMainLoop& loop, const char* title,
-             const std::vector<Entry>& entries) {
+QMenu* addMenu(QMainWindow& window, QtMainLoop& loop, const char* title,
+               const std::vector<Entry>& entries) {
     auto* menu = window.menuBar()->addMenu(localized(title));
     auto tracking = std::make_shared<std::optional<QtMainLoop::Tracking>>();
     QObject::connect(menu, &QMenu::aboutToShow, menu,
@@ -49,6 +49,7 @@ void addMenu(QMainWindow& window, QtMainLoop& loop, const char* title,
         if (entry.action)
             QObject::connect(action, &QAction::triggered, action, entry.action);
     }
+    return menu;
 }
 
 /// The bar makes the picture of a button that it shows where its menus do not fit, and the first
@@ -84,13 +85,23 @@ void makeMainMenu(QMainWindow& window, MainWindowModel& model, Application& appl
                  {QKeySequence(Qt::CTRL | Qt::Key_D)},
                  std::move(disconnect)},
                 Separator,
-                {"actionNeverARelay", "Never &through a Relay", {}, {}, true},
-                Separator,
                 {"actionQuit",
                  "&Quit",
                  {QKeySequence(Qt::CTRL | Qt::Key_Q), QKeySequence(Qt::CTRL | Qt::Key_W)},
                  [&application] { application.terminate(); }},
             });
+    auto* settings =
+        addMenu(window, loop, "&Settings",
+                {
+                    {"actionOnlyLinkHolders", "Ask Only about People with the &Link", {}, {}, true},
+                    Separator,
+                    {"actionOnlyABrowser", "My Helper Has Only a &Browser", {}, {}, true},
+                    {"actionNeverARelay", "Never &through a Relay", {}, {}, true},
+                    Separator,
+                    {"actionNewLinks", "A &New Link at Every Start", {}, {}, true},
+                    {"actionTrayIcon", "&Icon in the Panel", {}, {}, true},
+                });
+    settings->setObjectName("settingsMenu");
     addMenu(window, loop, "&Help",
             {
                 {"actionHelp",

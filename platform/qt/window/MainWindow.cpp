@@ -5,12 +5,14 @@
 #include <QClipboard>
 #include <QCloseEvent>
 #include <QFontDatabase>
+#include <QMenu>
 #include <QMenuBar>
 #include <algorithm>
 
 #include "platform/ApplicationDelegate.h"
 #include "platform/Bundle.h"
 #include "platform/MainWindowModel.h"
+#include "platform/Preferences.h"
 #include "platform/Viewers.h"
 #include "platform/WayIn.h"
 #include "platform/qt/content/StatusTexts.h"
@@ -39,6 +41,7 @@ MainWindow::MainWindow(QWidget* content, const Surroundings& surroundings)
       bundle_(surroundings.bundle),
       viewers_(surroundings.viewers),
       wayIn_(surroundings.wayIn),
+      preferences_(surroundings.preferences),
       ui_(std::make_unique<Ui::MainWindow>()) {
     installAccessibleRoles();
     ui_->setupUi(content);
@@ -57,10 +60,10 @@ MainWindow::MainWindow(QWidget* content, const Surroundings& surroundings)
         [this] { disconnectEverybody(); });
     ui_->viewerLines->attach(viewers_, images);
     connectControls();
-    connectWayIn();
+    connectSettings();
     applyLook();
-    subscriptions_ =
-        bindControls(*this, {model_, surroundings.explanations, bundle_, viewers_, wayIn_});
+    subscriptions_ = bindControls(
+        *this, {model_, surroundings.explanations, bundle_, viewers_, wayIn_, preferences_});
     subscriptions_.push_back(model_.isQuitting().subscribe([this](bool quits) {
         setControlsEnabled(!quits);
         if (quits)
@@ -88,8 +91,6 @@ void MainWindow::connectControls() {
         ui_->linkText->setCursorPosition(0);
     });
     connect(ui_->newLinkButton, &QPushButton::clicked, this, [this] { model_.makeNewLink(); });
-    connect(ui_->onlyLinkHolders, &QCheckBox::clicked, this,
-            [this](bool only) { viewers_.setAdmitsOnlyLinkHolders(only); });
     connect(ui_->portMappingButton, &QPushButton::clicked, this, [this] { model_.startOver(); });
     ui_->disconnectButton->setAction([this] { disconnectEverybody(); });
     connect(ui_->showQuestionButton, &QPushButton::clicked, this, [this] {
@@ -100,7 +101,7 @@ void MainWindow::connectControls() {
             [this] { viewers_.setRefusesEverybody(false); });
 }
 
-void MainWindow::connectWayIn() {
+void MainWindow::connectSettings() {
     const auto connectSwitch = [this](auto* control, auto pressed, RelayUse wanted) {
         connect(control, pressed, this, [this, control, wanted](bool isWanted) {
             // The user may yet be asked, and say no.
@@ -113,7 +114,17 @@ void MainWindow::connectWayIn() {
     connect(ui_->useRelayButton, &QPushButton::clicked, this,
             [this] { model_.changeWay([this] { wayIn_.setRelayUse(RelayUse::Preferred); }); });
     connectSwitch(ui_->onlyABrowser, &QCheckBox::clicked, RelayUse::Preferred);
+    connectSwitch(findChild<QAction*>("actionOnlyABrowser"), &QAction::triggered,
+                  RelayUse::Preferred);
     connectSwitch(findChild<QAction*>("actionNeverARelay"), &QAction::triggered, RelayUse::Never);
+
+    const auto askOnly = [this](bool only) { viewers_.setAdmitsOnlyLinkHolders(only); };
+    connect(ui_->onlyLinkHolders, &QCheckBox::clicked, this, askOnly);
+    connect(findChild<QAction*>("actionOnlyLinkHolders"), &QAction::triggered, this, askOnly);
+    connect(findChild<QAction*>("actionNewLinks"), &QAction::triggered, this,
+            [this](bool makes) { preferences_.setMakesNewLinks(makes); });
+    connect(findChild<QAction*>("actionTrayIcon"), &QAction::triggered, this,
+            [this](bool shows) { preferences_.setShowsTrayIcon(shows); });
 }
 
 // At once, and then by the system's own means, which take longer.
@@ -208,8 +219,9 @@ void MainWindow::applyLook() {
     // The edge of its box is drawn darker than this, and has to be seen on light and on dark.
     QPalette edged = palette();
     edged.setColor(QPalette::Window, EdgedBox);
-    ui_->onlyLinkHolders->setPalette(edged);
-    ui_->onlyABrowser->setPalette(edged);
+    for (auto* boxes : std::initializer_list<QWidget*>{ui_->onlyLinkHolders, ui_->onlyABrowser,
+                                                       findChild<QMenu*>("settingsMenu")})
+        boxes->setPalette(edged);
 
     QPalette clear = palette();
     clear.setColor(QPalette::Base, Qt::transparent);

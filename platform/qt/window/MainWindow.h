@@ -19,6 +19,7 @@ class ApplicationDelegate;
 class Bundle;
 class Explanations;
 class MainWindowModel;
+class Preferences;
 class QtMainLoop;
 class ShareButton;
 class Viewers;
@@ -38,6 +39,7 @@ class MainWindow final : public QMainWindow, public Window {
         QtMainLoop& loop;
         Viewers& viewers;
         WayIn& wayIn;
+        Preferences& preferences;
     };
 
     /// Sets the controls up inside `content`, which becomes the window's own.
@@ -67,7 +69,7 @@ class MainWindow final : public QMainWindow, public Window {
 
   private:
     void connectControls();
-    void connectWayIn();
+    void connectSettings();
     void applyLook();
     void fitLink();
     void reserveSpace();
@@ -78,6 +80,7 @@ class MainWindow final : public QMainWindow, public Window {
     const Bundle& bundle_;
     Viewers& viewers_;
     WayIn& wayIn_;
+    Preferences& preferences_;
     std::function<void()> showQuestion_;
     std::unique_ptr<Ui::MainWindow> ui_;
     std::vector<Subscription> subscriptions_;
