@@ -2,7 +2,7 @@
 //
 // usage: node assemble.mjs SOURCE_FOLDER RESOURCES NOVNC SCRIPT PAGE
 import {createHash} from "node:crypto";
-import {readdirSync, readFileSync, writeFileSync} from "node:fs";
+import {existsSync, readdirSync, readFileSync, writeFileSync} from "node:fs";
 import {join} from "node:path";
 import {gzipSync} from "node:zlib";
 
@@ -46,7 +46,9 @@ const hashOf = (text) => `'sha256-${createHash("sha256").update(text).digest("ba
 // Nothing but what is in the page; what it connects to, the service narrows down.
 parts.POLICY = `default-src 'none'; script-src ${hashOf(parts.SCRIPT)}; style-src ${hashOf(parts.STYLE)}; ` +
     "img-src data:; connect-src 'self' wss:; base-uri 'none'; form-action 'none'";
-const [terms] = /^\/\*[^]*?\*\//.exec(read(novnc, "core", "des.js"));
+// It has moved between versions.
+const des = [["des.js"], ["crypto", "des.js"]].map((path) => join(novnc, "core", ...path)).find(existsSync);
+const [terms] = /^\/\*[^]*?\*\//.exec(read(des));
 const notices = `<!--\n${read(source, "NOTICES")}\n${terms}\n-->\n`;
 const text = template.replace(/@([A-Z]+)@/g, (_, name) => parts[name]) + notices;
 writeFileSync(page, text);

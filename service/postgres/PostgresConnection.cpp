@@ -44,6 +44,14 @@ void prepareSession(pqxx::connection& connection, PostgresUse use) {
     session.exec("SET enable_seqscan = off");
 }
 
+/// Messages of one line. That is the first of the levels, whose type is another in each version.
+struct Terse {
+    template <typename Level>
+    operator Level() const {
+        return Level{};
+    }
+};
+
 void makeLayout(pqxx::work& work) {
     std::string facts;
     for (auto name : FactNames)
@@ -99,7 +107,7 @@ std::unique_ptr<pqxx::connection> connectToPostgres(const std::string& place, Po
     try {
         auto connection = std::make_unique<pqxx::connection>(withDeadlines(place));
         // The details of an error name links, which are not for the log.
-        connection->set_verbosity(pqxx::connection_base::terse);
+        connection->set_verbosity(Terse());
         prepareSession(*connection, use);
         error = prepareLayout(*connection, use);
         return error.empty() ? std::move(connection) : nullptr;

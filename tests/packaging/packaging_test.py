@@ -35,11 +35,16 @@ def completed(program, *words):
 class Packaging(unittest.TestCase):
     def test_manuals_and_completion_know_the_options_of_the_programs(self):
         for program, section in PROGRAMS.items():
-            words = set(re.findall(WORDS, said(program, "--help")))
-            options = manual(f"{program}.{section}").split(".SH OPTIONS")[1].split(".SH ")[0]
+            help, page = said(program, "--help"), manual(f"{program}.{section}")
+            words = set(re.findall(WORDS, help))
+            options = page.split(".SH OPTIONS")[1].split(".SH ")[0]
             heads = re.sub(' ?" ?', " ", "\n".join(re.findall(r"^\.TP\n(.*)", options, re.M)))
             self.assertEqual(words, set(re.findall(WORDS, heads)), program)
             self.assertEqual({word.split()[0] for word in words}, completed(program, "--"), program)
+            commands = re.findall(rf"^(?:usage:| *) +{program} ([a-z]+)(?: |$)", help, re.I | re.M)
+            self.assertEqual(set(commands), completed(program, "") - completed(program, "--"), program)
+            for command in commands:
+                self.assertRegex(page, rf"(?m)^\.B {program} {command}\b", program)
 
     def test_completion_of_values(self):
         self.assertIn("LICENSE", completed("zelvo-service", "--certificate", "LIC") & completed("zelvo-service", "--database", "LIC"))
@@ -51,6 +56,11 @@ class Packaging(unittest.TestCase):
             for file in (SOURCE / folder).rglob("*.cpp"):
                 keys |= set(re.findall(r'Key = "(\w+)";', file.read_text()))
         self.assertEqual(keys, set(re.findall(r"^\.TP\n\.B (\w+)", manual("zelvo-defaults.5"), re.M)))
+
+    def test_the_pictures_in_shops_are_there(self):
+        data = (SOURCE / "packaging/app.zelvo.Zelvo.metainfo.xml.in").read_text()
+        for picture in re.findall(r"<image.*@/(.*)</image>", data):
+            self.assertTrue((SOURCE / "docs" / picture).is_file(), picture)
 
     def test_what_shows_a_promise_is_there(self):
         text = (SOURCE / "SECURITY.md").read_text()

@@ -53,6 +53,7 @@ TEST_F(SheetsTest, ASheetKeepsNobodyFromQuitting) {
     controller.setZelvoStatus(ZelvoStatusMappingFailed);
     ASSERT_TRUE(sheet());
     EXPECT_TRUE(find("disconnectButton")->isEnabled()) << "who is in can be put out at any time";
+    EXPECT_TRUE(find("questionText")->isEnabled()) << "and whoever asks be read about";
     EXPECT_FALSE(QGuiApplication::modalWindow()) << "which Qt lets nobody close a window below";
     EXPECT_FALSE(window.close());
     auto* box = sheet();

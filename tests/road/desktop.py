@@ -15,7 +15,7 @@ sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."
 from stage import ROOT, Stage, own_display, skip_where_missing, wait_until  # noqa: E402
 
 PROGRAMS = ("Xvfb", "gvnccapture", "xdotool", "identify", "pkexec",
-            "dbus-daemon", "hostnamectl", "setpriv", "cmake", "/usr/lib/polkit-1/polkitd",
+            "dbus-daemon", "hostnamectl", "setpriv", "/usr/lib/polkit-1/polkitd",
             "/lib/systemd/systemd-hostnamed", "avahi-daemon")
 USER = "zelvo-road"
 USER_ID = 61210
@@ -50,9 +50,9 @@ def enter_own_machine(build, more_programs=()):
     if os.geteuid() != 0 or subprocess.run([*unshare, "true"], capture_output=True,
                                            check=False).returncode != 0:
         reason = "needs root and namespaces"
-    elif prefix == "/usr" or not os.path.isdir(prefix):
+    elif prefix and (prefix == "/usr" or not os.path.isdir(prefix)):
         reason = prefix + " cannot be covered; configure with another prefix"
-    skip_where_missing(*PROGRAMS, *more_programs, reason=reason)
+    skip_where_missing(*PROGRAMS, *more_programs, *(["cmake"] if prefix else []), reason=reason)
     os.environ["ZELVO_MOUNTS_OUTSIDE"] = mounts
     # The shell stays, since somebody has to reap what has lost its parent.
     command = 'ip link set lo up && "$@"; exit $?'
@@ -94,14 +94,16 @@ class Desktop(Stage):
             subprocess.run(command, check=True)
         run("cp", "-a", "/etc", self.path("etc"))
         run("mount", "--bind", self.path("etc"), "/etc")
-        for folder in ("/run", "/var/lib", "/usr/share/polkit-1"):
+        # polkit reads what is to be asked in the last one alone.
+        covered = ("/run", "/var/lib", "/usr/share/polkit-1")
+        for folder in covered if install_prefix(self.build) else covered[:2]:
             run("mount", "-t", "tmpfs", "-o", "mode=755", "none", folder)
         # hostnamectl looks for the one of systemd.
         for folder in ("/run/dbus", "/run/services", "/run/systemd/system", "/run/systemd/sessions",
                        "/run/systemd/users",
                        "/usr/share/polkit-1/actions", "/usr/share/polkit-1/rules.d", self.home,
                        f"/run/user/{USER_ID}"):
-            os.makedirs(folder)
+            os.makedirs(folder, exist_ok=True)
         for folder in (self.home, f"/run/user/{USER_ID}"):
             os.chown(folder, USER_ID, USER_ID)
             os.chmod(folder, 0o700)
@@ -121,6 +123,9 @@ class Desktop(Stage):
     def install_zelvo(self):
         """As packages are made: into a folder, which then becomes the prefix's content."""
         prefix = install_prefix(self.build)
+        if not prefix:
+            self.zelvo = os.path.join(self.build, "zelvo")
+            return
         subprocess.run(["cmake", "--install", self.build], check=True, stdout=self.log,
                        env=dict(os.environ, DESTDIR=self.path("package")))
         # polkit looks nowhere else.
@@ -196,8 +201,11 @@ class Desktop(Stage):
 
 
 def install_prefix(build):
-    with open(os.path.join(build, "CMakeCache.txt"), encoding="utf-8") as cache:
-        return re.search(r"^CMAKE_INSTALL_PREFIX:\w+=(.*)$", cache.read(), re.M).group(1)
+    """Empty where that is the folder of what a package has installed."""
+    if not os.path.exists(cache := os.path.join(build, "CMakeCache.txt")):
+        return ""
+    with open(cache, encoding="utf-8") as file:
+        return re.search(r"^CMAKE_INSTALL_PREFIX:\w+=(.*)$", file.read(), re.M).group(1)
 
 
 def append(path, text, mode="a"):

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Zelvo, installed, in a Wayland session: GNOME without a monitor, and its portal's real dialog.
 
-usage: gnome_test.py BUILD_FOLDER sharing|ends
+usage: gnome_test.py BUILD_FOLDER sharing|ends|helped, or /usr/bin where a package has installed it
 """
 
 import ctypes
@@ -9,10 +9,13 @@ import os
 import signal
 import sys
 import time
+from types import SimpleNamespace
 
 from desktop import enter_own_machine
 from gnome import PROGRAMS, SIZE, GnomeDesktop
 from lab import SERVICE
+from sealed import Helper, come_in, picture_is_equal, type_at
+from sealed import ends as opener_ends
 from stage import is_listening, processes_named, wait_until
 
 VNC_PORT = 5900
@@ -189,9 +192,29 @@ def ends(desktop):
     assert not processes_named("screensharingd")
 
 
+def helped(desktop):
+    """Somebody out in the internet opens the link, is let in, sees every pixel and types; the end leaves nothing."""
+    zelvo, link = start_sharing(desktop)
+    desktop.port_of(link)
+    helper = Helper(desktop.lab)
+    opener = helper.open(link)
+    come_in(zelvo, opener)
+    typed = start_client(desktop)
+    desktop.lab.screen = SimpleNamespace(picture=lambda: (desktop.size, desktop.picture()))
+    wait_until(lambda: picture_is_equal(desktop.lab, helper), 40, "the same picture")
+    type_at(helper, TEXT)
+    wait_until(lambda: TEXT in typed(), 30, "the text")
+    zelvo.say("disconnect\n")
+    opener_ends(opener, "disconnected", 0)
+    zelvo.send(signal.SIGTERM)
+    assert zelvo.wait(40) == 0
+    nothing_is_left(desktop, link)
+
+
 def main():
     build = os.path.abspath(sys.argv[1])
-    scenario, *sizes = {"sharing": (sharing, SIZE, (800, 768)), "ends": (ends,)}[sys.argv[2]]
+    scenarios = {"sharing": (sharing, SIZE, (800, 768)), "ends": (ends,), "helped": (helped,)}
+    scenario, *sizes = scenarios[sys.argv[2]]
     enter_own_machine(build, PROGRAMS)
     print(scenario.__doc__, flush=True)
     with GnomeDesktop(build, *sizes) as desktop:

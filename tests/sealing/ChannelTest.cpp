@@ -104,8 +104,8 @@ TEST(SealedChannel, IsByteForByteWhatItsPageSays) {
         }
         EXPECT_EQ(last, bytes(message["sealed"]));
     }
-    EXPECT_EQ(host.digits(), vector["digits"]);
-    EXPECT_EQ(opener.digits(), vector["digits"]);
+    EXPECT_EQ(host.digits(), vector["digits"].get<std::string>());
+    EXPECT_EQ(opener.digits(), vector["digits"].get<std::string>());
     EXPECT_EQ(host.name(), name);
     EXPECT_EQ(opener.standing(), (Standing{Standing::Place::Watching, 0}));
     EXPECT_EQ(opener.goodbye(), Farewell::Disconnected);

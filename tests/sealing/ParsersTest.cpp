@@ -34,7 +34,8 @@ TEST(ShareLink, IsWholeOrNamedForWhatItIsNot) {
             for (std::size_t size = 0; size < text.size(); ++size)
                 EXPECT_TRUE(std::holds_alternative<NoLink>(parseLink(text.substr(0, size))));
         } else {
-            EXPECT_EQ(reasons[static_cast<std::size_t>(std::get<NoLink>(read))], vector["fault"])
+            EXPECT_EQ(reasons[static_cast<std::size_t>(std::get<NoLink>(read))],
+                      vector["fault"].get<std::string>())
                 << text;
         }
     }
@@ -45,7 +46,7 @@ TEST(HelperName, StandsInASentenceAsItIs) {
     const auto all = vectors();
     for (const auto& vector : all["names"]) {
         const auto typed = vector["typed"].get<std::string>();
-        EXPECT_EQ(asHelperName(typed), vector["name"]);
+        EXPECT_EQ(asHelperName(typed), vector["name"].get<std::string>());
         EXPECT_EQ(isHelperName(typed), vector["name"] == typed) << typed;
     }
     EXPECT_EQ(asHelperName("Z\xffo\xc3"), "Zo");

@@ -2,6 +2,7 @@
 
 #include <QDateTime>
 #include <QStringDecoder>
+#include <QTimeZone>
 #include <QXmlStreamWriter>
 #include <array>
 #include <charconv>
@@ -82,9 +83,10 @@ class XmlWriter {
             writer_.writeTextElement("real", decimal(*real));
         else if (const auto* date = value.date())
             writer_.writeTextElement(
-                "date", QDateTime::fromSecsSinceEpoch(
-                            static_cast<qint64>(std::floor(date->secondsSince1970)), Qt::UTC)
-                            .toString(u"yyyy-MM-ddTHH:mm:ssZ"));
+                "date",
+                QDateTime::fromSecsSinceEpoch(
+                    static_cast<qint64>(std::floor(date->secondsSince1970)), QTimeZone::utc())
+                    .toString(u"yyyy-MM-ddTHH:mm:ssZ"));
         else
             writer_.writeEmptyElement(value.booleanReading() ? "true" : "false");
         return true;

@@ -2,6 +2,7 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QFrame>
 #include <QLabel>
 #include <QMainWindow>
 #include <QMessageBox>
@@ -13,7 +14,6 @@
 #include "platform/qt/content/Localized.h"
 #include "platform/qt/content/Sheets.h"
 #include "platform/qt/widgets/Images.h"
-#include "platform/qt/widgets/Panel.h"
 
 namespace zelvo::platform {
 
@@ -149,7 +149,7 @@ void QtAlerts::setContentEnabled(bool enabled) {
     // A quit that goes on has put all of it to rest.
     if (!main || hasEnded_)
         return;
-    for (auto* part : main->centralWidget()->findChildren<Panel*>())
+    for (auto* part : main->centralWidget()->findChildren<QFrame*>(Qt::FindDirectChildrenOnly))
         if (!part->property("worksUnderSheets").toBool())
             part->setEnabled(enabled);
 }

@@ -25,6 +25,8 @@ extern const Notice PasteText;
 
 /// Shows its one page, and for a while a notice in its place, which screen readers speak.
 class NoticeLine final : public QStackedWidget {
+    Q_OBJECT
+
   public:
     explicit NoticeLine(QWidget* parent = nullptr);
 

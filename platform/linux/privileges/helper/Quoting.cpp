@@ -2,7 +2,7 @@
 
 namespace zelvo::platform {
 
-std::string quoted(std::string_view text) {
+std::string inQuotes(std::string_view text) {
     constexpr std::size_t longest = 60;
     constexpr std::string_view digits = "0123456789abcdef";
     std::string result = "\"";

@@ -23,7 +23,7 @@ ScreenSharingRequest::Result ScreenSharingRequest::parse(std::string_view bytes)
     if (bytes.size() > longest)
         return {std::nullopt, "The request is too long."};
     if (!bytes.ends_with('\0'))
-        return {std::nullopt, "The request " + quoted(bytes) + " is not complete."};
+        return {std::nullopt, "The request " + inQuotes(bytes) + " is not complete."};
     auto next = [&] {
         auto end = bytes.find('\0');
         auto record = bytes.substr(0, end);
@@ -33,12 +33,12 @@ ScreenSharingRequest::Result ScreenSharingRequest::parse(std::string_view bytes)
     ScreenSharingRequest request;
     request.tool = next();
     if (std::find(toolNames.begin(), toolNames.end(), request.tool) == toolNames.end())
-        return {std::nullopt, quoted(request.tool) + " is none of the Screen Sharing tools."};
+        return {std::nullopt, inQuotes(request.tool) + " is none of the Screen Sharing tools."};
     while (!bytes.empty()) {
         auto record = next();
         auto equals = record.find('=');
         if (equals == record.npos)
-            return {std::nullopt, quoted(record) + " is no variable."};
+            return {std::nullopt, inQuotes(record) + " is no variable."};
         request.variables.emplace_back(record.substr(0, equals), record.substr(equals + 1));
     }
     return {std::move(request), ""};

@@ -120,11 +120,11 @@ SessionVariables SessionVariables::from(const Lookup& lookup, uid_t user) {
 
 std::optional<std::string> SessionVariables::add(std::string_view name, const std::string& value) {
     if (!contains(variableNames, name))
-        return quoted(name) + " is no variable that the Screen Sharing tools take.";
+        return inQuotes(name) + " is no variable that the Screen Sharing tools take.";
     if (this->value(name))
         return std::string(name) + " is given twice.";
     auto refusal = [&](const char* reason) {
-        return std::string(name) + " is " + quoted(value) + ", which is " + reason;
+        return std::string(name) + " is " + inQuotes(value) + ", which is " + reason;
     };
     if (value.size() > longestValue)
         return refusal("too long.");
