@@ -124,7 +124,7 @@ std::string troubleWithDatabase(std::string_view database) {
     const bool begins = std::ranges::equal(database.substr(0, word.size()), word, isLetter);
     if (isPostgres(database) || (!begins && database.find("://") == database.npos))
         return "";
-    return "a database is postgresql://... or a file, which is ./NAME where it begins like the other";
+    return "a database is postgresql://... or a file, which is ./NAME where it begins like that";
 }
 
 std::string nameOfDatabase(const std::string& database) {
