@@ -18,7 +18,7 @@ from sway import PROGRAMS, SwayDesktop, SwayViewer
 VNC_PORT = 5900
 QT_PLATFORMS = "/usr/lib/*/qt6/plugins/platforms"
 TEXT = "Zoë: {[@]}~ \\|^ é ß € ñ ł жЩю αΩς 日"
-SHIFT, CONTROL = 0xFFE1, 0xFFE3
+SHIFT, CONTROL, ESCAPE = 0xFFE1, 0xFFE3, 0xFF1B
 
 
 def help_click(desktop):
@@ -123,11 +123,15 @@ def copies(desktop, viewer):
 
 def locks(desktop, viewer):
     """The viewer has the lock's picture, and types into nothing below it, until it is opened."""
-    lock = desktop.start_in_session("swaylock", "-c", "a0207f", "--no-unlock-indicator")
+    lock = desktop.start_in_session("swaylock", "-c", "a0207f", "--ring-clear-color", "20a07f")
     is_locked = lambda: viewer.look() and viewer.pixel(9, 9) == (0xA0, 0x20, 0x7F)
     wait_until(is_locked, 10, "the lock")
     viewer.type("secret")
     viewer.click(500, 500)
+    viewer.hold(ESCAPE, True)
+    viewer.hold(ESCAPE, False)
+    # On the ring that the lock shows once it has heard all of it.
+    wait_until(lambda: viewer.look() and viewer.pixel(562, 384) == (0x20, 0xA0, 0x7F), 10, "the keys")
     sees(desktop, viewer, {"HEADLESS-1": (0, 0)})
     lock.send(signal.SIGUSR1)
     wait_until(lambda: not is_locked(), 10, "the end of the lock")
