@@ -3,17 +3,15 @@
 import json
 import os
 import signal
-import socket
 import subprocess
 
+import portal
 from desktop import USER_ID, append
-from routed import RoutedDesktop
-from stage import ROOT, wait_until
+from portal import PORTAL, PortalDesktop
+from stage import wait_until
 
-PORTAL = "/usr/libexec/xdg-desktop-portal"
-PROGRAMS = ("gnome-shell", "pipewire", "wireplumber", "gdbus", "foot", "convert", "nft", "miniupnpd",
-            "/usr/libexec/at-spi-bus-launcher", "/usr/lib/python3/dist-packages/gi",
-            PORTAL, PORTAL + "-gnome",
+PROGRAMS = (*portal.PROGRAMS, "gnome-shell", "convert",
+            "/usr/libexec/at-spi-bus-launcher", "/usr/lib/python3/dist-packages/gi", PORTAL + "-gnome",
             "/usr/lib/*/qt6/plugins/platforms/libqwayland-generic.so")
 SIZE = (1024, 768)
 # A layout that has é, ß and €, by AltGr.
@@ -26,8 +24,8 @@ welcome-dialog-last-shown-version='99'
 """
 
 
-class GnomeDesktop(RoutedDesktop):
-    """In a Wayland session without an X server."""
+class GnomeDesktop(PortalDesktop):
+    """With a compositor that can be told what to do."""
 
     def __init__(self, build, *sizes):
         """With a monitor for each size, beside one another."""
@@ -39,69 +37,21 @@ class GnomeDesktop(RoutedDesktop):
         return sum(width for width, _ in self.sizes), max(height for _, height in self.sizes)
 
     def start_session(self):
-        # WirePlumber ends itself without them.
-        for folder in ("seats", "sessions", "users", "machines"):
-            os.makedirs("/run/systemd/" + folder, exist_ok=True)
-        runtime = f"/run/user/{USER_ID}"
-        self.session = {
-            "HOME": self.home, "USER": "zelvo-road", "LOGNAME": "zelvo-road",
-            "XDG_RUNTIME_DIR": runtime, "XDG_SESSION_TYPE": "wayland",
-            "XDG_CURRENT_DESKTOP": "GNOME", "WAYLAND_DISPLAY": "wayland-0",
-            "LIBGL_ALWAYS_SOFTWARE": "1", "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1",
-            "GSETTINGS_BACKEND": "keyfile", "LC_ALL": "C.UTF-8"}
-        bus = self.start_as_user(["dbus-daemon", "--session", "--nofork", "--print-address=1"],
-                                 self.session).wait_for("^unix:.*").group(0)
-        self.session["DBUS_SESSION_BUS_ADDRESS"] = bus
         settings = os.path.join(self.home, ".config", "glib-2.0", "settings")
         subprocess.run(["install", "-d", "-o", str(USER_ID), "-g", str(USER_ID), settings], check=True)
         append(os.path.join(settings, "keyfile"), SETTINGS)
         subprocess.run(["chown", "-R", str(USER_ID), self.home], check=True)
-        # There is no logind, which the shell would wait for.
-        quiet = self.start_as_user(["dbus-daemon", "--session", "--nofork", "--print-address=1"],
-                                   self.session).wait_for("^unix:.*").group(0)
-        self.session["DBUS_SYSTEM_BUS_ADDRESS"] = quiet
-        self.start_pipewire()
+        self.start_buses("GNOME", QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1", GSETTINGS_BACKEND="keyfile")
         monitors = [word for size in self.sizes for word in ("--virtual-monitor", "%dx%d" % size)]
         self.shell = self.start_in_session("gnome-shell", "--headless", "--wayland", "--no-x11",
                                            "--unsafe-mode", *monitors)
         wait_until(lambda: self.owns("org.gnome.Shell"), 60, "the shell")
-        # The bus starts the desktop's own, which by itself would wait for this one.
-        self.portal = self.start_in_session(PORTAL)
-        wait_until(lambda: self.owns("org.freedesktop.portal.Desktop"), 60, "the portal")
+        self.start_portal()
         # The first event of a device is lost.
         self.evaluate("imports.ui.main.overview.hide(); const C = imports.gi.Clutter; global.mouse ="
                       "C.get_default_backend().get_default_seat().create_virtual_device("
                       "C.InputDeviceType.POINTER_DEVICE); 1")
         self.click(1, self.size[1] - 1)
-
-    def start_pipewire(self):
-        self.pipewire = self.start_in_session("pipewire")
-        # Which ends itself where it cannot connect, and then nobody connects streams.
-        wait_until(self.answers_pipewire, 60, "PipeWire")
-        self.start_in_session("wireplumber")
-
-    def answers_pipewire(self):
-        with socket.socket(socket.AF_UNIX) as pipewire:
-            return pipewire.connect_ex(self.session["XDG_RUNTIME_DIR"] + "/pipewire-0") == 0
-
-    def start_in_session(self, *command, **env):
-        return self.start_as_user(list(command), {**self.session, **env})
-
-    def call(self, service, path, method, *arguments):
-        """What the service on the session's bus answers, as gdbus prints it; None for an error."""
-        answer = self.run("gdbus", "call", "--session", "--dest", service, "--object-path", path,
-                          "--method", method, *arguments)
-        return answer.stdout.strip() if answer.returncode == 0 else None
-
-    def run(self, *command):
-        user = ["setpriv", "--reuid", str(USER_ID), "--regid", str(USER_ID), "--clear-groups"]
-        return subprocess.run([*user, *command], env={"PATH": os.environ["PATH"], **self.session},
-                              capture_output=True, text=True, check=False, timeout=60)
-
-    def owns(self, name):
-        answer = self.call("org.freedesktop.DBus", "/org/freedesktop/DBus",
-                           "org.freedesktop.DBus.NameHasOwner", name)
-        return answer == "(true,)"
 
     def evaluate(self, script):
         """What the expression is in the compositor."""
@@ -132,18 +82,6 @@ class GnomeDesktop(RoutedDesktop):
             return len(found) >= count
         wait_until(search, 60, f"{count} windows {title}")
         return found
-
-    def shown(self):
-        """Zelvo's windows, as a screen reader hears of them; none while they change."""
-        with open(os.path.join(ROOT, "tests", "road", "accessible.py"), encoding="utf-8") as script:
-            answer = self.run("/usr/bin/python3", "-c", script.read(), "zelvo")
-        return json.loads(answer.stdout) if answer.returncode == 0 else []
-
-    def wait_for_text(self, words):
-        """In one of Zelvo's windows."""
-        def says():
-            return any(words in control[0] for window in self.shown() for control in window)
-        wait_until(says, 60, f"the words {words!r}")
 
     def press(self, name):
         """The button of that name in one of Zelvo's windows; without effect where it is gone."""
