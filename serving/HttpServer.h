@@ -58,8 +58,8 @@ class HttpServer {
         std::chrono::milliseconds bodyTime{10000};
         std::chrono::milliseconds replyTime{10000};  ///< until the client has taken it
         std::chrono::milliseconds restTime{60000};   ///< between requests
-        std::size_t connections = 0;                 ///< 0: as many as the process may open
-        std::size_t connectionsPerClient = 0;        ///< 0: no limit
+        std::size_t connections = 0;           ///< over TLS; 0: as many as the process may open
+        std::size_t connectionsPerClient = 0;  ///< 0: no limit
         Allowances::Rate requestsPerClient = {};
         /// Bytes that all clients of a loop together may send in a second; 0: no limit.
         std::size_t bytesPerSecond = 0;
