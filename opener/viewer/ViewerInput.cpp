@@ -55,10 +55,13 @@ void ViewerWidget::adjust() {
     const bool grabs = sendsNow && isActive && hasFocus() && isPointerInside_;
     if (std::exchange(grabsKeyboard_, grabs) == grabs)
         return;
-    if (grabs)
+    if (grabs) {
         grabKeyboard();
-    else
+        compositorKeys_.hold(*this);
+    } else {
         releaseKeyboard();
+        compositorKeys_.letGo();
+    }
 }
 
 void ViewerWidget::releaseInput() {

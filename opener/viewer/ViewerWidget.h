@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "opener/facts/HostFacts.h"
+#include "opener/viewer/CompositorKeys.h"
 #include "opener/viewer/HostConnection.h"
 #include "opener/viewer/Keyboard.h"
 #include "opener/viewer/PicturePlace.h"
@@ -130,6 +131,7 @@ class ViewerWidget : public QAbstractScrollArea {
     Keyboard keyboard_;
     bool isPointerInside_ = false;
     bool grabsKeyboard_ = false;
+    CompositorKeys compositorKeys_;
     QPoint pointer_;
     unsigned buttons_ = 0;
     QPoint wheel_;
