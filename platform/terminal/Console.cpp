@@ -5,6 +5,7 @@
 
 #include <QSocketNotifier>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <string_view>
 
@@ -15,6 +16,7 @@ namespace zelvo::platform {
 namespace {
 
 constexpr char Escape = 0x1b;
+constexpr auto lookEvery = std::chrono::milliseconds(300);
 
 // Every one that is in use takes what is written to the screen, save for those that say no.
 bool canBeDrawnOn() {
@@ -38,6 +40,7 @@ Console::Console(int input, int output, Reading reading)
 }
 
 Console::~Console() {
+    untilThere_.stop();
     changes_.reset();
     screen_.reset();
     keyMode_.reset();
@@ -46,13 +49,24 @@ Console::~Console() {
 }
 
 void Console::takeScreen() {
-    screen_.emplace(output_);
+    screen_.emplace(output_, [this] { return keyMode_->isOnScreen(); });
     changes_ = std::make_unique<QSocketNotifier>(keyMode_->changes(), QSocketNotifier::Read);
     QObject::connect(changes_.get(), &QSocketNotifier::activated, changes_.get(), [this] {
         char bytes[16];
         while (::read(keyMode_->changes(), bytes, sizeof bytes) > 0) {
         }
         screen_->drawAnew();
+        const bool isThere = keyMode_->isOnScreen();
+        if (notifier_)
+            notifier_->setEnabled(isThere && !inputHasEnded_);
+        if (isThere)
+            untilThere_.stop();
+        else
+            untilThere_.start(lookEvery);
+    });
+    QObject::connect(&untilThere_, &QTimer::timeout, &untilThere_, [this] {
+        if (keyMode_->isInForeground())
+            keyMode_->resume();
     });
 }
 
@@ -82,6 +96,10 @@ void Console::listen(std::function<void(char)> key, std::function<void()> end) {
 }
 
 void Console::read() {
+    if (screen_ && !keyMode_->isInForeground()) {
+        notifier_->setEnabled(false);
+        return untilThere_.start(lookEvery);
+    }
     char keys[256];
     auto count = ::read(input_, keys, sizeof keys);
     if (count < 0 && (errno == EINTR || errno == EAGAIN))
@@ -109,7 +127,7 @@ void Console::take(char byte) {
         if (isFinal)
             sequence_ = Sequence::None;
     } else if (byte != EndOfTransmission || inputIsTerminal_) {
-        const bool isForeign = byte < 0 && inputIsTerminal_;
+        const bool isForeign = (byte & 0x80) != 0 && inputIsTerminal_;
         for (char key : isForeign ? encoding_.decoded({byte}) : std::string(1, byte))
             key_(key);
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QTimer>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -80,6 +81,8 @@ class Console {
     std::function<void()> end_;
     std::unique_ptr<QSocketNotifier> notifier_;
     std::unique_ptr<QSocketNotifier> changes_;
+    /// Runs while somebody else has the screen.
+    QTimer untilThere_;
 };
 
 }  // namespace zelvo::platform

@@ -18,6 +18,8 @@ termios earlier;
 termios keyByKey;
 volatile std::sig_atomic_t screen = -1;
 volatile std::sig_atomic_t isOnScreen = 0;
+/// Somebody else asks in the terminal.
+volatile std::sig_atomic_t isGivenBack = 0;
 int changed[2] = {-1, -1};
 /// Standard error, and what takes its place.
 int errors = -1;
@@ -39,8 +41,13 @@ void set(const termios& settings) {
         ::tcsetattr(descriptor, TCSANOW, &settings);
 }
 
+void takeKeys() {
+    if (!isGivenBack)
+        set(keyByKey);
+}
+
 void enterScreen() {
-    if (screen < 0 || isOnScreen || !isOurs(screen))
+    if (screen < 0 || isOnScreen || isGivenBack || !isOurs(screen))
         return;
     isOnScreen = 1;
     [[maybe_unused]] auto written = ::write(screen, EnterScreen.data(), EnterScreen.size());
@@ -82,7 +89,7 @@ void stop(int) {
     ::raise(SIGTSTP);
     ::pthread_sigmask(SIG_UNBLOCK, &stopping, nullptr);
     handle(SIGTSTP, stop);
-    set(keyByKey);
+    takeKeys();
     enterScreen();
     tellOfChange();
     errno = error;
@@ -90,7 +97,7 @@ void stop(int) {
 
 void goOn(int) {
     int error = errno;
-    set(keyByKey);
+    takeKeys();
     enterScreen();
     tellOfChange();
     errno = error;
@@ -159,14 +166,28 @@ KeyMode::KeyMode(int descriptor, int screenDescriptor) {
 }
 
 void KeyMode::giveBack() {
+    isGivenBack = 1;
     leaveScreen();
     set(earlier);
 }
 
 void KeyMode::takeAgain() {
-    set(keyByKey);
+    isGivenBack = 0;
+    resume();
+}
+
+void KeyMode::resume() {
+    takeKeys();
     enterScreen();
     tellOfChange();
+}
+
+bool KeyMode::isOnScreen() const {
+    return platform::isOnScreen != 0;
+}
+
+bool KeyMode::isInForeground() const {
+    return isOurs(terminal);
 }
 
 int KeyMode::changes() const {

@@ -18,6 +18,15 @@ class [[nodiscard]] KeyMode {
     /// Has the terminal as it was for somebody else who asks there, until it is taken again.
     void giveBack();
     void takeAgain();
+    /// Takes it where it was not given back and the process is in the foreground, of which shells
+    /// do not always tell.
+    void resume();
+
+    /// Else somebody else's words are there, over which nothing may be written.
+    bool isOnScreen() const;
+
+    /// Else what is typed is for somebody else, and whoever reads it is stopped.
+    bool isInForeground() const;
 
     /// Can be read from when the screen has to be drawn anew, since the process was stopped or the
     /// terminal has another size; -1 without a screen.

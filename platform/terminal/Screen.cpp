@@ -67,6 +67,7 @@ void Screen::cover(std::vector<std::string> lines, bool areRaw) {
 
 void Screen::drawAnew() {
     drawn_.clear();
+    drawnCursor_.reset();
     write("\033[2J");
     draw();
 }
@@ -148,6 +149,8 @@ std::vector<Screen::Row> Screen::pageRows(int columns, int lines) {
 }
 
 void Screen::draw() {
+    if (!isThere_())
+        return;
     const auto [columns, lines] = size();
     auto wanted = cover_.empty() ? pageRows(columns, lines) : coveredRows(columns, lines);
     std::string text;
@@ -166,11 +169,14 @@ void Screen::draw() {
         y += row.height;
     }
     drawn_ = std::move(wanted);
+    if (text.empty() && drawnCursor_ == cursor_)
+        return;
+    drawnCursor_ = cursor_;
     write(text + moveTo(cursor_.first, std::min(cursor_.second, columns - 1)));
 }
 
 void Screen::write(const std::string& text) {
-    if (output_ >= 0 && !writeAll(output_, text))
+    if (output_ >= 0 && isThere_() && !writeAll(output_, text))
         output_ = -1;
 }
 

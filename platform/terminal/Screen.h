@@ -1,6 +1,7 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -26,8 +27,10 @@ class Screen {
         std::string link;
     };
 
-    /// The descriptor, a terminal's, stays the caller's.
-    explicit Screen(int output) : output_(output) {}
+    /// The descriptor, a terminal's, stays the caller's. Nothing is written while it says no to
+    /// `isThere`; it is then drawn anew.
+    Screen(int output, std::function<bool()> isThere)
+        : output_(output), isThere_(std::move(isThere)) {}
 
     void show(Page page);
     /// Adds something that is said. It stays until there is no room for it any more, and takes away
@@ -63,6 +66,7 @@ class Screen {
     void write(const std::string& text);
 
     int output_;
+    std::function<bool()> isThere_;
     Encoding encoding_;
     Page page_;
     std::deque<std::string> said_;
@@ -72,6 +76,7 @@ class Screen {
     std::vector<Row> drawn_;
     /// Where the cursor belongs: the row, from 0, and its columns.
     std::pair<int, int> cursor_;
+    std::optional<std::pair<int, int>> drawnCursor_;
 };
 
 }  // namespace zelvo::platform

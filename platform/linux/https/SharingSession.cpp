@@ -158,11 +158,13 @@ void SharingSession::showLife() {
         return;
     isShowingLife_ = true;
     const auto begun = timeSinceBoot();
-    exchanges_.exchange(*inquiry_, [this, begun](const UrlResult& result,
-                                                 const ExchangeReport& report) {
+    exchanges_.exchange(*inquiry_, [this, begun, body = inquiry_->body](
+                                       const UrlResult& result, const ExchangeReport& report) {
         constexpr long answered = 200;
         isShowingLife_ = false;
-        if (result.data && inquiry_ && disowns_ && disowns_(*result.data))
+        // There may be another link by now.
+        const bool isMeant = inquiry_ && inquiry_->body == body;
+        if (result.data && isMeant && disowns_ && disowns_(*result.data))
             log_.line(
                 "Sharing service: it does not know the link any more, which leads nowhere; start "
                 "over for a new one");

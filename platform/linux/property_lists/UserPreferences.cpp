@@ -19,12 +19,13 @@ UserPreferences::UserPreferences(UserDefaults& defaults)
 
 void UserPreferences::setMakesNewLinks(bool makes) {
     keep(NewLinkKey, makes);
-    makesNewLinks_.set(makes);
+    // What could not be kept is as it was.
+    makesNewLinks_.set(defaults_.boolForKey(NewLinkKey));
 }
 
 void UserPreferences::setShowsTrayIcon(bool shows) {
     keep(NoTrayIconKey, !shows);
-    showsTrayIcon_.set(shows);
+    showsTrayIcon_.set(!defaults_.boolForKey(NoTrayIconKey));
 }
 
 void UserPreferences::keep(const char* key, bool value) {

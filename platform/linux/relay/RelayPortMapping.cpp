@@ -16,6 +16,8 @@ using namespace std::chrono_literals;
 /// Of the ten minutes that a ticket is good for. A relay that is away would have the service asked
 /// for one at each try otherwise.
 constexpr auto TicketIsFreshFor = 5min;
+/// In units of the pauses between tries.
+constexpr int AskAtMostEvery = 30;
 /// A relay that has just started gives no new number before so long; then there is nothing to wait
 /// for.
 constexpr auto LongestWaitForNumber = 30s;
@@ -118,6 +120,8 @@ class RelayPortMapping::Attempt {
     bool hasTried_ = false;
     /// By the clock on the wall, which goes on while the computer sleeps.
     std::chrono::system_clock::time_point offeredAt_;
+    /// For a ticket that is fresh again.
+    std::chrono::steady_clock::time_point askedAt_;
     // What waits in it ends with it.
     QObject timers_;
 };
@@ -261,10 +265,13 @@ void RelayPortMapping::Attempt::tryAgain(std::chrono::milliseconds notBefore) {
         std::exchange(hasTried_, true) ? between(4 * unit, 8 * unit) : between(unit, 6 * unit);
     after(std::max(pause, notBefore), [this] {
         const auto age = std::chrono::system_clock::now() - offeredAt_;
-        if (age >= 0s && age < TicketIsFreshFor)
-            enlist();
-        else
-            ask(offer_->relay);
+        const auto now = std::chrono::steady_clock::now();
+        // Where the service is away, too, or the relay for good, every host would ask for ever.
+        const bool hasAsked = now - askedAt_ < AskAtMostEvery * mapping_.options_.pauseUnit;
+        if ((age >= 0s && age < TicketIsFreshFor) || hasAsked)
+            return enlist();
+        askedAt_ = now;
+        ask(offer_->relay);
     });
 }
 
