@@ -13,9 +13,10 @@ using IsOwnNetwork = std::function<bool(std::uint32_t address)>;
 bool isOwnNetwork(std::uint32_t address);
 
 /// Whether a sharing service may send us to an address (IPv4, dotted decimal) and port. It speaks
-/// for the internet: nothing of this computer's own is to be reached by its word, nor the private
-/// networks behind it. What is private but next to us may be a host behind the same router; ports
-/// below 1024, where routers and other devices have what they serve, are not tried there.
+/// for the internet: nothing on this computer's loopback is to be reached by its word, nor private
+/// networks that this computer is not in. What is private but next to us, or an address of our own,
+/// may be a host behind the same router; ports below 1024, where routers and other devices have
+/// what they serve, are not tried there.
 bool mayBeSentTo(const std::string& address, std::uint16_t port,
                  const IsOwnNetwork& isOwn = isOwnNetwork);
 
