@@ -15,7 +15,8 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 for folder in ("support", "relay"):
     sys.path.insert(0, os.path.join(HERE, "..", "tests", folder))
 from figures import finish, missed, resident_megabytes, show  # noqa: E402
-from relay_test import ASK, Host, Relays, cost_of_deaf_viewers, going_on, latency, send_all  # noqa: E402
+from relay_test import cost_of_deaf_viewers, going_on, latency  # noqa: E402
+from relays import ASK, Host, Relays, send_all  # noqa: E402
 from stage import Stage, enter_own_network  # noqa: E402
 
 SECONDS = 5

@@ -23,7 +23,7 @@ for room in ("support", "relay"):
     sys.path.insert(0, os.path.join(HERE, "..", room))
 from browser import Browser  # noqa: E402
 from gate import LEFT, QUESTION, REPLY, RIGHTS, WATCH, CONTROL, ZelvoEnd  # noqa: E402
-from relay_test import Host, Relays  # noqa: E402
+from relays import Host, Relays  # noqa: E402
 from stage import (  # noqa: E402
     GREETING, Stage, enter_own_network, skip_where_missing, wait_until, wait_until_at_rest)
 

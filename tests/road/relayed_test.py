@@ -19,7 +19,7 @@ import time
 
 for room in ("support", "relay"):
     sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", room))
-from relay_test import ASK  # noqa: E402
+from relays import ASK  # noqa: E402
 from stage import (VNC_PORT, Stage, enter_own_network, is_listening, processes_named, service_info,  # noqa: E402
                    wait_until, wait_until_off)
 

@@ -18,7 +18,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 for folder in ("tests/support", "tests/relay", "tools"):
     sys.path.insert(0, os.path.join(HERE, "..", "..", folder))
 from cluster import PORT, Cluster  # noqa: E402
-from relay_test import ASK, Host, read_exactly  # noqa: E402
+from relays import ASK, Host, read_exactly  # noqa: E402
 from service_test import FACTS, Caller  # noqa: E402
 from stage import Stage, enter_own_network, wait_until  # noqa: E402
 

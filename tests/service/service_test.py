@@ -389,8 +389,7 @@ def kills(stage, rounds=30):
 
 def main():
     enter_own_network()
-    scenario = {"strangers": strangers, "limits": limits, "operator": operator, "disk": disk,
-                "kills": kills, "databases": databases}[sys.argv[2]]
+    scenario = {each.__name__: each for each in (strangers, limits, operator, disk, kills, databases)}[sys.argv[2]]
     print(scenario.__doc__, flush=True)
     with Stage(os.path.abspath(sys.argv[1])) as stage:
         stage.make_certificate()
