@@ -47,7 +47,8 @@ const char* methodName(evhttp_cmd_type type) {
 
 }  // namespace
 
-HttpLoop::HttpLoop(HttpShared& shared, std::size_t most) : shared_(shared), most_(most) {
+HttpLoop::HttpLoop(HttpShared& shared, std::size_t most)
+    : shared_(shared), most_(most), plain_(most) {
     auto* base = loop_.base();
     const auto& options = shared.options;
     if (options.bytesPerSecond > 0) {
@@ -71,13 +72,11 @@ HttpLoop::HttpLoop(HttpShared& shared, std::size_t most) : shared_(shared), most
     evhttp_set_flags(http, EVHTTP_SERVER_LINGERING_CLOSE);
     evhttp_set_bevcb(
         http,
-        [](event_base* itsBase, void* self) {
+        [](event_base*, void* self) {
             auto& loop = *static_cast<HttpLoop*>(self);
             ++loop.shared_.accepted;
             loop.pauseAfterSome();
-            auto* transport = loop.shared_.tls()
-                                  ? TlsConnection::make(loop)
-                                  : bufferevent_socket_new(itsBase, -1, BEV_OPT_CLOSE_ON_FREE);
+            auto* transport = loop.shared_.tls() ? TlsConnection::make(loop) : loop.makePlain();
             if (transport && loop.group_)
                 bufferevent_add_to_rate_limit_group(transport, loop.group_.get());
             return transport;
@@ -150,6 +149,30 @@ void HttpLoop::endIfAnswered() {
         loop_.endAfter(0ms);
 }
 
+bufferevent* HttpLoop::makePlain() {
+    auto* transport = bufferevent_socket_new(loop_.base(), -1, BEV_OPT_CLOSE_ON_FREE);
+    if (!transport)
+        return nullptr;
+    // The library gives it its socket only after this, and reads none before the loop's next turn.
+    constexpr timeval atOnce{0, 0};
+    if (accepted_.empty())
+        event_base_once(
+            loop_.base(), -1, EV_TIMEOUT,
+            [](int, short, void* self) { static_cast<HttpLoop*>(self)->welcomePlain(); }, this,
+            &atOnce);
+    bufferevent_incref(transport);
+    accepted_.push_back(transport);
+    return transport;
+}
+
+void HttpLoop::welcomePlain() {
+    for (auto* transport : accepted_) {
+        plain_.come(bufferevent_getfd(transport));
+        bufferevent_decref(transport);
+    }
+    accepted_.clear();
+}
+
 void HttpLoop::connectionBegins() {
     ++shared_.connections;
     if (++connections_ >= most_)
@@ -189,7 +212,10 @@ void HttpLoop::accept(bool isOn) {
 
 void HttpLoop::handle(evhttp_request* request) {
     auto* link = evhttp_request_get_connection(request);
-    auto* connection = TlsConnection::of(evhttp_connection_get_bufferevent(link));
+    auto* transport = evhttp_connection_get_bufferevent(link);
+    auto* connection = TlsConnection::of(transport);
+    if (!connection)
+        plain_.ask(bufferevent_getfd(transport));
     ++unanswered_;
     const bool isCharged = connection != nullptr;
     const bool mayAsk = !isCharged || connection->requestIsHere();

@@ -2,10 +2,13 @@
 
 #include <chrono>
 #include <memory>
+#include <vector>
 
 #include "serving/HttpServer.h"
 #include "serving/LoopThread.h"
+#include "serving/PlainClients.h"
 
+struct bufferevent;
 struct bufferevent_rate_limit_group;
 struct evconnlistener;
 struct evhttp;
@@ -21,7 +24,7 @@ class HttpLoop {
     /// When somebody has taken all bytes of a turn, everybody waits for the next one.
     static constexpr std::chrono::milliseconds Turn{50};
 
-    /// Takes as many connections as `most` at once.
+    /// Takes as many connections as `most` at once; without TLS somebody silent makes room.
     HttpLoop(HttpShared& shared, std::size_t most);
     HttpLoop(const HttpLoop&) = delete;
     HttpLoop& operator=(const HttpLoop&) = delete;
@@ -51,6 +54,8 @@ class HttpLoop {
     static void releaseHttp(evhttp* http);
     static void releaseGroup(bufferevent_rate_limit_group* group);
 
+    bufferevent* makePlain();
+    void welcomePlain();
     void handle(evhttp_request* request);
     void send(evhttp_request* request, HttpResponse response);
     void accept(bool isOn);
@@ -60,7 +65,9 @@ class HttpLoop {
 
     HttpShared& shared_;
     const std::size_t most_;
-    std::size_t connections_ = 0;
+    std::size_t connections_ = 0;  ///< over TLS
+    PlainClients plain_;
+    std::vector<bufferevent*> accepted_;  ///< without TLS, and without their sockets yet
     std::size_t unanswered_ = 0;
     int acceptedInRound_ = 0;
     bool stopping_ = false;

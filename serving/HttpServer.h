@@ -58,7 +58,9 @@ class HttpServer {
         std::chrono::milliseconds bodyTime{10000};
         std::chrono::milliseconds replyTime{10000};  ///< until the client has taken it
         std::chrono::milliseconds restTime{60000};   ///< between requests
-        std::size_t connections = 0;           ///< over TLS; 0: as many as the process may open
+        /// At once; 0: as many as the process may open. The next one waits, or without TLS has who
+        /// has asked nothing for longest give way.
+        std::size_t connections = 0;
         std::size_t connectionsPerClient = 0;  ///< 0: no limit
         Allowances::Rate requestsPerClient = {};
         /// Bytes that all clients of a loop together may send in a second; 0: no limit.

@@ -10,7 +10,7 @@ namespace zelvo::serving {
 namespace {
 
 constexpr int Backlog = 1024;
-/// Descriptors for everything but clients: 32 probes and some connections of operators at once, the
+/// Descriptors for everything but clients: 32 probes and 64 connections of operators at once, the
 /// database's readers or connections, the log, and a few for each core's loop.
 constexpr std::size_t OtherDescriptors = 192;
 

@@ -25,7 +25,7 @@ OperatorServer::OperatorServer(const Metrics& metrics, std::function<bool()> isW
               const bool well = isWell();
               respond(textResponse(well ? 200 : 503, well ? "well\n" : "the database fails\n"));
           },
-          {.loops = 1, .bodyLength = 1024}) {}
+          {.loops = 1, .bodyLength = 1024, .connections = 64}) {}
 
 std::optional<int> OperatorServer::start(const std::string& place) {
     const auto colon = place.rfind(':');

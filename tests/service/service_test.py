@@ -8,6 +8,7 @@ import http.client
 import os
 import plistlib
 import random
+import select
 import signal
 import socket
 import sqlite3
@@ -227,6 +228,14 @@ def operator(stage):
         get = lambda path: urllib.request.urlopen("http://127.0.0.1:9464/" + path).read().decode()
         assert get("health") == "well\n"
         assert 'replies_total{endpoint="create.php",status="0"} 1\n' in get("metrics")
+        # Whoever holds every connection in silence keeps nobody out, and loses the oldest ones alone.
+        held = [socket.create_connection(("127.0.0.1", 9464)) for _ in range(64)]
+        held[0].sendall(b"GET /health HTTP/1.1\r\nHost: x\r\n\r\n")
+        assert held[0].recv(4096).startswith(b"HTTP/1.1 200 ")
+        assert get("health") == "well\n" == get("health")
+        held += [socket.create_connection(("127.0.0.1", 9464)) for _ in range(8)]
+        ended = lambda: [held.index(it) for it in select.select(held, [], [], 0)[0]]
+        wait_until(lambda: ended() == list(range(1, 9)), 2, "eight connections to end")
         certificate = lambda: ssl.get_server_certificate(("127.0.0.1", 8443))
         before = certificate()
         with open(stage.path("service.pem"), "w", encoding="utf-8") as file:
