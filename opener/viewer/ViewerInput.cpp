@@ -90,8 +90,10 @@ bool ViewerWidget::event(QEvent* event) {
 }
 
 bool ViewerWidget::viewportEvent(QEvent* event) {
-    if (event->type() == QEvent::Enter || event->type() == QEvent::Leave) {
-        isPointerInside_ = event->type() == QEvent::Enter;
+    const auto type = event->type();
+    // After the way out a click is the way back, also of a pointer that never left.
+    if (type == QEvent::Enter || type == QEvent::Leave || type == QEvent::MouseButtonPress) {
+        isPointerInside_ = type != QEvent::Leave;
         showPart(hostPointerPart());
         adjust();
     }

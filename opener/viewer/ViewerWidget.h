@@ -17,10 +17,10 @@ namespace zelvo::opener {
 class HostKeysMenu;
 
 /// A host's screen, and the way to use it. While it has the focus the host gets the keys, with the
-/// pointer in the picture also those that the desktop here would take (on X11; Wayland's desktops
-/// keep theirs, for which there is `keysMenu`). Ctrl+Alt+Shift+Escape is the way out: it ends full
-/// screen and moves the focus on. Clipboards are shared, as text, while this window is the active
-/// one and the host lets control. Main thread only.
+/// pointer in the picture also those that the desktop here would take, where it lets go of them
+/// (what it keeps is in `keysMenu`). Ctrl+Alt+Shift+Escape is the way out: it ends full screen and
+/// moves the focus on. Clipboards are shared, as text, while this window is the active one and the
+/// host lets control. Main thread only.
 class ViewerWidget : public QAbstractScrollArea {
     Q_OBJECT
 

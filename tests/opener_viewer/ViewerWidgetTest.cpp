@@ -172,6 +172,9 @@ TEST_F(ViewerWidgetTest, TypesCharactersAndLetsGoOfKeys) {
         Qt::ControlModifier | Qt::AltModifier | Qt::ShiftModifier);
     EXPECT_EQ(heardUntil("up " + std::to_string(shift)), "down 65505\n");
     EXPECT_EQ(ways, 1);
+    EXPECT_EQ(QWidget::keyboardGrabber(), nullptr);
+    mouse({200, 150});
+    EXPECT_EQ(QWidget::keyboardGrabber(), widget.get());
 }
 
 TEST_F(ViewerWidgetTest, OffersTheHostsKeysAndCorners) {
