@@ -86,13 +86,13 @@ Subscription watchTheServer(LinuxPlatform& system, QtMainLoop& loop, AppDelegate
     });
 }
 
-// With a link the computer waits, often for hours; what follows at once has come to rest after a
-// second.
-[[nodiscard]] Subscription restWithLink(QtMainLoop& loop, AppDelegate& controller) {
+// Waiting for a viewer often takes hours. What the last change has started is done after ten
+// seconds.
+[[nodiscard]] Subscription restWhileWaiting(QtMainLoop& loop, AppDelegate& controller) {
     auto rest = std::make_shared<std::unique_ptr<Perform>>();
-    return controller.sharedLink().subscribe([&loop, rest](const std::string& link) {
-        *rest =
-            link.empty() ? nullptr : loop.performAfterDelay(std::chrono::seconds(1), restMemory);
+    return controller.zelvoStatusProperty().subscribe([&loop, rest](std::int32_t status) {
+        const bool waits = status == ZelvoStatusWaitingForConnection;
+        *rest = waits ? loop.performAfterDelay(std::chrono::seconds(10), restMemory) : nullptr;
     });
 }
 
@@ -148,7 +148,7 @@ int runInWindow(int& argc, char** argv, const CommandLine& commandLine) {
 
     auto watch = watchTheServer(system, loop, controller);
     auto hurry = hurryAtQuit(system, controller);
-    auto rest = restWithLink(loop, controller);
+    auto rest = restWhileWaiting(loop, controller);
     window.show();
     loop.async([&] { controller.applicationDidFinishLaunching(); });
     const auto status = loop.run();
@@ -175,7 +175,7 @@ int runInTerminal(int& argc, char** argv) {
 
     auto watch = watchTheServer(system, loop, controller);
     auto hurry = hurryAtQuit(system, controller);
-    auto rest = restWithLink(loop, controller);
+    auto rest = restWhileWaiting(loop, controller);
     loop.async([&] { controller.applicationDidFinishLaunching(); });
     return loop.run();
 }
