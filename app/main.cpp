@@ -2,7 +2,9 @@
 #include <unistd.h>
 
 #include <QApplication>
+#include <chrono>
 #include <cstdio>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -16,6 +18,7 @@
 #include "platform/linux/base/CrashFile.h"
 #include "platform/linux/base/Debug.h"
 #include "platform/linux/base/Environment.h"
+#include "platform/linux/base/IdleMemory.h"
 #include "platform/linux/base/StandardDescriptors.h"
 #include "platform/linux/base/SystemLog.h"
 #include "platform/qt/QtDesktop.h"
@@ -83,6 +86,16 @@ Subscription watchTheServer(LinuxPlatform& system, QtMainLoop& loop, AppDelegate
     });
 }
 
+// Waiting for a viewer often takes hours. What the last change has started is done after ten
+// seconds.
+[[nodiscard]] Subscription restWhileWaiting(QtMainLoop& loop, AppDelegate& controller) {
+    auto rest = std::make_shared<std::unique_ptr<Perform>>();
+    return controller.zelvoStatusProperty().subscribe([&loop, rest](std::int32_t status) {
+        const bool waits = status == ZelvoStatusWaitingForConnection;
+        *rest = waits ? loop.performAfterDelay(std::chrono::seconds(10), restMemory) : nullptr;
+    });
+}
+
 /// None, after saying so, while another Zelvo of this user runs or may run.
 std::optional<SingleInstance> onlyInstance() {
     auto environment = Environment::ofProcess();
@@ -135,6 +148,7 @@ int runInWindow(int& argc, char** argv, const CommandLine& commandLine) {
 
     auto watch = watchTheServer(system, loop, controller);
     auto hurry = hurryAtQuit(system, controller);
+    auto rest = restWhileWaiting(loop, controller);
     window.show();
     loop.async([&] { controller.applicationDidFinishLaunching(); });
     const auto status = loop.run();
@@ -161,6 +175,7 @@ int runInTerminal(int& argc, char** argv) {
 
     auto watch = watchTheServer(system, loop, controller);
     auto hurry = hurryAtQuit(system, controller);
+    auto rest = restWhileWaiting(loop, controller);
     loop.async([&] { controller.applicationDidFinishLaunching(); });
     return loop.run();
 }

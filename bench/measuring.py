@@ -17,10 +17,18 @@ SECONDS = 8
 missed = []
 
 
+def keep(figure, value, limit, missed_it=False):
+    """As a row of the table that scripts/bench --markdown ends with."""
+    if "ZELVO_FIGURES" in os.environ:
+        with open(os.environ["ZELVO_FIGURES"], "a", encoding="utf-8") as rows:
+            rows.write(f"| {figure} | {value} | {limit}{', missed' if missed_it else ''} |\n")
+
+
 def show(label, value, unit, limit):
     reached = value <= limit
     print(f"{label:36} {value:8.2f} {unit:8} (at most {limit} {unit})"
           f"{'' if reached else '  MISSED'}", flush=True)
+    keep(label, f"{value:.2f} {unit}", f"{limit} {unit}", not reached)
     if not reached:
         missed.append(label)
 
@@ -37,26 +45,34 @@ def silence():
         yield shown
 
 
+def processor_seconds(pid):
+    """On a processor until now, of every thread; stat's ticks are too coarse for so little."""
+    total = 0
+    for thread in os.listdir(f"/proc/{pid}/task"):
+        with open(f"/proc/{pid}/task/{thread}/schedstat", encoding="ascii") as stat:
+            total += int(stat.read().split()[0])
+    return total / 1e9
+
+
 def processor_share(pid, seconds):
     """Per cent of one core that the process takes."""
-    def used():
-        # Nanoseconds on a processor, of every thread; stat's ticks are too coarse for so little.
-        total = 0
-        for thread in os.listdir(f"/proc/{pid}/task"):
-            with open(f"/proc/{pid}/task/{thread}/schedstat", encoding="ascii") as stat:
-                total += int(stat.read().split()[0])
-        return total / 1e9
-    before = used()
+    before = processor_seconds(pid)
     time.sleep(seconds)
-    return (used() - before) / seconds * 100
+    return (processor_seconds(pid) - before) / seconds * 100
 
 
 def resident_megabytes(pid):
-    with open(f"/proc/{pid}/status", encoding="ascii") as status:
-        for line in status:
-            if line.startswith("VmRSS:"):
-                return int(line.split()[1]) / 1024
-    return 0.0
+    return megabytes(f"/proc/{pid}/status", "VmRSS:")
+
+
+def proportional_megabytes(pid):
+    """What other programs use, too, counts by halves, thirds and so on."""
+    return megabytes(f"/proc/{pid}/smaps_rollup", "Pss:")
+
+
+def megabytes(path, name):
+    with open(path, encoding="ascii") as lines:
+        return next(int(line.split()[1]) for line in lines if line.startswith(name)) / 1024
 
 
 class Viewer:
@@ -111,6 +127,10 @@ def show_table(title, results, limits):
             missed.append(figure)
         print(f"{figure:44}{row}{'' if limit is None else f'{limit:16}'}"
               f"{'  MISSED' if is_missed else ''}")
+        others = ", ".join(f"{name} {result[figure]:.2f}" for name, result in list(results.items())[1:]
+                           if figure in result)
+        keep(f"{title}: {figure}" if title else figure, f"{value:.2f}{f' ({others})' if others else ''}",
+             "" if limit is None else limit, is_missed)
 
 
 # Lines as wide as the screen, 30 of them a second.
