@@ -21,22 +21,28 @@ bool isOfUse(int operation, const OSSL_ALGORITHM& algorithm) {
     return names.starts_with("EC:") || names.starts_with("X25519:") || names.starts_with("HMAC");
 }
 
+std::vector<OSSL_ALGORITHM> thoseOfUse(int operation, const OSSL_ALGORITHM* all) {
+    std::vector<OSSL_ALGORITHM> some;
+    for (; all->algorithm_names; ++all)
+        if (isOfUse(operation, *all))
+            some.push_back(*all);
+    some.push_back({});
+    return some;
+}
+
 /// For each certificate the library goes through all kinds of keys and all their encodings, which
 /// takes longer than the signatures do. There are only those of servers here and of tickets.
 const OSSL_ALGORITHM* findAlgorithms(void*, int operation, int* mayNotCache) {
     const auto* all = OSSL_PROVIDER_query_operation(whole, operation, mayNotCache);
     if (!all || (operation != OSSL_OP_DECODER && operation != OSSL_OP_KEYMGMT))
         return all;
-    static std::vector<OSSL_ALGORITHM> decoders;
-    static std::vector<OSSL_ALGORITHM> keys;
-    auto& some = operation == OSSL_OP_DECODER ? decoders : keys;
-    if (some.empty()) {
-        for (; all->algorithm_names; ++all)
-            if (isOfUse(operation, *all))
-                some.push_back(*all);
-        some.push_back({});
+    // Several threads may be the first.
+    if (operation == OSSL_OP_DECODER) {
+        static const auto decoders = thoseOfUse(operation, all);
+        return decoders.data();
     }
-    return some.data();
+    static const auto keys = thoseOfUse(operation, all);
+    return keys.data();
 }
 
 int findCapabilities(void*, const char* capability, OSSL_CALLBACK* each, void* it) {

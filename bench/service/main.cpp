@@ -20,6 +20,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -49,32 +50,29 @@ double milliseconds(Clock::duration span) {
     return std::chrono::duration<double, std::milli>(span).count();
 }
 
-/// Clients that ask again as soon as they are answered.
+/// Clients that ask again as soon as they are answered, on a thread of their own.
 class Load {
   public:
-    Load(const Client::Place& place, std::string kind, int clients, std::chrono::seconds span,
-         const std::string& links)
-        : place_(place), kind_(std::move(kind)), begun_(Clock::now()), end_(begun_ + span) {
-        std::ifstream file(links);
-        links_.assign(std::istreambuf_iterator<char>(file), {});
+    /// `links` outlives this object; `first` is the number of the first client.
+    Load(const Client::Place& place, std::string kind, int first, int clients,
+         Clock::time_point end, const std::string& links)
+        : place_(place), kind_(std::move(kind)), end_(end), random_(first), links_(links) {
         for (int i = 0; i < clients; ++i)
-            clients_.push_back(std::make_unique<Client>(place, i * 4));
-        for (auto& client : clients_)
-            ask(*client);
+            clients_.push_back(std::make_unique<Client>(place, (first + i) * 4));
+        thread_ = std::jthread([this] {
+            for (auto& client : clients_)
+                ask(*client);
+            event_base_dispatch(place_.base);
+        });
     }
 
-    void report() {
-        const double seconds = milliseconds(Clock::now() - begun_) / 1000;
-        std::ranges::sort(took_);
-        const auto at = [this](double part) {
-            return took_.empty() ? 0.0
-                                 : took_[static_cast<std::size_t>(
-                                       part * static_cast<double>(took_.size() - 1))];
-        };
-        std::printf(
-            "{\"rate\": %.0f, \"p50\": %.2f, \"p99\": %.2f, \"max\": %.2f, \"wrong\": %zu}\n",
-            static_cast<double>(took_.size()) / seconds, at(0.5), at(0.99), at(1), wrong_);
+    /// Milliseconds of each answer. Waits for the last one.
+    const std::vector<double>& took() {
+        if (thread_.joinable())
+            thread_.join();
+        return took_;
     }
+    std::size_t wrong() const { return wrong_; }
 
   private:
     std::string request() {
@@ -104,15 +102,48 @@ class Load {
 
     const Client::Place place_;
     const std::string kind_;
-    const Clock::time_point begun_;
     const Clock::time_point end_;
-    std::mt19937_64 random_{1};
-    std::string links_;
+    std::mt19937_64 random_;
+    const std::string& links_;
     std::vector<std::unique_ptr<Client>> clients_;
     std::vector<double> took_;
     std::size_t done_ = 0;
     std::size_t wrong_ = 0;
+    std::jthread thread_;
 };
+
+/// One thread would be at its end with handshakes before two cores are.
+void beLoad(int port, const std::string& kind, int clients, std::chrono::seconds span,
+            const std::string& linksFile) {
+    std::ifstream file(linksFile);
+    const std::string links{std::istreambuf_iterator<char>(file), {}};
+    const int threads = std::clamp<int>(std::thread::hardware_concurrency(), 1, clients);
+    std::vector<Client::Place> places;
+    for (int i = 0; i < threads; ++i)
+        places.push_back({makeBase(), makeLeanTls(), port});
+    std::vector<std::unique_ptr<Load>> loads;
+    const auto begun = Clock::now();
+    for (int i = 0; i < threads; ++i) {
+        const int first = clients * i / threads;
+        loads.push_back(std::make_unique<Load>(
+            places[i], kind, first, clients * (i + 1) / threads - first, begun + span, links));
+    }
+    std::vector<double> took;
+    std::size_t wrong = 0;
+    for (auto& load : loads) {
+        took.insert(took.end(), load->took().begin(), load->took().end());
+        wrong += load->wrong();
+    }
+    const double seconds = milliseconds(Clock::now() - begun) / 1000;
+    std::ranges::sort(took);
+    const auto at = [&took](double part) {
+        return took.empty()
+                   ? 0.0
+                   : took[static_cast<std::size_t>(part * static_cast<double>(took.size() - 1))];
+    };
+    std::printf("{\"rate\": %.0f, \"p50\": %.2f, \"p99\": %.2f, \"max\": %.2f, \"wrong\": %zu}\n",
+                static_cast<double>(took.size()) / seconds, at(0.5), at(0.99), at(1), wrong);
+}
 
 /// Connections that have asked once and then say nothing.
 void beIdle(const Client::Place& place, std::size_t count) {
@@ -232,9 +263,7 @@ int main(int argc, char** argv) {
         event_base_dispatch(place.base);
         return requests.report() ? EXIT_SUCCESS : EXIT_FAILURE;
     } else {
-        Load load(place, kind, count, std::chrono::seconds(more), argc > 5 ? argv[5] : "");
-        event_base_dispatch(place.base);
-        load.report();
+        beLoad(place.port, kind, count, std::chrono::seconds(more), argc > 5 ? argv[5] : "");
     }
     return EXIT_SUCCESS;
 }
