@@ -86,8 +86,7 @@ Subscription watchTheServer(LinuxPlatform& system, QtMainLoop& loop, AppDelegate
     });
 }
 
-// Waiting for a viewer often takes hours. What the last change has started is done after ten
-// seconds.
+// Waiting for a viewer may take hours. After ten seconds all is done that the last change began.
 [[nodiscard]] Subscription restWhileWaiting(QtMainLoop& loop, AppDelegate& controller) {
     auto rest = std::make_shared<std::unique_ptr<Perform>>();
     return controller.zelvoStatusProperty().subscribe([&loop, rest](std::int32_t status) {

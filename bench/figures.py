@@ -74,7 +74,8 @@ def main():
             times.append((time.monotonic() - begun) * 1000)
             after_listening.append((time.monotonic() - listening) * 1000)
             if len(times) == 5:
-                time.sleep(3)
+                # Ten seconds after the link it gives memory back, once.
+                time.sleep(12)
                 watching = processor_share(zelvo.process.pid, 20)
                 memory = resident_megabytes(zelvo.process.pid)
                 share = proportional_megabytes(zelvo.process.pid)

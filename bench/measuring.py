@@ -46,12 +46,9 @@ def silence():
 
 
 def processor_seconds(pid):
-    """On a processor until now, of every thread; stat's ticks are too coarse for so little."""
-    total = 0
-    for thread in os.listdir(f"/proc/{pid}/task"):
-        with open(f"/proc/{pid}/task/{thread}/schedstat", encoding="ascii") as stat:
-            total += int(stat.read().split()[0])
-    return total / 1e9
+    """On a processor until now, of every thread, those that have ended included."""
+    # The clock that clock_getcpuclockid(3) names, which Python does not have.
+    return time.clock_gettime(~pid << 3 | 2)
 
 
 def processor_share(pid, seconds):
