@@ -75,9 +75,10 @@ class SwayDesktop(RoutedDesktop):
         return places[0]
 
     def picture(self, output):
-        """Its size, and what the compositor itself has for it, as rows of RGB."""
+        """Its size, and what the compositor itself has for it, as rows of RGB; none for an output that is gone."""
         # Three lines, then the pixels.
-        _, size, _, pixels = self.run("grim", "-c", "-o", output, "-t", "ppm", "-").split(b"\n", 3)
+        taken = self.run("grim", "-c", "-o", output, "-t", "ppm", "-") or b"\n0 0\n\n"
+        _, size, _, pixels = taken.split(b"\n", 3)
         width, height = size.split()
         return (int(width), int(height)), pixels
 
