@@ -24,9 +24,9 @@ QtDesktop::QtDesktop(QtMainLoop& loop, const Bundle& bundle, const Explanations&
     : translator_(bundle),
       alerts(loop, bundle, explanations),
       sharingServicePicker(loop, bundle,
-                           [this, &wayIn](const auto& items) {
+                           [this, &wayIn, &bundle](const auto& items) {
                                return desktopSharingServices(
-                                   items, wayIn, workspace, window_,
+                                   items, wayIn, bundle, workspace, window_,
                                    [this](const auto& notice) { say(notice); });
                            }),
       pasteboard([this] { say(Copied); }),

@@ -26,14 +26,25 @@ class TerminalPasteboard final : public Pasteboard {
     Console& console_;
 };
 
-/// What a desktop gives and a terminal has not. Each does as little as its contract allows.
-
+/// Hands the items over to the view, which shows them as one message: no service takes them here.
 class TerminalSharingServicePicker final : public SharingServicePicker {
   public:
-    void show(const std::vector<std::string>&, SharingServicePickerDelegate&, const Rect&, Button*,
-              RectEdge) override {}
+    using Listener = std::function<void(const std::vector<std::string>& items)>;
+
+    /// In the place of the listener before; none ignores the items.
+    void listen(Listener listener) { listener_ = std::move(listener); }
+
+    void show(const std::vector<std::string>& items, SharingServicePickerDelegate&, const Rect&,
+              Button*, RectEdge) override {
+        if (listener_)
+            listener_(items);
+    }
+
+  private:
+    Listener listener_;
 };
 
+/// What a desktop gives and a terminal has not. It does as little as its contract allows.
 class TerminalWindowSystem final : public WindowSystem {
   public:
     Rect contentRectForFrameRect(const Rect& frame, WindowStyle) const override { return frame; }

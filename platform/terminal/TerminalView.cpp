@@ -9,6 +9,7 @@
 #include "platform/Explanations.h"
 #include "platform/MainWindowModel.h"
 #include "platform/Preferences.h"
+#include "platform/qt/content/Message.h"
 #include "platform/qt/content/QrCode.h"
 #include "platform/qt/content/ShownText.h"
 #include "platform/qt/content/StatusTexts.h"
@@ -21,6 +22,8 @@ namespace {
 // Drawn in light on dark by their own colours, so that the terminal's do not matter.
 constexpr const char* CodeColours = "\033[97;40m";
 constexpr const char* NormalColours = "\033[0m";
+constexpr const char* AskedToCopy =
+    "Your terminal was asked to copy it. If nothing can be pasted, mark the link to copy it.";
 constexpr const char* Hint = "Press ? for all keys, q to quit.";
 
 // By the convention of no-color.org, and the terminal's own word.
@@ -75,6 +78,7 @@ TerminalView::TerminalView(const Surroundings& surroundings, int output,
         rows_.emplace(model_, true, output);
     observe();
     terminal_.console.listen([this](char byte) { take(byte); }, [this] { inputEnded(); });
+    terminal_.sharingServicePicker.listen([this](auto& items) { showMessage(items); });
     if (terminal_.console.outputIsTerminal() && !terminal_.console.screen())
         terminal_.console.line(bundle_.localizedString(Hint));
     draw();
@@ -83,6 +87,7 @@ TerminalView::TerminalView(const Surroundings& surroundings, int output,
 TerminalView::~TerminalView() {
     terminal_.application.setDelegate(nullptr);
     terminal_.console.listen([](char) {}, [] {});
+    terminal_.sharingServicePicker.listen(nullptr);
 }
 
 void TerminalView::observe() {
@@ -124,6 +129,11 @@ const std::vector<TerminalView::Key>& TerminalView::keys() {
         {'q', "&Quit", [](View& view) { view.terminal_.application.terminate(); }},
         {'c', "&Copy Link", [](View& view) { view.copyLink(); }},
         {'p', "Copy Link for &Browsers", [](View& view) { view.copyWebLink(); }},
+        {'m', "E-mail…",
+         [](View& view) {
+             if (view.model_.readyToShare().value())
+                 view.model_.shareLink(nullptr);
+         }},
         {'k', "QR Code…", [](View& view) { view.showQrCode(); }},
         {'l', "&New Link", [](View& view) { view.model_.makeNewLink(); }},
         {'o', "Start Over", [](View& view) { view.model_.startOver(); }},
@@ -244,17 +254,31 @@ void TerminalView::copyLink() {
         return tellWebLink();
     }
     model_.copyLink();
-    terminal_.console.line(bundle_.localizedString(
-        "Your terminal was asked to copy it. If nothing can be pasted, mark the link to copy it."));
+    terminal_.console.line(bundle_.localizedString(AskedToCopy));
 }
 
 void TerminalView::copyWebLink() {
-    auto* screen = terminal_.console.screen();
-    if (!screen || shownLink_.empty() || !wayIn_.isRelay().value())
+    if (!wayIn_.isRelay().value())
+        return wayInLines_.tell();
+    if (shownLink_.empty())
         return;
+    auto* screen = terminal_.console.screen();
+    if (!screen)
+        return tellWebLink();
     screen->copy(wayIn_.webLink(shownLink_));
-    terminal_.console.line(bundle_.localizedString(
-        "Your terminal was asked to copy it. If nothing can be pasted, mark the link to copy it."));
+    terminal_.console.line(bundle_.localizedString(AskedToCopy));
+}
+
+void TerminalView::showMessage(const std::vector<std::string>& items) {
+    const auto message = messageOf(items, wayIn_, bundle_);
+    std::string shown;
+    for (const auto& line : QString::fromStdString(message).split('\n'))
+        shown += (shown.empty() ? "" : "\n") + shownText(line.toStdString()).toStdString();
+    terminal_.console.line(shown);
+    if (auto* screen = terminal_.console.screen()) {
+        screen->copy(message);
+        terminal_.console.line(bundle_.localizedString(AskedToCopy));
+    }
 }
 
 void TerminalView::showKeys() {

@@ -64,6 +64,7 @@ class TerminalView {
     void tellWebLink();
     void copyLink();
     void copyWebLink();
+    void showMessage(const std::vector<std::string>& items);
     void showKeys();
     void showQrCode();
     void tellQrCode();

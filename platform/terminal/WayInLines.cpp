@@ -29,9 +29,12 @@ WayInLines::WayInLines(WayIn& wayIn, MainWindowModel& model, const Bundle& bundl
     : wayIn_(wayIn),
       model_(model),
       bundle_(bundle),
-      changes_(wayIn.relayUse().subscribe([&bundle, line = std::move(line)](auto use) {
-          line(bundle.localizedString(sentenceOf(use)));
-      })) {}
+      line_(std::move(line)),
+      changes_(wayIn.relayUse().subscribe([this](auto) { tell(); })) {}
+
+void WayInLines::tell() const {
+    line_(bundle_.localizedString(sentenceOf(wayIn_.relayUse().value())));
+}
 
 void WayInLines::change(RelayUse wanted) {
     const auto use = wayIn_.relayUse().value() == wanted ? RelayUse::WhereNeeded : wanted;

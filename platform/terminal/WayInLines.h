@@ -23,6 +23,8 @@ class WayInLines {
 
     /// Wants that, or, where it was wanted, a relay only where it is needed.
     void change(RelayUse wanted);
+    /// Says what is wanted now.
+    void tell() const;
     /// Nothing where the line is no such word.
     void takeLine(const std::string& typed);
 
@@ -30,6 +32,7 @@ class WayInLines {
     WayIn& wayIn_;
     MainWindowModel& model_;
     const Bundle& bundle_;
+    std::function<void(const std::string&)> line_;
     Subscription changes_;
 };
 

@@ -103,7 +103,7 @@ TEST_F(ActionsTest, TheMenuOffersWhatTheDesktopCanDo) {
     std::vector<std::string> notices;
     auto offered = [&](const std::vector<std::string>& titles) {
         auto services = platform::desktopSharingServices(
-            {"top", "zelvo://abc#key", "bottom"}, wayIn, fake.workspace, &window,
+            {"top", "zelvo://abc#key", "bottom"}, wayIn, fake.bundle, fake.workspace, &window,
             [&](const auto& notice) { notices.push_back(notice.key); });
         std::vector<std::string> found;
         for (const auto& service : services)

@@ -72,6 +72,7 @@ TEST(TerminalScreen, KeepsTheLinkWholeAndGivesTheTerminalBack) {
         EXPECT_EQ(shown("c").find("\033[H\033[2J"), std::string::npos);
         const auto copied = QByteArray::fromStdString("zelvo://" + link).toBase64();
         EXPECT_NE(shown("c").find("\033]52;c;" + copied.toStdString()), std::string::npos);
+        EXPECT_NE(shown("m").find("\033]52;c;"), std::string::npos);
         // A question is whole, and what is typed in answer stands below it.
         world.viewers.asked.set(platform::ViewerQuestion{
             1, "192.0.2.7", true, platform::QuestionPrompt::Clock::now() + 60s, 0});

@@ -110,7 +110,14 @@ TEST_F(TerminalTest, ShowsRowsAndTheLinkPlainlyAndQuits) {
     EXPECT_FALSE(fake.userDefaults.boolForKey("neverThroughARelay"));
     EXPECT_EQ(wayIn.relayUse().value(), platform::RelayUse::WhereNeeded);
     output.read();
+    type("p");
+    EXPECT_EQ(output.read(),
+              "People come through a relay only where your router lets nobody in.\n");
     wayIn.wayIs({"relay.example", true});
+    type("m");
+    EXPECT_EQ(output.read(),
+              "SHARED_LINK_MESSAGE_TOP\n\nzelvo://abc\n\nSHARED_LINK_MESSAGE_BOTTOM\n\n"
+              "In a browser, with nothing to install: https://service.example/abc\n");
     type("c");
     EXPECT_EQ(output.read(), "Link: zelvo://abc\nIn a browser: https://service.example/abc\n");
     connectViewer(true);

@@ -9,6 +9,7 @@
 #include "platform/WayIn.h"
 #include "platform/Workspace.h"
 #include "platform/qt/content/Localized.h"
+#include "platform/qt/content/Message.h"
 #include "platform/qt/content/QrCode.h"
 #include "platform/qt/programs/MailProgram.h"
 #include "platform/qt/sharing/QrCodeDialog.h"
@@ -17,18 +18,6 @@
 namespace zelvo::platform {
 
 namespace {
-
-QString joined(const std::vector<std::string>& items, const QString& webLink, bool isRelay) {
-    QStringList paragraphs;
-    for (const auto& item : items)
-        paragraphs.append(QString::fromStdString(item));
-    if (!webLink.isEmpty())
-        paragraphs.append(
-            localized(isRelay ? "In a browser, with nothing to install: %@"
-                              : "If nothing opens the link, this page says what to do: %@")
-                .replace("%@", webLink));
-    return paragraphs.join("\n\n");
-}
 
 bool listsScheme(const QString& path, const QByteArray& entry) {
     QFile file(path);
@@ -61,12 +50,12 @@ bool hasSchemeHandler(const std::string& scheme) {
 }
 
 std::vector<SharingService> desktopSharingServices(const std::vector<std::string>& items,
-                                                   const WayIn& wayIn, Workspace& workspace,
-                                                   QWidget* window,
+                                                   const WayIn& wayIn, const Bundle& bundle,
+                                                   Workspace& workspace, QWidget* window,
                                                    std::function<void(const Notice&)> say) {
     std::vector<SharingService> services;
     const auto webLink = items.size() > 1 ? wayIn.webLink(items[1]) : std::string();
-    const auto text = joined(items, QString::fromStdString(webLink), wayIn.isRelay().value());
+    const auto text = QString::fromStdString(messageOf(items, wayIn, bundle));
     auto add = [&](const char* title, const char* image, std::function<void()> handler) {
         services.push_back({localized(title).toStdString(), image, image, std::move(handler)});
     };

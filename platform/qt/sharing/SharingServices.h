@@ -10,6 +10,7 @@ class QWidget;
 
 namespace zelvo::platform {
 
+class Bundle;
 class WayIn;
 class Workspace;
 struct Notice;
@@ -21,8 +22,8 @@ struct Notice;
 /// the link in its arguments, which other users of the computer may see; a message's text goes by
 /// the clipboard. The window and the workspace outlive what is returned.
 std::vector<SharingService> desktopSharingServices(const std::vector<std::string>& items,
-                                                   const WayIn& wayIn, Workspace& workspace,
-                                                   QWidget* window,
+                                                   const WayIn& wayIn, const Bundle& bundle,
+                                                   Workspace& workspace, QWidget* window,
                                                    std::function<void(const Notice&)> say);
 
 /// Whether a program is registered for the URL scheme (the MIME applications of freedesktop.org).
