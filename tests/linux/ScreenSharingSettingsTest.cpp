@@ -104,6 +104,13 @@ TEST_F(ScreenSharingExplanationTest, FollowsTheToolAndTheServer) {
     EXPECT_FALSE(works.value());
     explanation->toolStarted();
     EXPECT_EQ(said(), "") << "it is tried again";
+    explanation->desktopAsks();
+    explanation->serverEnded();
+    EXPECT_EQ(said(), "") << "the tool has not said why yet";
+    EXPECT_TRUE(works.value());
+    folder.write("reason", "desktop-refused");
+    EXPECT_TRUE(says("not allowed"));
+    explanation->toolStarted();
     explanation->serverListens();
     EXPECT_FALSE(works.value());
     explanation->serverEnded();

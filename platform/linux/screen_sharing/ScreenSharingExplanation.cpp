@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <string_view>
 #include <utility>
@@ -20,6 +21,8 @@ struct ToolReason {
     const char* key;
 };
 
+/// In which the enable tool says why the server that it started has ended.
+constexpr std::chrono::seconds reasonTime{5};
 constexpr const char* cannotWrite =
     "The settings of Screen Sharing cannot be written, probably because the disk is full. Make "
     "room, then press “Start Over”.";
@@ -132,6 +135,10 @@ void ScreenSharingExplanation::serverListens() {
 }
 
 void ScreenSharingExplanation::serverEnded() {
+    if (toolWorks_.value() && !isWithdrawn_) {
+        patienceEnds_ = std::chrono::steady_clock::now() + std::min(patience_, reasonTime);
+        return say("");
+    }
     toolEnded();
     say(bundle_.localizedString(std::exchange(isWithdrawn_, false) ? hasWithdrawn : hasEnded));
 }

@@ -40,7 +40,7 @@ class ScreenSharingExplanation {
     void desktopWithdraws() { isWithdrawn_ = true; }
     /// The server was found to listen.
     void serverListens();
-    /// The server that listened has ended.
+    /// The server has ended. Of one that had not listened yet the enable tool says why.
     void serverEnded();
 
     const Observable<std::string>& text() const { return text_; }
